@@ -1,0 +1,58 @@
+// What other processes see of the platform: paths, queue keys, and the hub's packet.
+//
+// The client library and the platform both stand on this file. It is a wire format: docs/wire-formats.md
+// describes it for those who write a client in another language.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// Made by the platform, mode 3770, group `mdxgate` if there is one.
+constexpr char kMdxDirectory[] = "/var/run/mdxgate";
+/// Symbolic link to the event FIFO of the task that serves queue 2.
+constexpr char kMdxServerLink[] = "/var/run/mdxgate/queue.2";
+/// Followed by a task id: that task's event FIFO, mode 0660. One raise is one write of 4 bytes.
+constexpr char kMdxEventPrefix[] = "/var/run/mdxgate/event.";
+constexpr char kMdxHubPath[] = "/var/run/mdxgate/hub";
+constexpr char kMdxConsolePath[] = "/var/run/mdxgate/console";
+/// Followed by the channel number.
+constexpr char kMdxChannelPrefix[] = "/dev/smd";
+constexpr char kMdxGroup[] = "mdxgate";
+constexpr char kMdxUser[] = "mdxgate";
+
+/// System V key of a queue is this plus its number.
+constexpr int32_t kMdxQueueKey = 0x4D445800;
+constexpr int32_t kMdxResponseQueue = 1;
+constexpr int32_t kMdxRequestQueue = 2;
+constexpr uint32_t kMdxRecordSize = 1600;
+/// Message type of a record whose `msg_type` is not positive.
+constexpr int32_t kMdxOddMessageType = 0x7fffffff;
+
+constexpr uint32_t kMdxEventRequest = 1;  ///< raised by a client at the server
+constexpr uint32_t kMdxEventAnswer = 1;   ///< raised by the server at a client
+
+enum mdx_packet_kind_t : uint32_t {
+  MDX_PACKET_SUBSCRIPTION = 0,
+  MDX_PACKET_SERVICE = 1,
+  MDX_PACKET_NOTIFICATION = 2,
+  MDX_PACKET_VOICE = 3,
+};
+
+/// Opens each packet of the hub; the payload follows.
+struct mdx_packet_header_t {
+  uint32_t type;    ///< message type, event number, or 8907 for voice
+  uint32_t kind;    ///< mdx_packet_kind_t
+  char to[12];      ///< service name, NUL-padded; in a subscription a name, "*" for all, "" for a module
+  uint32_t lost;    ///< packets that this receiver missed right before this one
+  uint32_t module;  ///< notification module
+  int32_t a;        ///< first value; for voice the report's type
+  int32_t b;        ///< second value
+  uint32_t length;  ///< payload bytes that follow
+};
+
+static_assert(sizeof(mdx_packet_header_t) == 40);
+static_assert(offsetof(mdx_packet_header_t, kind) == 4 && offsetof(mdx_packet_header_t, to) == 8);
+static_assert(offsetof(mdx_packet_header_t, lost) == 20);
+static_assert(offsetof(mdx_packet_header_t, module) == 24);
+static_assert(offsetof(mdx_packet_header_t, a) == 28 && offsetof(mdx_packet_header_t, b) == 32);
+static_assert(offsetof(mdx_packet_header_t, length) == 36);
