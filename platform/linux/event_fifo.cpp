@@ -1,0 +1,92 @@
+// The four-byte writes of event sets, and the checks that keep them from going anywhere else.
+
+#include "platform/linux/event_fifo.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "platform/linux/border.h"
+
+namespace {
+
+/// Keeps SIGPIPE from the calling thread for the length of a write, and takes back one the write made.
+class sigpipe_guard {
+ public:
+  sigpipe_guard() {
+    sigemptyset(&pipe_only_);
+    sigaddset(&pipe_only_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_only_, &before_);
+  }
+  ~sigpipe_guard() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  sigpipe_guard(const sigpipe_guard&) = delete;
+  sigpipe_guard& operator=(const sigpipe_guard&) = delete;
+
+  void swallow() {
+    if (sigismember(&before_, SIGPIPE) == 1) return;
+    const timespec no_wait{};
+    sigtimedwait(&pipe_only_, nullptr, &no_wait);
+  }
+
+ private:
+  sigset_t pipe_only_;
+  sigset_t before_;
+};
+
+/// The opened file, or -1 with errno EINVAL when it is no FIFO.
+int fifo_only(int fd) {
+  struct stat status {};
+  if (fd < 0) return -1;
+  if (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode)) return fd;
+  close(fd);
+  errno = EINVAL;
+  return -1;
+}
+
+}  // namespace
+
+void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]) {
+  std::snprintf(path, sizeof(path), "%s%d", kMdxEventPrefix, task_id);
+}
+
+int event_fifo_create(const char* path) {
+  if (unlink(path) != 0 && errno != ENOENT) return -1;
+  if (mkfifo(path, 0600) != 0) return -1;
+  // Open for writing as well, so that the last raiser's close is no end of file.
+  const int fd = fifo_only(open(path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  if (fd >= 0) fchmod(fd, 0660);  // the umask is the process's, and its threads share it
+  return fd;
+}
+
+int event_fifo_open(const char* path) {
+  return fifo_only(open(path, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+}
+
+int event_fifo_raise(int fd, uint32_t bits) {
+  sigpipe_guard guard;
+  ssize_t written = 0;
+  do {
+    written = write(fd, &bits, sizeof(bits));
+  } while (written < 0 && errno == EINTR);
+  if (written == static_cast<ssize_t>(sizeof(bits))) return 0;
+  if (errno == EPIPE) guard.swallow();
+  return errno == EPIPE ? EPIPE : EAGAIN;
+}
+
+uint32_t event_fifo_take(int fd) {
+  uint32_t raises[256];
+  uint32_t bits = 0;
+  for (;;) {
+    const ssize_t size = read(fd, raises, sizeof(raises));
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) return bits;
+    const size_t count = static_cast<size_t>(size) / sizeof(raises[0]);
+    for (size_t i = 0; i < count; ++i) bits |= raises[i];
+    if (static_cast<size_t>(size) < sizeof(raises)) return bits;
+  }
+}
