@@ -1,0 +1,67 @@
+// Names and values of the platform's counters.
+
+#include "platform/linux/counters.h"
+
+#include <atomic>
+#include <iterator>
+
+namespace {
+
+struct counter_row_t {
+  mdx_counter_t counter;
+  const char* name;
+};
+
+// clang-format off
+constexpr counter_row_t counter_table[] = {
+    {COUNT_DELIVERIES,             "deliveries"},
+    {COUNT_DELIVERY_BYTES,         "delivery_bytes"},
+    {COUNT_DELIVERIES_HELD,        "deliveries_held"},
+    {COUNT_DELIVERIES_CUT,         "deliveries_cut"},
+    {COUNT_ECHOES_DROPPED,         "echoes_dropped"},
+    {COUNT_CHANNEL_SENDS,          "channel_sends"},
+    {COUNT_CHANNEL_SEND_BYTES,     "channel_send_bytes"},
+    {COUNT_CHANNEL_SENDS_FAILED,   "channel_sends_failed"},
+    {COUNT_CHANNEL_OPENED,         "channel_opened"},
+    {COUNT_CHANNEL_REOPENED,       "channel_reopened"},
+    {COUNT_REQUESTS,               "requests"},
+    {COUNT_REQUESTS_MISSIZED,      "requests_missized"},
+    {COUNT_ANSWERS,                "answers"},
+    {COUNT_ANSWERS_DROPPED_DEAD,   "answers_dropped_dead"},
+    {COUNT_ANSWERS_DROPPED_UNREAD, "answers_dropped_unread"},
+    {COUNT_ANSWERS_REFUSED,        "answers_refused"},
+    {COUNT_NAS_QUEUE_REFUSED,      "nas_queue_refused"},
+    {COUNT_RAISES_FAILED,          "raises_failed"},
+    {COUNT_RECEIVERS,              "receivers"},
+    {COUNT_RECEIVERS_REFUSED,      "receivers_refused"},
+    {COUNT_PACKETS_SENT,           "packets_sent"},
+    {COUNT_PACKETS_LOST,           "packets_lost"},
+    {COUNT_PACKETS_RECEIVED,       "packets_received"},
+    {COUNT_PACKETS_REFUSED,        "packets_refused"},
+    {COUNT_UNINSTALLS_REFUSED,     "uninstalls_refused"},
+    {COUNT_CONSOLE_COMMANDS,       "console_commands"},
+    {COUNT_CONSOLE_DROPPED,        "console_dropped"},
+};
+// clang-format on
+
+constexpr bool each_row_stands_at_its_counter() {
+  for (size_t i = 0; i < std::size(counter_table); ++i)
+    if (counter_table[i].counter != i) return false;
+  return std::size(counter_table) == COUNT_COUNTERS;
+}
+static_assert(each_row_stands_at_its_counter());
+
+constinit std::atomic<uint64_t> counters[COUNT_COUNTERS];
+static_assert(std::atomic<uint64_t>::is_always_lock_free);
+
+}  // namespace
+
+void counter_add(mdx_counter_t counter, uint64_t amount) {
+  counters[counter].fetch_add(amount, std::memory_order_relaxed);
+}
+
+uint64_t counter_value(mdx_counter_t counter) {
+  return counters[counter].load(std::memory_order_relaxed);
+}
+
+const char* counter_name(mdx_counter_t counter) { return counter_table[counter].name; }

@@ -1,0 +1,56 @@
+// What passed through the platform and what it dropped, in one place that a person can read: the
+// console's `platform stats` prints every row.
+//
+// Any thread counts, none waits: relaxed atomics, no order between two counters is promised.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/mdx_platform.h"
+
+enum mdx_counter_t : uint32_t {
+  // Modem channel
+  COUNT_DELIVERIES,          ///< taken by the server
+  COUNT_DELIVERY_BYTES,      ///< bytes in them
+  COUNT_DELIVERIES_HELD,     ///< offered, not taken, kept to be offered again
+  COUNT_DELIVERIES_CUT,      ///< ended at the size limit, not where they wanted to
+  COUNT_ECHOES_DROPPED,      ///< lines that repeated what was sent
+  COUNT_CHANNEL_SENDS,       ///< taken by the device
+  COUNT_CHANNEL_SEND_BYTES,  ///< bytes in them
+  COUNT_CHANNEL_SENDS_FAILED,
+  COUNT_CHANNEL_OPENED,
+  COUNT_CHANNEL_REOPENED,  ///< came back after it had gone away
+  // Clients
+  COUNT_REQUESTS,
+  COUNT_REQUESTS_MISSIZED,  ///< dropped: not the size of a record
+  COUNT_ANSWERS,
+  COUNT_ANSWERS_DROPPED_DEAD,    ///< to make room: the client is gone
+  COUNT_ANSWERS_DROPPED_UNREAD,  ///< to make room: not read in time
+  COUNT_ANSWERS_REFUSED,         ///< the queue stayed full
+  COUNT_NAS_QUEUE_REFUSED,       ///< modem data that found its queue full
+  COUNT_RAISES_FAILED,           ///< events for a task that is not there
+  // Hub
+  COUNT_RECEIVERS,
+  COUNT_RECEIVERS_REFUSED,   ///< one too many
+  COUNT_PACKETS_SENT,        ///< one for each receiver that got it
+  COUNT_PACKETS_LOST,        ///< one for each receiver that missed it
+  COUNT_PACKETS_RECEIVED,    ///< service messages for the server
+  COUNT_PACKETS_REFUSED,     ///< from receivers: malformed, misplaced, or for nobody here
+  COUNT_UNINSTALLS_REFUSED,  ///< from somebody without the right
+  // Console
+  COUNT_CONSOLE_COMMANDS,
+  COUNT_CONSOLE_DROPPED,  ///< clients that sent nothing, rubbish, or did not read
+  COUNT_COUNTERS,
+};
+
+void counter_add(mdx_counter_t counter, uint64_t amount = 1);
+uint64_t counter_value(mdx_counter_t counter);
+/// The name that `platform stats` shows; lives for the process.
+const char* counter_name(mdx_counter_t counter);
+
+/// The one way something is dropped: counted under its reason, and traced.
+#define MDX_DROP(counter, level, ...)          \
+  do {                                         \
+    counter_add(counter);                      \
+    MDX_TRACE("platform", level, __VA_ARGS__); \
+  } while (false)
