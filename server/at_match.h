@@ -1,7 +1,8 @@
-// Is this line a result code? Is it a report? Two tables answer, and their order is part of the answer.
+// Is this line a result code? Is it a report? Two tables answer, and their order is part of the
+// answer.
 //
-// A result stands at the start of the line. A report is found anywhere in it, and its handler runs on
-// the spot.
+// A result stands at the start of the line. A report is found anywhere in it, and its handler runs
+// on the spot.
 #pragma once
 
 #include <cstdint>
@@ -22,19 +23,21 @@ struct at_report_row_t {
   at_report_handler_t handler;  ///< null: known, and deliberately dropped
 };
 
-extern const at_result_row_t at_result_table[13];
-extern const at_report_row_t at_report_table[66];
+extern const at_result_row_t at_result_table[];
+extern const at_report_row_t at_report_table[];
 
 /// Looks for a result code at the start of a line; more may follow it.
-/// @return 0 with the code in `*err_code`; -1 when there is none, or a pointer is null: `*err_code` is
+/// @return 0 with the code in `*err_code`; -1 when there is none, or a pointer is null: `*err_code`
+/// is
 ///         untouched then
 int32_t atcmd_match_result(const char* rcv_buf, int* err_code);
 
 /// Decides whether a line is a report, and runs its handler if it has one.
 ///
-/// The SMS prompt counts as a report. So does a line with a plus sign or caret that no row knows, unless
-/// it answers the command in flight: its text up to the first colon stands in `sent_cmd_head`. A text of
-/// more than 63 characters in front of the colon answers nothing and is a report.
+/// The SMS prompt counts as a report. So does a line with a plus sign or caret that no row knows,
+/// unless it answers the command in flight: its text up to the first colon stands in
+/// `sent_cmd_head`. A text of more than 63 characters in front of the colon answers nothing and is
+/// a report.
 /// @param msg       the record in hand
 /// @param rcv_buf   the line, NUL-terminated, writable
 /// @param len       its length as the framing counted it, passed on to the handler

@@ -47,21 +47,22 @@ union at_text_t {
 };
 
 struct at_msg_t {
-  int32_t msg_type;   ///< the sender's identifier, returned unchanged: a client's task id
-  uint32_t req_type;  ///< at_req_type_t, returned unchanged
-  int32_t rep_type;   ///< for GET_REPORT: which report; returned unchanged
-  uint32_t reserved;  ///< returned unchanged
-  uint32_t seq;       ///< the sender's number for this request, returned unchanged
-  int32_t multi_line;  ///< 0 plain collection; 1 CR LF behind each line that holds `at_match_str`, and
-                       ///< no text unless the result is "OK"; returned unchanged
-  int32_t timeout;     ///< budget in seconds, counted down in place; negative counts as 0
+  int32_t msg_type;    ///< the sender's identifier, returned unchanged: a client's task id
+  uint32_t req_type;   ///< at_req_type_t, returned unchanged
+  int32_t rep_type;    ///< for GET_REPORT: which report; returned unchanged
+  uint32_t reserved;   ///< returned unchanged
+  uint32_t seq;        ///< the sender's number for this request, returned unchanged
+  int32_t multi_line;  ///< 0 plain collection; 1 CR LF behind each line that holds `at_match_str`,
+                       ///< and no text unless the result is "OK"; returned unchanged
+  int32_t timeout;  ///< budget in seconds, counted down in place; negative counts as 0
   char at_match_str[kMatchSize];  ///< a line that holds it is response text; empty for none
   at_text_t snd_rcv_msg;
   int32_t ret_val;  ///< at_ret_val_t, or another code of at_result_table
   int32_t rsp_len;  ///< length of the response text when the result was taken
 };
 
-/// The answer area: the last 1572 bytes of a record. Refusals clear it, stored reports consist of it.
+/// The answer area: the last 1572 bytes of a record. Refusals clear it, stored reports consist of
+/// it.
 struct at_answer_t {
   char at_match_str[kMatchSize];
   at_text_t snd_rcv_msg;

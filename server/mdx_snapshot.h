@@ -1,8 +1,8 @@
 // A record that one thread replaces and any other may look at, without a lock.
 //
 // The console shows what last passed over the channel while the main thread goes on writing it. The
-// writer never waits: it makes a counter odd, writes, makes it even again. A reader copies and looks
-// at the counter before and after; what was written in between is copied again.
+// writer never waits: it makes a counter odd, writes, makes it even again. A reader copies and
+// looks at the counter before and after; what was written in between is copied again.
 #pragma once
 
 #include <atomic>
@@ -22,8 +22,8 @@ class mdx_snapshot {
     end();
   }
 
-  /// Replaces the record by `record` with `size` bytes at `offset` replaced by `bytes`: the copy that
-  /// readers see never holds the bytes of `record` there. Offset and size are multiples of 4.
+  /// Replaces the record by `record` with `size` bytes at `offset` replaced by `bytes`: the copy
+  /// that readers see never holds the bytes of `record` there. Offset and size are multiples of 4.
   void store(const Record& record, size_t offset, const void* bytes, size_t size) {
     const char* image = reinterpret_cast<const char*>(&record);
     begin();
@@ -68,9 +68,7 @@ class mdx_snapshot {
           .store(word, std::memory_order_relaxed);
     }
   }
-  void end() {
-    std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_release);
-  }
+  void end() { std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_release); }
 
   uint32_t version_ = 0;
   uint32_t words_[kWords] = {};

@@ -1,8 +1,8 @@
 // The server's one global block.
 //
-// Everything in it belongs to the main thread. Three things look in from outside: the modem's delivery
-// thread reads `nas_queue_id` and `main_task_id`, both set before the channel is bound; the platform
-// fills `g_mdx_send_data_to_nas`; the console reads `at_state` and the two snapshots.
+// Everything in it belongs to the main thread. Three things look in from outside: the modem's
+// delivery thread reads `nas_queue_id` and `main_task_id`, both set before the channel is bound;
+// the platform fills `g_mdx_send_data_to_nas`; the console reads `at_state` and the two snapshots.
 #pragma once
 
 #include <pthread.h>
@@ -46,16 +46,18 @@ struct mdx_state_t {
   int32_t rsp_queue_id = -1;
   int32_t nas_queue_id = -1;
   int32_t main_task_id = -1;
-  int32_t ring_head = -1;                    ///< slot of the next push; negative before set-up
-  int32_t ring_tail = -1;                    ///< slot of the next pop
-  int32_t state_ring[kStateRingSize] = {};   ///< pending requests for AT_IDLE_S
+  int32_t ring_head = -1;                   ///< slot of the next push; negative before set-up
+  int32_t ring_tail = -1;                   ///< slot of the next pop
+  int32_t state_ring[kStateRingSize] = {};  ///< pending requests for AT_IDLE_S
   pthread_t msgproc_thread = 0;
 
   // What last passed.
   mdx_snapshot<at_msg_t> last_client_msg;  ///< the client record in service, as read
-  mdx_snapshot<at_msg_t> last_nas_msg;     ///< the record in hand, the modem's last line in its `rmsg`
-  at_answer_t rssi_report = {};            ///< the last ^RSSI line, `ret_val` 2
+  mdx_snapshot<at_msg_t> last_nas_msg;  ///< the record in hand, the modem's last line in its `rmsg`
+  at_answer_t rssi_report = {};         ///< the last ^RSSI line, `ret_val` 2
   char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
+
+  int32_t sms_cancel_marker = -1;  ///< 0 makes a time-out send ESC; nothing sets it
 
   // Modem link.
   mdx_send_function_t g_mdx_send_data_to_nas = nullptr;

@@ -1,7 +1,7 @@
 // The server's own commands to the modem.
 //
-// Each builds a local record, runs it through the normal exchange and counts "OK" alone as success. The
-// start path uses mdx_cmee only; the others are ready to be called.
+// Each builds a local record, runs it through the normal exchange and counts "OK" alone as success.
+// The start path uses mdx_cmee only; the others are ready to be called.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,8 @@ int32_t mdx_set_mode_unsolicited_enable(int* retcode);
 /// @return the result of the last
 int32_t mdx_set_unsolicited_enable(int* retcode);
 
-/// Runs one of the server's own commands through the normal exchange and takes the next sequence number.
+/// Runs one of the server's own commands through the normal exchange and takes the next sequence
+/// number.
 /// @param msg      receives the record as the exchange left it
 /// @param command  at most 639 characters
 /// @param match    the pattern of its response lines, at most 63 characters, "" for none
