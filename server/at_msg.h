@@ -35,6 +35,9 @@ enum at_ret_val_t : int32_t {
 /// A record's text: the command on the way in, the response on the way out. Both views start at the
 /// same byte, and the first read from the modem clears all of it.
 union at_text_t {
+  /// The response; the server ends it with a NUL. It comes first because it is the whole union: an
+  /// empty initialiser clears all of it.
+  char rmsg[MAX_ATCMD_REPORT_SIZE];
   /// The command, NUL-terminated unless `cmd_len` says otherwise; no line end is needed.
   char smsg[kCommandSize];
   /// The same with what follows it.
@@ -42,8 +45,6 @@ union at_text_t {
     char text[kCommandSize];
     int32_t cmd_len;  ///< above 0: bytes of the command to send; else it counts up to its NUL
   } command;
-  /// The response. The server ends it with a NUL within its size.
-  char rmsg[MAX_ATCMD_REPORT_SIZE];
 };
 
 struct at_msg_t {
@@ -54,7 +55,7 @@ struct at_msg_t {
   uint32_t seq;        ///< the sender's number for this request, returned unchanged
   int32_t multi_line;  ///< 0 plain collection; 1 CR LF behind each line that holds `at_match_str`,
                        ///< and no text unless the result is "OK"; returned unchanged
-  int32_t timeout;  ///< budget in seconds, counted down in place; negative counts as 0
+  int32_t timeout;     ///< budget in seconds, counted down in place; negative counts as 0
   char at_match_str[kMatchSize];  ///< a line that holds it is response text; empty for none
   at_text_t snd_rcv_msg;
   int32_t ret_val;  ///< at_ret_val_t, or another code of at_result_table

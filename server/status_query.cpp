@@ -163,7 +163,10 @@ int32_t mdx_set_cops_format(int* retcode) {
 }
 
 int32_t at_repetition_query(int* retcode) {
-  if (retcode == nullptr) return -1;
+  if (retcode == nullptr) {
+    MDX_TRACE(kSource, MDX_TRACE_ERROR, "at_repetition_query: retcode is NULL!");
+    return -1;
+  }
   sysinfo_t sysinfo = {};
   *retcode = 0;
   if (mdx_query_sysinfo(retcode) == -1) {
