@@ -1,0 +1,238 @@
+"""A device in the box: modem, server and clients as real processes, and what tests ask of them.
+
+Each test runs in a box of its own (see CMakeLists.txt), so paths and queue keys are the real ones and
+nothing needs to be put back. MDX_E2E_SHORT in the environment makes the long tests short.
+"""
+
+import ctypes
+import json
+import os
+import pathlib
+import select
+import signal
+import struct
+import subprocess
+import tempfile
+import termios
+import threading
+import time
+import tty
+import unittest
+
+READY_FLAG = pathlib.Path("/var/mdx_ready.flg")
+SERVER_LINK = pathlib.Path("/var/run/mdxgate/queue.2")
+CHANNEL = pathlib.Path("/dev/smd6")
+CUTS = ("whole", "byte", "random:7")
+SHORT = bool(os.environ.get("MDX_E2E_SHORT"))
+
+OK, REFUSED_BY_MODEM, USAGE, NO_ANSWER, NO_SERVER, REFUSED_BY_SERVER = range(6)
+
+
+def scaled(full, short):
+    return short if SHORT else full
+
+
+def wait_until(condition, seconds, what):
+    """Waits for a condition and returns the seconds it took."""
+    start = time.monotonic()
+    while not condition():
+        if time.monotonic() - start > seconds:
+            raise AssertionError(f"{what}: not within {seconds} s")
+        time.sleep(0.005)
+    return time.monotonic() - start
+
+
+class Queues:
+    """The two queues as a program without the client library sees them: System V calls and bytes."""
+
+    KEY = 0x4D445800
+    RESPONSES, REQUESTS = 1, 2
+    NOWAIT = 0o4000
+
+    def __init__(self):
+        self.libc = ctypes.CDLL(None, use_errno=True)
+
+    def identifier(self, number):
+        return self.libc.msgget(self.KEY + number, 0)
+
+    def send(self, record, message_type=0x7FFFFFFF, wait=False):
+        """Puts bytes on the request queue and wakes the server; False when the queue is full."""
+        message = ctypes.create_string_buffer(struct.pack("l", message_type) + record)
+        flags = 0 if wait else self.NOWAIT
+        sent = self.libc.msgsnd(self.identifier(self.REQUESTS), message, len(record), flags)
+        self.wake()
+        return sent == 0
+
+    def take(self, message_type):
+        """Takes an answer off the response queue, or None."""
+        message = ctypes.create_string_buffer(8 + 1600)
+        size = self.libc.msgrcv(self.identifier(self.RESPONSES), message, 1600,
+                                ctypes.c_long(message_type), self.NOWAIT)
+        return None if size < 0 else message.raw[8:8 + size]
+
+    @staticmethod
+    def wake():
+        fifo = os.open(SERVER_LINK, os.O_WRONLY | os.O_NONBLOCK)
+        try:
+            os.write(fifo, struct.pack("I", 1))
+        finally:
+            os.close(fifo)
+
+
+def record(text=b"", msg_type=0, req_type=0, rep_type=0, seq=0, multi_line=0, timeout=1,
+           match=b"", cmd_len=0):
+    """A request of 1600 bytes; `text` fills the command field as it stands."""
+    command = text[:640].ljust(640, b"\0") + struct.pack("i", cmd_len)
+    return struct.pack("=iIiIIii64s1500sii", msg_type, req_type, rep_type, 0, seq, multi_line,
+                       timeout, match, command, 0, 0)
+
+
+class ScriptedModem(threading.Thread):
+    """A modem on a pseudo terminal that answers each line as `answer(line)` says.
+
+    `answer` gets the line without its CR and returns the bytes to send back.
+    """
+
+    def __init__(self, answer):
+        super().__init__(daemon=True)
+        self.answer = answer
+        self.heard = []
+        self.master, self.slave = os.openpty()
+        tty.setraw(self.slave, termios.TCSANOW)
+        CHANNEL.unlink(missing_ok=True)
+        CHANNEL.symlink_to(os.ttyname(self.slave))
+        self.start()
+
+    def run(self):
+        pending = b""
+        while True:
+            if not select.select([self.master], [], [], 1)[0]:
+                continue
+            pending += os.read(self.master, 4096)
+            *lines, pending = pending.split(b"\r")
+            for line in lines:
+                self.heard.append(line)
+                os.write(self.master, self.answer(line))
+
+
+class DeviceTest(unittest.TestCase):
+    """Starts and ends processes; a server that ended by itself fails the test."""
+
+    maxDiff = None
+
+    def setUp(self):
+        self.server = None
+        self.modem = None
+        self.processes = []
+        self.queues = Queues()
+
+    def tearDown(self):
+        crashed = self.server is not None and self.server.poll() is not None
+        for process in self.processes:
+            self.stop(process)
+        self.assertFalse(crashed, "the server ended by itself")
+
+    def run(self, result=None):
+        bad = len(result.failures) + len(result.errors)
+        super().run(result)
+        if len(result.failures) + len(result.errors) > bad:
+            for process in self.processes:
+                print(f"── {' '.join(process.args)}: {process.returncode}\n{self.log_of(process)}")
+
+    # Processes
+
+    def start(self, *command, stdin=subprocess.DEVNULL):
+        log = open(f"/tmp/{len(self.processes)}.log", "w+")
+        process = subprocess.Popen(command, stdin=stdin, stdout=log, stderr=subprocess.STDOUT)
+        process.log = log
+        self.processes.append(process)
+        return process
+
+    @staticmethod
+    def stop(process, how=signal.SIGTERM):
+        if process.poll() is None:
+            process.send_signal(how)
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+
+    @staticmethod
+    def log_of(process):
+        return pathlib.Path(process.log.name).read_text(errors="replace")
+
+    def start_modem(self, *options):
+        self.modem = self.start("mdxsim", *options)
+        wait_until(CHANNEL.is_symlink, 5, "mdxsim links its terminal")
+
+    def start_server(self, ready=True):
+        READY_FLAG.unlink(missing_ok=True)
+        self.server = self.start("mdxgate")
+        wait_until(self.server_is_reachable, 10, "mdxgate can be reached")
+        if ready:
+            wait_until(READY_FLAG.exists, 10, "mdxgate is ready")
+
+    @staticmethod
+    def server_is_reachable():
+        """True when the link leads to a FIFO that somebody reads."""
+        try:
+            fifo = os.open(SERVER_LINK, os.O_WRONLY | os.O_NONBLOCK)
+        except OSError:
+            return False
+        os.close(fifo)
+        return True
+
+    def start_device(self, *modem_options):
+        self.start_modem(*(modem_options or ("--quiet",)))
+        self.start_server()
+
+    # Clients
+
+    @staticmethod
+    def start_client(*arguments, stdin=""):
+        """Starts mdxctl. Its streams are files, so that no client ever waits for the test."""
+        given, out, err = (tempfile.TemporaryFile("w+", errors="replace") for _ in range(3))
+        given.write(stdin)
+        given.seek(0)
+        client = subprocess.Popen(("mdxctl", *arguments), stdin=given, stdout=out, stderr=err)
+        client.output = (out, err)
+        return client
+
+    @staticmethod
+    def finish(client, seconds=60):
+        """Waits for a client: (exit code, stdout, stderr)."""
+        try:
+            code = client.wait(seconds)
+        finally:
+            client.kill()
+        texts = []
+        for stream in client.output:
+            with stream:
+                stream.seek(0)
+                texts.append(stream.read())
+        return code, *texts
+
+    def ctl(self, *arguments, stdin="", seconds=60):
+        return self.finish(self.start_client(*arguments, stdin=stdin), seconds)
+
+    def at(self, command, *options, expect=OK):
+        """Runs one command and returns the object that `mdxctl --json` prints for it."""
+        code, out, err = self.ctl("at", "--json", *options, command)
+        self.assertEqual(code, expect, f"{command!r}: {out}{err}")
+        return json.loads(out) if out else {}
+
+    def assert_serves(self, seconds=5):
+        """A fresh client gets an answer, and soon."""
+        start = time.monotonic()
+        self.assertIn("+CSQ:", self.at("AT+CSQ")["text"])
+        self.assertLess(time.monotonic() - start, seconds)
+
+    def assert_serves_again(self, seconds=10):
+        """As above, behind commands that were given up: their late answers belong to whoever reads
+        next, so the first answers may be theirs.
+        """
+        def served():
+            time.sleep(0.05)
+            return "+CSQ:" in self.ctl("at", "AT+CSQ")[1]
+        wait_until(served, seconds, "a command is served again")

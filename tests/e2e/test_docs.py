@@ -1,0 +1,57 @@
+"""What the documents tell people to paste works as told, and so does the demo's tour."""
+
+import pathlib
+import re
+import subprocess
+import sys
+import unittest
+
+from device import DeviceTest
+
+ROOT = pathlib.Path(__file__).parent.parent.parent
+
+
+def code_block(file, heading, language):
+    """The first block of a language below a heading."""
+    section = (ROOT / file).read_text().partition(f"\n## {heading}\n")[2]
+    return re.search(rf"```{language}\n(.*?)```", section, re.S).group(1)
+
+
+class Docs(DeviceTest):
+    def test_readme_tour(self):
+        """Line by line, as pasted. A remark tells what the line prints, or its exit code."""
+        opening, *lines = code_block("README.md", "Five minutes", "sh").splitlines()
+        self.assertEqual(opening, "scripts/box bash")
+        # The marks tell where a line's output ends and how it ended.
+        script = "".join(f"{line}\necho \"::mark $?\"\n" for line in lines)
+        script += "kill $(jobs -p)\n"
+        tour = subprocess.run(["bash"], input=script, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, timeout=120)
+        outputs = re.split(r"::mark (\d+)\n", tour.stdout)[:2 * len(lines)]
+        results = list(zip(outputs[::2], map(int, outputs[1::2])))
+        for line, (output, code) in zip(lines, results, strict=True):
+            remark = line.partition("# ")[2]
+            told_code = re.search(r"exit code (\d)", remark)
+            told_text = re.search(r"prints (\S+)", remark)
+            self.assertEqual(code, int(told_code[1]) if told_code else 0, f"{line}\n{output}")
+            if told_text:
+                self.assertIn(told_text[1].rstrip(","), output, line)
+
+    def test_python_client_of_the_wire_formats(self):
+        self.start_device()
+        pathlib.Path("/tmp/client.py").write_text(
+            code_block("docs/wire-formats.md", "A client in Python", "python"))
+        for command, code, text in (("AT+CSQ", 0, "+CSQ:"), ("AT+NOSUCH", 1, "")):
+            client = subprocess.run([sys.executable, "/tmp/client.py", command],
+                                    capture_output=True, text=True, timeout=30)
+            self.assertEqual(client.returncode, code, client.stderr)
+            self.assertIn(text, client.stdout)
+
+    def test_tour_of_the_demo(self):
+        tour = subprocess.run([ROOT / "scripts" / "tour"], stdin=subprocess.DEVNULL, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120)
+        self.assertEqual(tour.returncode, 0, tour.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

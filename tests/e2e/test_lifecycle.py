@@ -1,0 +1,102 @@
+"""Starting, dying and coming back: the server, its modem and its clients in any order."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import time
+import unittest
+
+from device import (NO_ANSWER, NO_SERVER, READY_FLAG, DeviceTest, ScriptedModem, record, wait_until)
+
+PID_FILE = pathlib.Path("/var/run/pidfile/mdxgate.pid")
+
+
+class Lifecycle(DeviceTest):
+    def test_files_of_a_running_server(self):
+        self.start_device()
+        self.assertEqual(PID_FILE.read_text(), str(self.server.pid))
+        self.assertEqual(READY_FLAG.read_bytes(), b"")
+        for path, mode in (("/var/run/pidfile", 0o750), (PID_FILE, 0o640), (READY_FLAG, 0o664),
+                           ("/var/run/mdxgate", 0o3770)):
+            self.assertEqual(oct(os.stat(path).st_mode & 0o7777), oct(mode), path)
+
+    def test_modem_that_comes_late(self):
+        self.start_server(ready=False)
+        start = time.monotonic()
+        code, _, err = self.ctl("at", "--timeout", "1", "AT+CSQ")
+        self.assertEqual(code, NO_ANSWER, err)
+        self.assertLess(time.monotonic() - start, 4)
+        self.assertFalse(READY_FLAG.exists())
+
+        self.start_modem("--quiet")
+        appeared = time.monotonic()
+        self.assert_serves()
+        self.assertLess(time.monotonic() - appeared, 2)
+
+    def test_command_given_up_is_never_run(self):
+        """A client that gives up takes its request back: no stale command runs later."""
+        self.start_server(ready=False)
+        self.at("AT+STALE", "--timeout", "1", expect=NO_ANSWER)
+        self.modem = ScriptedModem(lambda line: b"\r\nOK\r\n")
+        wait_until(READY_FLAG.exists, 5, "ready")
+        self.at("AT+FRESH")
+        self.assertNotIn(b"AT+STALE", self.modem.heard)
+        self.assertIn(b"AT+FRESH", self.modem.heard)
+
+    def test_killed_server_with_requests_queued_and_a_client_waiting(self):
+        self.modem = ScriptedModem(
+            lambda line: b"" if line in (b"AT+HANG", b"AT+OLD") else b"\r\nOK\r\n")
+        self.start_server()
+        waiting = self.start_client("at", "--timeout", "60", "AT+HANG")
+        wait_until(lambda: b"AT+HANG" in self.modem.heard, 5, "the command is under way")
+        for _ in range(5):
+            self.assertTrue(self.queues.send(record(b"AT+OLD", msg_type=99)))
+
+        self.stop(self.server, signal.SIGKILL)
+        killed = time.monotonic()
+        code, _, err = self.finish(waiting, 10)
+        self.assertEqual(code, NO_SERVER, err)
+        self.assertLess(time.monotonic() - killed, 2)
+
+        self.start_server()
+        self.at("AT+NEW")
+        self.assertIn(b"AT+NEW", self.modem.heard)
+        self.assertNotIn(b"AT+OLD", self.modem.heard)
+
+    def test_restart_while_a_client_waits(self):
+        """The new server answers others at once; the old one's client is told, not left hanging."""
+        self.modem = ScriptedModem(lambda line: b"" if line == b"AT+HANG" else b"\r\nOK\r\n")
+        self.start_server()
+        waiting = self.start_client("at", "--timeout", "60", "AT+HANG")
+        wait_until(lambda: b"AT+HANG" in self.modem.heard, 5, "the command is under way")
+        self.stop(self.server, signal.SIGKILL)
+        self.start_server()
+        code, _, err = self.finish(waiting, 5)
+        self.assertEqual(code, NO_SERVER, err)
+        self.at("AT+NEW")
+
+    def test_second_server_refuses_and_the_first_does_not_notice(self):
+        self.start_device()
+        before = (self.queues.identifier(1), self.queues.identifier(2), PID_FILE.read_text(),
+                  os.readlink("/var/run/mdxgate/queue.2"))
+        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=10)
+        self.assertEqual(second.returncode, 1)
+        self.assertRegex(second.stderr, re.compile("mdxgate.*(already|another|runs)", re.I | re.S))
+        self.assertEqual(before, (self.queues.identifier(1), self.queues.identifier(2),
+                                  PID_FILE.read_text(), os.readlink("/var/run/mdxgate/queue.2")))
+        self.assert_serves()
+
+    def test_client_killed_while_it_waits_hurts_nobody(self):
+        self.start_device()
+        for _ in range(15):
+            client = self.start_client("at", "AT+CSQ")
+            time.sleep(0.01)
+            client.kill()
+            self.finish(client)
+        self.assert_serves()
+
+
+if __name__ == "__main__":
+    unittest.main()
