@@ -1,14 +1,15 @@
 // What a report line says, by name: the field parser, the call records, and the small text services
 // that every reader of a line needs.
 //
-// The parser's table of prefixes and the records' layouts live in platform/fields/. All functions may
-// be called from any thread; none keeps a pointer to what it was given.
+// The parser's table of prefixes and the records' layouts live in platform/fields/. All functions
+// may be called from any thread; none keeps a pointer to what it was given.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-/// One named value of a report line. Names and values are NUL-terminated and live until free_at_cmd.
+/// One named value of a report line. Names and values are NUL-terminated and live until
+/// free_at_cmd.
 struct at_field_t {
   const char* AtFieldName;   ///< the name of the prefix's table, never null
   const char* AtFieldValue;  ///< the text as sent, quotes and blanks around it removed; never null
@@ -40,16 +41,16 @@ void free_at_cmd(at_field_t* chain);
 /// @param record  room for the record's size, which the comment gives in bytes
 /// @return 0 when the record is filled; -1 when a pointer is null, the line lacks the prefix or the
 ///         one field without which the record says nothing; the record is untouched then
-int MdxOrigParse(const char* text, void* record);        // ^ORIG           4
-int MdxConfParse(const char* text, void* record);        // ^CONF           4
-int MdxConnParse(const char* text, void* record);        // ^CONN           4
-int MdxCendParse(const char* text, void* record);        // ^CEND          12
-int MdxClipParse(const char* text, void* record);        // +CLIP          36
-int MdxCcwaParse(const char* text, void* record);        // +CCWA          36
-int MdxCcwaImsParse(const char* text, void* record);     // ^CCWA          36
-int MdxXlemaParse(const char* text, void* record);       // ^XLEMA         56
-int MdxCallStateParse(const char* text, void* record);   // ^CCALLSTATE     5
-int at_cschaninfo_parse(const char* text, void* record); // ^CSCHANNELINFO  4
+int MdxOrigParse(const char* text, void* record);         // ^ORIG           4
+int MdxConfParse(const char* text, void* record);         // ^CONF           4
+int MdxConnParse(const char* text, void* record);         // ^CONN           4
+int MdxCendParse(const char* text, void* record);         // ^CEND          12
+int MdxClipParse(const char* text, void* record);         // +CLIP          36
+int MdxCcwaParse(const char* text, void* record);         // +CCWA          36
+int MdxCcwaImsParse(const char* text, void* record);      // ^CCWA          36
+int MdxXlemaParse(const char* text, void* record);        // ^XLEMA         56
+int MdxCallStateParse(const char* text, void* record);    // ^CCALLSTATE     5
+int at_cschaninfo_parse(const char* text, void* record);  // ^CSCHANNELINFO  4
 
 /// 0 when both texts are equal or both null; anything else when they differ or one is null.
 int safe_strcmp(const char* a, const char* b);

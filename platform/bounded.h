@@ -1,7 +1,7 @@
 // Copies, clears and joins that know how large their destination is.
 //
-// What does not fit is refused whole: nothing is written, and the error says so. A caller that wants
-// a cut copy says how much it wants.
+// What does not fit is refused whole: nothing is written, and the error says so. A caller that
+// wants a cut copy says how much it wants.
 #pragma once
 
 #include <cerrno>

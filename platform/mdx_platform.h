@@ -1,8 +1,8 @@
 // Everything the server asks of the device it runs on: queues, time, tasks and events, the message
 // bus, the modem channel, traces, the debug console.
 //
-// Two things stand behind this header: platform/linux/, the real one, and tests/fake_platform/, which
-// keeps everything in memory under a virtual clock. The linker chooses. Nothing here throws.
+// Two things stand behind this header: platform/linux/, the real one, and tests/fake_platform/,
+// which keeps everything in memory under a virtual clock. The linker chooses. Nothing here throws.
 #pragma once
 
 #include <pthread.h>
@@ -10,17 +10,17 @@
 #include <atomic>
 #include <cstdint>
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Queues and time
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// Looks for a queue that exists already, from an earlier run of the server.
 /// @param number  1 client responses, 2 client requests, 3 modem data
 /// @return its id, or -1
 int32_t MDX_get_msgQ_id(int32_t number);
 
-/// Creates a queue between processes (numbers 1 and 2). The task that creates number 2 becomes the one
-/// that clients wake.
+/// Creates a queue between processes (numbers 1 and 2). The task that creates number 2 becomes the
+/// one that clients wake.
 /// @param number  queue number
 /// @param depth   elements the queue holds at most
 /// @param size    bytes of one element
@@ -64,8 +64,8 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
 /// Puts a record on a queue between processes, without waiting, and wakes the task that its first
 /// four bytes (`msg_type`) name, if there is one.
 ///
-/// Of a full queue 1, answers are dropped whose client is dead, then those that have lain unread for
-/// more than 5 seconds, each with a trace.
+/// Of a full queue 1, answers are dropped whose client is dead, then those that have lain unread
+/// for more than 5 seconds, each with a trace.
 /// @param retcode  an errno value on failure; not written on success
 /// @return 0, or -1
 int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode);
@@ -74,9 +74,9 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode);
 uint32_t MDX_elapse();
 void MDX_sleep(uint32_t milliseconds);
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Tasks and events
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// Gives the calling task its event set.
 /// @param mask  the bits in use
@@ -99,16 +99,16 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits);
 /// @return a handle for pthread_join, 0 on failure
 pthread_t MDX_pthread_create(int, int, int, void (*entry)(), int);
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Message bus, notifications, voice. Sends never block; a slow receiver misses packets and is told.
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// Joins the bus under a name of at most 11 characters. 0 on success.
 int32_t KRP_MSG_Init(const char* module);
 
-/// Names the procedure that gets what others send to this module. A packet holds its message type, 32
-/// bits, at byte 0 and the length of what follows its 40-byte header, 32 bits, at byte 36. The packet
-/// is valid during the call only.
+/// Names the procedure that gets what others send to this module. A packet holds its message type,
+/// 32 bits, at byte 0 and the length of what follows its 40-byte header, 32 bits, at byte 36. The
+/// packet is valid during the call only.
 void KRP_MSG_RegisterMsgProc(void (*procedure)(const void* packet));
 
 /// Takes a packet that the procedure has no use for.
@@ -129,32 +129,35 @@ int32_t MDX_post_notify(int32_t module, int32_t event, int32_t a, int32_t b);
 int32_t MDX_post_notify_ex(int32_t module, int32_t event, const void* data, uint32_t length,
                            int32_t a, int32_t b);
 
-/// Sends a call record to the voice service. `message` is 8907, `type` the report's type. 0 on success.
+/// Sends a call record to the voice service. `message` is 8907, `type` the report's type. 0 on
+/// success.
 int32_t KRP_UTIL_SendMsgToVoice2(int32_t message, int32_t type, int32_t, const void* data,
                                  uint32_t length);
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Modem channel
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// Sends bytes to the modem. 0 on success.
 using mdx_send_function_t = int32_t (*)(int32_t channel, const char* data, uint32_t length);
 
-/// Takes a delivery, on a thread of the platform; 0 when it is taken, 1 when not: it is then offered
-/// again. Deliveries are whole lines, at most 1499 bytes.
+/// Takes a delivery, on a thread of the platform; 0 when it is taken, 1 when not: it is then
+/// offered again. Deliveries are whole lines, at most 1499 bytes.
 using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t length);
 
-/// Binds a modem channel. May be repeated until `*send` is filled, which is the sign of success: the
-/// channel is up from then on, and the slot stays filled when the device goes away and comes back.
+/// Binds a modem channel. May be repeated until `*send` is filled, which is the sign of success:
+/// the channel is up from then on, and the slot stays filled when the device goes away and comes
+/// back.
 /// @param channel  6 is /dev/smd6
-int32_t Q7_APP_RegCallBack(int32_t channel, mdx_receive_function_t receive, mdx_send_function_t* send);
+int32_t Q7_APP_RegCallBack(int32_t channel, mdx_receive_function_t receive,
+                           mdx_send_function_t* send);
 
 /// Ends the binding. Any thread; waits for a send that is under way. Every send after it fails.
 void Q7_App_Ungister();
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Traces
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 enum : uint32_t {
   MDX_TRACE_ERROR = 2,    ///< a null argument, a failed call, a refused input
@@ -172,18 +175,18 @@ void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, 
                          const char* format, ...) __attribute__((format(printf, 6, 7)));
 
 /// A trace that costs one load and a branch while its level is off: the values are not evaluated.
-#define MDX_TRACE(source, level, ...)                                                 \
-  do {                                                                                \
-    if ((mdx_trace_mask.load(std::memory_order_relaxed) & (level)) != 0)              \
-      KRP_TRACE_PrintInfo((source), __LINE__, 0, "mdxgate", (level), __VA_ARGS__);    \
+#define MDX_TRACE(source, level, ...)                                              \
+  do {                                                                             \
+    if ((mdx_trace_mask.load(std::memory_order_relaxed) & (level)) != 0)           \
+      KRP_TRACE_PrintInfo((source), __LINE__, 0, "mdxgate", (level), __VA_ARGS__); \
   } while (false)
 
 /// A line for the device's start-up log. The number is 2.
 void mlog_print(const char* module, int32_t, const char* text);
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Debug console
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// One command of a console module. The handler runs on the console's thread, prints with
 /// KRP_Debug_Print and returns 0.
@@ -201,13 +204,13 @@ void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* command
 /// Prints to whoever asked; only from within a command's handler.
 void KRP_Debug_Print(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 // Rights
-// ---------------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------------
 
 /// Gives a path the octal mode in `mode`, such as "640", whatever the umask has made of it.
 void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode);
 
-/// Gives up root for good: user `mdxgate` with its groups. Without that user, or when not started as
-/// root, it says what it could not do and goes on.
+/// Gives up root for good: user `mdxgate` with its groups. Without that user, or when not started
+/// as root, it says what it could not do and goes on.
 void KRP_UTIL_DropAndroidRootPrivileges();

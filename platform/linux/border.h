@@ -1,7 +1,7 @@
 // What other processes see of the platform: paths, queue keys, and the hub's packet.
 //
-// The client library and the platform both stand on this file. It is a wire format: docs/wire-formats.md
-// describes it for those who write a client in another language.
+// The client library and the platform both stand on this file. It is a wire format:
+// docs/wire-formats.md describes it for those who write a client in another language.
 #pragma once
 
 #include <cstddef>
@@ -40,10 +40,10 @@ enum mdx_packet_kind_t : uint32_t {
 
 /// Opens each packet of the hub; the payload follows.
 struct mdx_packet_header_t {
-  uint32_t type;    ///< message type, event number, or 8907 for voice
-  uint32_t kind;    ///< mdx_packet_kind_t
-  char to[12];      ///< service name, NUL-padded; in a subscription a name, "*" for all, "" for a module
-  uint32_t lost;    ///< packets that this receiver missed right before this one
+  uint32_t type;  ///< message type, event number, or 8907 for voice
+  uint32_t kind;  ///< mdx_packet_kind_t
+  char to[12];    ///< service name, NUL-padded; in a subscription a name, "*" or, by module, empty
+  uint32_t lost;  ///< packets that this receiver missed right before this one
   uint32_t module;  ///< notification module
   int32_t a;        ///< first value; for voice the report's type
   int32_t b;        ///< second value

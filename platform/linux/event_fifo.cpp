@@ -15,7 +15,8 @@
 
 namespace {
 
-/// Keeps SIGPIPE from the calling thread for the length of a write, and takes back one the write made.
+/// Keeps SIGPIPE from the calling thread for the length of a write, and takes back one the write
+/// made.
 class sigpipe_guard {
  public:
   sigpipe_guard() {

@@ -1,7 +1,7 @@
 // An event set as other processes see it: a FIFO that takes four bytes a raise.
 //
-// Both sides of the process border stand on this file: the platform, which raises at clients, and the
-// client library, which raises at the server. A FIFO without a reader belongs to a dead task.
+// Both sides of the process border stand on this file: the platform, which raises at clients, and
+// the client library, which raises at the server. A FIFO without a reader belongs to a dead task.
 #pragma once
 
 #include <cstddef>
@@ -13,14 +13,14 @@ constexpr size_t kEventPathSize = 48;
 /// Writes the path of a task's FIFO to `path`.
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]);
 
-/// Makes a FIFO anew and opens it for reading, non-blocking; it never reports end of file. A FIFO that
-/// an earlier task of that number left behind is replaced.
+/// Makes a FIFO anew and opens it for reading, non-blocking; it never reports end of file. A FIFO
+/// that an earlier task of that number left behind is replaced.
 /// @return a descriptor, or -1 with errno
 int event_fifo_create(const char* path);
 
 /// Opens a FIFO for raising. A symbolic link or anything that is no FIFO is refused with EINVAL.
-/// @return a descriptor, or -1 with errno: ENXIO when its task is dead, ENOENT when there is none. The
-///         descriptor polls as POLLERR as soon as the task has died.
+/// @return a descriptor, which polls as POLLERR as soon as the task has died; or -1 with errno:
+///         ENXIO when its task is dead, ENOENT when there is none
 int event_fifo_open(const char* path);
 
 /// Raises bits. A full pipe counts as raised only for bits the reader is bound to look at anyway.
