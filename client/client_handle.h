@@ -1,0 +1,19 @@
+// A client as the library sees it: a task of the system with an event set of its own.
+#pragma once
+
+#include <cstdint>
+
+#include "client/mdxclient.h"
+#include "client/server_link.h"
+
+struct mdx_client {
+  int32_t task;  ///< kernel's id of the owning thread: `msg_type` of its records
+  int event_fd;  ///< own event FIFO, raised when an answer was queued
+  uint32_t seq;  ///< of the last request
+  server_link_t link;
+  char text[MAX_ATCMD_REPORT_SIZE + 1];  ///< the last response
+};
+
+/// Makes sure that the handle's link leads to a living server.
+/// @return as server_link_open; MDX_ERR_THREAD when another thread calls
+int client_connect(mdx_client_t* client);

@@ -1,0 +1,203 @@
+/* libmdxclient: AT commands and reports for other processes, over the server of this machine.
+ *
+ * A handle sends one command at a time and waits for its answer; a subscription yields what the
+ * server tells the device. Usable from C (C99 on) and C++. No call raises a signal, prints, or
+ * starts a thread.
+ */
+#ifndef MDXCLIENT_H
+#define MDXCLIENT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define MDX_API __attribute__((visibility("default")))
+#else
+#define MDX_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** What a call returns. mdx_strerror says what to do about each. */
+typedef enum mdx_error {
+  MDX_OK = 0,
+  MDX_ERR_ARGUMENT = -1,    /**< something in the request can never be served; nothing was sent */
+  MDX_ERR_NO_SERVER = -2,   /**< no server runs on this machine */
+  MDX_ERR_SERVER_GONE = -3, /**< it died while it had the request; a command may have been run */
+  MDX_ERR_TIMEOUT = -4,     /**< the deadline passed; the command may still be running */
+  MDX_ERR_BUSY = -5,   /**< the deadline passed and the request was never taken; nothing was run */
+  MDX_ERR_ACCESS = -6, /**< this user may not use the server */
+  MDX_ERR_THREAD = -7, /**< the thread has a handle already, or the handle is another thread's */
+  MDX_ERR_SYSTEM = -8  /**< a call of the system failed; errno tells which way */
+} mdx_error_t;
+
+/** How the exchange with the modem ended: `ret_val` of a result. */
+typedef enum mdx_verdict {
+  MDX_RESULT_NONE = -1,      /**< the modem did not answer within the time-out */
+  MDX_RESULT_NO_VERDICT = 0, /**< a PDU exchange that broke off without a result */
+  MDX_RESULT_OK = 2,
+  MDX_RESULT_CME_ERROR = 3, /**< the text is the error line with its number */
+  MDX_RESULT_CMS_ERROR = 4, /**< the same */
+  MDX_RESULT_ERROR = 5,
+  MDX_RESULT_NO_CARRIER = 6,
+  MDX_RESULT_NO_ANSWER = 7,
+  MDX_RESULT_NOT_SUPPORTED = 8, /**< see `refused` of the result */
+  MDX_RESULT_TOO_MANY_PARAMETERS = 9,
+  MDX_RESULT_ATE0 = 10,
+  MDX_RESULT_CONNECT = 11,
+  MDX_RESULT_NO_DIALTONE = 12,
+  MDX_RESULT_BUSY = 13
+} mdx_verdict_t;
+
+/** Longest command that reaches the modem whole, in bytes, without line end. */
+#define MDX_COMMAND_MAX 638
+/** Longest match string, in bytes. */
+#define MDX_MATCH_MAX 63
+
+/** How a command is run. Start from MDX_OPTIONS_INIT: fields added later keep their meaning that
+ * way. */
+typedef struct mdx_options {
+  uint32_t size;     /**< sizeof(mdx_options_t) of the caller */
+  int32_t timeout_s; /**< seconds that the modem gets; not negative */
+  int32_t
+      deadline_ms;   /**< the call returns within this; 0: what the time-out allows plus a second */
+  const char* match; /**< a line that holds this text is part of the response, even if it looks like
+                          a report; NULL or "": none */
+  int32_t multi_line; /**< 1: CR LF behind each line that holds `match`, and no text unless OK */
+  int32_t
+      transparent; /**< 1: every line with CR LF, the result line included; never with multi_line */
+} mdx_options_t;
+
+#define MDX_OPTIONS_INIT \
+  { sizeof(mdx_options_t), 10, 0, NULL, 0, 0 }
+
+/** The answer. Start from MDX_RESULT_INIT. */
+typedef struct mdx_result {
+  uint32_t size;          /**< sizeof(mdx_result_t) of the caller */
+  int32_t ret_val;        /**< mdx_verdict_t */
+  const char* text;       /**< response text, NUL-terminated; valid until the handle is next used */
+  uint32_t length;        /**< bytes of it, without the NUL */
+  int32_t timeout_left_s; /**< what was left of timeout_s, by the server's count */
+  int32_t refused; /**< 1: ret_val 8 is the server's own word: it refused the request or could
+                        not write to the modem. For a PDU exchange also when the modem answered
+                        the PDU with COMMAND NOT SUPPORT and no text. */
+} mdx_result_t;
+
+#define MDX_RESULT_INIT \
+  { sizeof(mdx_result_t), MDX_RESULT_NONE, "", 0, 0, 0 }
+
+/** One client of the server: a thread's. It is used and closed by the thread that opened it. */
+typedef struct mdx_client mdx_client_t;
+
+/** Finds the server and makes the calling thread one of its clients.
+ *
+ * @param client  set to the handle on success, to NULL otherwise; a thread has one at most
+ * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_THREAD, MDX_ERR_ARGUMENT,
+ * MDX_ERR_SYSTEM
+ */
+MDX_API int mdx_open(mdx_client_t** client);
+
+/** Ends a handle; NULL is allowed. In a forked child, or another thread, it releases memory and
+ * descriptors but leaves the owner's place at the server alone. */
+MDX_API void mdx_close(mdx_client_t* client);
+
+/** Sends one command and waits for its answer.
+ *
+ * After MDX_ERR_SERVER_GONE the handle stays good: the next call looks for the server again. A
+ * request that nobody took by the deadline is withdrawn and not run later.
+ * @param command  starts with AT in either case; MDX_COMMAND_MAX bytes at most, CR and LF at its
+ * end not counted. One that sends or stores a message (+CMGS, +CMGW, ^HCMGS, ^HCMGW) goes through
+ * mdx_send_pdu, unless it is transparent.
+ * @param options  NULL for the defaults
+ * @param result   filled when MDX_OK is returned; its ret_val tells what the modem said
+ */
+MDX_API int mdx_send(mdx_client_t* client, const char* command, const mdx_options_t* options,
+                     mdx_result_t* result);
+
+/** Sends or stores a message in PDU mode: command line, the modem's prompt, PDU.
+ *
+ * The time-out counts twice, once for the prompt and once for the answer.
+ * @param head  the command line, such as AT+CMGS=22
+ * @param pdu   hexadecimal digits, an even number; with the head 636 bytes at most
+ * @param options  as mdx_send; `transparent` must be 0. A NULL match stands for the head's own
+ * prefix, so that the line with the message reference becomes the text; "" drops that line.
+ */
+MDX_API int mdx_send_pdu(mdx_client_t* client, const char* head, const char* pdu,
+                         const mdx_options_t* options, mdx_result_t* result);
+
+/** The latest ^RSSI report. */
+#define MDX_REPORT_RSSI 2
+
+/** Fetches a stored report; the modem is not asked. An unknown report comes back with ret_val 0.
+ * Only the deadline of the options counts. */
+MDX_API int mdx_get_report(mdx_client_t* client, int32_t report, const mdx_options_t* options,
+                           mdx_result_t* result);
+
+/** What became of a call: one sentence, which says what to do next. Never NULL. */
+MDX_API const char* mdx_strerror(int error);
+
+/** The result code's text as modems write it, such as "OK" or "NO CARRIER". Never NULL. */
+MDX_API const char* mdx_result_name(int32_t ret_val);
+
+/** A connection to the hub that yields packets. Usable by one thread at a time, any thread. */
+typedef struct mdx_subscription mdx_subscription_t;
+
+/** For mdx_subscribe: every packet. */
+#define MDX_EVERYTHING "*"
+/** For mdx_subscribe: the notifications of a module. */
+#define MDX_BY_MODULE ""
+
+typedef enum mdx_kind {
+  MDX_KIND_SERVICE = 1,      /**< a message to the service `to` */
+  MDX_KIND_NOTIFICATION = 2, /**< an event of `module`, with values `a` and `b` */
+  MDX_KIND_VOICE = 3         /**< a call report; `a` is its type */
+} mdx_kind_t;
+
+/** One packet. Start from MDX_PACKET_INIT. */
+typedef struct mdx_packet {
+  uint32_t size;       /**< sizeof(mdx_packet_t) of the caller */
+  uint32_t type;       /**< message type, event number, or 8907 for voice */
+  uint32_t kind;       /**< mdx_kind_t */
+  char to[16];         /**< service name, NUL-terminated */
+  uint32_t lost;       /**< packets missed right before this one */
+  uint32_t module;     /**< notification module */
+  int32_t a;           /**< first value; for voice the report's type */
+  int32_t b;           /**< second value */
+  uint32_t length;     /**< payload bytes */
+  const void* payload; /**< valid until the next call on the subscription; aligned for any type */
+} mdx_packet_t;
+
+#define MDX_PACKET_INIT \
+  { sizeof(mdx_packet_t), 0, 0, "", 0, 0, 0, 0, 0, NULL }
+
+/** Subscribes to what the server tells the device.
+ *
+ * @param service  a service's name (11 bytes at most), MDX_EVERYTHING, or MDX_BY_MODULE
+ * @param module   the module for MDX_BY_MODULE, not looked at otherwise
+ * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_ARGUMENT, MDX_ERR_SYSTEM
+ */
+MDX_API int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module);
+
+/** A descriptor that polls readable when a packet waits or the server is lost. The subscription's
+ * own. */
+MDX_API int mdx_subscription_fd(const mdx_subscription_t* subscription);
+
+/** Takes the next packet.
+ *
+ * @param timeout_ms  0 does not wait, a negative one waits for good
+ * @return MDX_OK; MDX_ERR_TIMEOUT when none came; MDX_ERR_SERVER_GONE: no more will come, end the
+ *         subscription and make a new one
+ */
+MDX_API int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms,
+                            mdx_packet_t* packet);
+
+/** Ends a subscription; NULL is allowed. */
+MDX_API void mdx_unsubscribe(mdx_subscription_t* subscription);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,110 @@
+// The server leaves a symbolic link to the event FIFO of the task that serves requests. A dead
+// server leaves link, FIFO and queues behind: only a FIFO with a reader is a server.
+
+#include "client/server_link.h"
+
+#include <poll.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "client/mdxclient.h"
+#include "client/wait_clock.h"
+#include "platform/linux/border.h"
+#include "platform/linux/event_fifo.h"
+
+namespace {
+
+struct queue_message_t {
+  long type;
+  at_msg_t record;
+};
+static_assert(offsetof(queue_message_t, record) == sizeof(long));
+static_assert(sizeof(at_msg_t) == kMdxRecordSize);
+
+int error_of(int system_error) {
+  switch (system_error) {
+    case ENOENT:
+    case ENXIO:  // a FIFO that nobody reads
+      return MDX_ERR_NO_SERVER;
+    case EACCES:
+    case EPERM:
+      return MDX_ERR_ACCESS;
+    case EIDRM:
+    case EINVAL:  // the queue's number is no longer one
+      return MDX_ERR_SERVER_GONE;
+    case EAGAIN:
+      return MDX_ERR_BUSY;
+    case ENOMSG:
+      return MDX_ERR_TIMEOUT;
+    default:
+      return MDX_ERR_SYSTEM;
+  }
+}
+
+int open_event_fifo() {
+  char path[kEventPathSize] = {};
+  const ssize_t length = readlink(kMdxServerLink, path, sizeof(path));
+  if (length < 0) return -1;
+  // Anyone of the group may write to the directory, so the link is not followed just anywhere.
+  if (length == static_cast<ssize_t>(sizeof(path)) ||
+      std::strncmp(path, kMdxEventPrefix, sizeof(kMdxEventPrefix) - 1) != 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  return event_fifo_open(path);
+}
+
+}  // namespace
+
+int server_link_open(server_link_t* link) {
+  *link = server_link_t{};
+  link->event_fd = open_event_fifo();
+  if (link->event_fd >= 0) link->request_queue = msgget(kMdxQueueKey + kMdxRequestQueue, 0600);
+  if (link->request_queue >= 0)
+    link->response_queue = msgget(kMdxQueueKey + kMdxResponseQueue, 0600);
+  if (link->response_queue >= 0) return MDX_OK;
+
+  const int system_error = errno;
+  server_link_close(link);
+  errno = system_error;
+  return error_of(system_error);
+}
+
+void server_link_close(server_link_t* link) {
+  if (link->event_fd >= 0) close(link->event_fd);
+  *link = server_link_t{};
+}
+
+bool server_link_alive(const server_link_t& link, int64_t deadline) {
+  pollfd server = {link.event_fd, 0, 0};
+  return poll_until(&server, 1, deadline) == 0;
+}
+
+int server_link_put(const server_link_t& link, const at_msg_t& record) {
+  queue_message_t message;
+  message.type = record.msg_type;
+  message.record = record;
+  int sent = 0;
+  do {
+    sent = msgsnd(link.request_queue, &message, sizeof(message.record), IPC_NOWAIT);
+  } while (sent != 0 && errno == EINTR);
+  return sent == 0 ? MDX_OK : error_of(errno);
+}
+
+int server_link_take(int queue, int32_t task, at_msg_t* record) {
+  queue_message_t message;
+  for (;;) {
+    const ssize_t size =
+        msgrcv(queue, &message, sizeof(message.record), task, IPC_NOWAIT | MSG_NOERROR);
+    if (size == static_cast<ssize_t>(sizeof(message.record))) {
+      *record = message.record;
+      return MDX_OK;
+    }
+    if (size < 0 && errno != EINTR) return error_of(errno);
+  }
+}

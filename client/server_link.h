@@ -1,0 +1,35 @@
+// The way to the server: its event FIFO, which also tells whether it lives, and the two queues.
+#pragma once
+
+#include <cstdint>
+
+#include "server/at_msg.h"
+
+struct server_link_t {
+  int event_fd =
+      -1;  ///< write end of the server's event FIFO; polls POLLERR once the server is dead
+  int request_queue = -1;
+  int response_queue = -1;
+};
+
+/// Finds the server that runs now.
+/// @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS or MDX_ERR_SYSTEM; `link` is closed on failure
+int server_link_open(server_link_t* link);
+
+void server_link_close(server_link_t* link);
+
+/// Waits until `deadline` (monotonic milliseconds) or the server's death.
+/// @return whether the server lives
+bool server_link_alive(const server_link_t& link, int64_t deadline);
+
+/// Puts a record on the request queue, once; a full queue is not waited for.
+/// @return MDX_OK; MDX_ERR_BUSY when the queue is full; MDX_ERR_SERVER_GONE when it was deleted;
+///         MDX_ERR_ACCESS, MDX_ERR_SYSTEM
+int server_link_put(const server_link_t& link, const at_msg_t& record);
+
+/// Takes the next record of message type `task` off a queue, without waiting; messages of a wrong
+/// size are thrown away.
+/// @return MDX_OK; MDX_ERR_TIMEOUT when there is none; MDX_ERR_SERVER_GONE when the queue was
+/// deleted;
+///         MDX_ERR_SYSTEM
+int server_link_take(int queue, int32_t task, at_msg_t* record);

@@ -1,0 +1,182 @@
+// A receiver at the hub: one subscription goes out, packets come in.
+//
+// A packet is read whole, whatever its size. What is no packet (too short, or its length field
+// lies) is passed over.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "client/mdxclient.h"
+#include "client/wait_clock.h"
+#include "platform/linux/border.h"
+
+struct mdx_subscription {
+  int fd;
+  char* packet;  ///< header and payload of the last packet
+  size_t room;
+};
+
+namespace {
+
+/// A hub that does not take connections is as good as none.
+constexpr timeval kConnectPatience = {2, 0};
+constexpr size_t kFirstPacketRoom = 4096;
+/// What a negative time-out waits for, until asked again.
+constexpr int64_t kForGoodMs = INT_MAX;
+
+static_assert(sizeof(mdx_packet_t::to) > sizeof(mdx_packet_header_t::to));
+static_assert(int(MDX_KIND_SERVICE) == int(MDX_PACKET_SERVICE));
+static_assert(int(MDX_KIND_NOTIFICATION) == int(MDX_PACKET_NOTIFICATION));
+static_assert(int(MDX_KIND_VOICE) == int(MDX_PACKET_VOICE));
+constexpr size_t kFirstSize = offsetof(mdx_packet_t, payload) + sizeof(mdx_packet_t::payload);
+
+int error_of(int system_error) {
+  switch (system_error) {
+    case ENOENT:
+    case ECONNREFUSED:
+    case EAGAIN:
+    case EPIPE:
+    case ECONNRESET:
+      return MDX_ERR_NO_SERVER;
+    case EACCES:
+    case EPERM:
+      return MDX_ERR_ACCESS;
+    default:
+      return MDX_ERR_SYSTEM;
+  }
+}
+
+/// Connects and sends the subscription.
+/// @return a descriptor, or -1 with errno
+int join_hub(const mdx_packet_header_t& subscription) {
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kConnectPatience, sizeof(kConnectPatience));
+  sockaddr_un hub{};
+  hub.sun_family = AF_UNIX;
+  std::memcpy(hub.sun_path, kMdxHubPath, sizeof(kMdxHubPath));
+  int done = 0;
+  do {
+    done = connect(fd, reinterpret_cast<const sockaddr*>(&hub), sizeof(hub));
+  } while (done != 0 && errno == EINTR);
+  ssize_t sent = -1;
+  while (done == 0 && sent < 0) {
+    sent = send(fd, &subscription, sizeof(subscription), MSG_NOSIGNAL);
+    if (sent < 0 && errno != EINTR) break;
+  }
+  if (sent == static_cast<ssize_t>(sizeof(subscription))) return fd;
+  const int system_error = errno;
+  close(fd);
+  errno = system_error;
+  return -1;
+}
+
+bool make_room(mdx_subscription_t* subscription, size_t size) {
+  if (size <= subscription->room) return true;
+  auto* larger = static_cast<char*>(std::realloc(subscription->packet, size));
+  if (larger == nullptr) return false;
+  subscription->packet = larger;
+  subscription->room = size;
+  return true;
+}
+
+/// Reads the next datagram whole, without waiting.
+/// @return its size; 0 when the server is lost, -1 when there is none, -2 on another failure
+ssize_t read_datagram(mdx_subscription_t* subscription) {
+  for (;;) {
+    const ssize_t waiting = recv(subscription->fd, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+    if (waiting > 0 && !make_room(subscription, static_cast<size_t>(waiting))) return -2;
+    const ssize_t size = waiting <= 0 ? waiting
+                                      : recv(subscription->fd, subscription->packet,
+                                             subscription->room, MSG_DONTWAIT);
+    if (size >= 0) return size;
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return -1;
+    return errno == ECONNRESET ? 0 : -2;
+  }
+}
+
+/// @return whether the datagram of `size` bytes is a packet; `packet` is filled then
+bool read_packet(const mdx_subscription_t* subscription, size_t size, mdx_packet_t* packet) {
+  mdx_packet_header_t header;
+  if (size < sizeof(header)) return false;
+  std::memcpy(&header, subscription->packet, sizeof(header));
+  if (header.length != size - sizeof(header)) return false;
+
+  mdx_packet_t filled = MDX_PACKET_INIT;
+  filled.size = packet->size;
+  filled.type = header.type;
+  filled.kind = header.kind;
+  std::memcpy(filled.to, header.to, sizeof(header.to));
+  filled.lost = header.lost;
+  filled.module = header.module;
+  filled.a = header.a;
+  filled.b = header.b;
+  filled.length = header.length;
+  filled.payload = subscription->packet + sizeof(header);
+  std::memcpy(packet, &filled, packet->size < sizeof(filled) ? packet->size : sizeof(filled));
+  return true;
+}
+static_assert(sizeof(mdx_packet_header_t) % 8 == 0);  // keeps the payload as aligned as the buffer
+
+}  // namespace
+
+int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module) {
+  if (subscription == nullptr) return MDX_ERR_ARGUMENT;
+  *subscription = nullptr;
+  mdx_packet_header_t request{};
+  if (service == nullptr || std::strlen(service) >= sizeof(request.to)) return MDX_ERR_ARGUMENT;
+  request.kind = MDX_PACKET_SUBSCRIPTION;
+  std::memcpy(request.to, service, std::strlen(service));
+  if (service[0] == '\0') request.module = module;
+
+  auto* opened = static_cast<mdx_subscription_t*>(std::calloc(1, sizeof(mdx_subscription_t)));
+  if (opened == nullptr) return MDX_ERR_SYSTEM;
+  opened->fd = make_room(opened, kFirstPacketRoom) ? join_hub(request) : -1;
+  if (opened->fd < 0) {
+    const int system_error = errno;
+    std::free(opened->packet);
+    std::free(opened);
+    errno = system_error;
+    return error_of(system_error);
+  }
+  *subscription = opened;
+  return MDX_OK;
+}
+
+int mdx_subscription_fd(const mdx_subscription_t* subscription) {
+  return subscription == nullptr ? -1 : subscription->fd;
+}
+
+int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_packet_t* packet) {
+  if (subscription == nullptr || packet == nullptr || packet->size < kFirstSize) {
+    return MDX_ERR_ARGUMENT;
+  }
+  const int64_t deadline = now_ms() + (timeout_ms < 0 ? kForGoodMs : timeout_ms);
+  for (;;) {
+    const ssize_t size = read_datagram(subscription);
+    if (size > 0 && read_packet(subscription, static_cast<size_t>(size), packet)) return MDX_OK;
+    if (size > 0) continue;
+    if (size == 0) return MDX_ERR_SERVER_GONE;
+    if (size == -2) return MDX_ERR_SYSTEM;
+    if (timeout_ms >= 0 && now_ms() >= deadline) return MDX_ERR_TIMEOUT;
+    pollfd hub = {subscription->fd, POLLIN, 0};
+    if (poll_until(&hub, 1, deadline) < 0) return MDX_ERR_SYSTEM;
+  }
+}
+
+void mdx_unsubscribe(mdx_subscription_t* subscription) {
+  if (subscription == nullptr) return;
+  close(subscription->fd);
+  std::free(subscription->packet);
+  std::free(subscription);
+}

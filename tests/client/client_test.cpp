@@ -1,0 +1,430 @@
+// What the library promises a caller, whatever the server does.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/time.h>
+
+#include <chrono>
+#include <future>
+
+#include "client/mdxclient.h"
+#include "tests/client/stand_in_server.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+struct Handle {
+  Handle() { error = mdx_open(&client); }
+  ~Handle() { mdx_close(client); }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  operator mdx_client_t*() const { return client; }
+  mdx_client_t* client = nullptr;
+  int error = MDX_OK;
+};
+
+mdx_options_t within(int32_t deadline_ms, int32_t timeout_s = 1) {
+  mdx_options_t options = MDX_OPTIONS_INIT;
+  options.timeout_s = timeout_s;
+  options.deadline_ms = deadline_ms;
+  return options;
+}
+
+std::chrono::steady_clock::duration taken_by(const std::function<void()>& call) {
+  const auto start = std::chrono::steady_clock::now();
+  call();
+  return std::chrono::steady_clock::now() - start;
+}
+
+void ignore(StandInServer&, const at_msg_t&) {}
+void echo(StandInServer& server, const at_msg_t& record) {
+  server.answer(with_text(record, record.snd_rcv_msg.smsg));
+}
+
+TEST(Client, RequestAndAnswerAgree) {
+  at_msg_t seen{};
+  StandInServer server([&](StandInServer& self, at_msg_t record) {
+    seen = record;
+    record.timeout = 5;
+    self.answer(with_text(record, "+CSQ: 20,99\r\n"));
+  });
+  Handle client;
+  ASSERT_EQ(client.error, MDX_OK);
+  mdx_options_t options = MDX_OPTIONS_INIT;
+  options.timeout_s = 7;
+  options.match = "+CSQ";
+  options.multi_line = 1;
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_send(client, "AT+CSQ\r\n", &options, &result), MDX_OK);
+  EXPECT_EQ(result.ret_val, MDX_RESULT_OK);
+  EXPECT_STREQ(result.text, "+CSQ: 20,99\r\n");
+  EXPECT_EQ(result.length, 13u);
+  EXPECT_EQ(result.timeout_left_s, 5);
+
+  EXPECT_EQ(seen.msg_type, gettid());
+  EXPECT_EQ(seen.req_type, NORMAL_CMD);
+  EXPECT_EQ(seen.timeout, 7);
+  EXPECT_EQ(seen.multi_line, 1);
+  EXPECT_STREQ(seen.at_match_str, "+CSQ");
+  EXPECT_STREQ(seen.snd_rcv_msg.smsg, "AT+CSQ");
+  EXPECT_EQ(seen.snd_rcv_msg.command.cmd_len, 0);
+}
+
+TEST(Client, PduRequestHoldsBothSteps) {
+  at_msg_t seen{};
+  StandInServer server([&](StandInServer& self, const at_msg_t& record) {
+    seen = record;
+    self.answer(with_text(record, "+CMGS: 12"));
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_send_pdu(client, "AT+CMGS=2", "00aF", nullptr, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "+CMGS: 12");
+  EXPECT_EQ(std::string(seen.snd_rcv_msg.smsg, 17), "AT+CMGS=2\r00aF\x1a\0\0"s.substr(0, 17));
+  EXPECT_STREQ(seen.at_match_str, "+CMGS");
+
+  const std::string longest(640 - 9 - 1 - 3 - 1, '0');  // one digit less than fits would be odd
+  EXPECT_EQ(mdx_send_pdu(client, "AT+CMGS=2", longest.c_str(), nullptr, &result), MDX_OK);
+  EXPECT_EQ(seen.snd_rcv_msg.smsg[636], '\x1a');
+}
+
+TEST(Client, RefusesWhatCanNeverBeServed) {
+  StandInServer server(ignore, false);
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  const std::string fits = "AT" + std::string(636, 'x');
+  // clang-format off
+  const struct { std::string command; void (*change)(mdx_options_t&); int error; } cases[] = {
+    {fits,               nullptr,                                          MDX_ERR_BUSY    },
+    {fits + "\r\n",      nullptr,                                          MDX_ERR_BUSY    },
+    {fits + "x",         nullptr,                                          MDX_ERR_ARGUMENT},
+    {"",                 nullptr,                                          MDX_ERR_ARGUMENT},
+    {"A",                nullptr,                                          MDX_ERR_ARGUMENT},
+    {" AT",              nullptr,                                          MDX_ERR_ARGUMENT},
+    {"at",               nullptr,                                          MDX_ERR_BUSY    },
+    {"AT+CMGS=22",       nullptr,                                          MDX_ERR_ARGUMENT},
+    {"AT+CMGS=?",        [](mdx_options_t& o) { o.transparent = 1; },      MDX_ERR_BUSY    },
+    {"AT",               [](mdx_options_t& o) { o.transparent = 1;
+                                                o.multi_line = 1; },       MDX_ERR_ARGUMENT},
+    {"AT",               [](mdx_options_t& o) { o.multi_line = 2; },       MDX_ERR_ARGUMENT},
+    {"AT",               [](mdx_options_t& o) { o.multi_line = -1; },      MDX_ERR_ARGUMENT},
+    {"AT",               [](mdx_options_t& o) { o.timeout_s = -1; },       MDX_ERR_ARGUMENT},
+    {"AT",               [](mdx_options_t& o) { o.size = 8; },             MDX_ERR_ARGUMENT},
+    {"AT",               [](mdx_options_t& o) {
+                           static const std::string text(64, 'm');
+                           o.match = text.c_str(); },                      MDX_ERR_ARGUMENT},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    mdx_options_t options = within(1);
+    if (c.change != nullptr) c.change(options);
+    EXPECT_EQ(mdx_send(client, c.command.c_str(), &options, &result), c.error) << c.command;
+  }
+  // clang-format off
+  const struct { const char* head; std::string pdu; } pdus[] = {
+    {"AT+CMGS=2",   ""                  }, {"AT+CMGS=2", "0"   }, {"AT+CMGS=2", "0G"},
+    {"AT+CMGS=2",   std::string(628, '0')}, {"AT+CSQ",    "00"  }, {"AT+CMGS=2\r", "00"},
+    {"+CMGS=2",     "00"                },
+  };
+  // clang-format on
+  for (const auto& c : pdus) {
+    EXPECT_EQ(mdx_send_pdu(client, c.head, c.pdu.c_str(), nullptr, &result), MDX_ERR_ARGUMENT)
+        << c.head << ' ' << c.pdu;
+  }
+}
+
+TEST(Client, NewerCallersOptionsAreServedWhileTheNewFieldsAreZero) {
+  StandInServer server(echo);
+  Handle client;
+  struct {
+    mdx_options_t known = MDX_OPTIONS_INIT;
+    int64_t added = 0;
+  } newer;
+  newer.known.size = sizeof(newer);
+  mdx_result_t result = MDX_RESULT_INIT;
+  EXPECT_EQ(mdx_send(client, "AT", &newer.known, &result), MDX_OK);
+  newer.added = 1;
+  EXPECT_EQ(mdx_send(client, "AT", &newer.known, &result), MDX_ERR_ARGUMENT);
+}
+
+TEST(Client, TextIsBoundedAndOnlyTheModems) {
+  at_msg_t answer{};
+  StandInServer server([&](StandInServer& self, const at_msg_t& record) {
+    at_msg_t reply = answer;
+    std::memcpy(&reply, &record, offsetof(at_msg_t, snd_rcv_msg));
+    if (reply.rsp_len == -1) reply.snd_rcv_msg = record.snd_rcv_msg;
+    self.answer(reply);
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+
+  std::memset(answer.snd_rcv_msg.rmsg, 'x', sizeof(answer.snd_rcv_msg.rmsg));
+  ASSERT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+  EXPECT_EQ(result.length, 1500u);
+  EXPECT_EQ(result.text[1500], '\0');
+
+  answer = with_text({}, "\0\0\0+COPS: 1"s, AT_NONE);
+  mdx_options_t options = MDX_OPTIONS_INIT;
+  options.transparent = 1;
+  ASSERT_EQ(mdx_send(client, "AT+COPS=?", &options, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "+COPS: 1");
+
+  answer = with_text({}, "", AT_CMS_ERROR);
+  answer.rsp_len = -1;  // the server gives the request's own text back
+  ASSERT_EQ(mdx_send_pdu(client, "AT+CMGS=2", "0000", nullptr, &result), MDX_OK);
+  EXPECT_EQ(result.ret_val, MDX_RESULT_CMS_ERROR);
+  EXPECT_STREQ(result.text, "");
+}
+
+TEST(Client, TellsTheServersRefusalFromTheModems) {
+  StandInServer server([](StandInServer& self, at_msg_t record) {
+    const bool refused = record.snd_rcv_msg.smsg[2] == 'S';
+    record = with_text(record, "", AT_NOT_SUPPORTED);
+    if (refused) std::memset(record.at_match_str, 0, sizeof(record.at_match_str));
+    self.answer(record);
+  });
+  Handle client;
+  for (const char* match : {"", "+CSQ"}) {
+    mdx_options_t options = MDX_OPTIONS_INIT;
+    options.match = match;
+    mdx_result_t result = MDX_RESULT_INIT;
+    ASSERT_EQ(mdx_send(client, "AT modem", &options, &result), MDX_OK);
+    EXPECT_EQ(result.refused, 0) << match;
+    ASSERT_EQ(mdx_send(client, "ATServer", &options, &result), MDX_OK);
+    EXPECT_EQ(result.refused, 1) << match;
+  }
+}
+
+TEST(Client, StoredReportComesWithoutTheModem) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    const bool known = record.req_type == GET_REPORT && record.rep_type == RSSI_REPORT;
+    self.answer(with_text(record, known ? "^RSSI: 17" : "", known ? 2 : 0));
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_get_report(client, MDX_REPORT_RSSI, nullptr, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "^RSSI: 17");
+  ASSERT_EQ(mdx_get_report(client, 9, nullptr, &result), MDX_OK);
+  EXPECT_EQ(result.ret_val, MDX_RESULT_NO_VERDICT);
+}
+
+TEST(Client, PassesOverWhatIsNotItsAnswer) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    at_msg_t other = with_text(record, "wrong");
+    other.seq ^= 1;
+    self.answer(other);
+    self.put(1, other, record.msg_type, 12);
+    self.put(1, other, record.msg_type + 1, sizeof(other));
+    self.answer(with_text(record, "right"));
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "right");
+  EXPECT_EQ(server.waiting(1), 1) << "another client's answer stays where it is";
+}
+
+TEST(Client, LateAnswerIsNeverTheNextOne) {
+  at_msg_t late{};
+  StandInServer server([&](StandInServer& self, const at_msg_t& record) {
+    if (late.seq == 0) {
+      late = with_text(record, "late");
+      return;
+    }
+    self.answer(late);
+    self.answer(with_text(record, "new"));
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  const mdx_options_t options = within(50);
+  ASSERT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_TIMEOUT);
+  ASSERT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "new");
+}
+
+TEST(Client, AnswerIsFoundEvenWithoutARaise) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    self.answer(with_text(record, "quiet"), false);
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+}
+
+TEST(Client, UnservedRequestIsWithdrawnAtTheDeadline) {
+  StandInServer server(ignore, false);
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  const mdx_options_t options = within(100);
+  const auto time =
+      taken_by([&] { EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_BUSY); });
+  EXPECT_GE(time, 100ms);
+  EXPECT_LT(time, 1s);
+  EXPECT_EQ(server.waiting(2), 0);
+}
+
+TEST(Client, WaitsForRoomOnAFullQueue) {
+  StandInServer server(ignore, false);
+  at_msg_t filler{};
+  for (int i = 0; i < 10; ++i) server.put(2, filler, 77, sizeof(filler));
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  const mdx_options_t options = within(100);
+  EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_BUSY);
+  EXPECT_EQ(server.waiting(2), 10);
+
+  std::thread slow([&] {
+    pollfd nothing{-1, 0, 0};
+    poll(&nothing, 1, 50);
+    at_msg_t record{};
+    while (record.msg_type == 0) server.take(&record);
+    echo(server, record);
+  });
+  EXPECT_EQ(mdx_send(client, "ATlater", nullptr, &result), MDX_OK);
+  EXPECT_STREQ(result.text, "ATlater");
+  slow.join();
+}
+
+TEST(Client, RaisesAgainWhenTheServersPipeWasFull) {
+  StandInServer server(ignore, false);
+  const int raiser = event_fifo_open(StandInServer::kFifo);
+  while (event_fifo_raise(raiser, 8) == 0) continue;
+  Handle client;
+  std::thread server_thread([&] {
+    at_msg_t record{};
+    while (!server.take(&record)) std::this_thread::yield();
+    pollfd nothing{-1, 0, 0};
+    poll(&nothing, 1, 30);  // the client's own raise finds the pipe full
+    pollfd fifo = {server.fifo(), POLLIN, 0};
+    uint32_t bits = 0;
+    while ((bits & kMdxEventRequest) == 0 && poll(&fifo, 1, 5000) == 1) {
+      bits |= event_fifo_take(fifo.fd);
+    }
+    EXPECT_NE(bits & kMdxEventRequest, 0u);
+    echo(server, record);
+  });
+  mdx_result_t result = MDX_RESULT_INIT;
+  EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+  server_thread.join();
+  close(raiser);
+}
+
+TEST(Client, DeathOfTheServerEndsTheWaitAtOnce) {
+  for (const bool full : {false, true}) {
+    StandInServer server(ignore, false);
+    at_msg_t filler{};
+    for (int i = 0; full && i < 10; ++i) server.put(2, filler, 77, sizeof(filler));
+    Handle client;
+    auto death = std::async(std::launch::async, [&] {
+      pollfd nothing{-1, 0, 0};
+      poll(&nothing, 1, 50);
+      server.die();
+    });
+    mdx_result_t result = MDX_RESULT_INIT;
+    const auto time = taken_by([&] {
+      const int error = mdx_send(client, "AT", nullptr, &result);
+      // With the queue full nothing was handed over: then there is just no server any more.
+      EXPECT_EQ(error, full ? MDX_ERR_NO_SERVER : MDX_ERR_SERVER_GONE);
+    });
+    EXPECT_LT(time, 1s);
+    death.get();
+    EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_ERR_NO_SERVER);
+
+    StandInServer next(echo);
+    ASSERT_EQ(mdx_send(client, "AThello", nullptr, &result), MDX_OK);
+    EXPECT_STREQ(result.text, "AThello");
+  }
+}
+
+TEST(Client, AnswerGivenJustBeforeDeathCounts) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    self.answer(with_text(record, "last words"), false);
+    self.die();
+  });
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
+}
+
+TEST(Client, RestartBetweenCallsGoesUnnoticed) {
+  Handle none;
+  ASSERT_NE(none.error, MDX_OK);
+  auto first = std::make_unique<StandInServer>(echo);
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_send(client, "AT1", nullptr, &result), MDX_OK);
+  first.reset();
+  StandInServer second(echo);
+  EXPECT_EQ(mdx_send(client, "AT2", nullptr, &result), MDX_OK);
+}
+
+TEST(Client, WithoutServerOpenSaysSo) {
+  mdx_client_t* client = nullptr;
+  EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "no directory";
+  { StandInServer dead(ignore); }
+  EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "all left behind, nobody reads";
+  StandInServer server(ignore);
+  unlink(kMdxServerLink);
+  ASSERT_EQ(symlink("/tmp/elsewhere", kMdxServerLink), 0);
+  EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "the link leads elsewhere";
+  EXPECT_EQ(client, nullptr);
+}
+
+TEST(Client, HandleIsOneThreads) {
+  StandInServer server(echo);
+  mdx_client_t* client = nullptr;
+  ASSERT_EQ(mdx_open(&client), MDX_OK);
+  char path[kEventPathSize];
+  event_fifo_path(gettid(), path);
+  EXPECT_EQ(access(path, F_OK), 0);
+  mdx_client_t* second = nullptr;
+  EXPECT_EQ(mdx_open(&second), MDX_ERR_THREAD);
+  std::thread([&] {
+    mdx_result_t result = MDX_RESULT_INIT;
+    EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_ERR_THREAD);
+    Handle own;
+    EXPECT_EQ(mdx_send(own, "AT", nullptr, &result), MDX_OK);
+  }).join();
+  mdx_close(client);
+  EXPECT_NE(access(path, F_OK), 0);
+  ASSERT_EQ(mdx_open(&client), MDX_OK) << "and again after a close";
+  mdx_close(client);
+}
+
+TEST(Client, SignalsDoNotCutAWaitShort) {
+  StandInServer server(ignore);
+  Handle client;
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  sigaction(SIGALRM, &action, nullptr);
+  itimerval often{{0, 2000}, {0, 2000}};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  mdx_result_t result = MDX_RESULT_INIT;
+  const mdx_options_t options = within(200);
+  const auto time =
+      taken_by([&] { EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_TIMEOUT); });
+  often = {};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  EXPECT_GE(time, 200ms);
+}
+
+TEST(Client, ManyThreadsGetTheirOwnAnswers) {
+  StandInServer server(echo);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([t] {
+      Handle client;
+      for (int i = 0; i < 50; ++i) {
+        const std::string command = "AT" + std::to_string(t) + "," + std::to_string(i);
+        mdx_result_t result = MDX_RESULT_INIT;
+        ASSERT_EQ(mdx_send(client, command.c_str(), nullptr, &result), MDX_OK);
+        ASSERT_EQ(result.text, command);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
