@@ -41,6 +41,7 @@ constexpr counter_row_t counter_table[] = {
     {COUNT_UNINSTALLS_REFUSED,     "uninstalls_refused"},
     {COUNT_CONSOLE_COMMANDS,       "console_commands"},
     {COUNT_CONSOLE_DROPPED,        "console_dropped"},
+    {COUNT_TRACES_LOST,            "traces_lost"},
 };
 // clang-format on
 

@@ -15,6 +15,10 @@
 
 namespace {
 
+constexpr size_t kRaisesAtOnce = 256;
+constexpr size_t kSmallestPipe = 4096;
+constexpr uint32_t kAllBits = 0xffffffff;
+
 /// Keeps SIGPIPE from the calling thread for the length of a write, and takes back one the write
 /// made.
 class sigpipe_guard {
@@ -80,12 +84,17 @@ int event_fifo_raise(int fd, uint32_t bits) {
 }
 
 uint32_t event_fifo_take(int fd) {
-  uint32_t raises[256];
+  uint32_t raises[kRaisesAtOnce];
   uint32_t bits = 0;
+  size_t total = 0;
   for (;;) {
     const ssize_t size = read(fd, raises, sizeof(raises));
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) return bits;
+    total += static_cast<size_t>(size);
+    if (static_cast<size_t>(size) % sizeof(raises[0]) != 0 ||
+        total > kSmallestPipe - sizeof(raises[0]))
+      bits = kAllBits;
     const size_t count = static_cast<size_t>(size) / sizeof(raises[0]);
     for (size_t i = 0; i < count; ++i) bits |= raises[i];
     if (static_cast<size_t>(size) < sizeof(raises)) return bits;

@@ -1,0 +1,11 @@
+// One server per machine.
+#pragma once
+
+/// Makes the machine this process's: the directory /var/run/mdxgate is there with its mode and
+/// group, its lock is held for the life of the process, and what an earlier server left in it is
+/// gone.
+///
+/// Calls after the first do nothing. When another server runs, or the directory is not to be had or
+/// to be trusted, it says so on standard error and ends the process with exit code 1, with nothing
+/// touched.
+void claim_machine();

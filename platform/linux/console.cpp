@@ -1,0 +1,186 @@
+// The debug console: a person connects, sends one line, reads the answer until it is closed.
+//
+// One client at a time, on one thread. So each client has a deadline for its line and one for
+// taking the answer: a client that sends nothing, never reads or sends rubbish holds up nobody for
+// long.
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "platform/linux/border.h"
+#include "platform/linux/claim.h"
+#include "platform/linux/counters.h"
+#include "platform/linux/local_socket.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+constexpr uint32_t kLineWaitMs = 2000;
+constexpr time_t kAnswerWaitSeconds = 2;
+constexpr uint32_t kAcceptNapMs = 100;
+constexpr size_t kLineSize = 128;
+constexpr size_t kMaxModules = 8;
+constexpr char kBlanks[] = " \t\r\n";
+
+struct console_module_t {
+  const char* name;
+  const mdx_debug_command_t* commands;
+  int32_t count;
+};
+
+int32_t print_or_set_trace_mask();
+int32_t print_counters();
+
+constexpr mdx_debug_command_t platform_commands[] = {
+    {"trace", print_or_set_trace_mask},
+    {"stats", print_counters},
+};
+
+constinit console_module_t modules[kMaxModules] = {
+    {"platform", platform_commands, static_cast<int32_t>(std::size(platform_commands))}};
+constinit std::atomic<size_t> module_count{1};
+
+// Of the console's thread, while it serves a client.
+constinit thread_local int client = -1;
+constinit thread_local bool client_lost = false;
+constinit thread_local const char* argument = nullptr;
+
+int listener = -1;
+
+int32_t print_or_set_trace_mask() {
+  if (argument != nullptr) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long mask = strtoul(argument, &end, 0);
+    if (argument[0] == '-' || *end != '\0' || errno != 0 || mask > UINT32_MAX) {
+      KRP_Debug_Print("a mask is a sum of 2 errors, 4 things missing, 8 flow, 16 details\n");
+      return 0;
+    }
+    mdx_trace_mask.store(static_cast<uint32_t>(mask), std::memory_order_relaxed);
+  }
+  KRP_Debug_Print("trace %" PRIu32 "\n", mdx_trace_mask.load(std::memory_order_relaxed));
+  return 0;
+}
+
+int32_t print_counters() {
+  for (uint32_t i = 0; i < COUNT_COUNTERS; ++i) {
+    const auto counter = static_cast<mdx_counter_t>(i);
+    KRP_Debug_Print("%s %" PRIu64 "\n", counter_name(counter), counter_value(counter));
+  }
+  return 0;
+}
+
+void print_usage() {
+  KRP_Debug_Print("usage: <module> <command>\n");
+  const size_t count = module_count.load(std::memory_order_acquire);
+  for (size_t i = 0; i < count; ++i)
+    for (int32_t row = 0; row < modules[i].count; ++row)
+      KRP_Debug_Print("  %s %s\n", modules[i].name, modules[i].commands[row].name);
+}
+
+const mdx_debug_command_t* find_command(const char* module, const char* command) {
+  const size_t count = module_count.load(std::memory_order_acquire);
+  for (size_t i = 0; i < count; ++i) {
+    if (strcmp(modules[i].name, module) != 0) continue;
+    for (int32_t row = 0; row < modules[i].count; ++row)
+      if (strcmp(modules[i].commands[row].name, command) == 0) return &modules[i].commands[row];
+  }
+  return nullptr;
+}
+
+void run_line(char* line) {
+  char* rest = nullptr;
+  const char* module = strtok_r(line, kBlanks, &rest);
+  const char* command = strtok_r(nullptr, kBlanks, &rest);
+  argument = strtok_r(nullptr, kBlanks, &rest);
+  const mdx_debug_command_t* row =
+      module != nullptr && command != nullptr ? find_command(module, command) : nullptr;
+  if (row == nullptr) return print_usage();
+  counter_add(COUNT_CONSOLE_COMMANDS);
+  row->handler();
+}
+
+/// Reads up to the end of the line or of what the client sends.
+/// @return false when nothing came in time, or more than a line
+bool read_line(char (&line)[kLineSize]) {
+  const uint32_t begin = MDX_elapse();
+  size_t length = 0;
+  while (length < sizeof(line) - 1) {
+    const uint32_t waited = MDX_elapse() - begin;
+    pollfd readable = {client, POLLIN, 0};
+    if (waited >= kLineWaitMs) return false;
+    if (poll(&readable, 1, static_cast<int>(kLineWaitMs - waited)) <= 0) continue;
+    const ssize_t size = recv(client, line + length, sizeof(line) - 1 - length, MSG_DONTWAIT);
+    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (size < 0) return false;
+    length += static_cast<size_t>(size);
+    line[length] = '\0';
+    if (size == 0 || memchr(line, '\n', length) != nullptr) return length > 0;
+  }
+  return false;
+}
+
+void serve_client() {
+  const timeval answer_wait = {kAnswerWaitSeconds, 0};
+  setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &answer_wait, sizeof(answer_wait));
+  client_lost = false;
+  char line[kLineSize] = "";
+  if (read_line(line)) {
+    run_line(line);
+  } else {
+    MDX_DROP(COUNT_CONSOLE_DROPPED, MDX_TRACE_MISSING, "console: no line came\n");
+  }
+  if (client_lost)
+    MDX_DROP(COUNT_CONSOLE_DROPPED, MDX_TRACE_MISSING, "console: the answer was not read\n");
+}
+
+void console_thread() {
+  for (;;) {
+    client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) {
+      if (errno != EINTR) MDX_sleep(kAcceptNapMs);
+      continue;
+    }
+    serve_client();
+    close(client);
+    client = -1;
+  }
+}
+
+void start_console() {
+  if (listener >= 0) return;
+  listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
+  if (listener >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
+}
+
+}  // namespace
+
+void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* commands, int32_t count) {
+  const size_t used = module_count.load(std::memory_order_relaxed);
+  if (module != nullptr && commands != nullptr && used < kMaxModules) {
+    modules[used] = {module, commands, count};
+    module_count.store(used + 1, std::memory_order_release);
+  }
+  claim_machine();
+  start_console();
+}
+
+void KRP_Debug_Print(const char* format, ...) {
+  if (client < 0 || client_lost) return;
+  va_list values;
+  va_start(values, format);
+  client_lost = vdprintf(client, format, values) < 0;
+  va_end(values);
+}

@@ -1,0 +1,210 @@
+// Raises and waits: the hot path of each command, so each system call counts.
+//
+// A raise inside the process sets bits in memory and writes the FIFO only while the task sleeps;
+// the sleeper says so first and looks at the bits again after, so that one of the two sees the
+// other. What comes out of the FIFO was written by other processes: whatever is no clean raise may
+// hide one.
+
+#include "platform/linux/events.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+
+#include "platform/linux/counters.h"
+#include "platform/linux/event_fifo.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+constexpr size_t kMaxTasks = 8;
+constexpr size_t kRecentTasks = 8;
+constexpr uint32_t kFailureNapMs = 100;  // a caller that repeats a failed wait must not spin
+constexpr uint32_t kLookAgain = 0;
+
+struct event_set_t {
+  std::atomic<int32_t> task_id{0};
+  std::atomic<uint32_t> pending{0};
+  std::atomic<bool> sleeping{false};
+  uint32_t mask = 0;
+  int wait_fd = -1;
+  int wake_fd = -1;
+  bool is_public = false;
+};
+constinit event_set_t event_sets[kMaxTasks];
+constinit thread_local event_set_t* own_set = nullptr;
+
+/// Where other processes' tasks were raised lately: most clients come more than once.
+struct recent_task_t {
+  int32_t task_id;
+  int fd;
+};
+constinit recent_task_t recent_tasks[kRecentTasks];
+constinit size_t oldest_recent = 0;
+pthread_mutex_t recent_lock = PTHREAD_MUTEX_INITIALIZER;
+
+event_set_t* find_set(int32_t task_id) {
+  for (event_set_t& set : event_sets)
+    if (set.task_id.load(std::memory_order_acquire) == task_id) return &set;
+  return nullptr;
+}
+
+void open_set(event_set_t& set, int32_t task_id) {
+  char path[kEventPathSize];
+  event_fifo_path(task_id, path);
+  set.wait_fd = set.wake_fd = event_fifo_create(path);
+  set.is_public = set.wait_fd >= 0;
+  if (set.is_public) return;
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "no client can wake this task, %s: %s\n", path,
+            strerror(errno));
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return;
+  set.wait_fd = ends[0];
+  set.wake_fd = ends[1];
+}
+
+/// Moves what other processes raised to the bits in memory.
+void collect(event_set_t& set) {
+  uint32_t bits = event_fifo_take(set.wait_fd);
+  if ((bits & ~set.mask) != 0) bits = set.mask;
+  if (bits != 0) set.pending.fetch_or(bits);
+}
+
+/// Sleeps until something is raised, `wait_ms` at most.
+/// @return false when it cannot wait
+bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
+  set.sleeping.store(true);
+  pollfd readable = {set.wait_fd, POLLIN, 0};
+  int ready = 1;
+  if ((set.pending.load() & mask) == 0) ready = poll(&readable, 1, wait_ms);
+  const int error = errno;
+  set.sleeping.store(false);
+  return (ready >= 0 || error == EINTR) && (readable.revents & (POLLNVAL | POLLERR)) == 0;
+}
+
+/// SIGPIPE is ignored by this process.
+/// @return false when the task has died
+bool write_raise(int fd, uint32_t bits) {
+  ssize_t written = 0;
+  do {
+    written = write(fd, &bits, sizeof(bits));
+  } while (written < 0 && errno == EINTR);
+  // A full pipe is as good: who empties it takes that for every raise there is.
+  return written >= 0 || errno == EAGAIN;
+}
+
+bool raise_recent(int32_t task_id, uint32_t bits) {
+  for (recent_task_t& recent : recent_tasks) {
+    if (recent.task_id != task_id) continue;
+    if (write_raise(recent.fd, bits)) return true;
+    close(recent.fd);
+    recent = {0, -1};
+  }
+  return false;
+}
+
+bool raise_other_process(int32_t task_id, uint32_t bits) {
+  char path[kEventPathSize];
+  event_fifo_path(task_id, path);
+  const int fd = event_fifo_open(path);
+  if (fd < 0) return false;
+  if (!write_raise(fd, bits)) {
+    close(fd);
+    return false;
+  }
+  recent_task_t& replaced = recent_tasks[oldest_recent];
+  oldest_recent = (oldest_recent + 1) % std::size(recent_tasks);
+  if (replaced.task_id != 0) close(replaced.fd);
+  replaced = {task_id, fd};
+  return true;
+}
+
+}  // namespace
+
+bool event_set_is_public() { return own_set != nullptr && own_set->is_public; }
+
+bool task_is_dead(int32_t task_id) {
+  if (find_set(task_id) != nullptr) return false;
+  char path[kEventPathSize];
+  event_fifo_path(task_id, path);
+  const int fd = event_fifo_open(path);
+  if (fd >= 0) close(fd);
+  if (fd >= 0) return false;
+  return errno == ENXIO || (errno == ENOENT && kill(task_id, 0) != 0 && errno == ESRCH);
+}
+
+int32_t MDX_task_getid() {
+  static constinit thread_local int32_t task_id = 0;
+  if (task_id == 0) task_id = static_cast<int32_t>(syscall(SYS_gettid));
+  return task_id;
+}
+
+void MDX_event_init(uint32_t mask) {
+  const int32_t task_id = MDX_task_getid();
+  if (own_set == nullptr) {
+    for (event_set_t& set : event_sets) {
+      int32_t unused = 0;
+      if (!set.task_id.compare_exchange_strong(unused, -task_id)) continue;
+      own_set = &set;
+      break;
+    }
+    if (own_set == nullptr) {
+      MDX_TRACE("platform", MDX_TRACE_ERROR, "no event set is left for task %d\n", task_id);
+      return;
+    }
+    open_set(*own_set, task_id);
+  }
+  own_set->mask = mask;
+  own_set->pending.store(0);
+  own_set->task_id.store(task_id, std::memory_order_release);
+}
+
+int32_t MDX_event_send(int32_t task_id, uint32_t bits) {
+  if (task_id <= 0) return 0;
+  if (event_set_t* set = find_set(task_id)) {
+    set->pending.fetch_or(bits);
+    if (set->sleeping.exchange(false)) write_raise(set->wake_fd, kLookAgain);
+    return 1;
+  }
+  pthread_mutex_lock(&recent_lock);
+  const bool raised = raise_recent(task_id, bits) || raise_other_process(task_id, bits);
+  pthread_mutex_unlock(&recent_lock);
+  if (!raised) counter_add(COUNT_RAISES_FAILED);
+  return raised ? 1 : 0;
+}
+
+int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
+  if (own_set == nullptr || own_set->wait_fd < 0 || bits == nullptr) {
+    MDX_sleep(kFailureNapMs);
+    return 0;
+  }
+  event_set_t& set = *own_set;
+  const uint32_t begin = MDX_elapse();
+  bool time_left = true;
+  if (set.pending.load() & mask) collect(set);  // else a busy modem could keep clients waiting
+  for (;;) {
+    const uint32_t taken = set.pending.fetch_and(~mask) & mask;
+    if (taken != 0) {
+      *bits = taken;
+      return 1;
+    }
+    if (!time_left) return 0;
+    const uint32_t waited = MDX_elapse() - begin;
+    const auto limit = static_cast<uint32_t>(wait_ms);
+    time_left = wait_ms < 0 || waited < limit;
+    const int left = wait_ms < 0 ? -1 : time_left ? static_cast<int>(limit - waited) : 0;
+    if (!sleep_in(set, mask, left)) {
+      MDX_sleep(kFailureNapMs);
+      return 0;
+    }
+    collect(set);
+  }
+}

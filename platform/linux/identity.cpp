@@ -1,0 +1,45 @@
+// Looks up user and group once; the lookup may read files that a daemon without rights cannot.
+
+#include "platform/linux/identity.h"
+
+#include <grp.h>
+#include <pwd.h>
+
+#include "platform/linux/border.h"
+
+namespace {
+
+constexpr size_t kLookupSize = 16384;  // the group's member list goes in here
+
+mdx_identity_t look_up() {
+  static char buffer[kLookupSize];
+  mdx_identity_t identity{};
+  passwd user{};
+  passwd* found_user = nullptr;
+  if (getpwnam_r(kMdxUser, &user, buffer, sizeof(buffer), &found_user) == 0 &&
+      found_user != nullptr) {
+    identity.has_user = true;
+    identity.user = user.pw_uid;
+    identity.user_group = user.pw_gid;
+    identity.has_group = true;
+    identity.group = user.pw_gid;
+  }
+  group members{};
+  group* found_group = nullptr;
+  if (getgrnam_r(kMdxGroup, &members, buffer, sizeof(buffer), &found_group) == 0 &&
+      found_group != nullptr) {
+    identity.has_group = true;
+    identity.group = members.gr_gid;
+  }
+  return identity;
+}
+
+}  // namespace
+
+const mdx_identity_t& mdx_identity() {
+  static bool known = false;
+  static mdx_identity_t identity;
+  if (!known) identity = look_up();
+  known = true;
+  return identity;
+}

@@ -1,0 +1,17 @@
+// Who may use the server and who it is once it has given up root: group and user `mdxgate`, where
+// the device has them.
+#pragma once
+
+#include <sys/types.h>
+
+struct mdx_identity_t {
+  bool has_user;
+  uid_t user;
+  gid_t user_group;  ///< the user's primary group
+  bool has_group;    ///< without a group `mdxgate` the user's primary group stands in for it
+  gid_t group;
+};
+
+/// Looks both up. Not for threads: the first call is made while the machine is claimed.
+/// @return constant, lives for the process
+const mdx_identity_t& mdx_identity();

@@ -1,0 +1,151 @@
+// Modem data on its way from the delivery thread to the main thread.
+//
+// All room is taken when the queue is created. A full queue is waited for: the modem's flow control
+// takes over then. A queue may be deleted under a waiting thread, which finds its generation gone.
+
+#include "platform/linux/nas_queue.h"
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+constexpr int32_t kRoomWaitMs = 1000;
+constexpr int32_t kMaxDepth = 4096;
+constexpr int32_t kMaxElementSize = 65536;
+
+struct nas_queue_t {
+  pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
+  bool ready = false;  ///< `changed` has got the monotonic clock
+  uint32_t generation = 0;
+  char* slots = nullptr;  ///< null: no queue; each slot is a length and an element
+  size_t depth = 0;
+  size_t element_size = 0;
+  size_t head = 0;
+  size_t count = 0;
+};
+constinit nas_queue_t queue;
+
+class queue_lock {
+ public:
+  queue_lock() { pthread_mutex_lock(&queue.lock); }
+  ~queue_lock() { pthread_mutex_unlock(&queue.lock); }
+  queue_lock(const queue_lock&) = delete;
+  queue_lock& operator=(const queue_lock&) = delete;
+};
+
+size_t slot_size() { return sizeof(uint32_t) + queue.element_size; }
+char* slot_at(size_t position) { return queue.slots + position % queue.depth * slot_size(); }
+bool is_queue(int32_t id) { return id == kNasQueueNumber && queue.slots != nullptr; }
+bool has_room() { return queue.count < queue.depth; }
+bool has_element() { return queue.count > 0; }
+
+timespec deadline_in(int32_t milliseconds) {
+  timespec deadline{};
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  deadline.tv_sec += milliseconds / 1000;
+  deadline.tv_nsec += milliseconds % 1000 * 1000000L;
+  if (deadline.tv_nsec >= 1000000000L) {
+    deadline.tv_nsec -= 1000000000L;
+    ++deadline.tv_sec;
+  }
+  return deadline;
+}
+
+/// Waits, the lock held, until the condition is true.
+/// @return false when the time is over or the queue has been deleted meanwhile
+bool wait_for(bool (*condition)(), int32_t milliseconds) {
+  if (condition()) return true;
+  if (milliseconds <= 0) return false;
+  const timespec deadline = deadline_in(milliseconds);
+  const uint32_t generation = queue.generation;
+  int error = 0;
+  while (error != ETIMEDOUT) {
+    error = pthread_cond_timedwait(&queue.changed, &queue.lock, &deadline);
+    if (queue.generation != generation) return false;
+    if (condition()) return true;
+  }
+  return false;
+}
+
+bool make_condition_ready() {
+  if (queue.ready) return true;
+  pthread_condattr_t attributes;
+  pthread_condattr_init(&attributes);
+  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+  queue.ready = pthread_cond_init(&queue.changed, &attributes) == 0;
+  pthread_condattr_destroy(&attributes);
+  return queue.ready;
+}
+
+}  // namespace
+
+int32_t nas_queue_find() {
+  const queue_lock lock;
+  return queue.slots != nullptr ? kNasQueueNumber : -1;
+}
+
+int32_t MDX_msgQ_create(int32_t number, int32_t depth, int32_t size) {
+  const queue_lock lock;
+  if (number != kNasQueueNumber || queue.slots != nullptr) return -1;
+  if (depth <= 0 || depth > kMaxDepth || size <= 0 || size > kMaxElementSize) return -1;
+  if (!make_condition_ready()) return -1;
+  queue.depth = static_cast<size_t>(depth);
+  queue.element_size = static_cast<size_t>(size);
+  queue.head = 0;
+  queue.count = 0;
+  queue.slots = static_cast<char*>(calloc(queue.depth, slot_size()));
+  return queue.slots != nullptr ? kNasQueueNumber : -1;
+}
+
+void MDX_msgQ_delete(int32_t id) {
+  const queue_lock lock;
+  if (!is_queue(id)) return;
+  free(queue.slots);
+  queue.slots = nullptr;
+  ++queue.generation;
+  pthread_cond_broadcast(&queue.changed);
+}
+
+int32_t MDX_msgQ_num(int32_t id) {
+  const queue_lock lock;
+  return is_queue(id) ? static_cast<int32_t>(queue.count) : 0;
+}
+
+int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
+  const queue_lock lock;
+  if (!is_queue(id) || size > queue.element_size || (data == nullptr && size != 0)) return 0;
+  if (!wait_for(has_room, kRoomWaitMs)) {
+    MDX_DROP(COUNT_NAS_QUEUE_REFUSED, MDX_TRACE_ERROR, "NAS queue is full, %u bytes refused\n",
+             size);
+    return 0;
+  }
+  char* slot = slot_at(queue.head + queue.count);
+  memcpy(slot, &size, sizeof(size));
+  if (size != 0) memcpy(slot + sizeof(size), data, size);
+  ++queue.count;
+  pthread_cond_broadcast(&queue.changed);
+  return 1;
+}
+
+int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) {
+  const queue_lock lock;
+  if (!is_queue(id) || buffer == nullptr || !wait_for(has_element, wait_ms)) return -1;
+  const char* slot = slot_at(queue.head);
+  uint32_t length = 0;
+  memcpy(&length, slot, sizeof(length));
+  if (length > size) length = size;
+  memcpy(buffer, slot + sizeof(length), length);
+  queue.head = (queue.head + 1) % queue.depth;
+  --queue.count;
+  pthread_cond_broadcast(&queue.changed);
+  return static_cast<int32_t>(length);
+}

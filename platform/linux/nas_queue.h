@@ -1,0 +1,9 @@
+// The queue inside the process, as the rest of the platform sees it.
+#pragma once
+
+#include <cstdint>
+
+constexpr int32_t kNasQueueNumber = 3;
+
+/// Id of the queue, -1 when there is none.
+int32_t nas_queue_find();

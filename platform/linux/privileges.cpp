@@ -1,0 +1,94 @@
+// From root to user `mdxgate`, with one capability held back for one file.
+//
+// The ready flag is made in a folder that only root may write, after root was given up. So the main
+// thread keeps CAP_DAC_OVERRIDE until the flag got its mode; no other thread ever has it. The C
+// library carries a change of user to all threads, but a capability belongs to one thread.
+
+#include "platform/linux/privileges.h"
+
+#include <grp.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/linux/border.h"
+#include "platform/linux/identity.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+constexpr uint32_t kReadyFlagCapability = 1u << CAP_DAC_OVERRIDE;
+constexpr unsigned long kOctal = 8;
+constexpr unsigned long kModeBits = 07777;
+
+constinit std::atomic<bool> capability_held{false};
+
+/// Leaves the calling thread these capabilities of the first 32, and none else.
+bool set_capabilities(uint32_t kept) {
+  __user_cap_header_struct header{};
+  header.version = _LINUX_CAPABILITY_VERSION_3;
+  __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};
+  data[0].effective = kept;
+  data[0].permitted = kept;
+  return syscall(SYS_capset, &header, data) == 0;
+}
+
+/// @return what was refused, null when the process is the other user now
+const char* change_user(const mdx_identity_t& identity) {
+  const gid_t group = identity.has_group ? identity.group : identity.user_group;
+  if (initgroups(kMdxUser, identity.user_group) != 0) return "its groups";
+  if (setresgid(group, group, group) != 0) return "its group";
+  if (setresuid(identity.user, identity.user, identity.user) != 0) return "its user id";
+  return nullptr;
+}
+
+}  // namespace
+
+void privileges_forbid_gain() { prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); }
+
+void privileges_enter_thread() {
+  if (capability_held.load()) set_capabilities(0);
+}
+
+void KRP_UTIL_DropAndroidRootPrivileges() {
+  const mdx_identity_t& identity = mdx_identity();
+  if (geteuid() != 0) {
+    MDX_TRACE("platform", MDX_TRACE_MISSING, "not started as root: stays user %u\n",
+              static_cast<unsigned>(geteuid()));
+    return;
+  }
+  if (!identity.has_user) {
+    MDX_TRACE("platform", MDX_TRACE_MISSING, "no user %s: stays root\n", kMdxUser);
+    return;
+  }
+  prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0);
+  const char* refused = change_user(identity);
+  prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0);
+  if (refused != nullptr) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "cannot become user %s, %s is refused: stays root\n",
+              kMdxUser, refused);
+    return;
+  }
+  capability_held.store(set_capabilities(kReadyFlagCapability));
+  if (!capability_held.load())
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "capabilities are refused: %s\n", strerror(errno));
+}
+
+void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
+  if (path == nullptr || mode == nullptr) return;
+  char* end = nullptr;
+  const unsigned long bits = strtoul(mode, &end, kOctal);
+  if (end == mode || *end != '\0' || bits > kModeBits) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode for %s\n", path);
+  } else if (chmod(path, static_cast<mode_t>(bits)) != 0) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path, strerror(errno));
+  }
+  if (capability_held.exchange(false)) set_capabilities(0);
+}

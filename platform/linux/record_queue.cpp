@@ -1,0 +1,250 @@
+// Requests and answers between processes: System V queues, which the kernel keeps over a crash.
+//
+// Only the server puts answers on queue 1, and clients take them; one that does not must not starve
+// the others. So the server remembers what it put when. When the queue is full it takes everything
+// out, leaves out what nobody will read, and puts back the rest, waking those clients again: one
+// that looked in between found nothing.
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "platform/linux/border.h"
+#include "platform/linux/counters.h"
+#include "platform/linux/event_fifo.h"
+#include "platform/linux/events.h"
+#include "platform/linux/identity.h"
+#include "platform/linux/nas_queue.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+constexpr uint32_t kUnreadLimitMs = 5000;
+constexpr size_t kMaxDepth = 16;
+constexpr int kMaxDrain = 100000;  // one who fills the queue as fast as it is emptied gains nothing
+constexpr size_t kPutsRemembered = 1024;
+
+struct record_message_t {
+  long type;
+  char record[kMdxRecordSize + 1];  // one byte more, to tell a longer message
+};
+
+struct put_t {
+  int32_t type;
+  uint32_t at;  ///< MDX_elapse
+};
+
+struct answer_t {
+  record_message_t message;
+  uint32_t put_at;
+};
+
+constinit int32_t response_queue = -1;
+constinit put_t puts_remembered[kPutsRemembered];
+constinit size_t puts_total = 0;
+constinit answer_t answers[kMaxDepth];
+
+bool is_border_queue(int32_t number) {
+  return number == kMdxResponseQueue || number == kMdxRequestQueue;
+}
+
+/// Depth and rights of a new queue.
+bool set_up_queue(int32_t id, int32_t bytes) {
+  msqid_ds status{};
+  if (msgctl(id, IPC_STAT, &status) != 0) return false;
+  const mdx_identity_t& identity = mdx_identity();
+  status.msg_qbytes = static_cast<msglen_t>(bytes);
+  status.msg_perm.mode = 0660;
+  if (identity.has_group) status.msg_perm.gid = identity.group;
+  if (identity.has_user && geteuid() == 0) status.msg_perm.uid = identity.user;
+  if (msgctl(id, IPC_SET, &status) == 0) return true;
+  // Ids that this world does not know are refused; depth and mode still count.
+  status.msg_perm.gid = getegid();
+  status.msg_perm.uid = geteuid();
+  return msgctl(id, IPC_SET, &status) == 0;
+}
+
+/// Tells clients whom to wake: the link appears whole or not at all.
+void link_server() {
+  char target[kEventPathSize];
+  char fresh[sizeof(kMdxServerLink) + sizeof(".new")];
+  event_fifo_path(MDX_task_getid(), target);
+  snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
+  unlink(fresh);
+  if (event_set_is_public() && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
+    return;
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "clients cannot find the server: %s\n", strerror(errno));
+}
+
+void remember_put(int32_t type, uint32_t at) {
+  puts_remembered[puts_total % kPutsRemembered] = {type, at};
+  ++puts_total;
+}
+
+/// When the last answer of this type was put that has not been asked for yet. What is no longer
+/// remembered counts as old: many more answers have been read since.
+uint32_t recall_put(int32_t type, uint32_t now) {
+  const size_t known = puts_total < kPutsRemembered ? puts_total : kPutsRemembered;
+  for (size_t back = 1; back <= known; ++back) {
+    put_t& put = puts_remembered[(puts_total - back) % kPutsRemembered];
+    if (put.type != type) continue;
+    put.type = 0;
+    return put.at;
+  }
+  return now - kUnreadLimitMs - 1;
+}
+
+/// Takes all answers off the queue, the oldest first, each with its age.
+size_t drain_answers(int32_t id, uint32_t now) {
+  size_t count = 0;
+  for (int i = 0; i < kMaxDrain && count < kMaxDepth; ++i) {
+    record_message_t& message = answers[count].message;
+    const ssize_t size = msgrcv(id, &message, sizeof(message.record), 0, IPC_NOWAIT | MSG_NOERROR);
+    if (size < 0) break;
+    if (size == static_cast<ssize_t>(kMdxRecordSize)) ++count;
+  }
+  // A client takes its oldest answer first, so what is left of a type are the last ones put.
+  for (size_t i = count; i-- > 0;)
+    answers[i].put_at = recall_put(static_cast<int32_t>(answers[i].message.type), now);
+  puts_total = 0;
+  return count;
+}
+
+bool is_for_the_dead(const answer_t& answer, uint32_t) {
+  return task_is_dead(static_cast<int32_t>(answer.message.type));
+}
+
+bool is_unread_for_long(const answer_t& answer, uint32_t now) {
+  return now - answer.put_at > kUnreadLimitMs;
+}
+
+/// Leaves out the answers for which `lost` is true. @return how many are left
+size_t drop_answers(size_t count, uint32_t now, bool (*lost)(const answer_t&, uint32_t),
+                    mdx_counter_t counter, const char* why) {
+  size_t kept = 0;
+  for (size_t i = 0; i < count; ++i) {
+    if (lost(answers[i], now)) {
+      MDX_DROP(counter, MDX_TRACE_ERROR, "answer for task %ld dropped: %s\n",
+               answers[i].message.type, why);
+    } else {
+      if (kept != i) answers[kept] = answers[i];
+      ++kept;
+    }
+  }
+  return kept;
+}
+
+bool put_message(int32_t id, const record_message_t& message) {
+  int result = 0;
+  do {
+    result = msgsnd(id, &message, kMdxRecordSize, IPC_NOWAIT);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+void make_room(int32_t id) {
+  const uint32_t now = MDX_elapse();
+  const size_t count = drain_answers(id, now);
+  size_t kept =
+      drop_answers(count, now, is_for_the_dead, COUNT_ANSWERS_DROPPED_DEAD, "its client is dead");
+  if (kept == count)
+    kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
+                        "unread for more than 5 seconds");
+  for (size_t i = 0; i < kept; ++i) {
+    const auto type = static_cast<int32_t>(answers[i].message.type);
+    if (!put_message(id, answers[i].message)) {
+      MDX_DROP(COUNT_ANSWERS_REFUSED, MDX_TRACE_ERROR, "answer for task %d lost its place\n", type);
+      continue;
+    }
+    remember_put(type, answers[i].put_at);
+    if (type != kMdxOddMessageType) MDX_event_send(type, kMdxEventAnswer);
+  }
+}
+
+int32_t fail(int* retcode, int error) {
+  if (retcode != nullptr) *retcode = error;
+  return -1;
+}
+
+}  // namespace
+
+int32_t MDX_get_msgQ_id(int32_t number) {
+  if (number == kNasQueueNumber) return nas_queue_find();
+  return is_border_queue(number) ? msgget(kMdxQueueKey + number, 0) : -1;
+}
+
+int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size) {
+  if (!is_border_queue(number) || depth <= 0 || depth > static_cast<int32_t>(kMaxDepth) ||
+      size != static_cast<int32_t>(kMdxRecordSize)) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d of %d times %d bytes\n", number, depth,
+              size);
+    return -1;
+  }
+  const int32_t id = msgget(kMdxQueueKey + number, IPC_CREAT | IPC_EXCL | 0600);
+  if (id < 0 || !set_up_queue(id, depth * size)) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(errno));
+    MDX_msgQex_delete(id);
+    return -1;
+  }
+  if (number == kMdxRequestQueue) link_server();
+  if (number == kMdxResponseQueue) response_queue = id;
+  return id;
+}
+
+void MDX_msgQex_delete(int32_t id) {
+  if (id < 0) return;
+  if (msgctl(id, IPC_RMID, nullptr) != 0)
+    MDX_TRACE("platform", MDX_TRACE_MISSING, "queue is not deleted: %s\n", strerror(errno));
+  if (id == response_queue) response_queue = -1;
+}
+
+int32_t MDX_msgQex_num(int32_t id) {
+  msqid_ds status{};
+  if (id < 0 || msgctl(id, IPC_STAT, &status) != 0) return 0;
+  return static_cast<int32_t>(status.msg_qnum);
+}
+
+int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode) {
+  if (record == nullptr || type < 0) return fail(retcode, EINVAL);
+  record_message_t message;
+  const ssize_t size = msgrcv(id, &message, sizeof(message.record), type, IPC_NOWAIT | MSG_NOERROR);
+  if (size < 0) return fail(retcode, errno);
+  if (size != static_cast<ssize_t>(kMdxRecordSize)) {
+    MDX_DROP(COUNT_REQUESTS_MISSIZED, MDX_TRACE_ERROR, "message of %s%zd bytes dropped\n",
+             size > static_cast<ssize_t>(kMdxRecordSize) ? "at least " : "", size);
+    return fail(retcode, EBADMSG);
+  }
+  memcpy(record, message.record, kMdxRecordSize);
+  counter_add(COUNT_REQUESTS);
+  return 0;
+}
+
+int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
+  if (record == nullptr) return fail(retcode, EINVAL);
+  record_message_t message;
+  int32_t type = 0;
+  memcpy(&type, record, sizeof(type));
+  memcpy(message.record, record, kMdxRecordSize);
+  message.type = type > 0 ? type : kMdxOddMessageType;
+
+  const bool is_answer = id == response_queue;
+  bool put = put_message(id, message);
+  if (!put && errno == EAGAIN && is_answer) {
+    make_room(id);
+    put = put_message(id, message);
+  }
+  if (!put) {
+    const int error = errno;
+    if (is_answer) counter_add(COUNT_ANSWERS_REFUSED);
+    return fail(retcode, error);
+  }
+  if (is_answer) remember_put(static_cast<int32_t>(message.type), MDX_elapse());
+  if (is_answer) counter_add(COUNT_ANSWERS);
+  if (type > 0) MDX_event_send(type, kMdxEventAnswer);
+  return 0;
+}

@@ -1,0 +1,146 @@
+// Traces to the system's log and, where a person or a journal reads along, to standard error.
+//
+// A trace must not hold up an exchange: the C library's syslog() waits for a log that does not keep
+// up, so the log's socket is written here, without waiting. What the log does not take is counted.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+
+constinit std::atomic<uint32_t> mdx_trace_mask{MDX_TRACE_ERROR | MDX_TRACE_MISSING};
+
+namespace {
+
+constexpr size_t kTraceSize = 1024;
+constexpr char kCutMark[] = " (cut)";
+constexpr sockaddr_un kLogAddress = {AF_UNIX, "/dev/log"};
+
+struct trace_outputs_t {
+  int log = -1;
+  int terminal = -1;            ///< standard error, if that is a terminal
+  bool terminal_waits = false;  ///< a write to it may wait
+  bool journal = false;         ///< standard error is a socket
+};
+constinit trace_outputs_t outputs;
+pthread_once_t outputs_opened = PTHREAD_ONCE_INIT;
+
+void open_outputs() {
+  outputs.log = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  struct stat status {};
+  outputs.journal = fstat(STDERR_FILENO, &status) == 0 && S_ISSOCK(status.st_mode);
+  if (isatty(STDERR_FILENO) == 0) return;
+  // Opened anew, so that not to wait is a property of this descriptor only.
+  outputs.terminal = open("/proc/self/fd/2", O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (outputs.terminal >= 0) return;
+  outputs.terminal = STDERR_FILENO;
+  outputs.terminal_waits = true;
+}
+
+int log_priority(uint32_t level) {
+  switch (level) {
+    case MDX_TRACE_ERROR:
+      return LOG_ERR;
+    case MDX_TRACE_MISSING:
+      return LOG_WARNING;
+    case MDX_TRACE_FLOW:
+      return LOG_INFO;
+    default:
+      return LOG_DEBUG;
+  }
+}
+
+iovec piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
+
+void write_log(int priority, const char* text, size_t length) {
+  char head[48];
+  const int size = snprintf(head, sizeof(head), "<%d>mdxgate[%d]: ", LOG_DAEMON | priority,
+                            static_cast<int>(getpid()));
+  iovec pieces[] = {piece(head, static_cast<size_t>(size)), piece(text, length)};
+  msghdr message{};
+  message.msg_name = const_cast<sockaddr_un*>(&kLogAddress);
+  message.msg_namelen = sizeof(kLogAddress);
+  message.msg_iov = pieces;
+  message.msg_iovlen = std::size(pieces);
+  if (sendmsg(outputs.log, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno == EAGAIN)
+    counter_add(COUNT_TRACES_LOST);
+}
+
+void write_journal(int priority, const char* text, size_t length) {
+  char head[8];
+  const int size = snprintf(head, sizeof(head), "<%d>", priority);
+  iovec pieces[] = {piece(head, static_cast<size_t>(size)), piece(text, length), piece("\n", 1)};
+  msghdr message{};
+  message.msg_iov = pieces;
+  message.msg_iovlen = std::size(pieces);
+  if (sendmsg(STDERR_FILENO, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno == EAGAIN)
+    counter_add(COUNT_TRACES_LOST);
+}
+
+void write_terminal(const char* text, size_t length) {
+  pollfd terminal = {outputs.terminal, POLLOUT, 0};
+  if (outputs.terminal_waits && poll(&terminal, 1, 0) != 1) return counter_add(COUNT_TRACES_LOST);
+  const iovec pieces[] = {piece(text, length), piece("\r\n", 2)};
+  if (writev(outputs.terminal, pieces, std::size(pieces)) < 0) counter_add(COUNT_TRACES_LOST);
+}
+
+/// A text comes from a modem or a client at times: it must not steer a terminal or forge a line.
+size_t make_harmless(char* text, size_t length) {
+  while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == '\r')) --length;
+  for (size_t i = 0; i < length; ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == 0x7f) text[i] = ' ';
+  }
+  return length;
+}
+
+/// Writes `text`, of which a buffer of kTraceSize bytes has room for `length` at most.
+void write_text(uint32_t level, char* text, size_t length) {
+  pthread_once(&outputs_opened, open_outputs);
+  if (length >= kTraceSize) {
+    length = kTraceSize - 1;
+    memcpy(text + length - strlen(kCutMark), kCutMark, strlen(kCutMark));
+  }
+  length = make_harmless(text, length);
+  const int priority = log_priority(level);
+  write_log(priority, text, length);
+  if (outputs.journal) write_journal(priority, text, length);
+  if (outputs.terminal >= 0) write_terminal(text, length);
+}
+
+}  // namespace
+
+void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, uint32_t level,
+                         const char* format, ...) {
+  const int saved_errno = errno;
+  char text[kTraceSize];
+  const int head = snprintf(text, sizeof(text), "%.32s %.32s:%d: ", module, source, line);
+  const auto used = static_cast<size_t>(head);
+  va_list values;
+  va_start(values, format);
+  const int body = vsnprintf(text + used, sizeof(text) - used, format, values);
+  va_end(values);
+  write_text(level, text, used + (body > 0 ? static_cast<size_t>(body) : 0));
+  errno = saved_errno;
+}
+
+void mlog_print(const char* module, int32_t, const char* text) {
+  const int saved_errno = errno;
+  char line[kTraceSize];
+  const int length = snprintf(line, sizeof(line), "%.32s start-up: %s", module, text);
+  write_text(MDX_TRACE_ERROR, line, static_cast<size_t>(length));
+  errno = saved_errno;
+}
