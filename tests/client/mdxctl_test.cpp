@@ -1,0 +1,146 @@
+// mdxctl beside a server that does as it is told: what people and scripts see of an answer.
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/client/stand_in_server.h"
+#include "tools/mdxctl/collection.h"
+
+namespace {
+
+using nlohmann::json;
+
+struct Outcome {
+  int code;
+  std::string output;
+};
+
+/// Runs mdxctl; both outputs come in one.
+Outcome mdxctl(const std::string& arguments, const std::string& input = "") {
+  const std::string command = "printf '" + input + "' | " + MDXCTL + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  Outcome outcome;
+  char text[4096];
+  while (const size_t size = fread(text, 1, sizeof(text), pipe)) outcome.output.append(text, size);
+  outcome.code = WEXITSTATUS(pclose(pipe));
+  return outcome;
+}
+
+/// Answers as the command's number says, in the way the record's kind has the server collect.
+void answer_by_number(StandInServer& server, const at_msg_t& record) {
+  const std::string command = record.snd_rcv_msg.smsg;
+  const bool raw = record.req_type == TRANSPARENT_CMD;
+  const int number = std::atoi(command.c_str() + 2);
+  const std::string line = number == 2 ? "OK" : number == 3 ? "+CME ERROR: 10" : "ERROR";
+  at_msg_t reply = with_text(record, raw ? "one\r\ntwo\r\n" + line + "\r\n" : "onetwo", number);
+  if (number == 98) {
+    reply = with_text(record, "", AT_NOT_SUPPORTED);
+    std::memset(reply.at_match_str, 0, sizeof(reply.at_match_str));
+  }
+  if (number == 99) reply.ret_val = AT_NONE;
+  server.answer(reply);
+}
+
+TEST(Mdxctl, ShowsTextAndResultAndExitsByIt) {
+  StandInServer server(answer_by_number);
+  // clang-format off
+  const struct { const char* arguments; int code; const char* output; } cases[] = {
+    {"at AT2",                 0, "one\ntwo\nOK\n"                    },
+    {"at --transparent AT2",   0, "one\ntwo\nOK\nOK\n"                },
+    {"at --multi-line AT2",    0, "onetwo\nOK\n"                      },
+    {"at AT3",                 1, "+CME ERROR: 10\n+CME ERROR\n"      },
+    {"at AT5",                 1, "one\ntwo\nERROR\n"                 },
+    {"at AT98",                5, "refused: the server could not write to the modem\n"},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    const Outcome outcome = mdxctl(c.arguments);
+    EXPECT_EQ(outcome.code, c.code) << c.arguments;
+    EXPECT_EQ(outcome.output, c.output) << c.arguments;
+  }
+  EXPECT_EQ(mdxctl("at AT99").code, 3);
+  EXPECT_EQ(mdxctl("at -", "AT2\n\nAT5\r\nAT98\n").code, 1) << "the first that failed";
+}
+
+TEST(Mdxctl, JsonHoldsTheTextAsItCame) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    self.answer(with_text(record, "caf\xe9 \x1a\r\nOK\r\n"));
+  });
+  const json object = json::parse(mdxctl("at ATI --json").output);
+  EXPECT_EQ(object["command"], "ATI");
+  EXPECT_EQ(object["result"]["name"], "OK");
+  EXPECT_EQ(object["result"]["number"], 2);
+  EXPECT_EQ(object["text"], "caf\xef\xbf\xbd \x1a\r\n");
+  EXPECT_GT(object["seconds"], 0.0);
+}
+
+TEST(Mdxctl, MistakesEndWithTwo) {
+  for (const char* arguments :
+       {"", "at", "at AT --timeout -1", "at AT --timeout x", "at AT --multi-line --transparent",
+        "at AT --no-such", "fly", "report", "report csq", "sms-pdu AT+CMGS=2", "console display",
+        "at AT --match 0123456789012345678901234567890123456789012345678901234567890123"}) {
+    EXPECT_EQ(mdxctl(arguments).code, 2) << arguments;
+  }
+  StandInServer server([](StandInServer&, const at_msg_t&) {}, false);
+  for (const char* arguments : {"at hello", "at AT+CMGS=22", "sms-pdu AT+CMGS=2 123"}) {
+    EXPECT_EQ(mdxctl(arguments).code, 2) << arguments;
+  }
+}
+
+TEST(Mdxctl, WithoutServerEndsWithFour) {
+  for (const char* arguments :
+       {"at AT", "sms-pdu AT+CMGS=1 00", "report rssi", "console display state"}) {
+    EXPECT_EQ(mdxctl(arguments).code, 4) << arguments;
+  }
+}
+
+TEST(Mdxctl, EveryHelpListsTheExitCodes) {
+  for (const char* arguments : {"", "at", "sms-pdu", "report", "console"}) {
+    const Outcome outcome = mdxctl(std::string(arguments) + " --help");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_THAT(outcome.output, ::testing::HasSubstr("Exit codes:")) << arguments;
+  }
+}
+
+TEST(Mdxctl, ChoosesHowToCollect) {
+  // clang-format off
+  const struct { const char* command; const char* match; } cases[] = {
+    {"AT+CREG?",       "+CREG:" }, {"at^hcsq?", "^HCSQ:"}, {"AT+CMGS?", ""}, {"AT+COPS=?", ""},
+    {"AT+CMGS=?",      ""       }, {"AT+CSQ",   ""      }, {"ATI",      ""}, {"AT?",       ""},
+    {"AT+CREG?;+CSQ?", ""       }, {"AT",       ""      }, {"A?",       ""}, {"AT+?",      ""},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    const auto collection = collection_for(c.command);
+    ASSERT_TRUE(collection.has_value()) << c.command;
+    EXPECT_EQ(collection->match, c.match) << c.command;
+    EXPECT_EQ(collection->transparent, *c.match == '\0') << c.command;
+  }
+  for (const char* command : {"AT+CMGS=22", "at+cmgw=1", "AT+CMGF=0;+CMGS=22", "AT^HCMGS=\"1\""}) {
+    EXPECT_FALSE(collection_for(command).has_value()) << command;
+  }
+}
+
+TEST(Mdxctl, TakesOnlyTheResultLineOff) {
+  collection_t collection;
+  collection.transparent = collection.take_result_off = true;
+  // clang-format off
+  const struct { const char* text; int ret_val; const char* shown; } cases[] = {
+    {"a\r\nb\r\nOK\r\n",            2,  "a\r\nb\r\n"         }, {"OK\r\n", 2, ""    },
+    {"\r\n",                        2,  ""                   }, {"",       2, ""    },
+    {"a\r\n+CME ERROR: 3\r\n",      3,  "+CME ERROR: 3\r\n"  }, {"a",      2, "a"   },
+    {"a\r\n",                       -1, "a\r\n"              }, {"x\r\n",  0, "x\r\n"},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    mdx_result_t result = MDX_RESULT_INIT;
+    result.text = c.text;
+    result.length = static_cast<uint32_t>(std::strlen(c.text));
+    result.ret_val = c.ret_val;
+    EXPECT_EQ(shown_text(result, collection), c.shown) << c.text;
+  }
+}
+
+}  // namespace

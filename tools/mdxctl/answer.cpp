@@ -1,0 +1,75 @@
+#include "tools/mdxctl/answer.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "tools/mdxctl/exit_codes.h"
+
+using nlohmann::ordered_json;
+
+namespace {
+
+/// Modems may send any byte; JSON takes UTF-8 only.
+void print(const ordered_json& object) {
+  std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << std::endl;
+}
+
+/// As a terminal wants it: lines end in LF, the last one too.
+void print_lines(std::string text) {
+  for (size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  std::cout << text << std::flush;
+}
+
+}  // namespace
+
+std::string error_text(int error) {
+  std::string text = mdx_strerror(error);
+  if (error == MDX_ERR_SYSTEM) text += ": " + std::string(std::strerror(errno));
+  return text;
+}
+
+answer_t::answer_t(std::string command, bool json)
+    : command_(std::move(command)), json_(json), start_(std::chrono::steady_clock::now()) {}
+
+double answer_t::seconds() const {
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start_;
+  return std::round(taken.count() * 1e6) / 1e6;
+}
+
+int answer_t::show(const mdx_result_t& result, const std::string& text) const {
+  const exit_code_t code = exit_code_of_result(result);
+  const std::string name = mdx_result_name(result.ret_val);
+  if (json_) {
+    print({{"command", command_},
+           {"result", {{"name", name}, {"number", result.ret_val}}},
+           {"text", text},
+           {"seconds", seconds()}});
+    return code;
+  }
+  print_lines(text);
+  if (code == EXIT_REFUSED) {
+    std::cerr << "refused: the server could not write to the modem" << std::endl;
+  } else {
+    std::cerr << name << std::endl;
+  }
+  return code;
+}
+
+int answer_t::fail(int error) const { return fail(error, error_text(error)); }
+
+int answer_t::fail(int error, const std::string& reason) const {
+  if (json_) {
+    print({{"command", command_},
+           {"result", nullptr},
+           {"text", ""},
+           {"seconds", seconds()},
+           {"error", reason}});
+  }
+  std::cerr << "mdxctl: " << reason << std::endl;
+  return exit_code_of_error(error);
+}

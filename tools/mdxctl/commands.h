@@ -1,0 +1,38 @@
+// The subcommands: what the command line gives to each. Each returns mdxctl's exit code.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct at_arguments_t {
+  std::string command;  ///< "-" reads commands from standard input
+  std::optional<int32_t> timeout_s;
+  std::string match;
+  bool multi_line = false;
+  bool transparent = false;
+  bool json = false;
+};
+int run_at(const at_arguments_t& arguments);
+
+struct sms_pdu_arguments_t {
+  std::string head;
+  std::string pdu;
+  std::optional<int32_t> timeout_s;
+  std::optional<std::string> match;
+  bool json = false;
+};
+int run_sms_pdu(const sms_pdu_arguments_t& arguments);
+
+struct report_arguments_t {
+  std::string name;
+  bool json = false;
+};
+int run_report(const report_arguments_t& arguments);
+
+struct console_arguments_t {
+  std::string module;
+  std::vector<std::string> words;
+};
+int run_console(const console_arguments_t& arguments);

@@ -1,0 +1,29 @@
+// What mdxctl's exit code says, to people and scripts.
+#pragma once
+
+#include "client/mdxclient.h"
+
+enum exit_code_t : int {
+  EXIT_OK = 0,
+  EXIT_MODEM_ERROR = 1,
+  EXIT_USAGE = 2,
+  EXIT_NO_ANSWER = 3,
+  EXIT_NO_SERVER = 4,
+  EXIT_REFUSED = 5,
+};
+
+/// Stands at the end of every --help.
+inline constexpr char kExitCodeHelp[] =
+    "Exit codes:\n"
+    "  0  the modem answered OK or CONNECT; watch: ended by Ctrl-C or --count\n"
+    "  1  the modem answered with any other result, COMMAND NOT SUPPORT included\n"
+    "  2  wrong usage, or a command that can never be served\n"
+    "  3  no answer in time\n"
+    "  4  no server running, or it died meanwhile\n"
+    "  5  the server refused the request or could not write to the modem, or access was denied";
+
+/// The exit code for a call of the library that failed.
+exit_code_t exit_code_of_error(int error);
+
+/// The exit code for an answer.
+exit_code_t exit_code_of_result(const mdx_result_t& result);

@@ -1,0 +1,118 @@
+// mdxctl: the server's clients on the command line.
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "tools/mdxctl/commands.h"
+#include "tools/mdxctl/exit_codes.h"
+
+namespace {
+
+/// Longest time-out whose deadline is still a count of milliseconds.
+constexpr int32_t kLongestTimeoutS = 2000000;
+
+struct arguments_t {
+  at_arguments_t at;
+  sms_pdu_arguments_t sms_pdu;
+  report_arguments_t report;
+  console_arguments_t console;
+};
+
+CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& purpose,
+                      std::function<void()> run) {
+  CLI::App* command = app.add_subcommand(name, purpose);
+  command->footer(kExitCodeHelp);
+  command->callback(std::move(run));
+  return command;
+}
+
+void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::string& help) {
+  command->add_option("--timeout", timeout, help)
+      ->check(CLI::Range(0, kLongestTimeoutS))
+      ->type_name("SECONDS");
+}
+
+void add_json(CLI::App* command, bool& json) {
+  command->add_flag("--json", json, "one object: command, result (name, number), text, seconds");
+}
+
+void add_at(CLI::App& app, at_arguments_t& arguments, int& code) {
+  CLI::App* at = add_command(app, "at",
+                             "Send an AT command; the text goes to standard output, the result to "
+                             "standard error.\nWithout --match, --multi-line and --transparent "
+                             "every line of the answer is shown.",
+                             [&] { code = run_at(arguments); });
+  at->add_option("command", arguments.command,
+                 "the command, such as AT+CSQ; - reads commands from standard input, one a line, "
+                 "and exits with the first code that is not 0")
+      ->required();
+  add_timeout(at, arguments.timeout_s,
+              "how long the modem may take (10; a network search, AT+COPS=?, 240)");
+  at->add_option("--match", arguments.match, "a line that holds this is response text")
+      ->check([](const std::string& match) {
+        return match.size() > MDX_MATCH_MAX ? "at most 63 bytes" : std::string();
+      })
+      ->type_name("TEXT");
+  CLI::Option* multi_line =
+      at->add_flag("--multi-line", arguments.multi_line,
+                   "line ends behind lines that match, and no text unless the result is OK");
+  at->add_flag("--transparent", arguments.transparent,
+               "all lines as they come, the result line included")
+      ->excludes(multi_line);
+  add_json(at, arguments.json);
+}
+
+void add_sms_pdu(CLI::App& app, sms_pdu_arguments_t& arguments, int& code) {
+  CLI::App* sms_pdu =
+      add_command(app, "sms-pdu", "Send or store a message: command line, then PDU.",
+                  [&] { code = run_sms_pdu(arguments); });
+  sms_pdu->add_option("head", arguments.head, "the command line, such as AT+CMGS=22")->required();
+  sms_pdu->add_option("pdu", arguments.pdu, "the PDU in hexadecimal digits")->required();
+  add_timeout(sms_pdu, arguments.timeout_s,
+              "how long the modem may take for the prompt, and again for its answer (10)");
+  sms_pdu
+      ->add_option("--match", arguments.match,
+                   "a line that holds this is response text (the head's own prefix)")
+      ->type_name("TEXT");
+  add_json(sms_pdu, arguments.json);
+}
+
+void add_report(CLI::App& app, report_arguments_t& arguments, int& code) {
+  CLI::App* report = add_command(
+      app, "report", "Show a report that the server has stored; the modem is not asked.",
+      [&] { code = run_report(arguments); });
+  report->add_option("name", arguments.name, "rssi: the latest ^RSSI report")
+      ->required()
+      ->check(CLI::IsMember({"rssi"}));
+  add_json(report, arguments.json);
+}
+
+void add_console(CLI::App& app, console_arguments_t& arguments, int& code) {
+  CLI::App* console = add_command(app, "console", "Run a command of the server's debug console.",
+                                  [&] { code = run_console(arguments); });
+  console->add_option("module", arguments.module, "the console's module, such as display")
+      ->required();
+  console->add_option("command", arguments.words, "its command and values, such as dialog")
+      ->required();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int code = EXIT_OK;
+  arguments_t arguments;
+  CLI::App app("Talks to mdxgate, the AT command server of this machine.", "mdxctl");
+  app.set_version_flag("--version", "mdxctl " MDXGATE_VERSION);
+  app.footer(kExitCodeHelp);
+  app.require_subcommand(1);
+  add_at(app, arguments.at, code);
+  add_sms_pdu(app, arguments.sms_pdu, code);
+  add_report(app, arguments.report, code);
+  add_console(app, arguments.console, code);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+  }
+  return code;
+}

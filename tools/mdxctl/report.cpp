@@ -1,0 +1,15 @@
+// mdxctl report: what the server has stored of the modem's reports.
+
+#include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/client_session.h"
+#include "tools/mdxctl/commands.h"
+
+int run_report(const report_arguments_t& arguments) {
+  const answer_t answer(arguments.name, arguments.json);
+  const client_session_t session;
+  if (session.error() != MDX_OK) return answer.fail(session.error());
+  mdx_result_t result = MDX_RESULT_INIT;
+  const int error = mdx_get_report(session.client(), MDX_REPORT_RSSI, nullptr, &result);
+  if (error != MDX_OK) return answer.fail(error);
+  return answer.show(result, std::string(result.text, result.length));
+}
