@@ -16,7 +16,7 @@ SESSIONS = {
         (("at", "AT+GCAP"), OK, "+GCAP: +CGSM,+DS,+ES"),
         (("at", "ATZ E0 V1 +CMEE=1"), OK, ""),
         (("at", "AT+CPIN?"), OK, "+CPIN: READY"),
-        (("at", "AT+CREG?", "--match", "+CREG"), OK, "+CREG: 0,1"),
+        (("at", "AT+CREG?"), OK, "+CREG: 0,1"),
         (("at", "AT+COPS=3,2;+COPS?"), OK, '+COPS: 0,2,"26203",2'),
         (("at", "AT+CSQ"), OK, "+CSQ: 13,99"),
         (("at", "ATD*99***1#"), OK, ""),
