@@ -20,16 +20,19 @@ struct at_field_t {
 /// Finds `prefix` in `text` and turns the parameters behind its colon into a chain of fields.
 ///
 /// `text` may hold anything in front of the prefix. The prefix counts only as a whole name in front
-/// of a colon, blanks before the colon allowed. A parameter that is empty between its commas is a
-/// node with an empty value, a parameter the line does not reach has no node.
+/// of a colon, blanks before the colon allowed. The parameters end with the line; a PDU on the line
+/// behind +CMT, +CDS or +CBM is the field `pdu`, and a +CUSD text may hold line ends. A parameter
+/// that is empty between its commas is a node with an empty value, a parameter the line does not
+/// reach has no node.
 /// @param chain   set to null by the caller; the chain on success, which may stay null
 /// @param prefix  the report's name with its plus sign or caret, such as "^SIMST"
 /// @param text    NUL-terminated
 /// @param group   the parser's command group: 0 unsolicited report, 15 answer to a query
 /// @param kind    what `text` is: 3 a report line, 0 collected response text
 ///                Both describe the caller and are there for tracing; no field depends on them.
-/// @return 0 on success, -1 when a pointer is null, no such prefix is known or `text` does not hold
-///         it; nothing is to be released then
+/// @return 0 on success; -1 when a pointer is null, no such prefix is known, `text` does not hold
+/// it or
+///         memory is short: `*chain` is untouched and nothing is to be released then
 int at_cmd_parse(at_field_t** chain, const char* prefix, const char* text, int group, int kind);
 
 /// Releases a chain that at_cmd_parse made. Null is allowed.
@@ -39,8 +42,9 @@ void free_at_cmd(at_field_t* chain);
 /// platform/fields/call_records.h.
 /// @param text    the whole line, NUL-terminated
 /// @param record  room for the record's size, which the comment gives in bytes
-/// @return 0 when the record is filled; -1 when a pointer is null, the line lacks the prefix or the
-///         one field without which the record says nothing; the record is untouched then
+/// @return 0 when the whole record is written; -1 when a pointer is null, the line lacks the prefix
+/// or
+///         the value without which the record would say nothing: the record is untouched then
 int MdxOrigParse(const char* text, void* record);         // ^ORIG           4
 int MdxConfParse(const char* text, void* record);         // ^CONF           4
 int MdxConnParse(const char* text, void* record);         // ^CONN           4

@@ -1,6 +1,5 @@
 // Small text services: comparing, converting, cutting. All of them take what a modem may send.
 
-#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -75,7 +74,8 @@ int MDX_strncpy_s(char* dst, size_t size, const char* src, size_t count) {
   return 0;
 }
 
-int new_snprintf_s(const char*, int, char* dst, size_t size, size_t count, const char* format, ...) {
+int new_snprintf_s(const char*, int, char* dst, size_t size, size_t count, const char* format,
+                   ...) {
   if (dst == nullptr || format == nullptr || size == 0) return -1;
   va_list values;
   va_start(values, format);
