@@ -226,14 +226,12 @@ TEST(FieldParser, SurvivesArbitraryBytes) {
 // A reader that looked back and forth would take hours.
 TEST(FieldParser, TakesTimeInProportionToTheLine) {
   for (const char* piece : {"\"", "\"x,", ",", "x,1 ", "\"x", "+CUSD", "+CUSD \t", " "}) {
-    std::string line = "+CUSD: 0,";
-    while (line.size() < 2'000'000) line += piece;
-    EXPECT_NE(fields_of("+CUSD", line), "-1") << piece;
-    line[8] = '"';
-    EXPECT_NE(fields_of("+CUSD", line), "-1") << piece;
-    line.replace(0, 9, "+CMT: 35\r\n");
-    EXPECT_NE(fields_of("+CMT", line), "-1") << piece;
-    fields_of("+CUSD", line);
+    std::string rest;
+    while (rest.size() < 1'000'000) rest += piece;
+    EXPECT_NE(fields_of("+CUSD", "+CUSD: 0," + rest), "-1") << piece;
+    EXPECT_NE(fields_of("+CUSD", "+CUSD: 0,\"" + rest), "-1") << piece;
+    EXPECT_NE(fields_of("+CMT", "+CMT: 35\r\n" + rest), "-1") << piece;
+    EXPECT_EQ(fields_of("+CUSD", rest), "-1") << piece;
   }
 }
 
