@@ -13,6 +13,8 @@ using nlohmann::ordered_json;
 
 namespace {
 
+const std::string kRefused = "refused: the server could not write to the modem";
+
 /// Modems may send any byte; JSON takes UTF-8 only.
 void print(const ordered_json& object) {
   std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << std::endl;
@@ -45,18 +47,16 @@ int answer_t::show(const mdx_result_t& result, const std::string& text) const {
   const exit_code_t code = exit_code_of_result(result);
   const std::string name = mdx_result_name(result.ret_val);
   if (json_) {
-    print({{"command", command_},
-           {"result", {{"name", name}, {"number", result.ret_val}}},
-           {"text", text},
-           {"seconds", seconds()}});
+    ordered_json object = {{"command", command_},
+                           {"result", {{"name", name}, {"number", result.ret_val}}},
+                           {"text", text},
+                           {"seconds", seconds()}};
+    if (code == EXIT_REFUSED) object["error"] = kRefused;
+    print(object);
     return code;
   }
   print_lines(text);
-  if (code == EXIT_REFUSED) {
-    std::cerr << "refused: the server could not write to the modem" << std::endl;
-  } else {
-    std::cerr << name << std::endl;
-  }
+  std::cerr << (code == EXIT_REFUSED ? kRefused : name) << std::endl;
   return code;
 }
 

@@ -14,7 +14,7 @@ namespace {
 std::optional<collection_t> collection_of(const at_arguments_t& arguments,
                                           const std::string& command) {
   if (arguments.match.empty() && !arguments.multi_line && !arguments.transparent) {
-    return collection_for(command);
+    return collection_for(command, arguments.timeout_s.has_value());
   }
   return collection_t{arguments.match, arguments.multi_line, arguments.transparent, false};
 }
@@ -24,11 +24,7 @@ mdx_options_t options_of(const at_arguments_t& arguments, const collection_t& co
   options.match = collection.match.c_str();
   options.multi_line = collection.multi_line ? 1 : 0;
   options.transparent = collection.transparent ? 1 : 0;
-  if (arguments.timeout_s) {
-    // A network search gets longer from the server; a user who says how long means it.
-    options.timeout_s = *arguments.timeout_s;
-    options.deadline_ms = (*arguments.timeout_s + 1) * 1000;
-  }
+  if (arguments.timeout_s) options.timeout_s = *arguments.timeout_s;
   return options;
 }
 

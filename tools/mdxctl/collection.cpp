@@ -38,31 +38,42 @@ bool waits_for_pdu(const std::string& capitals) {
   return false;
 }
 
+/// The prefix that the lines of the answer begin with, empty where they are better not matched.
+std::string answer_prefix(const std::string& capitals, bool timeout_given) {
+  if (timeout_given && capitals == "AT+COPS=?") return "+COPS:";
+  const std::string name = queried_name(capitals);
+  for (const char* sms : {"+CMGS", "+CMGW", "^HCMGS", "^HCMGW"}) {
+    if (name == sms) return "";
+  }
+  return name.empty() || name.size() >= MDX_MATCH_MAX ? "" : name + ":";
+}
+
+/// Without the result line, which ends a transparent text.
+std::string without_result(const std::string& text, int32_t ret_val) {
+  if (ret_val < MDX_RESULT_OK || !text.ends_with("\r\n")) return text;
+  const size_t before = text.size() > 2 ? text.rfind("\r\n", text.size() - 3) : std::string::npos;
+  const size_t result_line = before == std::string::npos ? 0 : before + 2;
+  const bool numbered = ret_val == MDX_RESULT_CME_ERROR || ret_val == MDX_RESULT_CMS_ERROR;
+  return numbered ? text.substr(result_line) : text.substr(0, result_line);
+}
+
 }  // namespace
 
-std::optional<collection_t> collection_for(std::string_view command) {
+std::optional<collection_t> collection_for(std::string_view command, bool timeout_given) {
   const std::string capitals = in_capitals(command);
   if (waits_for_pdu(capitals)) return std::nullopt;
   collection_t collection;
-  const std::string name = queried_name(capitals);
-  const bool matched = !name.empty() && name.size() < MDX_MATCH_MAX && name != "+CMGW" &&
-                       name != "+CMGS" && name != "^HCMGS" && name != "^HCMGW";
-  if (matched) collection.match = name + ":";
-  collection.multi_line = matched;
-  collection.transparent = !matched;
-  collection.take_result_off = !matched;
+  collection.match = answer_prefix(capitals, timeout_given);
+  collection.multi_line = !collection.match.empty();
+  collection.transparent = collection.match.empty();
+  collection.for_reading = true;
   return collection;
 }
 
 std::string shown_text(const mdx_result_t& result, const collection_t& collection) {
   std::string text(result.text, result.length);
-  if (!collection.take_result_off || result.refused != 0 || result.ret_val < MDX_RESULT_OK) {
-    return text;
-  }
-  if (!text.ends_with("\r\n")) return text;
-  const size_t before = text.size() > 2 ? text.rfind("\r\n", text.size() - 3) : std::string::npos;
-  const size_t result_line = before == std::string::npos ? 0 : before + 2;
-  const bool numbered =
-      result.ret_val == MDX_RESULT_CME_ERROR || result.ret_val == MDX_RESULT_CMS_ERROR;
-  return numbered ? text.substr(result_line) : text.substr(0, result_line);
+  if (!collection.for_reading) return text;
+  if (collection.transparent && result.refused == 0) text = without_result(text, result.ret_val);
+  while (text.ends_with("\r\n")) text.resize(text.size() - 2);
+  return text;
 }

@@ -11,13 +11,16 @@ struct collection_t {
   std::string match;
   bool multi_line = false;
   bool transparent = false;
-  bool take_result_off = false;  ///< the text ends in the result line, which is shown by itself
+  bool for_reading = false;  ///< the text is shown without the result line and the last line end
 };
 
 /// The way that gives a person every line of the answer, each by itself.
+/// @param timeout_given  the user's time-out binds the server too, which gives a transparent
+/// network
+///                       search one of its own
 /// @return nothing for a command that waits for a PDU, which no way of collecting gives it
-std::optional<collection_t> collection_for(std::string_view command);
+std::optional<collection_t> collection_for(std::string_view command, bool timeout_given);
 
-/// The response text of `result` as it is shown: without the result line where the collection kept
-/// it, but for an error with a number, whose line then is the text.
+/// The response text of `result` as it is shown. For reading the result line is off it, but for an
+/// error with a number, whose line then is the text.
 std::string shown_text(const mdx_result_t& result, const collection_t& collection);
