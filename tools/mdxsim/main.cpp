@@ -1,0 +1,202 @@
+// mdxsim: a modem for those who have none at hand, or want the same one each time.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tools/mdxsim/cutter.h"
+#include "tools/mdxsim/living_modem.h"
+#include "tools/mdxsim/pty.h"
+#include "tools/mdxsim/session.h"
+#include "tools/mdxsim/simulator.h"
+
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitNotAsExpected = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitNoDevice = 3;
+
+constexpr const char* kDescription =
+    "A modem on a pseudo terminal, which is linked to where a host looks for its device.";
+
+constexpr const char* kFooter =
+    "Without --replay it is a living modem: it answers the usual commands (AT, E, V, I, Z, D, H, "
+    "+CSQ,\n"
+    "+CREG, +CGREG, +COPS, +CPIN, +CIMI, +CGSN, +CMEE, +CMGF, +CMGS, +CMGW, +CMGR, +CMGL, +CMGD, "
+    "+CPMS,\n"
+    "+CUSD, +CLCC, +GCAP, ^SYSINFO, ^HCSQ, ...) and reports signal, traffic and registration by "
+    "itself.\n"
+    "^CURC, ^SRVST, ^MODE, +CREG and +CGREG switch reports.\n"
+    "\n"
+    "A session file has a line '> BYTES' for what the host sends, '< BYTES' for one read that it "
+    "gets,\n"
+    "'# REMARK', with \\r \\n \\\\ \\xHH for control characters. The host must send exactly that; "
+    "two\n"
+    "things may come on top: AT+CMEE=1 and a CR in front of a session that does not begin with it, "
+    "which\n"
+    "gets OK (see --no-prelude), and one CR behind a Ctrl-Z. A session that begins with the modem "
+    "waits\n"
+    "for that AT+CMEE=1, or with --no-prelude until the device is opened.\n"
+    "\n"
+    "Each piece that --cut makes is written when the host has read the one before: it is a read of "
+    "its\n"
+    "own however fast it goes. The device may be opened by anyone (mode 0666), closed and opened "
+    "again.\n"
+    "\n"
+    "Exit codes: 0 ended by SIGINT or SIGTERM, or the session was played to its end and read; 1 "
+    "the host\n"
+    "did not do what the session expects, or was stopped before its end; 2 wrong usage or session "
+    "file;\n"
+    "3 the device could not be made.\n"
+    "\n"
+    "Examples:\n"
+    "  mdxsim --cut byte --log\n"
+    "  mdxsim --replay sms.txt --timeout 10\n"
+    "  mdxsim --link /tmp/modem --quiet --delay 2000";
+
+struct Options {
+  std::string link = "/dev/smd6";
+  std::string cut = "whole";
+  std::string session_file;
+  bool no_prelude = false;
+  int gap_ms = 50;
+  int patience_s = 0;
+  int delay_ms = 0;
+  int reports_ms = 3000;
+  int scan_s = 4;
+  bool quiet = false;
+  bool mute = false;
+  bool no_sim = false;
+  bool log = false;
+  std::string pin;
+  unsigned seed = 1;
+};
+
+void declare_options(CLI::App& app, Options& options) {
+  app.footer(kFooter);
+  app.add_option("--link", options.link, "Symbolic link to make to the terminal")
+      ->capture_default_str();
+  app.add_option("--cut", options.cut, "How output is torn into reads: whole, byte, random[:SEED]")
+      ->capture_default_str();
+  app.add_flag("--log", options.log, "Show the traffic on standard error, as a session file");
+
+  auto* replay = app.add_option("--replay", options.session_file, "Play this session file strictly")
+                     ->type_name("FILE");
+  const auto session_option = [replay](CLI::Option* option) {
+    option->needs(replay)->group("Replay");
+  };
+  session_option(app.add_flag("--no-prelude", options.no_prelude,
+                              "The host's AT+CMEE=1 is not answered in front of the session"));
+  session_option(app.add_option("--gap", options.gap_ms, "Milliseconds between reads in a row")
+                     ->check(CLI::NonNegativeNumber)
+                     ->capture_default_str());
+  session_option(app.add_option("--timeout", options.patience_s,
+                                "Seconds that the host may let the session wait, 0 for ever")
+                     ->check(CLI::Range(0, 86400))
+                     ->capture_default_str());
+
+  const auto living_option = [replay](CLI::Option* option) {
+    option->excludes(replay)->group("Living modem");
+  };
+  living_option(app.add_option("--reports", options.reports_ms, "Milliseconds between own reports")
+                    ->check(CLI::Range(1, 86400000))
+                    ->capture_default_str());
+  living_option(app.add_flag("--quiet", options.quiet, "No reports by itself"));
+  living_option(app.add_option("--scan-seconds", options.scan_s, "How long AT+COPS=? takes")
+                    ->check(CLI::Range(0, 3600))
+                    ->capture_default_str());
+  living_option(
+      app.add_option("--seed", options.seed, "Of the signal's course")->capture_default_str());
+  living_option(app.add_option("--pin", options.pin, "The SIM asks for this PIN"));
+  living_option(app.add_flag("--no-sim", options.no_sim, "There is no SIM"));
+  living_option(
+      app.add_option("--delay", options.delay_ms, "Fault: milliseconds before each answer")
+          ->check(CLI::Range(0, 86400000))
+          ->capture_default_str());
+  living_option(app.add_flag("--mute", options.mute, "Fault: reads commands and answers nothing"));
+}
+
+std::unique_ptr<mdxsim::Modem> make_modem(const Options& options) {
+  using mdxsim::Time;
+  if (!options.session_file.empty()) {
+    std::ifstream file(options.session_file);
+    if (!file) throw std::invalid_argument("cannot read " + options.session_file);
+    return std::make_unique<mdxsim::SessionPlayer>(
+        mdxsim::parse_session(file, options.session_file),
+        mdxsim::ReplayOptions{Time{options.gap_ms}, Time{options.patience_s * Time::rep{1000}},
+                              !options.no_prelude});
+  }
+  mdxsim::LivingOptions living;
+  living.answer_delay = Time{options.delay_ms};
+  living.report_interval = Time{options.quiet ? 0 : options.reports_ms};
+  living.scan_time = Time{options.scan_s * Time::rep{1000}};
+  living.mute = options.mute;
+  living.sim_inserted = !options.no_sim;
+  living.pin = options.pin;
+  living.seed = options.seed;
+  return std::make_unique<mdxsim::LivingModem>(std::move(living));
+}
+
+// Blocked as signals, so that one that comes at any moment is seen by the loop and the link is
+// removed.
+int signals_that_end() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  return signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+int serve(mdxsim::Modem& modem, mdxsim::Cutter cutter, const Options& options) {
+  const int signal_fd = signals_that_end();
+  mdxsim::Pty pty(options.link);
+  std::cerr << "mdxsim: " << options.link << " is " << pty.node() << '\n';
+  const auto ending =
+      mdxsim::Simulator(modem, pty, std::move(cutter), signal_fd, options.log).run();
+  if (ending) {
+    std::cerr << "mdxsim: " << ending->message << '\n';
+    return ending->as_expected ? kExitOk : kExitNotAsExpected;
+  }
+  const auto unfinished = modem.unfinished();
+  if (!unfinished) return kExitOk;
+  std::cerr << "mdxsim: " << *unfinished << '\n';
+  return kExitNotAsExpected;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app(kDescription, "mdxsim");
+  declare_options(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kExitOk : kExitUsage;
+  }
+
+  std::unique_ptr<mdxsim::Modem> modem;
+  std::optional<mdxsim::Cutter> cutter;
+  try {
+    modem = make_modem(options);
+    cutter.emplace(options.cut);
+  } catch (const std::exception& error) {
+    std::cerr << "mdxsim: " << error.what() << '\n';
+    return kExitUsage;
+  }
+  if (cutter->is_random()) std::cerr << "mdxsim: --cut random:" << cutter->seed() << '\n';
+
+  try {
+    return serve(*modem, *std::move(cutter), options);
+  } catch (const std::exception& error) {
+    std::cerr << "mdxsim: " << error.what() << '\n';
+    return kExitNoDevice;
+  }
+}

@@ -1,0 +1,165 @@
+// Keeps messages as PDUs, and reads and makes as much of a PDU as text mode needs: 3GPP TS 23.040,
+// the 7-bit alphabet of 23.038 as far as it is ASCII.
+#include "tools/mdxsim/message_store.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace mdxsim {
+namespace {
+
+constexpr size_t kMostCharacters = 160;
+constexpr uint8_t kInternational = 0x91;
+constexpr uint8_t kNational = 0x81;
+using Octets = std::vector<uint8_t>;
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+std::optional<Octets> from_hex(std::string_view hex) {
+  if (hex.size() % 2 != 0) return std::nullopt;
+  Octets octets;
+  for (size_t at = 0; at < hex.size(); at += 2) {
+    const int high = hex_digit(hex[at]);
+    const int low = hex_digit(hex[at + 1]);
+    if (high < 0 || low < 0) return std::nullopt;
+    octets.push_back(static_cast<uint8_t>(high * 16 + low));
+  }
+  return octets;
+}
+
+template <typename Range>
+std::string to_hex(const Range& octets) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string hex;
+  for (const uint8_t octet : octets) {
+    hex += kDigits[octet >> 4U];
+    hex += kDigits[octet & 0x0FU];
+  }
+  return hex;
+}
+
+// What the alphabets share, but for "@" and "$" which only sit elsewhere.
+uint8_t to_gsm(char c) {
+  if (c == '@') return 0;
+  if (c == '$') return 2;
+  const bool elsewhere = std::string_view("[\\]^_`{|}~").find(c) != std::string_view::npos;
+  const bool shared = c == '\n' || c == '\r' || (c >= ' ' && c <= 'z' && !elsewhere);
+  return static_cast<uint8_t>(shared ? c : '?');
+}
+
+char from_gsm(uint8_t septet) {
+  if (septet == 0) return '@';
+  if (septet == 2) return '$';
+  const char c = static_cast<char>(septet);
+  return to_gsm(c) == septet ? c : '?';
+}
+
+Octets pack_septets(std::string_view text) {
+  Octets packed((text.size() * 7 + 7) / 8);
+  for (size_t i = 0; i < text.size(); ++i) {
+    const unsigned bits = static_cast<unsigned>(to_gsm(text[i])) << (i * 7 % 8);
+    packed[i * 7 / 8] = static_cast<uint8_t>(packed[i * 7 / 8] | (bits & 0xFFU));
+    if (bits > 0xFFU) packed[i * 7 / 8 + 1] = static_cast<uint8_t>(bits >> 8U);
+  }
+  return packed;
+}
+
+std::string unpack_septets(const Octets& packed, size_t count) {
+  std::string text;
+  for (size_t i = 0; i < count && (i * 7 + 6) / 8 < packed.size(); ++i) {
+    unsigned bits = packed[i * 7 / 8];
+    if (i * 7 / 8 + 1 < packed.size()) bits |= static_cast<unsigned>(packed[i * 7 / 8 + 1]) << 8U;
+    text += from_gsm((bits >> (i * 7 % 8)) & 0x7FU);
+  }
+  return text;
+}
+
+// Reads octets one after the other; past the end all are 0.
+class OctetReader {
+ public:
+  explicit OctetReader(Octets octets) : octets_(std::move(octets)) {}
+
+  uint8_t next() { return at_ < octets_.size() ? octets_[at_++] : uint8_t{0}; }
+  void skip(size_t count) { at_ = std::min(at_ + count, octets_.size()); }
+  Octets rest() const {
+    return {octets_.begin() + static_cast<std::ptrdiff_t>(at_), octets_.end()};
+  }
+
+  // Half octets swapped, the length counts digits.
+  std::string address() {
+    const size_t digits = next();
+    std::string number = next() == kInternational ? "+" : "";
+    const size_t first = number.size();
+    for (size_t i = 0; i < (digits + 1) / 2; ++i) {
+      const uint8_t pair = next();
+      number += static_cast<char>('0' + (pair & 0x0FU));
+      number += static_cast<char>('0' + (pair >> 4U));
+    }
+    number.resize(first + digits);
+    return number;
+  }
+
+ private:
+  Octets octets_;
+  size_t at_ = 0;
+};
+
+}  // namespace
+
+int MessageStore::add(StoredMessage message) {
+  for (int index = 0; index < kCapacity; ++index) {
+    if (messages_.try_emplace(index, std::move(message)).second) return index;
+  }
+  return -1;
+}
+
+int tpdu_length(std::string_view pdu_hex) {
+  const std::optional<Octets> octets = from_hex(pdu_hex);
+  if (!octets || octets->empty()) return -1;
+  const size_t centre = 1U + octets->front();
+  return octets->size() < centre ? -1 : static_cast<int>(octets->size() - centre);
+}
+
+std::string submit_pdu(std::string_view number, std::string_view text) {
+  text = text.substr(0, kMostCharacters);
+  const bool international = number.starts_with('+');
+  if (international) number.remove_prefix(1);
+  Octets octets{0, 0x01, 0, static_cast<uint8_t>(number.size()),
+                international ? kInternational : kNational};
+  for (size_t i = 0; i < number.size(); i += 2) {
+    const int high = i + 1 < number.size() ? number[i + 1] - '0' : 0x0F;
+    octets.push_back(static_cast<uint8_t>(high * 16 + (number[i] - '0')));
+  }
+  octets.insert(octets.end(), {0, 0, static_cast<uint8_t>(text.size())});
+  const Octets packed = pack_septets(text);
+  octets.insert(octets.end(), packed.begin(), packed.end());
+  return to_hex(octets);
+}
+
+MessageText read_pdu(std::string_view pdu_hex) {
+  OctetReader reader(from_hex(pdu_hex).value_or(Octets{}));
+  reader.skip(reader.next());  // service centre
+  const uint8_t type = reader.next();
+  const bool submitted = (type & 0x03U) == 1;
+  if (submitted) reader.skip(1);  // message reference
+  MessageText message{reader.address(), {}};
+  reader.skip(1);  // protocol
+  const uint8_t coding = reader.next();
+  const unsigned validity = (type >> 3U) & 0x03U;
+  if (!submitted || validity == 1 || validity == 3) reader.skip(7);
+  if (submitted && validity == 2) reader.skip(1);
+  const size_t length = reader.next();
+  const bool plain_text = coding == 0 && (type & 0x40U) == 0;
+  message.text = plain_text ? unpack_septets(reader.rest(), length) : to_hex(reader.rest());
+  return message;
+}
+
+}  // namespace mdxsim

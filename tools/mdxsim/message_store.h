@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace mdxsim {
+
+/// Where a stored message stands, in the numbers of 3GPP TS 27.005 +CMGL in PDU mode.
+enum class MessageState { kReceivedUnread, kReceivedRead, kStoredUnsent, kStoredSent };
+
+struct StoredMessage {
+  MessageState state;
+  std::string pdu;  ///< hexadecimal, with the service centre in front
+};
+
+/// The messages on the card, by index.
+class MessageStore {
+ public:
+  static constexpr int kCapacity = 50;
+
+  /// Puts it at the lowest free index, which is returned; -1 when the store is full.
+  int add(StoredMessage message);
+
+  std::map<int, StoredMessage>& messages() { return messages_; }
+  [[nodiscard]] const std::map<int, StoredMessage>& messages() const { return messages_; }
+
+ private:
+  std::map<int, StoredMessage> messages_;
+};
+
+/// The octets of a PDU without its service centre, as +CMGS and +CMGL count them; -1 when it is not
+/// hexadecimal, or is shorter than the service centre's length says.
+int tpdu_length(std::string_view pdu_hex);
+
+/// A PDU that submits ASCII text in the 7-bit alphabet to `number` (digits, may begin with "+").
+/// Text beyond 160 characters is cut; a character that is not the same in both alphabets becomes
+/// "?".
+std::string submit_pdu(std::string_view number, std::string_view text);
+
+/// What text mode shows of a PDU.
+struct MessageText {
+  std::string number;
+  std::string text;  ///< user data in hexadecimal unless it is in the 7-bit alphabet
+};
+
+/// Reads a submitted or delivered PDU; empty fields where it is damaged.
+MessageText read_pdu(std::string_view pdu_hex);
+
+}  // namespace mdxsim

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "tools/mdxsim/at_line.h"
+#include "tools/mdxsim/living_modem.h"
+
+namespace mdxsim {
+
+/// Carries out one command: its information texts go to `modem.say`, its outcome is returned.
+using CommandHandler = Result (*)(LivingModem& modem, const AtCommand& command);
+
+struct CommandRow {
+  std::string_view name;
+  enum class Needs { kNothing, kSim, kSimForMessages } needs;
+  CommandHandler handler;
+};
+
+/// The row of a command by its name in capitals; null when the modem does not know it.
+const CommandRow* find_command(std::string_view name);
+
+/// The lines that both a command and a report show, without line ends.
+std::string hcsq_line(const ModemState& state);
+std::string registration_line(std::string_view name, const ModemState& state, int detail);
+std::string flow_line(const ModemState& state);
+
+/// The text of a +CME ERROR number for AT+CMEE=2.
+std::string_view cme_error_text(int number);
+
+}  // namespace mdxsim

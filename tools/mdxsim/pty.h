@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace mdxsim {
+
+/// A pseudo terminal with a symbolic link to it: the device that the host opens.
+///
+/// The terminal is raw from the start, so what is said before the host sets it up comes through and
+/// is not echoed. Its node has mode 0666, since a host may run as any user. All functions throw
+/// std::system_error or std::runtime_error when the system refuses.
+class Pty {
+ public:
+  /// Makes terminal and link. A symbolic link at `link` is replaced, anything else there is
+  /// refused.
+  explicit Pty(std::string link);
+
+  /// Removes the link if it still leads here. The host sees a hang-up.
+  ~Pty();
+
+  Pty(const Pty&) = delete;
+  Pty& operator=(const Pty&) = delete;
+
+  /// To poll for POLLIN: bytes of the host.
+  [[nodiscard]] int data_fd() const { return master_; }
+
+  /// To poll for POLLIN: the host opened, closed or read the device. Then call `take_changes`.
+  [[nodiscard]] int change_fd() const { return watch_; }
+
+  /// Takes note of openings, closings and reads. True when the last host has gone without having
+  /// read all that was written.
+  ///
+  /// When the last host has gone, what it left unread is dropped, the terminal is raw again and no
+  /// longer exclusive: a device that is opened next is as new. Two hosts that open or close it in
+  /// the same instant may count as one.
+  bool take_changes();
+
+  /// Whether a host has the device open.
+  [[nodiscard]] bool attached() const { return openings_ > 0; }
+
+  /// The bytes of the host that are there, at most a buffer; empty when none are.
+  std::string read();
+
+  /// Writes without waiting and returns how much went.
+  size_t write(std::string_view bytes);
+
+  /// Whether the host has read all that was written.
+  [[nodiscard]] bool host_has_read_all() const;
+
+  [[nodiscard]] const std::string& node() const { return node_; }
+
+ private:
+  void open_terminal();
+  void make_link() const;
+  void reset_line() const;
+
+  std::string link_;
+  std::string node_;
+  int master_ = -1;
+  int slave_ = -1;
+  int watch_ = -1;
+  int openings_ = 0;
+};
+
+}  // namespace mdxsim

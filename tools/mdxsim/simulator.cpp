@@ -1,0 +1,103 @@
+// Carries bytes between a modem and its terminal.
+#include "tools/mdxsim/simulator.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+
+#include "tools/mdxsim/escape.h"
+
+namespace mdxsim {
+namespace {
+
+// A read by the host wakes us; this is for a kernel that does not tell.
+constexpr int kLookAgainMs = 20;
+
+}  // namespace
+
+Simulator::Simulator(Modem& modem, Pty& pty, Cutter cutter, int signal_fd, bool log)
+    : modem_(modem),
+      pty_(pty),
+      cutter_(std::move(cutter)),
+      signal_fd_(signal_fd),
+      log_(log),
+      start_(std::chrono::steady_clock::now()) {}
+
+Time Simulator::now() const {
+  return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now() - start_);
+}
+
+std::optional<Ending> Simulator::run() {
+  while (true) {
+    note_changes();
+    modem_.advance(now());
+    while (write_next_piece()) {
+    }
+    if (end_unread_) return Ending{false, "the host closed the device before it had read the end"};
+    if (done()) return modem_.ending();
+
+    const short wanted = modem_.accepts_input() ? POLLIN : short{0};
+    std::array<pollfd, 3> fds{
+        {{signal_fd_, POLLIN, 0}, {pty_.change_fd(), POLLIN, 0}, {pty_.data_fd(), wanted, 0}}};
+    if (poll(fds.data(), fds.size(), wait_ms()) < 0 && errno != EINTR) {
+      throw std::system_error(errno, std::generic_category(), "cannot wait for the terminal");
+    }
+    if (fds[0].revents != 0) return std::nullopt;
+    note_changes();
+    if ((fds[2].revents & POLLIN) != 0) take_input();
+  }
+}
+
+void Simulator::note_changes() {
+  const bool was_attached = pty_.attached();
+  const bool unread = pty_.take_changes();
+  if (pty_.attached() == was_attached) return;
+  if (pty_.attached()) return modem_.attached(now());
+  end_unread_ = modem_.ending() && (unread || !pieces_.empty());
+  pieces_.clear();
+  modem_.detached(now());
+}
+
+void Simulator::take_input() {
+  const std::string bytes = pty_.read();
+  if (bytes.empty()) return;
+  if (log_) std::cerr << "> " << escape(bytes) << '\n';
+  modem_.receive(bytes, now());
+}
+
+// True when one was written and the next may be, too.
+bool Simulator::write_next_piece() {
+  if (!pty_.attached() || !pty_.host_has_read_all()) return false;
+  if (pieces_.empty()) {
+    const std::string delivery = modem_.transmit(now());
+    if (delivery.empty()) return false;
+    if (log_) std::cerr << "< " << escape(delivery) << '\n';
+    for (const std::string_view piece : cutter_.cut(delivery)) pieces_.emplace_back(piece);
+  }
+  const size_t written = pty_.write(pieces_.front());
+  pieces_.front().erase(0, written);
+  if (pieces_.front().empty()) pieces_.pop_front();
+  return written > 0;
+}
+
+// What was said last is still to be heard; a host that has gone hears nothing.
+bool Simulator::done() const {
+  if (!modem_.ending()) return false;
+  return !pty_.attached() || (pieces_.empty() && pty_.host_has_read_all());
+}
+
+int Simulator::wait_ms() const {
+  if (!pieces_.empty() || modem_.ending()) return kLookAgainMs;
+  const std::optional<Time> due = modem_.next_due();
+  if (!due) return -1;
+  const auto left = (*due - now()).count();
+  // Something is due but the host has not read what is there.
+  if (left <= 0) return kLookAgainMs;
+  return static_cast<int>(std::min<Time::rep>(left, 60000));
+}
+
+}  // namespace mdxsim
