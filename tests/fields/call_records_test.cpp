@@ -77,6 +77,7 @@ const record_case_t cases[] = {
     {MdxOrigParse, 4, "^ORIG:1,0",                  bytes({1, 0, 0, 0})},
     {MdxOrigParse, 4, "note ^ORIG : 2 , \"5\",9\r\n", bytes({2, 5, 0, 0})},
     {MdxOrigParse, 4, "^ORIG:256,-1",               bytes({255, 0, 0, 0})},
+    {MdxOrigParse, 4, "^ORIG:-1,+2",                bytes({0, 2, 0, 0})},
     {MdxOrigParse, 4, "^ORIG:3",                    bytes({3, 0, 0, 0})},
     {MdxOrigParse, 4, "^ORIG:,0",                   "refused"},
     {MdxOrigParse, 4, "^ORIG:x,0",                  "refused"},

@@ -158,6 +158,7 @@ const field_case_t lines_out_of_shape[] = {
     {"",          ":1",                          "-1"},
     // USSD texts.
     {"+CUSD", "+CUSD: 0,\"a, \"b\",15 c\",72",   "rspType=0|cusdStr=a, \"b\",15 c|codeType=72"},
+    {"+CUSD", "+CUSD: 0,\"say \"x\",15, or\",72", "rspType=0|cusdStr=say \"x\",15, or|codeType=72"},
     {"+CUSD", "+CUSD: 0,\"a\nb\rc\r\nd\xe9\",15\r\n", "rspType=0|cusdStr=a\nb\rc\r\nd\xe9|codeType=15"},
     {"+CUSD", "+CUSD: 0,\" a \" , 15",           "rspType=0|cusdStr= a |codeType=15"},
     {"+CUSD", "+CUSD: 0,\"a\",15\r\nOK\r\n",     "rspType=0|cusdStr=a|codeType=15"},
