@@ -1,32 +1,16 @@
 // mdxctl beside a server that does as it is told: what people and scripts see of an answer.
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 
 #include <nlohmann/json.hpp>
 
+#include "tests/client/run_mdxctl.h"
 #include "tests/client/stand_in_server.h"
 #include "tools/mdxctl/collection.h"
 
 namespace {
 
 using nlohmann::json;
-
-struct Outcome {
-  int code;
-  std::string output;
-};
-
-/// Runs mdxctl; both outputs come in one.
-Outcome mdxctl(const std::string& arguments, const std::string& input = "") {
-  const std::string command = "printf '" + input + "' | " + MDXCTL + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  Outcome outcome;
-  char text[4096];
-  while (const size_t size = fread(text, 1, sizeof(text), pipe)) outcome.output.append(text, size);
-  outcome.code = WEXITSTATUS(pclose(pipe));
-  return outcome;
-}
 
 /// Answers as the command's number says, in the way the record's kind has the server collect.
 void answer_by_number(StandInServer& server, const at_msg_t& record) {
@@ -80,6 +64,7 @@ TEST(Mdxctl, MistakesEndWithTwo) {
   for (const char* arguments :
        {"", "at", "at AT --timeout -1", "at AT --timeout x", "at AT --multi-line --transparent",
         "at AT --no-such", "fly", "report", "report csq", "sms-pdu AT+CMGS=2", "console display",
+        "watch --count 0", "watch --service a --module 1",
         "at AT --match 0123456789012345678901234567890123456789012345678901234567890123"}) {
     EXPECT_EQ(mdxctl(arguments).code, 2) << arguments;
   }
@@ -91,13 +76,13 @@ TEST(Mdxctl, MistakesEndWithTwo) {
 
 TEST(Mdxctl, WithoutServerEndsWithFour) {
   for (const char* arguments :
-       {"at AT", "sms-pdu AT+CMGS=1 00", "report rssi", "console display state"}) {
+       {"at AT", "sms-pdu AT+CMGS=1 00", "report rssi", "console display state", "watch"}) {
     EXPECT_EQ(mdxctl(arguments).code, 4) << arguments;
   }
 }
 
 TEST(Mdxctl, EveryHelpListsTheExitCodes) {
-  for (const char* arguments : {"", "at", "sms-pdu", "report", "console"}) {
+  for (const char* arguments : {"", "at", "sms-pdu", "report", "console", "watch"}) {
     const Outcome outcome = mdxctl(std::string(arguments) + " --help");
     EXPECT_EQ(outcome.code, 0);
     EXPECT_THAT(outcome.output, ::testing::HasSubstr("Exit codes:")) << arguments;

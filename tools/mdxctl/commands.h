@@ -36,3 +36,12 @@ struct console_arguments_t {
   std::vector<std::string> words;
 };
 int run_console(const console_arguments_t& arguments);
+
+struct watch_arguments_t {
+  std::string service;             ///< empty for all, unless `module` is given
+  std::optional<uint32_t> module;  ///< notifications of this module only
+  std::optional<uint32_t> count;   ///< end after this many packets
+  bool follow = false;             ///< wait for a server that is not there
+  bool json = false;
+};
+int run_watch(const watch_arguments_t& arguments);

@@ -16,6 +16,7 @@ struct arguments_t {
   sms_pdu_arguments_t sms_pdu;
   report_arguments_t report;
   console_arguments_t console;
+  watch_arguments_t watch;
 };
 
 CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& purpose,
@@ -96,6 +97,27 @@ void add_console(CLI::App& app, console_arguments_t& arguments, int& code) {
       ->required();
 }
 
+void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
+  CLI::App* watch = add_command(
+      app, "watch", "Show what the device is told: notifications, service messages, call reports.",
+      [&] { code = run_watch(arguments); });
+  CLI::Option* service =
+      watch->add_option("--service", arguments.service, "only messages to this service")
+          ->check([](const std::string& name) {
+            return name.empty() || name.size() > 11 ? "1 to 11 bytes" : std::string();
+          })
+          ->type_name("NAME");
+  watch->add_option("--module", arguments.module, "only notifications of this module")
+      ->excludes(service)
+      ->type_name("NUMBER");
+  watch->add_option("--count", arguments.count, "end after so many packets")
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+  watch->add_flag("--follow", arguments.follow,
+                  "wait for a server that is not, or no longer, there");
+  watch->add_flag("--json", arguments.json, "one object a line, every field by its name");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,6 +131,7 @@ int main(int argc, char** argv) {
   add_sms_pdu(app, arguments.sms_pdu, code);
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
+  add_watch(app, arguments.watch, code);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,0 +1,166 @@
+// mdxctl watch: packets in words, and how watching ends.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <spawn.h>
+
+#include <future>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "platform/fields/call_records.h"
+#include "reports/destinations.h"
+#include "reports/report_records.h"
+#include "tests/client/run_mdxctl.h"
+#include "tests/client/stand_in_hub.h"
+#include "tools/mdxctl/packet_table.h"
+#include "tools/mdxctl/packet_words.h"
+
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+mdx_packet_t packet_of(uint32_t kind, uint32_t type, uint32_t module, const char* to = "") {
+  mdx_packet_t packet = MDX_PACKET_INIT;
+  packet.kind = kind;
+  packet.type = type;
+  packet.module = module;
+  snprintf(packet.to, sizeof(packet.to), "%s", to);
+  return packet;
+}
+
+template <typename T>
+mdx_packet_t with_record(mdx_packet_t packet, const T& record) {
+  packet.payload = &record;
+  packet.length = sizeof(record);
+  return packet;
+}
+
+TEST(PacketWords, NumbersKeepSignAndWidth) {
+  const at_hcsq_info hcsq = {-1, 51, 52, INT32_MIN, INT32_MAX, 0};
+  EXPECT_EQ(packet_line(with_record(packet_of(2, EVT_AT_HCSQ, 19), hcsq)),
+            "NOTIFY_MODULE_19 EVT_AT_HCSQ sysmode=-1 value1=51 value2=52 value3=-2147483648 "
+            "value4=2147483647 value5=0");
+  at_dsflow_info flow{};
+  flow.tx_rate = UINT32_MAX;
+  flow.curr_rx_flow = UINT64_MAX;
+  const std::string line = packet_line(with_record(packet_of(2, EVT_AT_FLOW_REPORT, 18), flow));
+  EXPECT_THAT(line, HasSubstr(" tx_rate=4294967295 B/s "));
+  EXPECT_THAT(line, HasSubstr(" curr_rx_flow=18446744073709551615 B "));
+  const mdx_call_end_record_t end = {7, {}, 65536, 65535, 16};
+  mdx_packet_t voice = with_record(packet_of(3, VOICE_MSG, 0, "voice"), end);
+  voice.a = VOICE_CEND;
+  EXPECT_EQ(packet_line(voice),
+            "voice VOICE_CEND call_id=7 duration=65536 s end_status=65535 cause=16");
+}
+
+TEST(PacketWords, TextsAreShownWholeAndHarmless) {
+  at_ussd_info ussd{};
+  std::memcpy(ussd.cusdStr, "a\0\x1b[\"\xe9", 7);
+  ussd.cusdStrLen = 6;
+  const mdx_packet_t packet = with_record(packet_of(2, EVT_AT_USSD, 2), ussd);
+  EXPECT_THAT(packet_line(packet), HasSubstr(R"(cusdStr="a\x00\x1b[\x22\xe9" cusdStrLen=6 B)"));
+  EXPECT_EQ(packet_json(packet)["fields"]["cusdStr"], std::string("a\0\x1b[\"\xe9", 6));
+
+  mdx_caller_record_t full{};
+  std::memset(full.number, '9', sizeof(full.number));
+  mdx_packet_t voice = with_record(packet_of(3, VOICE_MSG, 0, "voice"), full);
+  voice.a = VOICE_CLIP;
+  EXPECT_EQ(packet_json(voice)["fields"]["number"], std::string(32, '9')) << "no NUL, no overrun";
+}
+
+TEST(PacketWords, LengthTellsEventsOfOneNameApart) {
+  at_sms_index_info index{0, "SM", 3};
+  EXPECT_EQ(packet_json(with_record(packet_of(2, EVT_AT_SMS_NEW, 1), index))["fields"].dump(),
+            R"({"id":0,"mem":"SM","index":3})");
+  at_sms_content_info content{4, 20, "0011"};
+  EXPECT_EQ(packet_json(with_record(packet_of(2, EVT_AT_SMS_NEW, 1), content))["fields"]["pdu"],
+            "0011");
+}
+
+TEST(PacketWords, ModuleTellsEventsOfOneNumberApart) {
+  mdx_packet_t factory = packet_of(2, 9004, 9);
+  factory.a = 1;
+  EXPECT_EQ(packet_line(factory), "RUT_MDL_DEVICE EVT_AT_FACTORY value=1");
+  const at_norstfact_info info{5};
+  EXPECT_EQ(packet_line(with_record(packet_of(2, 9004, 74), info)),
+            "NOTIFY_MODULE_74 EVT_AT_NORSTFACT value=5");
+}
+
+TEST(PacketWords, UnknownsKeepTheirBytes) {
+  const unsigned char bytes[] = {0, 0xff, 0x1a};
+  mdx_packet_t longer = with_record(packet_of(1, DIALUP_MSG_V4_UP, 0, "dialup"), bytes);
+  EXPECT_EQ(packet_line(longer), "dialup DIALUP_MSG_V4_UP a=0 b=0 payload=00ff1a");
+  mdx_packet_t strange = with_record(packet_of(2, 12345, 99), bytes);
+  strange.a = -1;
+  strange.lost = 2;
+  EXPECT_EQ(packet_line(strange),
+            "module 99 notification 12345 a=-1 b=0 payload=00ff1a (behind 2 lost)");
+  EXPECT_EQ(packet_json(strange)["event"], nullptr);
+  EXPECT_EQ(packet_line(packet_of(1, DIALUP_MSG_V4_UP, 0, "cms")), "cms service 166657 a=0 b=0");
+  EXPECT_EQ(packet_line(packet_of(9, 1, 0, "x")), "x unknown 1 a=0 b=0");
+}
+
+TEST(PacketWords, NoRowHidesAnother) {
+  std::set<std::tuple<uint32_t, std::string, int32_t, uint32_t, size_t>> keys;
+  for (const packet_row_t& row : packet_table()) {
+    const std::string to = row.to != nullptr ? row.to : "";
+    EXPECT_TRUE(keys.emplace(row.kind, to, row.number, row.type, row.length).second) << row.name;
+  }
+}
+
+std::future<Outcome> watching(const std::string& arguments) {
+  return std::async(std::launch::async, [=] { return mdxctl("watch " + arguments); });
+}
+
+TEST(Watch, ShowsAsManyAsAskedFor) {
+  StandInHub hub;
+  auto watch = watching("--json --count 2 --service dialup");
+  EXPECT_STREQ(hub.take_subscription().to, "dialup");
+  for (const uint32_t type : {DIALUP_MSG_NET_CHANGE, CMS_MSG_MMI_ENTER, DIALUP_MSG_V4_UP}) {
+    hub.send_packet({type, 1, "dialup", 0, 0, 0, 0, 0}, "");
+  }
+  const Outcome outcome = watch.get();
+  EXPECT_EQ(outcome.code, 0);
+  ASSERT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2);
+  const json first = json::parse(outcome.output.substr(0, outcome.output.find('\n')));
+  EXPECT_EQ(first["event"], "DIALUP_MSG_NET_CHANGE");
+  EXPECT_EQ(first["type"], 166661);
+}
+
+TEST(Watch, LostServerEndsItWithFour) {
+  StandInHub hub;
+  auto watch = watching("--module 19");
+  EXPECT_EQ(hub.take_subscription().module, 19u);
+  hub.hang_up();
+  const Outcome outcome = watch.get();
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_THAT(outcome.output, HasSubstr("gone"));
+}
+
+TEST(Watch, FollowOutlivesTheServer) {
+  auto hub = std::make_unique<StandInHub>();
+  auto watch = watching("--follow --count 1");
+  hub->take_subscription();
+  hub.reset();
+  hub = std::make_unique<StandInHub>();
+  EXPECT_STREQ(hub->take_subscription().to, "*");
+  hub->send_packet({1, 1, "cms", 0, 0, 0, 0, 0}, "");
+  EXPECT_EQ(watch.get().code, 0);
+}
+
+TEST(Watch, CtrlCIsAGoodEnd) {
+  StandInHub hub;
+  pid_t watch = 0;
+  char* arguments[] = {const_cast<char*>("mdxctl"), const_cast<char*>("watch"), nullptr};
+  ASSERT_EQ(posix_spawn(&watch, MDXCTL, nullptr, nullptr, arguments, environ), 0);
+  hub.take_subscription();
+  kill(watch, SIGINT);
+  int status = -1;
+  ASSERT_EQ(waitpid(watch, &status, 0), watch);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+}  // namespace

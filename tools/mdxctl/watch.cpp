@@ -1,0 +1,132 @@
+// mdxctl watch: what the device is told, one line a packet, until Ctrl-C.
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <ctime>
+#include <iostream>
+
+#include "client/mdxclient.h"
+#include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/commands.h"
+#include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/packet_words.h"
+
+namespace {
+
+constexpr int kLookForServerMs = 200;
+
+/// Ctrl-C as something to poll, so that no packet is cut by it.
+int stop_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+/// The time now, to milliseconds: of the day for people, in UTC with its date for programs.
+std::string time_text(bool json) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm parts{};
+  json ? gmtime_r(&now.tv_sec, &parts) : localtime_r(&now.tv_sec, &parts);
+  char text[40];
+  const size_t size = strftime(text, sizeof(text), json ? "%Y-%m-%dT%H:%M:%S" : "%H:%M:%S", &parts);
+  snprintf(text + size, sizeof(text) - size, ".%03ld%s", now.tv_nsec / 1000000, json ? "Z" : "");
+  return text;
+}
+
+class watcher_t {
+ public:
+  explicit watcher_t(const watch_arguments_t& arguments)
+      : arguments_(arguments), left_(arguments.count.value_or(0)), stop_fd_(stop_signals()) {}
+  ~watcher_t() {
+    mdx_unsubscribe(subscription_);
+    close(stop_fd_);
+  }
+  watcher_t(const watcher_t&) = delete;
+  watcher_t& operator=(const watcher_t&) = delete;
+
+  int run() {
+    for (;;) {
+      int error = subscribe();
+      while (error == MDX_OK) error = show_next();
+      if (done_) return EXIT_OK;
+      const bool no_server = error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE;
+      if (!no_server || !arguments_.follow) return fail(error);
+      if (!announced_) std::cerr << "mdxctl: waiting for the server" << std::endl;
+      announced_ = true;
+      if (stopped_within(kLookForServerMs)) return EXIT_OK;
+    }
+  }
+
+ private:
+  int subscribe() {
+    mdx_unsubscribe(subscription_);
+    const char* service = arguments_.module            ? MDX_BY_MODULE
+                          : arguments_.service.empty() ? MDX_EVERYTHING
+                                                       : arguments_.service.c_str();
+    const int error = mdx_subscribe(&subscription_, service, arguments_.module.value_or(0));
+    if (error == MDX_OK && announced_) std::cerr << "mdxctl: the server is there" << std::endl;
+    if (error == MDX_OK) announced_ = false;
+    return error;
+  }
+
+  /// Waits for a packet and shows it. @return MDX_OK to go on
+  int show_next() {
+    pollfd fds[] = {{mdx_subscription_fd(subscription_), POLLIN, 0}, {stop_fd_, POLLIN, 0}};
+    if (poll(fds, 2, -1) < 0) return MDX_ERR_SYSTEM;
+    if (fds[1].revents != 0) return finish();
+    mdx_packet_t packet = MDX_PACKET_INIT;
+    const int error = mdx_next_packet(subscription_, 0, &packet);
+    if (error == MDX_ERR_TIMEOUT) return MDX_OK;
+    if (error != MDX_OK) return error;
+    show(packet);
+    return arguments_.count && --left_ == 0 ? finish() : MDX_OK;
+  }
+
+  void show(const mdx_packet_t& packet) const {
+    if (!arguments_.json) {
+      std::cout << time_text(false) << ' ' << packet_line(packet) << std::endl;
+      return;
+    }
+    nlohmann::ordered_json object = {{"time", time_text(true)}};
+    object.update(packet_json(packet));
+    std::cout << object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+              << std::endl;
+  }
+
+  bool stopped_within(int wait_ms) const {
+    pollfd stop = {stop_fd_, POLLIN, 0};
+    return poll(&stop, 1, wait_ms) > 0;
+  }
+
+  int finish() {
+    done_ = true;
+    return MDX_ERR_TIMEOUT;
+  }
+
+  static int fail(int error) {
+    std::cerr << "mdxctl: "
+              << (error == MDX_ERR_SERVER_GONE ? "the server is gone; --follow waits for it"
+                                               : error_text(error))
+              << std::endl;
+    return exit_code_of_error(error);
+  }
+
+  const watch_arguments_t& arguments_;
+  uint32_t left_;
+  int stop_fd_;
+  mdx_subscription_t* subscription_ = nullptr;
+  bool done_ = false;
+  bool announced_ = false;
+};
+
+}  // namespace
+
+int run_watch(const watch_arguments_t& arguments) { return watcher_t(arguments).run(); }
