@@ -167,7 +167,7 @@ pass_t sort_line(at_msg_t* msg, const line_t& line) {
   int index = 0;
   if (mdx_instant_update(line.text) == 0) return take_instant_update(msg);
   if (holds_pattern(*msg, line.text)) {
-    MDX_TRACE(kSource, MDX_TRACE_FLOW, "match str = %s\n", line.text);
+    MDX_TRACE(kSource, MDX_TRACE_FLOW, "match str = %s\n", msg->at_match_str);
     return take_pattern_line(msg, line);
   }
   if (atcmd_match_result(line.text, &err_code) == 0 && mdx_state.result_received == 0) {
