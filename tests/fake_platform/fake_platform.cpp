@@ -387,6 +387,8 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
     the_world.now = deadline;
     return 0;
   }
+  while (step(the_world.now)) {  // what comes at the same time is reported together
+  }
   *bits = the_world.pending_bits & mask;
   the_world.pending_bits &= ~mask;
   return 1;

@@ -1,0 +1,89 @@
+// The modem channel: deliveries come in whole or not at all, and each wakes the main thread.
+#include "tests/unit/server_test.h"
+
+namespace unit {
+namespace {
+
+class Channel : public Server {
+ protected:
+  static int32_t deliver(const std::string& bytes) {
+    return mdx_get_data_from_nas(6, bytes.data(), static_cast<uint32_t>(bytes.size()));
+  }
+};
+
+TEST_F(Channel, TakesADeliveryUpTo1499Bytes) {
+  // clang-format off
+  const struct { size_t length; int32_t result; int32_t queued; } cases[] = {
+      {0,     0, 1},
+      {1,     0, 1},
+      {1499,  0, 1},
+      {1500,  1, 0},
+      {70000, 1, 0},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    bring_up();
+    EXPECT_EQ(deliver(std::string(c.length, 'x')), c.result) << c.length;
+    EXPECT_EQ(MDX_msgQ_num(mdx_state.nas_queue_id), c.queued) << c.length;
+    const strings raised = c.queued == 1 ? strings{"raise 4711 2"} : strings{};
+    EXPECT_EQ(fake::lines({fake::kind::RAISE}), raised) << c.length;
+    const strings told =
+        c.queued == 1 ? strings{} : strings{"Error: NAS Response length is too big!\n"};
+    EXPECT_EQ(fake::traces(2), told) << c.length;
+  }
+}
+
+TEST_F(Channel, AnElementIsTheBytesZeroesAndTheLength) {
+  deliver("OK\r\n");
+  nas_element_t element;
+  std::memset(&element, 0xff, sizeof element);
+  ASSERT_EQ(MDX_msgQ_recv(mdx_state.nas_queue_id, &element, sizeof element, 0), 1502);
+  EXPECT_EQ(element.length, 4);
+  EXPECT_EQ(std::string(element.data, sizeof element.data), "OK\r\n" + std::string(1496, '\0'));
+}
+
+TEST_F(Channel, WhatIsNotQueuedWakesNobody) {
+  EXPECT_EQ(mdx_get_data_from_nas(6, nullptr, 4), 1);
+  fake::fail.allocations = 1;
+  EXPECT_EQ(deliver("OK"), 1);
+  fake::fail.nas_send = 1;
+  EXPECT_EQ(deliver("OK"), 1);
+  EXPECT_THAT(fake::traces(2),
+              ElementsAre("mdx_get_data_from_nas: Error, mdx_cb data is NULL\n",
+                          "Error: NAS Response malloc fail!\n", "QueueSend Error\n"));
+  EXPECT_THAT(fake::entries(fake::kind::RAISE), IsEmpty());
+  EXPECT_EQ(MDX_msgQ_num(mdx_state.nas_queue_id), 0);
+
+  EXPECT_EQ(mdx_nas_data_enqueue(nullptr, 4), 0);
+  EXPECT_EQ(deliver("OK"), 0) << "the next one is taken again";
+}
+
+TEST_F(Channel, NothingToSendIsRefusedWithoutAWord) {
+  EXPECT_EQ(mdx_send_data_to_nas(nullptr, 2), 0);
+  EXPECT_EQ(mdx_send_data_to_nas("AT", 0), 0);
+  EXPECT_THAT(fake::journal, IsEmpty());
+  EXPECT_EQ(mdx_send_data_to_nas("AT", 2), 1);
+}
+
+TEST_F(Channel, KnowsTheLiteralNotifications) {
+  // clang-format off
+  const struct { const char* line; int32_t result; } cases[] = {
+      {"^CPINNTY:READY",                            0},
+      {"before ^CPINNTY:READY behind",              0},
+      {"^CPINNTY:SIM PUK",                          0},
+      {"^CARDLOCKNTY:SIM LOCKED",                   0},
+      {"^CARDLOCKNTY:SIM LOCKED ^CPINNTY:READY",    0},
+      {"^CPINNTY:SIM PIN",                         -1},
+      {"^CPINNTY: READY",                          -1},
+      {"^cpinnty:ready",                           -1},
+      {"^CPINNTY:READ",                            -1},
+      {"",                                         -1},
+      {nullptr,                                    -1},
+  };
+  // clang-format on
+  for (const auto& c : cases)
+    EXPECT_EQ(mdx_instant_update(c.line), c.result) << testing::PrintToString(c.line);
+}
+
+}  // namespace
+}  // namespace unit

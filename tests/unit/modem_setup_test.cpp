@@ -1,0 +1,109 @@
+// The server's own commands: what they send, and that only "OK" counts.
+#include "server/modem_setup.h"
+
+#include "tests/unit/server_test.h"
+
+namespace unit {
+namespace {
+
+struct operation {
+  int32_t (*run)(int*);
+  std::string sent;
+  std::string match;
+  std::string null_trace;
+  bool traces_retcode;
+};
+
+class ModemSetup : public Server {
+ protected:
+  // clang-format off
+  const operation operations[6] = {
+    {mdx_cmee,                         "AT+CMEE=1\r",  "+CMEE:", "retcode is NULL!\n",                                  false},
+    {mdx_set_ate,                      "ATE0\r",       "ATE0",   "mdx_set_ate: retcode is NULL!\n",                     true},
+    {mdx_set_srvst_unsolicited_enable, "AT^SRVST=1\r", "^SRVST", "mdx_set_srvst_unsolicited_enable: retcode is NULL!\n", true},
+    {mdx_set_creg_unsolicited_enable,  "AT+CREG=2\r",  "+CREG",  "mdx_set_creg_unsolicited_enable: retcode is NULL!\n",  true},
+    {mdx_set_cgreg_unsolicited_enable, "AT+CGREG=2\r", "+CGREG", "mdx_set_cgreg_unsolicited_enable: retcode is NULL!\n", true},
+    {mdx_set_mode_unsolicited_enable,  "AT^MODE=1\r",  "",       "mdx_set_mode_unsolicited_enable: retcode is NULL!\n",  true},
+  };
+  // clang-format on
+  int retcode = 99;
+};
+
+TEST_F(ModemSetup, OnlyOkIsSuccess) {
+  // clang-format off
+  const struct { const char* what; fake::script modem; int32_t result; } cases[] = {
+      {"OK",              {{10, "\r\nOK\r\n"}},                          0},
+      {"report, OK",      {{10, "^RSSI: 3\r\n"}, {20, "OK\r\n"}},        0},
+      {"ERROR",           {{10, "ERROR\r\n"}},                          -1},
+      {"CME ERROR",       {{10, "+CME ERROR: 3\r\n"}},                  -1},
+      {"late OK",         {{3001, "OK\r\n"}},                           -1},
+  };
+  // clang-format on
+  for (const operation& op : operations) {
+    for (const auto& c : cases) {
+      bring_up();
+      fake::answer("", c.modem);
+      EXPECT_EQ(op.run(&retcode), c.result) << op.sent << c.what;
+      EXPECT_EQ(retcode, 0) << op.sent << c.what;
+      EXPECT_THAT(fake::writes(), ElementsAre(op.sent));
+      const strings told = fake::traces(8);
+      EXPECT_EQ(std::count(told.begin(), told.end(), "at_send_normal_cmd_msg = 0\n"),
+                op.traces_retcode ? 1 : 0);
+    }
+  }
+}
+
+TEST_F(ModemSetup, EachTakesTheNextNumberEvenInVain) {
+  for (const operation& op : operations) {
+    bring_up();
+    EXPECT_EQ(op.run(nullptr), -1);
+    EXPECT_THAT(fake::traces(2), ElementsAre(op.null_trace));
+    EXPECT_EQ(mdx_state.msg_seq_counter, 0u) << "nothing was built";
+    fake::fail.write = 1;
+    EXPECT_EQ(op.run(&retcode), -1);
+    EXPECT_EQ(mdx_state.msg_seq_counter, 1u);
+  }
+  for (const uint32_t seq : {256u, 0u, 1u}) {
+    if (seq == 256) mdx_state.msg_seq_counter = 255;
+    fake::answer("", {{10, "OK\r\n"}});
+    EXPECT_EQ(mdx_cmee(&retcode), 0);
+    const at_msg_t seen = mdx_state.last_nas_msg.load();
+    EXPECT_EQ(seen.seq, seq);
+    EXPECT_EQ(seen.msg_type, 5);
+    EXPECT_EQ(seen.timeout, 3);
+  }
+}
+
+TEST_F(ModemSetup, ItsOwnReportIsTakenForItsAnswer) {
+  for (const operation& op : operations) {
+    bring_up();
+    fake::answer("", {{10, op.match + ": 1\r\n^RSSI: 8\r\nOK\r\n"}});
+    EXPECT_EQ(op.run(&retcode), 0) << op.sent;
+    EXPECT_THAT(fake::packets(), IsEmpty()) << op.sent << "no handler for its pattern";
+    EXPECT_EQ(stored_rssi(), "^RSSI: 8") << op.sent << "but for others";
+  }
+}
+
+TEST_F(ModemSetup, TheFourSwitchesAreTriedWhateverTheOthersDo) {
+  const strings all = {"AT^SRVST=1\r", "AT+CREG=2\r", "AT+CGREG=2\r", "AT^MODE=1\r"};
+  fake::answer("AT^MODE", {{10, "OK\r\n"}});
+  EXPECT_EQ(mdx_set_unsolicited_enable(&retcode), 0) << "the last decides";
+  EXPECT_EQ(fake::writes(), all);
+  EXPECT_EQ(fake::now(), 10010u);
+  EXPECT_THAT(fake::traces(2), Contains("mdx_set_srvst_unsolicited_enable failed. \n"));
+  EXPECT_THAT(fake::traces(2), Contains("mdx_set_creg_unsolicited_enable failed. \n"));
+  EXPECT_THAT(fake::traces(2), Contains("mdx_set_cgreg_unsolicited_enable failed. \n"));
+
+  bring_up();
+  EXPECT_EQ(mdx_set_unsolicited_enable(&retcode), -1);
+  EXPECT_EQ(fake::writes(), all);
+  EXPECT_THAT(fake::traces(2), Contains("mdx_set_mode_unsolicited_enable failed. \n"));
+
+  bring_up();
+  EXPECT_EQ(mdx_set_unsolicited_enable(nullptr), -1);
+  EXPECT_THAT(fake::traces(), ElementsAre("retcode is NULL!\n"));
+  EXPECT_THAT(fake::writes(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace unit
