@@ -1,0 +1,165 @@
+// A raise is never lost, whoever raises and whatever else is written into the FIFO.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "platform/linux/border.h"
+#include "platform/linux/event_fifo.h"
+#include "platform/mdx_platform.h"
+#include "tests/platform/other_process.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr uint32_t kMask = 7;
+constexpr uint32_t kUntouched = 0xdead;
+
+/// The bits pending now.
+uint32_t pending(uint32_t mask = kMask) {
+  uint32_t bits = kUntouched;
+  const int32_t result = MDX_event_recv(mask, 0, &bits);
+  EXPECT_EQ(result == 0, bits == kUntouched);
+  return result == 0 ? 0 : bits;
+}
+
+class Events : public testing::Test {
+ protected:
+  Events() {
+    be_the_server();
+    MDX_event_init(kMask);
+    event_fifo_path(MDX_task_getid(), path_);
+  }
+  ~Events() override {
+    while (pending() != 0) {
+    }
+  }
+  char path_[kEventPathSize];
+};
+
+TEST_F(Events, StayPendingUntilTaken) {
+  EXPECT_EQ(pending(), 0u);
+  EXPECT_EQ(MDX_event_send(MDX_task_getid(), 1), 1);
+  EXPECT_EQ(MDX_event_send(MDX_task_getid(), 4), 1);
+  EXPECT_EQ(pending(2), 0u);
+  EXPECT_EQ(pending(1), 1u);
+  EXPECT_EQ(pending(), 4u);
+  EXPECT_EQ(pending(), 0u);
+}
+
+TEST_F(Events, NoRaiseOfAThreadIsLost) {
+  constexpr int kRounds = 20000;
+  const int32_t receiver = MDX_task_getid();
+  std::atomic<int> sent{0}, received{0};
+  std::thread raiser([&] {
+    while (sent < kRounds) {
+      if (sent != received) continue;
+      ++sent;
+      MDX_event_send(receiver, 2);
+    }
+  });
+  uint32_t bits = 0;
+  while (received < kRounds && MDX_event_recv(kMask, 5000, &bits) == 1) ++received;
+  EXPECT_EQ(received, kRounds);
+  sent = kRounds;
+  raiser.join();
+}
+
+TEST_F(Events, ARaiseAtAnAwakeTaskWritesNothing) {
+  const int fifo = open(path_, O_RDONLY | O_NONBLOCK);
+  for (int i = 0; i < 100; ++i) MDX_event_send(MDX_task_getid(), 2);
+  int waiting = -1;
+  ioctl(fifo, FIONREAD, &waiting);
+  EXPECT_EQ(waiting, 0);
+  EXPECT_EQ(pending(), 2u);
+  close(fifo);
+}
+
+TEST_F(Events, AFullPipeLosesNothing) {
+  OtherProcess raiser([this] {
+    const int fd = event_fifo_open(path_);
+    while (event_fifo_raise(fd, 4) == 0) {
+    }
+    return event_fifo_raise(fd, 1) == EAGAIN ? 0 : 1;
+  });
+  ASSERT_EQ(raiser.wait(), 0);
+  EXPECT_EQ(MDX_event_send(MDX_task_getid(), 2), 1);
+  EXPECT_EQ(pending(), 7u);
+  EXPECT_EQ(pending(), 0u);
+}
+
+TEST_F(Events, RubbishHidesNoRaise) {
+  const std::string raise = "\1\0\0\0"s;
+  // clang-format off
+  const struct { const char* what; std::string bytes; } cases[] = {
+      {"one byte",          "\0"s + raise},
+      {"three bytes",       raise + "abc"},
+      {"two halves",        "\0"s + raise + "\0\0\0"s},
+      {"unknown bits",      "\xff\xff\xff\xff"s + raise},
+      {"unknown bits only", "\0\1\0\0\0\1\0\0"s},
+      {"much",              std::string(5000, 'x') + raise},
+  };
+  // clang-format on
+  for (const auto& [what, bytes] : cases) {
+    const int fd = event_fifo_open(path_);
+    ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size())) << what;
+    close(fd);
+    const uint32_t got = pending();
+    EXPECT_EQ(got & 1u, 1u) << what;
+    EXPECT_EQ(got & ~kMask, 0u) << what;
+    EXPECT_EQ(pending(), 0u) << what;
+  }
+}
+
+TEST_F(Events, ReachOtherTasksWhileTheyLive) {
+  constexpr int32_t kTask = 4001;
+  char path[kEventPathSize];
+  event_fifo_path(kTask, path);
+  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "no such task";
+  for (int life = 0; life < 2; ++life) {
+    const int fd = event_fifo_create(path);
+    EXPECT_EQ(MDX_event_send(kTask, 1), 1) << life;
+    EXPECT_EQ(MDX_event_send(kTask, 4), 1) << life;
+    EXPECT_EQ(event_fifo_take(fd), 5u) << life;
+    close(fd);
+  }
+  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "dead";
+  unlink(path);
+}
+
+TEST_F(Events, AreWrittenToFifosOnly) {
+  constexpr int32_t kTask = 4002;
+  char path[kEventPathSize];
+  event_fifo_path(kTask, path);
+  const std::string file = testing::TempDir() + "precious";
+  std::ofstream(file) << "text";
+  ASSERT_EQ(symlink(file.c_str(), path), 0);
+  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "a link";
+  unlink(path);
+  ASSERT_EQ(link(file.c_str(), path), -1);
+  std::ofstream(path) << "text";
+  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "a file";
+  for (const std::string& name : {file, std::string(path)}) {
+    std::string content;
+    std::getline(std::ifstream(name), content);
+    EXPECT_EQ(content, "text") << name;
+    unlink(name.c_str());
+  }
+}
+
+TEST(EventsWithoutSet, FailInsteadOfWaiting) {
+  be_the_server();
+  std::thread([] {
+    uint32_t bits = kUntouched;
+    EXPECT_EQ(MDX_event_recv(kMask, -1, &bits), 0);
+    EXPECT_EQ(bits, kUntouched);
+  }).join();
+}
+
+}  // namespace

@@ -1,0 +1,265 @@
+// Who gets which packet, what a receiver is told about those it missed, and what the hub takes from
+// it.
+
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/border.h"
+#include "platform/linux/counters.h"
+#include "tests/platform/other_process.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr int kWaitMs = 5000;
+
+struct Packet {
+  mdx_packet_header_t header{};
+  std::string payload;
+};
+
+mdx_packet_header_t header_to(mdx_packet_kind_t kind, const char* to, uint32_t type = 0) {
+  mdx_packet_header_t header{};
+  header.kind = kind;
+  header.type = type;
+  strncpy(header.to, to, sizeof(header.to) - 1);
+  return header;
+}
+
+class Receiver {
+ public:
+  Receiver() : fd_(connect_to(kMdxHubPath, SOCK_SEQPACKET)) {}
+  explicit Receiver(const char* name, uint32_t module = 0) : Receiver() {
+    const uint64_t subscribed = counter_value(COUNT_RECEIVERS);
+    mdx_packet_header_t subscription = header_to(MDX_PACKET_SUBSCRIPTION, name);
+    subscription.module = module;
+    send(std::string(reinterpret_cast<const char*>(&subscription), sizeof(subscription)));
+    while (counter_value(COUNT_RECEIVERS) == subscribed) std::this_thread::yield();
+  }
+  ~Receiver() { close(fd_); }
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
+
+  bool send(const std::string& bytes) const {
+    return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+  /// The next packet; type 0 when none comes.
+  Packet next(int wait_ms = kWaitMs) const {
+    Packet packet;
+    char buffer[10000];
+    pollfd readable = {fd_, POLLIN, 0};
+    if (poll(&readable, 1, wait_ms) != 1) return packet;
+    const ssize_t size = recv(fd_, buffer, sizeof(buffer), 0);
+    if (size < static_cast<ssize_t>(sizeof(packet.header))) return packet;
+    memcpy(&packet.header, buffer, sizeof(packet.header));
+    packet.payload.assign(buffer + sizeof(packet.header),
+                          static_cast<size_t>(size) - sizeof(packet.header));
+    return packet;
+  }
+  std::vector<uint32_t> types_waiting() const {
+    std::vector<uint32_t> types;
+    for (Packet packet = next(0); packet.header.type != 0; packet = next(0))
+      types.push_back(packet.header.type);
+    return types;
+  }
+  bool hung_up() const {
+    pollfd gone = {fd_, POLLIN, 0};
+    return poll(&gone, 1, kWaitMs) == 1 && (gone.revents & POLLHUP) != 0;
+  }
+
+ private:
+  int fd_;
+};
+
+std::atomic<int> messages{0};
+std::atomic<uint32_t> last_type{0};
+std::atomic<uint32_t> last_length{0};
+
+void take_message(const void* packet) {
+  uint32_t words[10];
+  memcpy(words, packet, sizeof(words));
+  last_type = words[0];
+  last_length = words[9];
+  ++messages;
+}
+
+class Hub : public testing::Test {
+ protected:
+  Hub() {
+    be_the_server();
+    static bool started = false;
+    if (started) return;
+    started = true;
+    EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), -1) << "before there is a hub";
+    EXPECT_EQ(KRP_MSG_Init("mdxgate"), 0);
+    EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), 0) << "before anybody serves it";
+    MDX_pthread_create(
+        0, 0, 0,
+        [] {
+          KRP_MSG_RegisterMsgProc(take_message);
+          KRP_UTIL_SockBaseStart(0);
+        },
+        0);
+    EXPECT_EQ(KRP_NOTIFYCLT_Init(31), 0);
+  }
+};
+
+TEST_F(Hub, EachReceiverGetsWhatItAskedFor) {
+  const Receiver all("*"), dialup("dialup"), voice("voice"), module12("", 12), nothing;
+  EXPECT_EQ(KRP_MSG_SendMsgData("dialup", 101, "ab", 2), 0);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 102, 0), 0);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("dialup2", 103, 0), 0);
+  EXPECT_EQ(MDX_post_notify(12, 104, 0, 0), 0);
+  EXPECT_EQ(MDX_post_notify(13, 105, 0, 0), 0);
+  EXPECT_EQ(KRP_UTIL_SendMsgToVoice2(8907, 3, 0, "v", 1), 0);
+  EXPECT_THAT(all.types_waiting(), ElementsAre(101, 102, 103, 104, 105, 8907));
+  EXPECT_THAT(dialup.types_waiting(), ElementsAre(101));
+  EXPECT_THAT(voice.types_waiting(), ElementsAre(8907));
+  EXPECT_THAT(module12.types_waiting(), ElementsAre(104));
+  EXPECT_THAT(nothing.types_waiting(), ElementsAre());
+}
+
+TEST_F(Hub, PacketsCarryTheirValues) {
+  const Receiver all("*");
+  MDX_post_notify_ex(27, 27003, "payload", 7, 5, -1);
+  const Packet notification = all.next();
+  EXPECT_EQ(notification.header.type, 27003u);
+  EXPECT_EQ(notification.header.kind, MDX_PACKET_NOTIFICATION);
+  EXPECT_STREQ(notification.header.to, "");
+  EXPECT_EQ(notification.header.module, 27u);
+  EXPECT_EQ(notification.header.a, 5);
+  EXPECT_EQ(notification.header.b, -1);
+  EXPECT_EQ(notification.header.length, 7u);
+  EXPECT_EQ(notification.payload, "payload");
+  KRP_UTIL_SendMsgToVoice2(8907, 42, 0, "call", 4);
+  const Packet call = all.next();
+  EXPECT_EQ(call.header.type, 8907u);
+  EXPECT_EQ(call.header.kind, MDX_PACKET_VOICE);
+  EXPECT_EQ(call.header.a, 42);
+  EXPECT_EQ(call.payload, "call");
+}
+
+TEST_F(Hub, RefusesWhatNoPacketHolds) {
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("elevenchars", 1, 0), 0);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("twelve chars", 1, 0), -1);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("", 1, 0), -1);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg(nullptr, 1, 0), -1);
+  EXPECT_EQ(KRP_MSG_SendMsgData("cms", 1, nullptr, 1), -1);
+  const std::string large(8193, 'x');
+  EXPECT_EQ(KRP_MSG_SendMsgData("cms", 1, large.data(), 8192), 0);
+  EXPECT_EQ(KRP_MSG_SendMsgData("cms", 1, large.data(), 8193), -1);
+}
+
+TEST_F(Hub, AReceiverThatNeverReadsIsToldWhatItMissed) {
+  constexpr uint32_t kPackets = 5000;
+  const Receiver slow("*"), quick("*");
+  const std::string payload(1000, 'x');
+  const auto begin = std::chrono::steady_clock::now();
+  for (uint32_t i = 0; i < kPackets; ++i) {
+    ASSERT_EQ(MDX_post_notify_ex(1, 1, payload.data(), 1000, static_cast<int32_t>(i), 0), 0);
+    const Packet packet = quick.next();
+    ASSERT_EQ(packet.header.a, static_cast<int32_t>(i));
+    ASSERT_EQ(packet.header.lost, 0u);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+
+  uint32_t got = 0;
+  for (Packet packet = slow.next(0); packet.header.type != 0; packet = slow.next(0)) {
+    EXPECT_EQ(packet.header.a, static_cast<int32_t>(got)) << "what fits comes first";
+    ++got;
+  }
+  EXPECT_GT(got * payload.size(), 64u * 1024);
+  EXPECT_LT(got, kPackets);
+  MDX_post_notify(1, 2, 0, 0);
+  EXPECT_EQ(slow.next().header.lost, kPackets - got);
+  MDX_post_notify(1, 3, 0, 0);
+  EXPECT_EQ(slow.next().header.lost, 0u);
+}
+
+TEST_F(Hub, MessagesForTheServerReachItsProcedure) {
+  const Receiver sender;
+  for (const uint32_t type : {0x8804u, 0x8805u}) {
+    const int before = messages;
+    mdx_packet_header_t header = header_to(MDX_PACKET_SERVICE, "mdxgate", type);
+    header.length = 3;
+    ASSERT_TRUE(sender.send(std::string(reinterpret_cast<char*>(&header), sizeof(header)) + "abc"));
+    while (messages == before) std::this_thread::yield();
+    EXPECT_EQ(last_type, type);
+    EXPECT_EQ(last_length, 3u);
+  }
+}
+
+TEST_F(Hub, RubbishIsDroppedAndCounted) {
+  const auto packet = [](mdx_packet_header_t header, uint32_t length, size_t payload) {
+    header.length = length;
+    return std::string(reinterpret_cast<char*>(&header), sizeof(header)) +
+           std::string(payload, 'x');
+  };
+  mdx_packet_header_t endless_name = header_to(MDX_PACKET_SERVICE, "mdxgate");
+  memset(endless_name.to, 'm', sizeof(endless_name.to));
+  const mdx_packet_header_t message = header_to(MDX_PACKET_SERVICE, "mdxgate");
+  // clang-format off
+  const struct { const char* what; std::string bytes; } cases[] = {
+      {"one byte",            "x"},
+      {"a byte short",        packet(message, 0, 0).substr(0, 39)},
+      {"length too small",    packet(message, 4, 5)},
+      {"length too large",    packet(message, 5, 4)},
+      {"length near 2^32",    packet(message, 0xffffffd8, 0)},
+      {"larger than any",     packet(message, 9000, 9000)},
+      {"name without end",    packet(endless_name, 0, 0)},
+      {"a notification",      packet(header_to(MDX_PACKET_NOTIFICATION, ""), 0, 0)},
+      {"unknown kind",        packet(header_to(mdx_packet_kind_t{99}, "mdxgate"), 0, 0)},
+      {"another service",     packet(header_to(MDX_PACKET_SERVICE, "cms"), 0, 0)},
+      {"no service",          packet(header_to(MDX_PACKET_SERVICE, ""), 0, 0)},
+      {"second subscription", packet(header_to(MDX_PACKET_SUBSCRIPTION, "dialup"), 0, 0)},
+  };
+  // clang-format on
+  const Receiver receiver("cms");
+  const int taken = messages;
+  for (const auto& [what, bytes] : cases) {
+    const uint64_t refused = counter_value(COUNT_PACKETS_REFUSED);
+    ASSERT_TRUE(receiver.send(bytes)) << what;
+    while (counter_value(COUNT_PACKETS_REFUSED) == refused) std::this_thread::yield();
+  }
+  EXPECT_EQ(messages, taken);
+  KRP_MSG_SendSimpleMsg("cms", 7, 0);
+  EXPECT_EQ(receiver.next().header.type, 7u) << "and it still gets what it asked for";
+}
+
+TEST_F(Hub, RefusesOneReceiverTooManyUntilAnotherLeaves) {
+  std::vector<std::unique_ptr<Receiver>> receivers;
+  const uint64_t refused = counter_value(COUNT_RECEIVERS_REFUSED);
+  for (int i = 0; i < 128; ++i) receivers.push_back(std::make_unique<Receiver>("cms"));
+  EXPECT_EQ(counter_value(COUNT_RECEIVERS_REFUSED), refused);
+  EXPECT_TRUE(Receiver().hung_up());
+  receivers.erase(receivers.begin() + 50);
+  const Receiver late("cms");
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 8, 0), 0);
+  EXPECT_EQ(late.next().header.type, 8u);
+}
+
+TEST_F(Hub, ReceiversComeAndGoWhileItSends) {
+  std::atomic<bool> over{false};
+  std::thread coming_and_going([&over] {
+    for (int i = 0; i < 300; ++i) {
+      const Receiver receiver("*");
+      receiver.next(i % 3);
+    }
+    over = true;
+  });
+  while (!over) ASSERT_EQ(MDX_post_notify(1, 1, 2, 3), 0);
+  coming_and_going.join();
+}
+
+}  // namespace

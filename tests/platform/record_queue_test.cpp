@@ -1,0 +1,243 @@
+// What clients rely on: the depth, who gets which answer, and that nobody can block the others.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <array>
+#include <vector>
+
+#include "platform/linux/border.h"
+#include "platform/linux/counters.h"
+#include "platform/linux/event_fifo.h"
+#include "tests/platform/other_process.h"
+#include "tests/platform/shifted_clock.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr int kUntouched = 77;
+using record_t = std::array<int32_t, kMdxRecordSize / 4>;
+
+/// A client's end of an event set: alive until it goes away.
+class Client {
+ public:
+  explicit Client(int32_t task) : task_(task) {
+    event_fifo_path(task, path_);
+    fd_ = event_fifo_create(path_);
+  }
+  ~Client() {
+    close(fd_);
+    unlink(path_);
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  void die() { close(std::exchange(fd_, -1)); }
+  bool was_woken() { return event_fifo_take(fd_) == kMdxEventAnswer; }
+  int32_t task() const { return task_; }
+
+ private:
+  int32_t task_;
+  int fd_ = -1;
+  char path_[kEventPathSize];
+};
+
+class RecordQueue : public testing::Test {
+ protected:
+  RecordQueue() {
+    be_the_server();
+    MDX_event_init(7);
+    for (const int32_t number : {kMdxRequestQueue, kMdxResponseQueue}) {
+      MDX_msgQex_delete(MDX_get_msgQ_id(number));
+      ids_[number] = MDX_msgQex_create(number, 10, kMdxRecordSize);
+    }
+  }
+  ~RecordQueue() override {
+    for (const int32_t id : {requests(), responses()}) MDX_msgQex_delete(id);
+  }
+  int32_t requests() const { return ids_[kMdxRequestQueue]; }
+  int32_t responses() const { return ids_[kMdxResponseQueue]; }
+
+  /// Puts an answer on queue 1. @return 0, or the errno
+  int answer(int32_t task, int32_t number) const {
+    record_t record{task};
+    record[4] = number;
+    record.back() = ~number;
+    int error = kUntouched;
+    const int result = send_to_msgqueue(responses(), record.data(), &error);
+    EXPECT_EQ(result == 0, error == kUntouched);
+    return result == 0 ? 0 : error;
+  }
+  int answers(int32_t task, int32_t from, int32_t to) const {
+    int error = 0;
+    for (int32_t number = from; number <= to && error == 0; ++number) error = answer(task, number);
+    return error;
+  }
+  /// The numbers of all answers on queue 1 for a task, oldest first.
+  std::vector<int32_t> take_all(int32_t task) const {
+    std::vector<int32_t> numbers;
+    record_t record{};
+    int error = 0;
+    while (read_from_msgqueue(responses(), record.data(), task, &error) == 0) {
+      EXPECT_EQ(record.back(), ~record[4]);
+      numbers.push_back(record[4]);
+    }
+    EXPECT_EQ(error, ENOMSG);
+    return numbers;
+  }
+
+ private:
+  int32_t ids_[3] = {-1, -1, -1};
+};
+
+TEST_F(RecordQueue, HoldsExactlyItsDepth) {
+  record_t record{1};
+  int error = kUntouched;
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0);
+  EXPECT_EQ(error, kUntouched);
+  EXPECT_EQ(MDX_msgQex_num(requests()), 10);
+  EXPECT_EQ(send_to_msgqueue(requests(), record.data(), &error), -1);
+  EXPECT_EQ(error, EAGAIN);
+  EXPECT_EQ(MDX_msgQex_num(requests()), 10);
+}
+
+TEST_F(RecordQueue, DropsForeignSizesAndServesTheRest) {
+  struct {
+    long type;
+    char text[4000];
+  } message = {5, {}};
+  const uint64_t dropped = counter_value(COUNT_REQUESTS_MISSIZED);
+  for (const size_t size : {0, 1, 1599, 1601, 4000})
+    ASSERT_EQ(msgsnd(requests(), &message, size, IPC_NOWAIT), 0) << size;
+  record_t record{5, 1};
+  int error = kUntouched;
+  ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0);
+
+  record_t read{};
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(read_from_msgqueue(requests(), read.data(), 0, &error), -1) << i;
+  EXPECT_EQ(read, record_t{});
+  EXPECT_EQ(counter_value(COUNT_REQUESTS_MISSIZED), dropped + 5);
+  error = kUntouched;
+  EXPECT_EQ(read_from_msgqueue(requests(), read.data(), 0, &error), 0);
+  EXPECT_EQ(read, record);
+  EXPECT_EQ(error, kUntouched);
+}
+
+TEST_F(RecordQueue, TypesKeepClientsApart) {
+  // clang-format off
+  const struct { int32_t msg_type, type; } cases[] = {
+      {1, 1}, {4711, 4711}, {0x7fffffff, 0x7fffffff}, {0, 0x7fffffff}, {-1, 0x7fffffff},
+      {INT32_MIN, 0x7fffffff},
+  };
+  // clang-format on
+  for (const auto& [msg_type, type] : cases) {
+    ASSERT_EQ(answer(msg_type, 9), 0) << msg_type;
+    EXPECT_THAT(take_all(4242), ElementsAre()) << msg_type;
+    EXPECT_THAT(take_all(type), ElementsAre(9)) << msg_type;
+  }
+}
+
+TEST_F(RecordQueue, WakesTheClientOfEachAnswer) {
+  Client client(4001), other(4002);
+  ASSERT_EQ(answer(client.task(), 1), 0);
+  EXPECT_TRUE(client.was_woken());
+  EXPECT_FALSE(other.was_woken());
+}
+
+TEST_F(RecordQueue, FullQueueLosesAnswersOfTheDeadFirst) {
+  Client dead(4001), alive(4002), late(4003);
+  ASSERT_EQ(answers(alive.task(), 1, 3), 0);
+  ASSERT_EQ(answers(dead.task(), 4, 8), 0);
+  ASSERT_EQ(answers(alive.task(), 9, 10), 0);
+  dead.die();
+  shift_clock(6000);  // old answers of the living stay while the dead make room
+  ASSERT_TRUE(alive.was_woken());
+  EXPECT_EQ(answer(late.task(), 11), 0);
+  EXPECT_TRUE(alive.was_woken()) << "it may have looked while its answers were off the queue";
+  EXPECT_THAT(take_all(dead.task()), ElementsAre());
+  EXPECT_THAT(take_all(alive.task()), ElementsAre(1, 2, 3, 9, 10));
+  EXPECT_THAT(take_all(late.task()), ElementsAre(11));
+}
+
+TEST_F(RecordQueue, AnswersOfAKilledProcessMakeRoom) {
+  OtherProcess client([] {
+    MDX_event_init(1);
+    OtherProcess::say_ready();
+    OtherProcess::wait_for_kill();
+    return 0;
+  });
+  ASSERT_TRUE(client.wait_ready());
+  ASSERT_EQ(answers(client.pid(), 1, 10), 0);
+  EXPECT_EQ(answer(4002, 11), EAGAIN);
+  client.kill_now();
+  client.wait();
+  EXPECT_EQ(answer(4002, 12), 0);
+}
+
+TEST_F(RecordQueue, AnswersUnreadForLongMakeRoom) {
+  Client never_reads(4001), slow(4002), busy(4003);
+  ASSERT_EQ(answers(never_reads.task(), 1, 8), 0);
+  for (int32_t i = 0; i < 500; ++i) {  // those between were read at once
+    ASSERT_EQ(answer(busy.task(), i), 0);
+    ASSERT_THAT(take_all(busy.task()), ElementsAre(i));
+  }
+  shift_clock(4000);
+  ASSERT_EQ(answers(slow.task(), 9, 10), 0);
+  EXPECT_EQ(answer(busy.task(), 11), EAGAIN);
+  EXPECT_EQ(MDX_msgQex_num(responses()), 10);
+  shift_clock(1500);
+  EXPECT_EQ(answer(busy.task(), 12), 0);
+  EXPECT_THAT(take_all(never_reads.task()), ElementsAre());
+  EXPECT_THAT(take_all(slow.task()), ElementsAre(9, 10));
+}
+
+TEST_F(RecordQueue, AFailedAnswerLeavesTheOthersInOrder) {
+  Client one(4001), two(4002);
+  for (int32_t i = 0; i < 5; ++i) {
+    ASSERT_EQ(answer(one.task(), i), 0);
+    ASSERT_EQ(answer(two.task(), i), 0);
+  }
+  EXPECT_EQ(answer(one.task(), 99), EAGAIN);
+  EXPECT_THAT(take_all(one.task()), ElementsAre(0, 1, 2, 3, 4));
+  EXPECT_THAT(take_all(two.task()), ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST_F(RecordQueue, AQueueFullOfForeignMessagesIsCleared) {
+  const struct {
+    long type;
+    char text[100];
+  } rubbish = {4001, {}};
+  while (msgsnd(responses(), &rubbish, sizeof(rubbish.text), IPC_NOWAIT) == 0) {
+  }
+  EXPECT_EQ(answer(4001, 1), 0);
+  EXPECT_THAT(take_all(4001), ElementsAre(1));
+}
+
+TEST_F(RecordQueue, RequestsLeadToTheTaskThatServesThem) {
+  OtherProcess client([] {
+    const int fd = open(kMdxServerLink, O_WRONLY | O_NONBLOCK);
+    return fd >= 0 ? event_fifo_raise(fd, kMdxEventRequest) : errno;
+  });
+  uint32_t bits = 0;
+  EXPECT_EQ(MDX_event_recv(7, 5000, &bits), 1);
+  EXPECT_EQ(bits, kMdxEventRequest);
+  EXPECT_EQ(client.wait(), 0);
+}
+
+TEST_F(RecordQueue, RefusesWhatItCannotHold) {
+  // clang-format off
+  const struct { int32_t number, depth, size; } cases[] = {
+      {0, 10, 1600}, {3, 10, 1600}, {1, 0, 1600}, {1, -1, 1600}, {1, 10, 1599}, {1, 10, 0},
+      {1, 1 << 20, 1600}, {2, 10, 1600},
+  };
+  // clang-format on
+  for (const auto& [number, depth, size] : cases)
+    EXPECT_EQ(MDX_msgQex_create(number, depth, size), -1) << number << " " << depth << " " << size;
+  EXPECT_EQ(MDX_msgQex_num(requests()), 0) << "the second of a number leaves the first alone";
+}
+
+}  // namespace

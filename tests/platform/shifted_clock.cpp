@@ -1,0 +1,25 @@
+// Stands in the place of the platform's clock.
+
+#include "tests/platform/shifted_clock.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "platform/mdx_platform.h"
+
+namespace {
+std::atomic<uint32_t> shift{0};
+}
+
+void shift_clock(uint32_t milliseconds) { shift += milliseconds; }
+
+uint32_t MDX_elapse() {
+  using namespace std::chrono;
+  const auto now = steady_clock::now().time_since_epoch();
+  return static_cast<uint32_t>(duration_cast<milliseconds>(now).count()) + shift;
+}
+
+void MDX_sleep(uint32_t milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}

@@ -1,0 +1,128 @@
+// Where a trace goes, what it looks like there, and that it holds nobody up.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+#include "tests/platform/other_process.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+std::string take(int fd) {
+  char buffer[4096];
+  const ssize_t size = recv(fd, buffer, sizeof(buffer), MSG_DONTWAIT);
+  return std::string(buffer, size > 0 ? static_cast<size_t>(size) : 0);
+}
+
+class SystemLog {
+ public:
+  SystemLog() : fd_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
+    unlink("/dev/log");
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
+    EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  }
+  ~SystemLog() {
+    close(fd_);
+    unlink("/dev/log");
+  }
+  SystemLog(const SystemLog&) = delete;
+  SystemLog& operator=(const SystemLog&) = delete;
+  std::string next() const { return take(fd_); }
+
+ private:
+  int fd_;
+};
+
+TEST(Trace, ALevelThatIsOffEvaluatesNothing) {
+  const SystemLog log;
+  int evaluated = 0;
+  MDX_TRACE("mdxgate", MDX_TRACE_FLOW, "%d\n", ++evaluated);
+  EXPECT_EQ(evaluated, 0);
+  EXPECT_EQ(log.next(), "");
+  mdx_trace_mask = 8;
+  MDX_TRACE("mdxgate", MDX_TRACE_FLOW, "%d\n", ++evaluated);
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_THAT(log.next(), EndsWith(": 1"));
+  mdx_trace_mask = 6;
+}
+
+TEST(Trace, TheLogGetsLevelsAndHarmlessText) {
+  const SystemLog log;
+  // clang-format off
+  const struct { uint32_t level; const char* priority; } cases[] = {
+      {2, "<27>"}, {4, "<28>"}, {8, "<30>"}, {16, "<31>"},
+  };
+  // clang-format on
+  for (const auto& [level, priority] : cases) {
+    errno = 4711;
+    KRP_TRACE_PrintInfo("mdx_register", 12, 0, "mdxgate", level, "%s %d\n", "a\x1b[2J\nb", 3);
+    EXPECT_EQ(errno, 4711);
+    const std::string line = log.next();
+    EXPECT_THAT(line, StartsWith(priority));
+    EXPECT_THAT(line, MatchesRegex(".*mdxgate.[0-9]+.: mdxgate mdx_register:12: a .2J b 3"));
+  }
+  mlog_print("mdxgate", 2, "pid file");
+  EXPECT_THAT(log.next(), EndsWith("mdxgate start-up: pid file"));
+  const std::string text(5000, 'x');
+  KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%s", text.c_str());
+  EXPECT_THAT(log.next(), EndsWith("xxx (cut)"));
+}
+
+TEST(Trace, ALogThatDoesNotKeepUpHoldsNobodyUp) {
+  const SystemLog log;
+  const uint64_t lost = counter_value(COUNT_TRACES_LOST);
+  for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d", i);
+  EXPECT_GT(counter_value(COUNT_TRACES_LOST), lost);
+  EXPECT_THAT(log.next(), EndsWith(": 0"));
+}
+
+TEST(Trace, AJournalGetsItsLevel) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  OtherProcess server([&ends] {
+    dup2(ends[1], STDERR_FILENO);
+    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 4, "%d\n", i);
+    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_THAT(take(ends[0]), StartsWith("<4>mdxgate mdxgate:1: 0\n<4>mdxgate mdxgate:1: 1\n"));
+}
+
+TEST(Trace, ATerminalThatNobodyReadsHoldsNobodyUp) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+  OtherProcess server([terminal] {
+    dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDERR_FILENO);
+    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d\n", i);
+    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  char text[100] = "";
+  EXPECT_GT(read(terminal, text, sizeof(text) - 1), 0);
+  EXPECT_THAT(text, StartsWith("mdxgate mdxgate:1: 0\r"));
+  close(terminal);
+}
+
+TEST(Trace, OtherFilesGetNothing) {
+  OtherProcess server([] {
+    KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text\n");
+    return 0;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_EQ(server.errors(), "");
+}
+
+}  // namespace
