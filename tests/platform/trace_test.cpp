@@ -46,6 +46,44 @@ class SystemLog {
   int fd_;
 };
 
+// These stand first: a forked process decides for itself only if this one has not traced yet.
+
+TEST(Trace, AJournalGetsItsLevel) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  OtherProcess server([&ends] {
+    dup2(ends[1], STDERR_FILENO);
+    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 4, "%d\n", i);
+    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_THAT(take(ends[0]), StartsWith("<4>mdxgate mdxgate:1: 0\n<4>mdxgate mdxgate:1: 1\n"));
+}
+
+TEST(Trace, ATerminalThatNobodyReadsHoldsNobodyUp) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+  OtherProcess server([terminal] {
+    dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDERR_FILENO);
+    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d\n", i);
+    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  char text[100] = "";
+  EXPECT_GT(read(terminal, text, sizeof(text) - 1), 0);
+  EXPECT_THAT(text, StartsWith("mdxgate mdxgate:1: 0\r"));
+  close(terminal);
+}
+
+TEST(Trace, OtherFilesGetNothing) {
+  OtherProcess server([] {
+    KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text\n");
+    return 0;
+  });
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_EQ(server.errors(), "");
+}
+
 TEST(Trace, ALevelThatIsOffEvaluatesNothing) {
   const SystemLog log;
   int evaluated = 0;
@@ -87,42 +125,6 @@ TEST(Trace, ALogThatDoesNotKeepUpHoldsNobodyUp) {
   for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d", i);
   EXPECT_GT(counter_value(COUNT_TRACES_LOST), lost);
   EXPECT_THAT(log.next(), EndsWith(": 0"));
-}
-
-TEST(Trace, AJournalGetsItsLevel) {
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  OtherProcess server([&ends] {
-    dup2(ends[1], STDERR_FILENO);
-    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 4, "%d\n", i);
-    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
-  });
-  EXPECT_EQ(server.wait(), 0);
-  EXPECT_THAT(take(ends[0]), StartsWith("<4>mdxgate mdxgate:1: 0\n<4>mdxgate mdxgate:1: 1\n"));
-}
-
-TEST(Trace, ATerminalThatNobodyReadsHoldsNobodyUp) {
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
-  OtherProcess server([terminal] {
-    dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDERR_FILENO);
-    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d\n", i);
-    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
-  });
-  EXPECT_EQ(server.wait(), 0);
-  char text[100] = "";
-  EXPECT_GT(read(terminal, text, sizeof(text) - 1), 0);
-  EXPECT_THAT(text, StartsWith("mdxgate mdxgate:1: 0\r"));
-  close(terminal);
-}
-
-TEST(Trace, OtherFilesGetNothing) {
-  OtherProcess server([] {
-    KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text\n");
-    return 0;
-  });
-  EXPECT_EQ(server.wait(), 0);
-  EXPECT_EQ(server.errors(), "");
 }
 
 }  // namespace
