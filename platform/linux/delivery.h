@@ -1,0 +1,97 @@
+// Turns what a modem says into deliveries that the server can take apart.
+//
+// Bytes come cut anywhere. The server loses a line that is cut between CR and LF, takes a stray
+// line for an answer, and charges each delivery that leaves an answer open a whole second. So whole
+// lines are collected here, an answer up to its result, and echo and doubled CRs are taken out.
+// There is no I/O and no clock: the caller says what came and what time it is.
+//
+// What is left out, and nothing else: the echo with its line end; all but one of the CRs in front
+// of an LF; CRs and blank lines that fill the whole buffer by themselves, but for a last CR.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+constexpr uint32_t kDeliveryMaxBytes = 1499;
+/// A line that stops in the middle, or an answer without result, is waited for this long.
+constexpr uint32_t kSilenceMs = 20;
+/// A header's body is waited for this long, counted from the last byte.
+constexpr uint32_t kBodyWaitMs = 50;
+/// The rest of an echo is waited for this long, counted from the last byte. Lines in front of it
+/// are not.
+constexpr uint32_t kEchoWaitMs = 1000;
+
+/// Assembles the deliveries of one modem. Not for two threads at once; plain memory, no destructor.
+///
+/// The cycle of use: `received` until it has taken all bytes, and whenever it stops early or runs
+/// out, `next` and `taken` until there is nothing more. Then wait until bytes come or `due` is
+/// reached. Times are milliseconds of one clock that never goes back.
+class delivery_assembler {
+ public:
+  static constexpr uint64_t kNever = UINT64_MAX;
+
+  /// Notes what goes out to the modem: an answer is owed from now on, and an echo expected. Call it
+  /// before the first byte leaves. Bytes held so far stay.
+  ///
+  /// A text of several lines is echoed line by line. The echo of more than 1499 bytes is not
+  /// recognised.
+  void sent(const char* bytes, size_t size);
+
+  /// Notes that the modem is gone: no answer, echo or body will come. Text held so far becomes due.
+  void link_lost();
+
+  /// Takes bytes of the modem, as far as the first point where a delivery has to end.
+  /// @return the bytes taken; fewer than `size`, even 0, while a delivery waits in `next`
+  size_t received(const char* bytes, size_t size, uint64_t now);
+
+  /// The delivery to hand over now: 1 to 1499 bytes, or empty when there is none. Once shown, a
+  /// delivery stays the same until `taken`; the view is valid as long, whatever `sent` does.
+  /// @param more_waiting  the modem has said more that has not been received yet: only what must
+  /// end
+  ///                      now is handed over, and silence does not count
+  std::string_view next(uint64_t now, bool more_waiting);
+
+  /// Removes the delivery that `next` has shown.
+  void taken();
+
+  /// When `next` will have a delivery if no more bytes come; kNever when silence changes nothing.
+  uint64_t due() const;
+
+  /// Lines dropped because they repeated what was sent, ever.
+  uint32_t echoes_dropped() const { return echoes_dropped_; }
+  /// Deliveries ended at the size limit, ever.
+  uint32_t deliveries_cut() const { return deliveries_cut_; }
+
+ private:
+  enum class body_t : uint8_t { none, line, raw };
+
+  bool behind_echo(char byte);
+  void drop_surplus_crs();
+  void drop_echo();
+  void end_line();
+  void end_prompt();
+  void cut_full_buffer();
+  void settle(uint32_t size);
+  uint32_t silent_size(uint64_t silence) const;
+  uint32_t end_of_text() const;
+  uint32_t end_of_lines() const;
+  uint32_t tail_wait_ms() const;
+  std::string_view unfinished_line() const;
+  std::string_view expected_echo() const;
+
+  char bytes_[kDeliveryMaxBytes] = {};
+  char echo_[kDeliveryMaxBytes] = {};
+  uint32_t size_ = 0;   ///< bytes held
+  uint32_t line_ = 0;   ///< where the unfinished line begins
+  uint32_t whole_ = 0;  ///< end of the last line that may end a delivery, 0 for none
+  uint32_t ready_ = 0;  ///< length of the delivery shown or settled, 0 for none
+  uint32_t echo_size_ = 0;
+  uint32_t echo_at_ = 0;  ///< the echo's lines in front of this have come
+  uint32_t echoes_dropped_ = 0;
+  uint32_t deliveries_cut_ = 0;
+  uint64_t last_byte_ = 0;      ///< when the modem last said something
+  body_t body_ = body_t::none;  ///< what the last header announced and is still to come
+  bool owed_ = false;
+  bool behind_echo_ = false;  ///< the echo's text is dropped, its line end is to follow
+};

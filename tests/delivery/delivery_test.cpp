@@ -1,0 +1,168 @@
+// What becomes of a modem's bytes, whatever way they are cut.
+//
+// A case is a script of lines: "> " what is sent, "< " what the modem says, "~20" milliseconds of
+// silence, "= " a delivery that has come by then. Each step must bring exactly the deliveries that
+// stand behind it, and the script is run with the modem's bytes whole, byte by byte and cut at
+// random.
+
+#include "tests/delivery/modem_line.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+void run_script(const script_t& script, cut_t cut) {
+  modem_line line(std::move(cut));
+  size_t at = 0;
+  while (at < script.size()) {
+    const string& step = script[at++];
+    line.deliveries.clear();
+    if (step[0] == '>') line.send(step.substr(2));
+    if (step[0] == '<') line.say(step.substr(2));
+    if (step[0] == '~') line.wait(std::stoul(step.substr(1)));
+    if (step[0] == '!') line.lose();
+    script_t expected;
+    while (at < script.size() && script[at][0] == '=') expected.push_back(script[at++].substr(2));
+    ASSERT_EQ(line.deliveries, expected) << "behind step " << readable(step);
+  }
+  line.deliveries.clear();
+  line.wait(60000);
+  EXPECT_EQ(line.deliveries, script_t()) << "at the end";
+}
+
+void run_at_all_cuts(const script_t& script) {
+  {
+    SCOPED_TRACE("whole");
+    run_script(script, whole);
+  }
+  {
+    SCOPED_TRACE("byte by byte");
+    run_script(script, byte_by_byte);
+  }
+  const uint32_t first_seed = std::random_device{}();
+  for (uint32_t seed = first_seed; seed < first_seed + 20; ++seed) {
+    SCOPED_TRACE("cut at random, seed " + std::to_string(seed));
+    run_script(script, at_random(seed));
+  }
+}
+
+struct case_t {
+  const char* name;
+  script_t script;
+};
+
+void PrintTo(const case_t& row, std::ostream* out) { *out << row.name; }
+
+class Delivery : public testing::TestWithParam<case_t> {};
+
+TEST_P(Delivery, IsTheSameAtAllCuts) { run_at_all_cuts(GetParam().script); }
+
+string repeated(const string& text, size_t count) {
+  string all;
+  for (size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+const string pdu = "0001000B914497381100000000A054747A0E4ACF41";
+const string line_of_100 = string(98, 'x') + "\r\n";
+
+// clang-format off
+const case_t lines[] = {
+    {"ReportAtOnce",         {"< \r\n^RSSI:20\r\n", "= \r\n^RSSI:20\r\n"}},
+    {"BlankLineStaysBehind", {"< \r\n^NWTIME:1\r\n\r\n", "= \r\n^NWTIME:1\r\n", "~1000", "< ^EONS:0\r\n", "= \r\n^EONS:0\r\n"}},
+    {"BlankLinesAlone",      {"< \r\n\r\n\r\r\n\r", "~1000"}},
+    {"LineStopsInTheMiddle", {"< ^RSS", "~19", "~1", "= ^RSS", "< I:1\r\n", "= I:1\r\n"}},
+    {"LinesThenHalfALine",   {"< ^A:1\r\n", "= ^A:1\r\n", "< \r\n^B", "~19", "~1", "= \r\n^B"}},
+    {"CrKeptForItsLf",       {"< ^RSSI:1\r", "~20", "= ^RSSI:1", "~1000", "< \n", "~1000", "< ^A\r\n", "= \r\n^A\r\n"}},
+    {"CrInsideALineKept",    {"< a\r\rb\r\n", "= a\r\rb\r\n"}},
+    {"LfAloneIsText",        {"< a\nb\r\n", "= a\nb\r\n", "< \n", "~20", "= \n"}},
+    {"DoubledCrs",           {"< ^A:1\r\r\n", "= ^A:1\r\n", "< \r\r\r\n^B:1\r\r\r\n", "= \r\n^B:1\r\n"}},
+    {"NulAndHighBytes",      {"< +X:\0\xFF\x80\r\n"s, "= +X:\0\xFF\x80\r\n"s}},
+    {"StrayPrompt",          {"< \r\n> ", "~19", "~1", "= \r\n> "}},
+    {"StrayResult",          {"< \r\nOK\r\n", "= \r\nOK\r\n"}},
+};
+const case_t answers[] = {
+    {"InOneDelivery",       {"> AT+CSQ\r", "< \r\n+CSQ: 13,99\r\n", "~19", "< \r\nOK\r\n", "= \r\n+CSQ: 13,99\r\n\r\nOK\r\n"}},
+    {"ReportInFrontJoins",  {"> AT+CMGD=0\r", "< \r\n^RSSI:1\r\n", "~19", "< \r\nOK\r\n", "= \r\n^RSSI:1\r\n\r\nOK\r\n"}},
+    {"ReportBehindDoesNot", {"> AT\r", "< \r\nOK\r\n\r\n^RSSI:1\r\n", "= \r\nOK\r\n", "= \r\n^RSSI:1\r\n"}},
+    {"SlowModem",           {"> AT+COPS=?\r", "< \r\n^RSSI:1\r\n", "~19", "~1", "= \r\n^RSSI:1\r\n",
+                             "~30000", "< \r\n+COPS: 0\r\n\r\nOK\r\n", "= \r\n+COPS: 0\r\n\r\nOK\r\n"}},
+    {"NothingOwedAfter",    {"> AT\r", "< \r\nOK\r\n", "= \r\nOK\r\n", "< ^A:1\r\n", "= ^A:1\r\n"}},
+    {"ResultWords",         {"> A\r", "< +CME ERROR: 13\r\n", "= +CME ERROR: 13\r\n", "> A\r", "< CONNECT 3600000\r\n", "= CONNECT 3600000\r\n",
+                             "> A\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", "> A\r", "< ERROR\r\n", "= ERROR\r\n",
+                             "> A\r", "< +CMS ERROR: 500\r\n", "= +CMS ERROR: 500\r\n", "> A\r", "< BUSY\r\n", "= BUSY\r\n"}},
+    {"NoResultWords",       {"> A\r", "< +CME ERRO\r\nok\r\n OK\r\nNO\r\n", "~19", "~1", "= +CME ERRO\r\nok\r\n OK\r\nNO\r\n"}},
+    {"ResultWithoutLineEnd",{"> A\r", "< OK", "~19", "~1", "= OK", "< \r\n^A:1\r\n", "= \r\n^A:1\r\n"}},
+    {"Prompt",              {"> AT+CMGS=22\r", "< \r\n> ", "= \r\n> ", "> " + pdu + "\x1a\r", "< \r\n+CMGS: 31\r\n", "~19",
+                             "< \r\nOK\r\n", "= \r\n+CMGS: 31\r\n\r\nOK\r\n"}},
+    {"PromptBehindReport",  {"> AT+CMGS=22\r", "< ^A:1\r\n\r\n> ", "= ^A:1\r\n\r\n> "}},
+    {"PromptWithoutBlank",  {"> AT+CMGS=22\r", "< \r\n>", "~19", "~1", "= \r\n>"}},
+    {"NoPromptInALine",     {"> AT\r", "< a> b\r\n>> \r\nOK\r\n", "= a> b\r\n>> \r\nOK\r\n"}},
+    {"SendWhileHeld",       {"> AT\r", "< old\r\nhal", "~10", "> AT+X\r", "< f\r\nOK\r\n", "= old\r\nhalf\r\nOK\r\n"}},
+    {"ModemGone",           {"> AT\r", "< old\r\n", "!", "~0", "= old\r\n", "< ^A:1\r\n", "= ^A:1\r\n"}},
+};
+const case_t echoes[] = {
+    {"Plain",            {"> AT+CSQ\r", "< AT+CSQ\r\r\n+CSQ: 1,9\r\n\r\nOK\r\n", "= +CSQ: 1,9\r\n\r\nOK\r\n"}},
+    {"OwnCrOnly",        {"> AT\r", "< AT\r", "~5000", "< \r\nOK\r\n", "= OK\r\n"}},
+    {"NoBlankLine",      {"> AT\r", "< AT\rOK\r\n", "= OK\r\n"}},
+    {"CrLf",             {"> ATZ E0\r", "< ATZ E0\r\n\r\nOK\r\n", "= \r\nOK\r\n"}},
+    {"TornBySilence",    {"> AT+CSQ\r", "< AT+C", "~900", "< SQ", "~900", "< \r\r\nOK\r\n", "= OK\r\n"}},
+    {"NeverFinished",    {"> AT+CSQ\r", "< AT+C", "~999", "~1", "= AT+C"}},
+    {"BehindReport",     {"> AT+CPMS=\"SM\"\r", "< ^SRVST:0\r\nAT+CPMS=\"SM\"\r\r\n+CPMS: 0\r\n\r\nOK\r\n", "= ^SRVST:0\r\n+CPMS: 0\r\n\r\nOK\r\n"}},
+    {"ReportNotDelayed", {"> AT+CSQ\r", "< ^A:1\r\nAT+", "~19", "~1", "= ^A:1\r\n", "~100", "< CSQ\r\r\nOK\r\n", "= OK\r\n"}},
+    {"Pdu",              {"> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", "> " + pdu + "\x1a\r", "< " + pdu + "\x1a\r\n+CMGS: 31\r\n\r\nOK\r\n", "= +CMGS: 31\r\n\r\nOK\r\n"}},
+    {"PduBehindPrompt",  {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> " + pdu + "\x1a\r\r\n+CMGS: 3\r\n\r\nOK\r\n", "= \r\n> ", "= +CMGS: 3\r\n\r\nOK\r\n"}},
+    {"BothStepsAtOnce",  {"> at+cmgs=22\r" + pdu + "\x1a\r", "< at+cmgs=22\r\r\n> ", "= > ", "< " + pdu + "\x1a\r\n+CMS ERROR: 5\r\n", "= +CMS ERROR: 5\r\n"}},
+    {"LateResultBefore", {"> AT+X\r", "< \r\nOK\r\n", "= \r\nOK\r\n", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
+    {"OnlyTheFirst",     {"> AT\r", "< AT\r\r\nAT\r\nOK\r\n", "= AT\r\nOK\r\n"}},
+    {"OnlyTheWholeLine", {"> AT\r", "< ATI\r\n AT\r\nA\r\nOK\r\n", "= ATI\r\n AT\r\nA\r\nOK\r\n"}},
+    {"NotItsCase",       {"> at\r", "< AT\r\nOK\r\n", "= AT\r\nOK\r\n"}},
+    {"NotAMessageText",  {"> AT+CMGR=1\r", "< \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n", "= \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n"}},
+    {"EmptyCommand",     {"> \r", "< \r\r\nOK\r\n", "= \r\nOK\r\n"}},
+};
+const case_t bodies[] = {
+    {"Cmt",            {"< \r\n+CMT: ,35\r\n", "~49", "< 0791\r\n", "= \r\n+CMT: ,35\r\n0791\r\n"}},
+    {"CmtTooLate",     {"< +CMT: ,35\r\n", "~49", "~1", "= +CMT: ,35\r\n", "< 0791\r\n", "= 0791\r\n"}},
+    {"BodyTorn",       {"< +CBM : 88\r\n\r\n07", "~49", "< 91\r\n", "= +CBM : 88\r\n\r\n0791\r\n"}},
+    {"BodyStops",      {"< +CDS: 25\r\n07", "~49", "~1", "= +CDS: 25\r\n07"}},
+    {"Index",          {"< +CMTI: \"SM\",1\r\n", "= +CMTI: \"SM\",1\r\n", "< +CDSI: 1\r\n", "= +CDSI: 1\r\n"}},
+    {"NotInTheMiddle", {"< X+CMT: 1\r\n", "= X+CMT: 1\r\n", "< +CMT\r\n", "= +CMT\r\n"}},
+    {"ReportsNotHeld", {"> AT\r", "< ^A:1\r\n+CMT: 1\r\n", "~19", "~1", "= ^A:1\r\n", "~29", "~1", "= +CMT: 1\r\n"}},
+    {"Stored",         {"> AT+CMGR=1\r", "< \r\n+CMGR: 0,,23\r\n", "~49", "< 0791\r\n\r\nOK\r\n", "= \r\n+CMGR: 0,,23\r\n0791\r\n\r\nOK\r\n"}},
+    {"StoredEmpty",    {"> AT+CMGR=1\r", "< +CMGR: 0,,0\r\n\r\nOK\r\n", "= +CMGR: 0,,0\r\n\r\nOK\r\n", "< ^A:1\r\n", "= ^A:1\r\n"}},
+    {"TextLikePrompt", {"> AT\r", "< +CMT: 1\r\n> hello\r\nOK\r\n", "= +CMT: 1\r\n> hello\r\nOK\r\n"}},
+    {"Raw",            {"> AT^HCMGR=1\r", "< ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n", "= ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n"}},
+    {"RawKeepsItsCrs", {"< ^HCMGR:1\r\r\na\r\r\n\r\r\nb\x1a\r\r\n", "= ^HCMGR:1\r\na\r\r\n\r\r\nb\x1a\r\n"}},
+    {"RawNeverEnds",   {"< ^HCMGR:1\r\na\r\n> ", "~49", "~1", "= ^HCMGR:1\r\na\r\n> ", "< ^A:1\r\n", "= ^A:1\r\n"}},
+};
+const case_t limits[] = {
+    {"JustFits",        {"< " + string(1497, 'x') + "\r\n", "= " + string(1497, 'x') + "\r\n"}},
+    {"OneTooLong",      {"< " + string(1498, 'x') + "\r\n", "= " + string(1498, 'x'), "< ^A\r\n", "= \r\n^A\r\n"}},
+    {"DoubledCrFits",   {"< " + string(1497, 'x') + "\r\r\n", "= " + string(1497, 'x') + "\r\n"}},
+    {"NoLineEnd",       {"< " + string(4000, 'x'), "= " + string(1499, 'x'), "= " + string(1499, 'x'), "~19", "~1", "= " + string(1002, 'x')}},
+    {"BehindLastLine",  {"> AT\r", "< " + repeated(line_of_100, 15), "= " + repeated(line_of_100, 14), "~19", "~1", "= " + line_of_100}},
+    {"LongAnswer",      {"> AT\r", "< " + repeated(line_of_100, 16) + "OK\r\n", "= " + repeated(line_of_100, 14), "= " + repeated(line_of_100, 2) + "OK\r\n"}},
+    {"HeaderGoesAlong", {"> AT\r", "< " + repeated(line_of_100, 14) + "+CMGL: 1\r\n" + line_of_100 + "OK\r\n", "= " + repeated(line_of_100, 14), "= +CMGL: 1\r\n" + line_of_100 + "OK\r\n"}},
+    {"RawCutAtALine",   {"< ^HCMGR:1\r\n" + repeated(line_of_100, 15) + "\x1a\r\n", "= ^HCMGR:1\r\n" + repeated(line_of_100, 14), "= " + line_of_100 + "\x1a\r\n"}},
+    {"BlankLines",      {"< " + repeated("\r\n", 5000), "~1000", "< ^A\r\n", "= " + repeated("\r\n", 5000 % 749) + "^A\r\n"}},
+    {"CarriageReturns", {"< " + string(5000, '\r'), "~1000", "< \n^A\r\n", "= \r\n^A\r\n"}},
+};
+// clang-format on
+
+string case_name(const testing::TestParamInfo<case_t>& row) { return row.param.name; }
+INSTANTIATE_TEST_SUITE_P(Lines, Delivery, testing::ValuesIn(lines), case_name);
+INSTANTIATE_TEST_SUITE_P(Answers, Delivery, testing::ValuesIn(answers), case_name);
+INSTANTIATE_TEST_SUITE_P(Echoes, Delivery, testing::ValuesIn(echoes), case_name);
+INSTANTIATE_TEST_SUITE_P(Bodies, Delivery, testing::ValuesIn(bodies), case_name);
+INSTANTIATE_TEST_SUITE_P(Limits, Delivery, testing::ValuesIn(limits), case_name);
+
+// While more bytes wait, reports gather; then they go out in one delivery.
+TEST(DeliveryRead, GathersWhatIsWaiting) {
+  delivery_assembler assembler;
+  const string reports = "^A:1\r\n\r\n^B:1\r\n";
+  ASSERT_EQ(assembler.received(reports.data(), reports.size(), 5), reports.size());
+  EXPECT_TRUE(assembler.next(500, true).empty());
+  EXPECT_EQ(assembler.next(5, false), reports);
+}
+
+}  // namespace

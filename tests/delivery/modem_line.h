@@ -1,0 +1,76 @@
+// A modem's line to an assembler: bytes are said at a chosen cut, deliveries are taken and noted.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/linux/delivery.h"
+
+using std::string;
+using script_t = std::vector<string>;
+
+inline string readable(const string& bytes) { return testing::PrintToString(bytes); }
+
+/// The lengths of the pieces in which the modem's bytes arrive.
+using cut_t = std::function<size_t(size_t rest)>;
+
+class modem_line {
+ public:
+  explicit modem_line(cut_t cut) : cut_(std::move(cut)) {}
+
+  void send(const string& bytes) { assembler_.sent(bytes.data(), bytes.size()); }
+
+  void say(const string& bytes) {
+    for (size_t at = 0; at < bytes.size();) {
+      const size_t piece = std::clamp<size_t>(cut_(bytes.size() - at), 1, bytes.size() - at);
+      for (size_t used = 0; used < piece;) {
+        used += assembler_.received(bytes.data() + at + used, piece - used, now_);
+        hand_over(used < piece);
+      }
+      at += piece;
+    }
+  }
+
+  void wait(uint64_t milliseconds) {
+    const uint64_t end = now_ + milliseconds;
+    while (assembler_.due() <= end) {
+      now_ = std::max(now_, assembler_.due());
+      const size_t before = deliveries.size();
+      hand_over(false);
+      ASSERT_GT(deliveries.size(), before) << "due, but nothing to hand over";
+    }
+    now_ = end;
+    hand_over(false);
+  }
+
+  void lose() { assembler_.link_lost(); }
+  size_t echoes_dropped() const { return assembler_.echoes_dropped(); }
+
+  script_t deliveries;
+
+ private:
+  void hand_over(bool more_waiting) {
+    for (;;) {
+      const std::string_view shown = assembler_.next(now_, more_waiting);
+      if (shown.empty()) return;
+      ASSERT_EQ(shown, assembler_.next(now_ + 5000, true)) << "a delivery on offer has changed";
+      deliveries.emplace_back(shown);
+      assembler_.taken();
+    }
+  }
+
+  delivery_assembler assembler_;
+  cut_t cut_;
+  uint64_t now_ = 1000;
+};
+
+inline size_t whole(size_t rest) { return rest; }
+inline size_t byte_by_byte(size_t) { return 1; }
+inline cut_t at_random(uint32_t seed) {
+  return [random = std::mt19937(seed)](size_t) mutable -> size_t { return 1 + random() % 12; };
+}
