@@ -1,0 +1,123 @@
+// System calls on a modem's device, and what their errors mean.
+
+#include "platform/linux/modem_device.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+modem_device_t refused(int fd, int error) {
+  close(fd);
+  errno = error;
+  return {};
+}
+
+modem_device_t connect_socket(const char* path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (std::strlen(path) >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  std::memcpy(address.sun_path, path, std::strlen(path));
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return {};
+  const auto* peer = reinterpret_cast<const sockaddr*>(&address);
+  if (connect(fd, peer, sizeof(address)) != 0) return refused(fd, errno);
+  return {fd, true};
+}
+
+// VMIN is 1, so that a read without data is EAGAIN and no end of file.
+bool set_raw(int fd) {
+  termios line{};
+  if (tcgetattr(fd, &line) != 0) return false;
+  cfmakeraw(&line);
+  line.c_cflag |= CLOCAL | CREAD;
+  line.c_cc[VMIN] = 1;
+  line.c_cc[VTIME] = 0;
+  return tcsetattr(fd, TCSANOW, &line) == 0;
+}
+
+modem_device_t open_terminal(const char* path) {
+  const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return {};
+  if (isatty(fd) == 0) return refused(fd, ENOTTY);
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return refused(fd, EBUSY);
+  if (ioctl(fd, TIOCEXCL) != 0 || !set_raw(fd)) return refused(fd, errno);
+  return {fd, false};
+}
+
+ssize_t write_some(const modem_device_t& device, const char* data, size_t size) {
+  if (device.is_socket) return send(device.fd, data, size, MSG_NOSIGNAL);
+  return write(device.fd, data, size);
+}
+
+int wait_for_room(int fd, int wait_ms) {
+  pollfd room{fd, POLLOUT, 0};
+  if (poll(&room, 1, wait_ms) < 0 && errno != EINTR) return errno;
+  return (room.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 ? EIO : 0;
+}
+
+}  // namespace
+
+uint64_t monotonic_ms() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<uint64_t>(time.tv_sec) * 1000 + static_cast<uint64_t>(time.tv_nsec) / 1000000;
+}
+
+modem_device_t modem_device_open(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) != 0) return {};
+  if (S_ISSOCK(status.st_mode)) return connect_socket(path);
+  if (S_ISCHR(status.st_mode)) return open_terminal(path);
+  errno = ENOTTY;
+  return {};
+}
+
+void modem_device_close(const modem_device_t& device) {
+  // A pseudo terminal would stay exclusive for as long as its other side is open.
+  if (!device.is_socket) ioctl(device.fd, TIOCNXCL);
+  close(device.fd);
+}
+
+ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t size) {
+  const ssize_t got = read(device.fd, buffer, size);
+  if (got > 0) return got;
+  return got < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : -1;
+}
+
+int modem_device_write(const modem_device_t& device, const char* data, size_t size,
+                       uint32_t patience_ms) {
+  const uint64_t deadline = monotonic_ms() + patience_ms;
+  while (size > 0) {
+    const ssize_t taken = write_some(device, data, size);
+    if (taken > 0) {
+      data += taken;
+      size -= static_cast<size_t>(taken);
+      continue;
+    }
+    if (taken < 0 && errno == EINTR) continue;
+    if (taken < 0 && errno != EAGAIN) return errno;
+    const uint64_t now = monotonic_ms();
+    if (now >= deadline) {
+      if (!device.is_socket) tcflush(device.fd, TCOFLUSH);
+      return ETIMEDOUT;
+    }
+    const int error = wait_for_room(device.fd, static_cast<int>(deadline - now));
+    if (error != 0) return error;
+  }
+  return 0;
+}

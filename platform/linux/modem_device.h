@@ -1,0 +1,37 @@
+// The device behind a modem channel: a terminal device, a link to one, or a Unix stream socket.
+//
+// Nothing here keeps state or traces; all calls but a write return at once.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+struct modem_device_t {
+  int fd = -1;  ///< non-blocking; -1 when closed
+  bool is_socket = false;
+};
+
+/// Opens a device for this process alone, and sets a terminal raw; its speed stays as it is.
+/// @return with `fd` -1 and errno on failure: EBUSY when somebody else has it, ENOTTY when the path
+/// is
+///         neither terminal nor socket
+modem_device_t modem_device_open(const char* path);
+
+/// Closes the device and lets others have it.
+void modem_device_close(const modem_device_t& device);
+
+/// Reads what is there.
+/// @return bytes read, 0 when there is nothing now, -1 when the device is gone
+ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t size);
+
+/// Writes all bytes, and waits as long as allowed for the device to take them.
+///
+/// When it does not, those that have not left yet are discarded, if the device can do that.
+/// @return 0; ETIMEDOUT, or the error of a device that is gone
+int modem_device_write(const modem_device_t& device, const char* data, size_t size,
+                       uint32_t patience_ms);
+
+/// Milliseconds since some time in the past; never goes back.
+uint64_t monotonic_ms();

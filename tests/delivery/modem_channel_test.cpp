@@ -1,0 +1,225 @@
+// The modem channel on real devices: a pseudo terminal or a socket stands at /dev/smd6 of the box.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::string;
+using clock_type = std::chrono::steady_clock;
+
+constexpr char kChannel[] = "/dev/smd6";
+constexpr int32_t kNumber = 6;
+
+/// What the callback got, and what it does with it.
+struct server_t {
+  std::mutex lock;
+  std::condition_variable changed;
+  std::vector<string> deliveries;
+  int refusals_left = 0;
+
+  bool has(const std::vector<string>& expected) {
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, 5s, [&] { return deliveries == expected; });
+  }
+} server;
+
+int32_t receive(int32_t, const char* data, uint32_t length) {
+  std::lock_guard guard(server.lock);
+  if (server.refusals_left-- > 0) return 1;
+  server.deliveries.emplace_back(data, length);
+  server.changed.notify_all();
+  return 0;
+}
+
+template <typename Condition>
+bool soon(Condition condition) {
+  const auto end = clock_type::now() + 5s;
+  while (!condition()) {
+    if (clock_type::now() > end) return false;
+    std::this_thread::sleep_for(2ms);
+  }
+  return true;
+}
+
+class ModemChannel : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NE(getenv("MDXGATE_IN_BOX"), nullptr) << "run me with scripts/box";
+    server.deliveries.clear();
+    server.refusals_left = 0;
+  }
+
+  void TearDown() override {
+    Q7_App_Ungister();
+    unplug();
+  }
+
+  void plug() {
+    modem_ = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(grantpt(modem_) == 0 && unlockpt(modem_) == 0);
+    ASSERT_EQ(symlink(ptsname(modem_), kChannel), 0);
+  }
+
+  /// Binds to a socket as well, since a socket is there when it is connected.
+  void plug_socket() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::copy_n(kChannel, sizeof(kChannel), address.sun_path);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_TRUE(soon([&] { return bind(); }));
+    modem_ = accept(listener, nullptr, nullptr);
+    close(listener);
+  }
+
+  void unplug() {
+    unlink(kChannel);
+    if (modem_ >= 0) close(modem_);
+    modem_ = -1;
+  }
+
+  bool bind() {
+    mdx_send_function_t slot = nullptr;
+    const int32_t result = Q7_APP_RegCallBack(kNumber, receive, &slot);
+    EXPECT_EQ(result == 0, slot != nullptr);
+    if (slot != nullptr) send_ = slot;
+    return slot != nullptr;
+  }
+
+  bool send(const string& bytes) const {
+    return send_(kNumber, bytes.data(), static_cast<uint32_t>(bytes.size())) == 0;
+  }
+
+  void say(const string& bytes) const {
+    ASSERT_EQ(write(modem_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+
+  string heard(size_t size) const {
+    string bytes;
+    pollfd source{modem_, POLLIN, 0};
+    while (bytes.size() < size && poll(&source, 1, 5000) == 1) {
+      char byte = 0;
+      if (read(modem_, &byte, 1) != 1) break;
+      bytes += byte;
+    }
+    return bytes;
+  }
+
+  int modem_ = -1;
+  mdx_send_function_t send_ = nullptr;
+};
+
+TEST_F(ModemChannel, IsBoundOnceTheDeviceIsThereAndForUsAlone) {
+  EXPECT_FALSE(bind());
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  EXPECT_TRUE(bind());
+  mdx_send_function_t other = nullptr;
+  EXPECT_NE(Q7_APP_RegCallBack(kNumber + 1, receive, &other), 0);
+  EXPECT_EQ(other, nullptr);
+  EXPECT_EQ(open(kChannel, O_RDWR | O_NOCTTY), -1);
+  EXPECT_EQ(errno, EBUSY);
+  Q7_App_Ungister();
+  EXPECT_TRUE(soon([] {
+    const int fd = open(kChannel, O_RDWR | O_NOCTTY);
+    if (fd >= 0) close(fd);
+    return fd >= 0;
+  }));
+}
+
+TEST_F(ModemChannel, CarriesACommandAndItsTornAnswer) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  ASSERT_TRUE(send("AT+CSQ\r"));
+  EXPECT_FALSE(send_(kNumber + 1, "AT\r", 3) == 0);
+  EXPECT_EQ(heard(7), "AT+CSQ\r");
+  for (const char byte : string("AT+CSQ\r\r\n+CSQ: 1,9\r\n\r\nOK\r\n")) say({byte});
+  EXPECT_TRUE(server.has({"+CSQ: 1,9\r\n\r\nOK\r\n"}));
+  say("\r\n^RSSI");
+  EXPECT_TRUE(server.has({"+CSQ: 1,9\r\n\r\nOK\r\n", "\r\n^RSSI"}));
+}
+
+TEST_F(ModemChannel, OffersARefusedDeliveryAgain) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  const uint64_t held = counter_value(COUNT_DELIVERIES_HELD);
+  server.refusals_left = 2;
+  say("^A:1\r\n");
+  ASSERT_TRUE(soon([&] { return counter_value(COUNT_DELIVERIES_HELD) > held; }));
+  say("^B:1\r\n");
+  EXPECT_TRUE(server.has({"^A:1\r\n", "^B:1\r\n"}));
+  EXPECT_EQ(counter_value(COUNT_DELIVERIES_HELD), held + 2);
+}
+
+TEST_F(ModemChannel, ComesBackBehindAnotherDevice) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  ASSERT_TRUE(send("AT\r"));
+  say("^A:1\r\n");
+  EXPECT_TRUE(server.has({"^A:1\r\n"}));
+  unplug();
+  const auto start = clock_type::now();
+  EXPECT_FALSE(send("AT\r"));
+  EXPECT_LT(clock_type::now() - start, 1s);
+
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return send("AT\r"); }));
+  EXPECT_EQ(heard(3), "AT\r");
+  server.deliveries.clear();
+  say("\r\nOK\r\n");
+  EXPECT_TRUE(server.has({"\r\nOK\r\n"}));
+}
+
+TEST_F(ModemChannel, MayBeASocket) {
+  ASSERT_NO_FATAL_FAILURE(plug_socket());
+  ASSERT_TRUE(send("AT\r"));
+  EXPECT_EQ(heard(3), "AT\r");
+  say("AT\r\r\nOK\r\n");
+  EXPECT_TRUE(server.has({"OK\r\n"}));
+  unplug();
+  EXPECT_TRUE(soon([&] { return !send("AT\r"); }));
+}
+
+// One send is blocked, gives up after its 5 seconds, and holds the end of the binding back as long.
+// On a socket, because the kernel moves the bytes of a pseudo terminal on in its own time.
+TEST_F(ModemChannel, GivesUpOnAModemThatTakesNothing) {
+  ASSERT_NO_FATAL_FAILURE(plug_socket());
+  std::atomic<clock_type::time_point> started{};
+  clock_type::duration blocked{};
+  std::thread sender([&] {
+    do {
+      started = clock_type::now();
+    } while (send(string(600, 'x')));
+    blocked = clock_type::now() - started.load();
+  });
+  EXPECT_TRUE(soon([&] { return clock_type::now() - started.load() > 500ms; }));
+  const auto ending = clock_type::now();
+  Q7_App_Ungister();
+  EXPECT_GT(clock_type::now() - ending, 3s);
+  sender.join();
+  EXPECT_GE(blocked, 5s);
+  EXPECT_LT(blocked, 6s);
+  EXPECT_FALSE(send("AT\r"));
+}
+
+}  // namespace
