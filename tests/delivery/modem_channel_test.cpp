@@ -204,7 +204,7 @@ TEST_F(ModemChannel, MayBeASocket) {
 // On a socket, because the kernel moves the bytes of a pseudo terminal on in its own time.
 TEST_F(ModemChannel, GivesUpOnAModemThatTakesNothing) {
   ASSERT_NO_FATAL_FAILURE(plug_socket());
-  std::atomic<clock_type::time_point> started{};
+  std::atomic<clock_type::time_point> started{clock_type::now()};
   clock_type::duration blocked{};
   std::thread sender([&] {
     do {
