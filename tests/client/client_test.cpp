@@ -44,9 +44,9 @@ void echo(StandInServer& server, const at_msg_t& record) {
 }
 
 TEST(Client, RequestAndAnswerAgree) {
-  at_msg_t seen{};
+  Guarded<at_msg_t> last;
   StandInServer server([&](StandInServer& self, at_msg_t record) {
-    seen = record;
+    last.set(record);
     record.timeout = 5;
     self.answer(with_text(record, "+CSQ: 20,99\r\n"));
   });
@@ -63,6 +63,7 @@ TEST(Client, RequestAndAnswerAgree) {
   EXPECT_EQ(result.length, 13u);
   EXPECT_EQ(result.timeout_left_s, 5);
 
+  const at_msg_t seen = last.get();
   EXPECT_EQ(seen.msg_type, gettid());
   EXPECT_EQ(seen.req_type, NORMAL_CMD);
   EXPECT_EQ(seen.timeout, 7);
@@ -73,20 +74,22 @@ TEST(Client, RequestAndAnswerAgree) {
 }
 
 TEST(Client, PduRequestHoldsBothSteps) {
-  at_msg_t seen{};
+  Guarded<at_msg_t> last;
   StandInServer server([&](StandInServer& self, const at_msg_t& record) {
-    seen = record;
+    last.set(record);
     self.answer(with_text(record, "+CMGS: 12"));
   });
   Handle client;
   mdx_result_t result = MDX_RESULT_INIT;
   ASSERT_EQ(mdx_send_pdu(client, "AT+CMGS=2", "00aF", nullptr, &result), MDX_OK);
   EXPECT_STREQ(result.text, "+CMGS: 12");
+  at_msg_t seen = last.get();
   EXPECT_EQ(std::string(seen.snd_rcv_msg.smsg, 17), "AT+CMGS=2\r00aF\x1a\0\0"s.substr(0, 17));
   EXPECT_STREQ(seen.at_match_str, "+CMGS");
 
   const std::string longest(640 - 9 - 1 - 3 - 1, '0');  // one digit less than fits would be odd
   EXPECT_EQ(mdx_send_pdu(client, "AT+CMGS=2", longest.c_str(), nullptr, &result), MDX_OK);
+  seen = last.get();
   EXPECT_EQ(seen.snd_rcv_msg.smsg[636], '\x1a');
 }
 
@@ -150,9 +153,9 @@ TEST(Client, NewerCallersOptionsAreServedWhileTheNewFieldsAreZero) {
 }
 
 TEST(Client, TextIsBoundedAndOnlyTheModems) {
-  at_msg_t answer{};
+  Guarded<at_msg_t> next;
   StandInServer server([&](StandInServer& self, const at_msg_t& record) {
-    at_msg_t reply = answer;
+    at_msg_t reply = next.get();
     std::memcpy(&reply, &record, offsetof(at_msg_t, snd_rcv_msg));
     if (reply.rsp_len == -1) reply.snd_rcv_msg = record.snd_rcv_msg;
     self.answer(reply);
@@ -160,12 +163,14 @@ TEST(Client, TextIsBoundedAndOnlyTheModems) {
   Handle client;
   mdx_result_t result = MDX_RESULT_INIT;
 
+  at_msg_t answer{};
   std::memset(answer.snd_rcv_msg.rmsg, 'x', sizeof(answer.snd_rcv_msg.rmsg));
+  next.set(answer);
   ASSERT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
   EXPECT_EQ(result.length, 1500u);
   EXPECT_EQ(result.text[1500], '\0');
 
-  answer = with_text({}, "\0\0\0+COPS: 1"s, AT_NONE);
+  next.set(with_text({}, "\0\0\0+COPS: 1"s, AT_NONE));
   mdx_options_t options = MDX_OPTIONS_INIT;
   options.transparent = 1;
   ASSERT_EQ(mdx_send(client, "AT+COPS=?", &options, &result), MDX_OK);
@@ -173,6 +178,7 @@ TEST(Client, TextIsBoundedAndOnlyTheModems) {
 
   answer = with_text({}, "", AT_CMS_ERROR);
   answer.rsp_len = -1;  // the server gives the request's own text back
+  next.set(answer);
   ASSERT_EQ(mdx_send_pdu(client, "AT+CMGS=2", "0000", nullptr, &result), MDX_OK);
   EXPECT_EQ(result.ret_val, MDX_RESULT_CMS_ERROR);
   EXPECT_STREQ(result.text, "");
