@@ -48,15 +48,6 @@ void occupy_standard_files() {
   if (fd > STDERR_FILENO) close(fd);
 }
 
-void set_directory_rights(int directory) {
-  const mdx_identity_t& identity = mdx_identity();
-  if (identity.has_group && fchown(directory, static_cast<uid_t>(-1), identity.group) != 0)
-    MDX_TRACE("platform", MDX_TRACE_MISSING, "%s does not get its group: %s\n", kMdxDirectory,
-              strerror(errno));
-  if (fchmod(directory, kDirectoryMode) != 0)
-    refuse("cannot set the mode of /var/run/mdxgate", errno);
-}
-
 int open_directory() {
   if (mkdir(kMdxDirectory, 0700) != 0 && errno != EEXIST)
     refuse("cannot make /var/run/mdxgate", errno);
@@ -65,11 +56,9 @@ int open_directory() {
 
   struct stat status {};
   if (fstat(directory, &status) != 0) refuse("cannot look at /var/run/mdxgate", errno);
-  if (status.st_uid == geteuid()) {
-    set_directory_rights(directory);
-  } else if (status.st_uid != 0 || (status.st_mode & S_IWOTH) != 0) {
+  const bool is_safe_of_root = status.st_uid == 0 && (status.st_mode & S_IWOTH) == 0;
+  if (status.st_uid != geteuid() && !is_safe_of_root)
     refuse("/var/run/mdxgate belongs to somebody else; remove it", 0);
-  }
   return directory;
 }
 
@@ -85,6 +74,17 @@ void take_lock(int directory) {
   if (flock(lock, LOCK_EX | LOCK_NB) != 0)
     refuse("another server runs on this machine; this one ends", errno == EWOULDBLOCK ? 0 : errno);
   fchmod(lock, 0600);
+}
+
+void set_directory_rights(int directory) {
+  struct stat status {};
+  if (fstat(directory, &status) != 0 || status.st_uid != geteuid()) return;
+  const mdx_identity_t& identity = mdx_identity();
+  if (identity.has_group && fchown(directory, static_cast<uid_t>(-1), identity.group) != 0)
+    MDX_TRACE("platform", MDX_TRACE_MISSING, "%s does not get its group: %s\n", kMdxDirectory,
+              strerror(errno));
+  if (fchmod(directory, kDirectoryMode) != 0)
+    refuse("cannot set the mode of /var/run/mdxgate", errno);
 }
 
 bool is_dead_event_set(const char* name) {
@@ -121,5 +121,6 @@ void claim_machine() {
   privileges_forbid_gain();
   const int directory = open_directory();
   take_lock(directory);
+  set_directory_rights(directory);
   remove_leftovers(directory);
 }

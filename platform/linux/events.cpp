@@ -47,7 +47,7 @@ struct recent_task_t {
   int32_t task_id;
   int fd;
 };
-constinit recent_task_t recent_tasks[kRecentTasks];
+constinit recent_task_t recent_tasks[kRecentTasks] = {};
 constinit size_t oldest_recent = 0;
 pthread_mutex_t recent_lock = PTHREAD_MUTEX_INITIALIZER;
 

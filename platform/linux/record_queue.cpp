@@ -45,9 +45,9 @@ struct answer_t {
 };
 
 constinit int32_t response_queue = -1;
-constinit put_t puts_remembered[kPutsRemembered];
+constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
-constinit answer_t answers[kMaxDepth];
+constinit answer_t answers[kMaxDepth] = {};
 
 bool is_border_queue(int32_t number) {
   return number == kMdxResponseQueue || number == kMdxRequestQueue;

@@ -110,7 +110,7 @@ TEST_F(RecordQueue, DropsForeignSizesAndServesTheRest) {
     char text[4000];
   } message = {5, {}};
   const uint64_t dropped = counter_value(COUNT_REQUESTS_MISSIZED);
-  for (const size_t size : {0, 1, 1599, 1601, 4000})
+  for (const size_t size : {0u, 1u, 1599u, 1601u, 4000u})
     ASSERT_EQ(msgsnd(requests(), &message, size, IPC_NOWAIT), 0) << size;
   record_t record{5, 1};
   int error = kUntouched;

@@ -1,0 +1,162 @@
+// Giving up root for real: needs root, and a view of the machine of its own with a user `mdxgate`
+// in it. Where either is not to be had, as in a box, the tests are skipped.
+
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "platform/linux/border.h"
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+#include "tests/platform/other_process.h"
+
+namespace {
+
+constexpr uid_t kServerUser = 64242;
+constexpr uid_t kOtherUser = 64243;
+constexpr int kSkipped = 77;
+
+bool extend_file(const char* path, const std::string& line) {
+  const std::string copy = "/run/" + std::string(std::filesystem::path(path).filename());
+  std::ofstream(copy) << std::ifstream(path).rdbuf() << line;
+  return mount(copy.c_str(), path, nullptr, MS_BIND, nullptr) == 0;
+}
+
+/// Own mounts, queues, /run and /var, a user and a group `mdxgate`. Nothing outside is touched.
+bool enter_own_world() {
+  struct stat status {};
+  if (geteuid() != 0 || unshare(CLONE_NEWNS | CLONE_NEWIPC) != 0) return false;
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+  for (const char* path : {"/var", "/run"})
+    if (mount("tmpfs", path, "tmpfs", 0, "mode=755") != 0) return false;
+  if (symlink("/run", "/var/run") != 0 || stat("/var/run", &status) != 0) return false;
+  // A user namespace, such as a box, may have no other user than its root.
+  std::ofstream("/run/probe").flush();
+  if (chown("/run/probe", kServerUser, kServerUser) != 0) return false;
+  const std::string id = std::to_string(kServerUser);
+  return extend_file("/etc/passwd", "mdxgate:x:" + id + ":" + id + "::/:/bin/false\n") &&
+         extend_file("/etc/group", "mdxgate:x:" + id + ":\nmdxdevice:x:64250:mdxgate\n");
+}
+
+/// Lines of all threads' status, such as "Uid:", with how many threads show each.
+std::map<std::string, int> thread_status(const std::string& field) {
+  std::map<std::string, int> shown;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    for (std::string line; std::getline(status, line);)
+      if (line.starts_with(field))
+        ++shown[line.substr(line.find_first_not_of("\t ", field.size()))];
+  }
+  return shown;
+}
+
+void idle_thread() {
+  for (;;) pause();
+}
+
+void serve_hub() {
+  KRP_MSG_RegisterMsgProc([](const void*) {});
+  KRP_UTIL_SockBaseStart(0);
+}
+
+#define REQUIRE(condition)                                           \
+  do {                                                               \
+    if (!(condition)) {                                              \
+      dprintf(STDERR_FILENO, "line %d: " #condition "\n", __LINE__); \
+      return 1;                                                      \
+    }                                                                \
+  } while (false)
+
+int start_up() {
+  be_the_server();
+  MDX_event_init(7);
+  REQUIRE(MDX_msgQex_create(kMdxRequestQueue, 10, kMdxRecordSize) >= 0);
+  REQUIRE(MDX_msgQex_create(kMdxResponseQueue, 10, kMdxRecordSize) >= 0);
+  REQUIRE(KRP_MSG_Init("mdxgate") == 0);
+  REQUIRE(MDX_pthread_create(0, 0, 0, serve_hub, 0) != pthread_t{});
+  return 0;
+}
+
+int drop_and_raise_the_flag() {
+  const std::string none = "0000000000000000", write_anywhere = "0000000000000002";
+  const std::string ids = "64242\t64242\t64242\t64242";
+  REQUIRE(start_up() == 0);
+  KRP_UTIL_DropAndroidRootPrivileges();
+  REQUIRE(MDX_pthread_create(0, 0, 0, idle_thread, 0) != pthread_t{});
+  REQUIRE(thread_status("Uid:") == (std::map<std::string, int>{{ids, 4}}));
+  REQUIRE(thread_status("Gid:") == (std::map<std::string, int>{{ids, 4}}));
+  REQUIRE(thread_status("NoNewPrivs:") == (std::map<std::string, int>{{"1", 4}}));
+  while (thread_status("CapPrm:")[none] != 3) std::this_thread::yield();
+  REQUIRE(thread_status("CapPrm:")[write_anywhere] == 1);
+  REQUIRE(thread_status("Groups:").begin()->first == "64242 64250 ");
+
+  REQUIRE(std::ofstream("/var/flag").good());
+  KRP_UTIL_RemoveAndroidWPerm("/var/flag", "664");
+  struct stat status {};
+  REQUIRE(stat("/var/flag", &status) == 0 && (status.st_mode & 07777u) == 0664u);
+  REQUIRE((thread_status("CapPrm:") == std::map<std::string, int>{{none, 4}}));
+  REQUIRE(!std::ofstream("/var/other").good());
+  REQUIRE(setresuid(0, 0, 0) != 0);
+
+  char record[kMdxRecordSize] = {};
+  int error = 0;
+  for (const int32_t number : {kMdxResponseQueue, kMdxRequestQueue}) {
+    REQUIRE(send_to_msgqueue(MDX_get_msgQ_id(number), record, &error) == 0);
+    REQUIRE(read_from_msgqueue(MDX_get_msgQ_id(number), record, 0, &error) == 0);
+  }
+  return 0;
+}
+
+/// Sends the uninstall message as a user of the server's group.
+/// @return what became of it: the counter that counted it
+mdx_counter_t uninstall_as(uid_t user) {
+  const uint64_t taken = counter_value(COUNT_PACKETS_RECEIVED);
+  const uint64_t refused = counter_value(COUNT_UNINSTALLS_REFUSED);
+  OtherProcess sender([user] {
+    if (setresgid(kServerUser, kServerUser, kServerUser) != 0 || setresuid(user, user, user) != 0)
+      return 1;
+    mdx_packet_header_t header = {0x8805, MDX_PACKET_SERVICE, "mdxgate", 0, 0, 0, 0, 0};
+    const int hub = connect_to(kMdxHubPath, SOCK_SEQPACKET);
+    return send(hub, &header, sizeof(header), MSG_NOSIGNAL) == sizeof(header) ? 0 : 1;
+  });
+  if (sender.wait() != 0) return COUNT_COUNTERS;
+  for (;;) {
+    if (counter_value(COUNT_PACKETS_RECEIVED) != taken) return COUNT_PACKETS_RECEIVED;
+    if (counter_value(COUNT_UNINSTALLS_REFUSED) != refused) return COUNT_UNINSTALLS_REFUSED;
+    std::this_thread::yield();
+  }
+}
+
+int let_all_uninstall() {
+  REQUIRE(start_up() == 0);
+  REQUIRE(uninstall_as(kOtherUser) == COUNT_UNINSTALLS_REFUSED);
+  REQUIRE(uninstall_as(kServerUser) == COUNT_UNINSTALLS_REFUSED);  // it is root's server still
+  REQUIRE(uninstall_as(0) == COUNT_PACKETS_RECEIVED);
+  KRP_UTIL_DropAndroidRootPrivileges();
+  REQUIRE(uninstall_as(kServerUser) == COUNT_PACKETS_RECEIVED);
+  return 0;
+}
+
+class Root : public testing::Test {
+ protected:
+  static void run_in_own_world(int (*body)()) {
+    OtherProcess server([body] { return enter_own_world() ? body() : kSkipped; });
+    const int result = server.wait();
+    if (result == kSkipped) GTEST_SKIP() << "no root, or no mounts of its own";
+    EXPECT_EQ(result, 0) << server.errors();
+  }
+};
+
+TEST_F(Root, IsGivenUpButForTheReadyFlag) { run_in_own_world(drop_and_raise_the_flag); }
+TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
+
+}  // namespace
