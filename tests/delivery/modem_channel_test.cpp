@@ -36,6 +36,12 @@ struct server_t {
   std::vector<string> deliveries;
   int refusals_left = 0;
 
+  void expect_anew(int refusals = 0) {
+    std::lock_guard guard(lock);
+    deliveries.clear();
+    refusals_left = refusals;
+  }
+
   bool has(const std::vector<string>& expected) {
     std::unique_lock guard(lock);
     return changed.wait_for(guard, 5s, [&] { return deliveries == expected; });
@@ -64,8 +70,7 @@ class ModemChannel : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_NE(getenv("MDXGATE_IN_BOX"), nullptr) << "run me with scripts/box";
-    server.deliveries.clear();
-    server.refusals_left = 0;
+    server.expect_anew();
   }
 
   void TearDown() override {
@@ -163,7 +168,7 @@ TEST_F(ModemChannel, OffersARefusedDeliveryAgain) {
   ASSERT_NO_FATAL_FAILURE(plug());
   ASSERT_TRUE(soon([&] { return bind(); }));
   const uint64_t held = counter_value(COUNT_DELIVERIES_HELD);
-  server.refusals_left = 2;
+  server.expect_anew(2);
   say("^A:1\r\n");
   ASSERT_TRUE(soon([&] { return counter_value(COUNT_DELIVERIES_HELD) > held; }));
   say("^B:1\r\n");
@@ -185,7 +190,7 @@ TEST_F(ModemChannel, ComesBackBehindAnotherDevice) {
   ASSERT_NO_FATAL_FAILURE(plug());
   ASSERT_TRUE(soon([&] { return send("AT\r"); }));
   EXPECT_EQ(heard(3), "AT\r");
-  server.deliveries.clear();
+  server.expect_anew();
   say("\r\nOK\r\n");
   EXPECT_TRUE(server.has({"\r\nOK\r\n"}));
 }
