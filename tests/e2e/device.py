@@ -5,6 +5,7 @@ nothing needs to be put back. MDX_E2E_SHORT in the environment makes the long te
 """
 
 import ctypes
+import fcntl
 import json
 import os
 import pathlib
@@ -168,6 +169,9 @@ class DeviceTest(unittest.TestCase):
 
     def start_server(self, ready=True):
         READY_FLAG.unlink(missing_ok=True)
+        if isinstance(self.modem, ScriptedModem):
+            # A server that is gone has left it exclusive; a real device forgets that when it is closed.
+            fcntl.ioctl(self.modem.slave, termios.TIOCNXCL)
         self.server = self.start("mdxgate")
         wait_until(self.server_is_reachable, 10, "mdxgate can be reached")
         if ready:
