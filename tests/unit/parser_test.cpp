@@ -13,6 +13,7 @@ std::string x(size_t n) { return std::string(n, 'x'); }
 TEST_F(Parser, TheClientFinds) {
   const std::string rssi = "^RSSI: 7\r\n";
   const std::string raw = "^HCMGR:1,2\r\nbo\r\ndy\x1a\r\n";
+  const std::string body = "^HCMGR:1\r\n" + x(200) + "\x1a\r\n";
   const uint32_t transparent = TRANSPARENT_CMD;
   // clang-format off
   const struct {
@@ -65,7 +66,8 @@ TEST_F(Parser, TheClientFinds) {
     {"raw body",       {.text = "AT^HCMGR=1"}, {raw + "\r\nOK\r\n"},           raw,             21, 2},
     {"behind a body",  {.text = "AT^HCMGR=1"}, {raw + "more\r\nOK\r\n"},       raw + "more",    25, 2},
     {"body cut off",   {.text = "AT^HCMGR=1"}, {"^HCMGR:1\r\n", "hi\x1a\r\nOK\r\n"}, "^HCMGR:1\r\nhi\x1a", 13, 2},
-    {"body too big",   {.text = "AT^HCMGR=1"}, {x(1400) + "\r\n", "^HCMGR:1\r\n" + x(200) + "\x1a\r\nOK\r\n"}, "", 0, 2},
+    {"body fits",      {.text = "AT^HCMGR=1"}, {x(1286) + "\r\n", body + "OK\r\n"}, x(1286) + body, 1499, 2},
+    {"body too big",   {.text = "AT^HCMGR=1"}, {x(1287) + "\r\n", body + "OK\r\n"}, "",           0, 2},
     {"1499 bytes",     {},                  {x(1000) + "\r\n", x(499) + "\r\n", "OK\r\n"}, x(1499), 1499, 2},
     {"1500 bytes",     {},                  {x(1000) + "\r\n", x(500) + "\r\n"}, "",            1499, -1},
     {"starts anew",    {},                  {x(1000) + "\r\n", x(500) + "\r\ntail\r\nOK\r\n"}, "tail", 4, 2},
