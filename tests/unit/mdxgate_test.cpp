@@ -4,8 +4,6 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "tests/unit/server_test.h"
 
 int mdxgate_main();
@@ -14,8 +12,6 @@ namespace unit {
 namespace {
 
 using fake::kind;
-
-const strings kEnterClient = {"mdx state machine: enter AT_PROCESS_CLIENT_S!\n"};
 
 class Mdxgate : public testing::Test {
  protected:
@@ -43,21 +39,21 @@ class Mdxgate : public testing::Test {
 TEST_F(Mdxgate, StartsInThisOrder) {
   modem_answers();
   run();
-  EXPECT_THAT(fake::lines({kind::CALL, kind::WRITE, kind::SERVICE, kind::SLEEP}),
-              ElementsAre("mkdir /var/run/pidfile/ 750",
-                          "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/ 750",
-                          "fopen /var/run/pidfile/mdxgate.pid w+",
-                          "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/mdxgate.pid 640",
-                          "MDX_event_init 7",                                       //
-                          "MDX_get_msgQ_id 2", "MDX_msgQex_create 2 10 1600",       //
-                          "MDX_get_msgQ_id 1", "MDX_msgQex_create 1 10 1600",       //
-                          "MDX_get_msgQ_id 3", "MDX_msgQ_create 3 10 1516",         //
-                          "KRP_MSG_Init mdxgate", "MDX_pthread_create",             //
-                          "KRP_NOTIFYCLT_Init 31",                                  //
-                          "KRP_UTIL_DropAndroidRootPrivileges",                     //
-                          "Q7_APP_RegCallBack 6", "write AT+CMEE=1\r", "cms 8804",  //
-                          "fopen /var/mdx_ready.flg w+",
-                          "KRP_UTIL_RemoveAndroidWPerm /var/mdx_ready.flg 664"));
+  // clang-format off
+  const strings order = {
+      "mkdir /var/run/pidfile/ 750", "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/ 750",
+      "fopen /var/run/pidfile/mdxgate.pid w+",
+      "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/mdxgate.pid 640",
+      "MDX_event_init 7",
+      "MDX_get_msgQ_id 2", "MDX_msgQex_create 2 10 1600",
+      "MDX_get_msgQ_id 1", "MDX_msgQex_create 1 10 1600",
+      "MDX_get_msgQ_id 3", "MDX_msgQ_create 3 10 1516",
+      "KRP_MSG_Init mdxgate", "MDX_pthread_create", "KRP_NOTIFYCLT_Init 31",
+      "KRP_UTIL_DropAndroidRootPrivileges",
+      "Q7_APP_RegCallBack 6", "write AT+CMEE=1\r", "cms 8804",
+      "fopen /var/mdx_ready.flg w+", "KRP_UTIL_RemoveAndroidWPerm /var/mdx_ready.flg 664"};
+  // clang-format on
+  EXPECT_EQ(fake::lines({kind::CALL, kind::WRITE, kind::SERVICE, kind::SLEEP}), order);
   EXPECT_EQ(fake::file_content("/var/run/pidfile/mdxgate.pid"), std::to_string(getpid()));
   EXPECT_TRUE(fake::file_exists("/var/mdx_ready.flg"));
   EXPECT_EQ(fake::traces(2), strings{});
