@@ -118,6 +118,12 @@ std::vector<std::string> split_parameters(std::string_view value) {
   return parameters;
 }
 
+std::string parameter(const std::vector<std::string>& parameters, size_t index) {
+  return index < parameters.size() ? parameters[index] : std::string();
+}
+
+std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
+
 std::optional<int> parse_number(std::string_view digits) {
   if (digits.empty() || digits.size() > kMostDigits) return std::nullopt;
   if (!std::all_of(digits.begin(), digits.end(), is_digit)) return std::nullopt;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,12 @@ std::optional<std::vector<AtCommand>> split_command_line(std::string_view line);
 
 /// The parameters of a value, cut at commas outside quotes, without the quotes.
 std::vector<std::string> split_parameters(std::string_view value);
+
+/// The parameter at `index`, empty where there are fewer.
+std::string parameter(const std::vector<std::string>& parameters, size_t index);
+
+/// The text in quotes.
+std::string quoted(std::string_view text);
 
 /// A whole decimal number from 0 to 99999999; nullopt for anything else.
 std::optional<int> parse_number(std::string_view digits);

@@ -18,12 +18,20 @@ constexpr char kCtrlZ = '\x1a';
 constexpr size_t kBacklogLimit = 16 * 1024;
 constexpr size_t kLongestLine = 2048;
 constexpr size_t kLongestMessage = 2048;
-constexpr int kNotSupported = 4;
-constexpr int kSimNotInserted = 10;
-constexpr int kPinRequired = 11;
-constexpr int kMessageSimNotInserted = 310;
-constexpr int kMessagePinRequired = 311;
 constexpr std::string_view kPrompt = "\r\n> ";
+
+// What is in the way of a command that needs the SIM; kOk when nothing is.
+Result sim_obstacle(const ModemState& state, CommandRow::Needs needs) {
+  const bool for_messages = needs == CommandRow::Needs::kSimForMessages;
+  if (needs == CommandRow::Needs::kNothing) return kOk;
+  if (!state.sim_inserted) {
+    return for_messages ? Result{Result::Kind::kCmsError, 310} : kSimNotInserted;
+  }
+  if (state.pin_needed) {
+    return for_messages ? Result{Result::Kind::kCmsError, 311} : kPinRequired;
+  }
+  return kOk;
+}
 
 }  // namespace
 
@@ -84,7 +92,7 @@ void LivingModem::take_message_byte(char c) {
     skip_cr_ = true;
     const auto taker = std::exchange(message_taker_, nullptr);
     const std::string message = std::exchange(line_, {});
-    return finish(c == kEscape ? Result{} : taker(*this, message));
+    return finish(c == kEscape ? kOk : taker(*this, message));
   }
   if (c == kBackspace) {
     if (!line_.empty()) line_.pop_back();
@@ -96,10 +104,10 @@ void LivingModem::take_message_byte(char c) {
 
 void LivingModem::run_line() {
   const std::string line = std::exchange(line_, {});
-  if (line.size() > kLongestLine) return finish({Result::Kind::kError});
+  if (line.size() > kLongestLine) return finish(kError);
   const auto commands = split_command_line(line);
   if (!commands) return;
-  Result result;
+  Result result = kOk;
   for (const AtCommand& command : *commands) {
     result = run(command);
     if (result.kind != Result::Kind::kOk) break;
@@ -109,15 +117,9 @@ void LivingModem::run_line() {
 
 Result LivingModem::run(const AtCommand& command) {
   const CommandRow* row = find_command(command.name);
-  if (row == nullptr) return {Result::Kind::kCmeError, kNotSupported};
-  const bool for_messages = row->needs == CommandRow::Needs::kSimForMessages;
-  const auto refusal = for_messages ? Result::Kind::kCmsError : Result::Kind::kCmeError;
-  if (row->needs != CommandRow::Needs::kNothing) {
-    if (!state.sim_inserted)
-      return {refusal, for_messages ? kMessageSimNotInserted : kSimNotInserted};
-    if (state.pin_needed) return {refusal, for_messages ? kMessagePinRequired : kPinRequired};
-  }
-  return row->handler(*this, command);
+  if (row == nullptr) return kNotSupported;
+  const Result obstacle = sim_obstacle(state, row->needs);
+  return obstacle.kind == Result::Kind::kOk ? row->handler(*this, command) : obstacle;
 }
 
 void LivingModem::finish(Result result) {

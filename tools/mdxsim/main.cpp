@@ -147,6 +147,7 @@ std::unique_ptr<mdxsim::Modem> make_modem(const Options& options) {
 // Blocked as signals, so that one that comes at any moment is seen by the loop and the link is
 // removed.
 int signals_that_end() {
+  signal(SIGPIPE, SIG_IGN);
   sigset_t set;
   sigemptyset(&set);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);

@@ -11,6 +11,18 @@ namespace mdxsim {
 /// Carries out one command: its information texts go to `modem.say`, its outcome is returned.
 using CommandHandler = Result (*)(LivingModem& modem, const AtCommand& command);
 
+// clang-format off
+constexpr Result kOk                 {Result::Kind::kOk,        0 };
+constexpr Result kError              {Result::Kind::kError,     0 };
+constexpr Result kNotAllowed         {Result::Kind::kCmeError,  3 };
+constexpr Result kNotSupported       {Result::Kind::kCmeError,  4 };
+constexpr Result kSimNotInserted     {Result::Kind::kCmeError,  10};
+constexpr Result kPinRequired        {Result::Kind::kCmeError,  11};
+constexpr Result kIncorrectPassword  {Result::Kind::kCmeError,  16};
+constexpr Result kNoNetworkService   {Result::Kind::kCmeError,  30};
+constexpr Result kIncorrectParameters{Result::Kind::kCmeError,  50};
+// clang-format on
+
 struct CommandRow {
   std::string_view name;
   enum class Needs { kNothing, kSim, kSimForMessages } needs;

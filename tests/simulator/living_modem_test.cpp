@@ -1,0 +1,281 @@
+#include "tools/mdxsim/living_modem.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "tools/mdxsim/escape.h"
+#include "tools/mdxsim/message_store.h"
+
+namespace mdxsim {
+namespace {
+
+using namespace std::string_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr std::string_view kPdu = "0001000B914497381100000000A054747A0E4ACF41";
+const std::string kOk = "\r\nOK\r\n";
+
+LivingOptions quiet() {
+  LivingOptions options;
+  options.report_interval = Time{0};
+  return options;
+}
+
+// A host that has the device open, with echo off.
+class Host {
+ public:
+  explicit Host(LivingOptions options = quiet()) : modem(options) {
+    modem.attached(now);
+    modem.state.echo = false;
+  }
+
+  // What the modem says to these bytes without time going by.
+  std::string say(std::string_view bytes) {
+    modem.receive(bytes, now);
+    return hear(Time{0});
+  }
+
+  // What it says within that time.
+  std::string hear(Time duration) {
+    std::string heard;
+    for (const Time end = now + duration; true; now += Time{1}) {
+      modem.advance(now);
+      heard += modem.transmit(now);
+      if (now == end) return heard;
+    }
+  }
+
+  Time now{0};
+  LivingModem modem;
+};
+
+std::string lines(std::string_view text) { return "\r\n" + std::string(text) + "\r\n" + kOk; }
+
+TEST(LivingModem, CommandLines) {
+  // clang-format off
+  const struct { std::string_view sent; std::string answer; } cases[] = {
+      {"\r",                            ""                                         },
+      {"hello\r",                       ""                                         },
+      {"A\r",                           ""                                         },
+      {"\n\r",                          ""                                         },
+      {"AT\r",                          kOk                                        },
+      {"at+csq\r",                      lines("+CSQ: 20,99")                       },
+      {" AT + CSQ \r\n",                lines("+CSQ: 20,99")                       },
+      {"AX\bT+CSQ\r",                   lines("+CSQ: 20,99")                       },
+      {"AT+CSQ",                        ""                                         },
+      {"AT+CSQX\r",                     "\r\nERROR\r\n"                            },
+      {"AT+CSQ?x\r",                    "\r\nERROR\r\n"                            },
+      {"AT&\r",                         "\r\nERROR\r\n"                            },
+      {"AT&&;=\r",                      "\r\nERROR\r\n"                            },
+      {"ATE2\r",                        "\r\nERROR\r\n"                            },
+      {"ATZ E0 V1 +CMEE=1\r",           kOk                                        },
+      {"ATE0V1+CMEE?\r",                lines("+CMEE: 0")                          },
+      {"AT+COPS=3,2,,;+COPS?\r",        lines("+COPS: 0,2,\"00101\",2")            },
+      {"AT+CIMI;+NOSUCH;+CSQ\r",        "\r\n001010123456789\r\n\r\nERROR\r\n"     },
+      {"AT+CREG=2;+CREG?\r",            lines("+CREG: 2,1,\"007C\",\"00B19502\"")  },
+      {"AT+CREG=3\r",                   "\r\nERROR\r\n"                            },
+      {"AT+COPS=2;+CGREG?\r",           lines("+CGREG: 0,0")                       },
+      {"AT^SYSINFO\r",                  lines("^SYSINFO:2,3,0,5,1,,4")             },
+      {"ATV0\r",                        "0\r"                                      },
+      {"AT+CPIN?\r",                    lines("+CPIN: READY")                      },
+      {"ATD*99***1#\r",                 "\r\nCONNECT 7200000\r\n"                  },
+      {"ATD;\r",                        "\r\nERROR\r\n"                            },
+  };
+  // clang-format on
+  for (const auto& [sent, answer] : cases) {
+    EXPECT_EQ(escape(Host().say(sent)), escape(answer)) << escape(sent);
+  }
+}
+
+TEST(LivingModem, EchoesUntilE0) {
+  Host host;
+  EXPECT_EQ(host.say("ATE1\r"), kOk);
+  EXPECT_EQ(host.say("AT+CMGS=20\r"), "AT+CMGS=20\r\r\n> ");
+  EXPECT_EQ(host.say("0001\x1b\r"), "0001\x1b" + kOk);
+  EXPECT_EQ(host.say("ATE0\r"), "ATE0\r" + kOk);
+  EXPECT_EQ(host.say("AT\r"), kOk);
+}
+
+TEST(LivingModem, ErrorsByNumber) {
+  LivingOptions locked = quiet();
+  locked.pin = "1234";
+  LivingOptions empty = quiet();
+  empty.sim_inserted = false;
+  // clang-format off
+  const struct { LivingOptions options; std::string_view sent; std::string_view error; } cases[] = {
+      {quiet(), "AT+CMEE=1;+NOSUCH\r",             "+CME ERROR: 4"                 },
+      {quiet(), "AT+CMEE=2;+NOSUCH\r",             "+CME ERROR: operation not supported"},
+      {quiet(), "AT+CMEE=1;+CPIN=\"1234\"\r",      "+CME ERROR: 3"                 },
+      {quiet(), "AT+CMEE=1;+COPS=1,2,\"99999\"\r", "+CME ERROR: 30"                },
+      {quiet(), "AT+CMEE=1;+CREG=9\r",             "+CME ERROR: 50"                },
+      {quiet(), "AT+CMGR=7\r",                     "+CMS ERROR: 321"               },
+      {locked,  "AT+CMEE=1;+CIMI\r",               "+CME ERROR: 11"                },
+      {locked,  "AT+CMEE=1;+CPIN=\"0000\"\r",      "+CME ERROR: 16"                },
+      {locked,  "AT+CPIN=\"1234\";+CPIN?\r",       "+CPIN: READY"                  },
+      {empty,   "AT+CMEE=1;+CPIN?\r",              "+CME ERROR: 10"                },
+      {empty,   "AT+CMGS=20\r",                    "+CMS ERROR: 310"               },
+  };
+  // clang-format on
+  for (const auto& [options, sent, error] : cases) {
+    EXPECT_THAT(Host(options).say(sent), HasSubstr("\r\n" + std::string(error) + "\r\n")) << sent;
+  }
+}
+
+TEST(LivingModem, MessageDialogue) {
+  const std::string pdu(kPdu);
+  const std::string sent = lines("+CMGS: 31");
+  const std::string invalid = "\r\n+CMS ERROR: 304\r\n";
+  // clang-format off
+  const struct { std::string_view head; std::string body; std::string answer; } cases[] = {
+      {"AT+CMGS=19\r", pdu + "\x1a\r",                   invalid          },
+      {"AT+CMGS=21\r", pdu + "\x1a\r",                   invalid          },
+      {"AT+CMGS=20\r", pdu.substr(1) + "\x1a\r",         invalid          },
+      {"AT+CMGS=20\r", "G" + pdu.substr(1) + "\x1a",     invalid          },
+      {"AT+CMGS=20\r", "FF" + pdu.substr(2) + "\x1a",    invalid          },
+      {"AT+CMGS=20\r", "\x1a",                           invalid          },
+      {"AT+CMGS=20\r", std::string(100000, '0') + "\x1a", invalid         },
+      {"AT+CMGS=20\r", pdu,                              ""               },
+      {"AT+CMGS=20\r", pdu + "\x1b\r",                   kOk              },
+      {"AT+CMGS=20\r", pdu + "\x1a\r",                   sent             },
+      {"AT+CMGS=20\r", pdu + "\x1a" "AT\r",              sent + kOk       },
+      {"AT+CMGF=1;+CMGS=\"+4912\"\r", "hi\rthere\x1a\r", "\r\n> " + sent  },
+  };
+  // clang-format on
+  for (const auto& [head, body, answer] : cases) {
+    Host host;
+    EXPECT_EQ(host.say(head), "\r\n> ") << head;
+    EXPECT_EQ(escape(host.say(body)), escape(answer)) << head << escape(body.substr(0, 80));
+  }
+  for (const auto* head : {"AT+CMGS=\r", "AT+CMGS=0\r", "AT+CMGS=165\r", "AT+CMGS=\"+49\"\r"}) {
+    EXPECT_EQ(Host().say(head), invalid) << head;
+  }
+}
+
+TEST(LivingModem, MessagesAreKept) {
+  const std::string pdu(kPdu);
+  Host host;
+  EXPECT_EQ(host.say("AT+CMGL=2\r"), kOk);
+  host.say("AT+CMGW=20\r");
+  EXPECT_EQ(host.say(pdu + "\x1a\r"), lines("+CMGW: 1"));
+  EXPECT_EQ(host.say("AT+CMGL=2\r"), lines("+CMGL: 1,2,,20\r\n" + pdu));
+  EXPECT_EQ(host.say("AT+CMGR=1\r"), lines("+CMGR: 2,,20\r\n" + pdu));
+  EXPECT_THAT(host.say("AT+CMGL=0\r"), HasSubstr("+CMGL: 0,0,,23\r\n"));
+  EXPECT_EQ(host.say("AT+CMGL=0\r"), kOk) << "a listed message is read";
+  EXPECT_EQ(host.say("AT+CMGD=0\r"), kOk);
+  EXPECT_EQ(host.say("AT+CMGD=0\r"), "\r\n+CMS ERROR: 321\r\n");
+  EXPECT_EQ(host.say("AT+CMGD=0,2;+CMGL=4\r"), lines("+CMGL: 1,2,,20\r\n" + pdu));
+  EXPECT_EQ(host.say("AT+CMGD=0,4;+CMGL=4\r"), kOk);
+  for (int i = 0; i < MessageStore::kCapacity; ++i) host.say("AT+CMGW=20\r" + pdu + "\x1a\r");
+  host.say("AT+CMGW=20\r");
+  EXPECT_EQ(host.say(pdu + "\x1a\r"), "\r\n+CMS ERROR: 322\r\n");
+}
+
+TEST(LivingModem, TextModeShowsWhatItStored) {
+  for (const auto* text : {"", "a", "1234567", "12345678", "Tschuess @ $5, ok?"}) {
+    Host host;
+    host.say("AT+CMGF=1;+CMGW=\"+491711\"\r");
+    host.say(text + "\x1a\r"s);
+    EXPECT_EQ(host.say("AT+CMGR=1\r"), lines("+CMGR: \"STO UNSENT\",\"+491711\",\r\n"s + text));
+  }
+  Host host;
+  EXPECT_THAT(host.say("AT+CMGF=1;+CMGL=\"ALL\"\r"), HasSubstr("\"+33663604189\",\r\nTest"));
+}
+
+TEST(LivingModem, SlowAnswersHoldUpAnswersButNotReports) {
+  LivingOptions options = quiet();
+  options.scan_time = Time{2000};
+  options.answer_delay = Time{100};
+  Host host(options);
+  EXPECT_EQ(host.say("AT+CUSD=1,\"*100#\"\rAT+COPS=?\rAT+CSQ\r"), "");
+  EXPECT_EQ(host.hear(Time{99}), "");
+  EXPECT_EQ(host.hear(Time{1}), kOk);
+  EXPECT_THAT(host.hear(Time{2000}), testing::StartsWith("\r\n+CUSD: 0,\"Your balance"));
+  EXPECT_THAT(host.hear(Time{100}), HasSubstr("+COPS: (2,\"Example Mobile\""));
+  EXPECT_EQ(host.hear(Time{100}), lines("+CSQ: 20,99"));
+}
+
+TEST(LivingModem, CallsAreReported) {
+  Host host;
+  EXPECT_EQ(host.say("ATD+4930123;\r"), kOk);
+  EXPECT_EQ(host.say("ATD110;\r"), "\r\nERROR\r\n");
+  EXPECT_EQ(host.hear(Time{500}), "\r\n^ORIG:1,0\r\n\r\n^CONF:1\r\n");
+  EXPECT_EQ(host.say("AT+CLCC\r"), lines("+CLCC: 1,0,3,0,0,\"+4930123\",145"));
+  EXPECT_EQ(host.hear(Time{2600}), "\r\n^CONN:1,0\r\n");
+  EXPECT_EQ(host.say("ATH\r"), kOk);
+  EXPECT_EQ(host.hear(Time{5}), "\r\n^CEND:1,2,104,16\r\n");
+
+  host.say("ATD1;\r");
+  host.say("ATH\r");
+  host.say("ATD2;\r");
+  EXPECT_EQ(host.hear(Time{250}), "\r\n^ORIG:1,0\r\n\r\n^CEND:1,0,104,16\r\n\r\n^ORIG:1,0\r\n");
+}
+
+TEST(LivingModem, ReportsBySwitch) {
+  LivingOptions options = quiet();
+  options.report_interval = Time{100};
+  Host host(options);
+  std::string heard = host.hear(Time{300});
+  for (const auto* report :
+       {"\r\n^RSSI:", "\r\n^HCSQ:\"WCDMA\",", "\r\n^DSFLOWRPT:0000", "^SRVST:2", "^MODE:5,4"}) {
+    EXPECT_THAT(heard, HasSubstr(report));
+  }
+  EXPECT_THAT(heard, Not(HasSubstr("REG:")));
+  host.say("AT^CURC=0;^SRVST=0;^MODE=0;+CREG=2;+CGREG=1\r");
+  EXPECT_EQ(host.hear(Time{300}), "\r\n+CREG: 1,\"007C\",\"00B19502\"\r\n\r\n+CGREG: 1\r\n");
+}
+
+TEST(LivingModem, AHostThatGoesLeavesNothingBehind) {
+  Host host;
+  host.say("AT+CUSD=1,\"*100#\"\rATD1;\rAT+CMGS=20\r0001");
+  host.modem.receive("AT+CM", host.now);
+  host.modem.detached(host.now);
+  host.modem.attached(host.now);
+  EXPECT_EQ(host.say("AT+CLCC\r"), kOk);
+  EXPECT_EQ(host.hear(Time{5000}), "");
+}
+
+TEST(LivingModem, AHostThatNeverReadsIsBounded) {
+  LivingOptions options = quiet();
+  options.report_interval = Time{1};
+  Host host(options);
+  for (; host.now < Time{10000}; host.now += Time{1}) {
+    host.modem.advance(host.now);
+    if (host.modem.accepts_input()) host.modem.receive("AT+CSQ\r", host.now);
+  }
+  EXPECT_FALSE(host.modem.accepts_input());
+  size_t waiting = 0;
+  for (std::string read; !(read = host.modem.transmit(host.now)).empty();) waiting += read.size();
+  EXPECT_LT(waiting, 17U * 1024U);
+  EXPECT_TRUE(host.modem.accepts_input());
+}
+
+TEST(LivingModem, MuteSaysNothing) {
+  LivingOptions options = quiet();
+  options.mute = true;
+  Host host(options);
+  EXPECT_EQ(host.say("ATE1\rAT\rAT+CMGS=20\r"), "");
+}
+
+TEST(LivingModem, OutlivesAnyBytes) {
+  constexpr std::string_view kAlphabet =
+      "ATDEHISVZ&+^=?,;\"*#0123456789CMGSWLRFQPNUOE\r\r\r\x1a\x1b\b\n ";
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    std::mt19937 random(seed);
+    Host host;
+    for (int i = 0; i < 2000; ++i) {
+      const auto choice = random();
+      const char c = choice % 16 == 0 ? static_cast<char>(choice >> 8U)
+                                      : kAlphabet[(choice >> 8U) % kAlphabet.size()];
+      host.modem.receive({&c, 1}, host.now);
+    }
+    host.hear(Time{10000});
+    EXPECT_THAT(host.say("\x1b\rATE0\rAT+CSQ\r"), HasSubstr("+CSQ: ")) << "seed " << seed;
+  }
+}
+
+}  // namespace
+}  // namespace mdxsim

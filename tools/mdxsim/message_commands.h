@@ -1,0 +1,17 @@
+#pragma once
+
+#include "tools/mdxsim/at_line.h"
+#include "tools/mdxsim/living_modem.h"
+
+namespace mdxsim {
+
+// Handlers of commands, in the sense of modem_commands.h.
+
+Result send_message(LivingModem& modem, const AtCommand& command);
+Result write_message(LivingModem& modem, const AtCommand& command);
+Result read_message(LivingModem& modem, const AtCommand& command);
+Result list_messages(LivingModem& modem, const AtCommand& command);
+Result delete_messages(LivingModem& modem, const AtCommand& command);
+Result message_memory(LivingModem& modem, const AtCommand& command);
+
+}  // namespace mdxsim
