@@ -23,6 +23,10 @@ constexpr int kExitNotAsExpected = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitNoDevice = 3;
 
+constexpr int kDayMs = 24 * 60 * 60 * 1000;
+constexpr const char* kReplayGroup = "Replay";
+constexpr const char* kLivingGroup = "Living modem";
+
 constexpr const char* kDescription =
     "A modem on a pseudo terminal, which is linked to where a host looks for its device.";
 
@@ -79,48 +83,67 @@ struct Options {
   unsigned seed = 1;
 };
 
+void add_number(CLI::App& app, const char* group, const char* name, const char* unit, int& value,
+                int highest, const char* what) {
+  app.add_option(name, value, what)
+      ->group(group)
+      ->check(CLI::Range(0, highest))
+      ->type_name(unit)
+      ->capture_default_str();
+}
+
+void declare_replay_options(CLI::App& app, Options& options) {
+  app.add_flag("--no-prelude", options.no_prelude,
+               "The host's AT+CMEE=1 is not answered in front of the session")
+      ->group(kReplayGroup);
+  add_number(app, kReplayGroup, "--gap", "MS", options.gap_ms, kDayMs, "Between reads in a row");
+  add_number(app, kReplayGroup, "--timeout", "SECONDS", options.patience_s, kDayMs / 1000,
+             "How long the host may let the session wait, 0 for ever");
+}
+
+void declare_living_options(CLI::App& app, Options& options) {
+  add_number(app, kLivingGroup, "--reports", "MS", options.reports_ms, kDayMs,
+             "Between its own reports, 0 for none");
+  add_number(app, kLivingGroup, "--delay", "MS", options.delay_ms, kDayMs,
+             "Fault: wait before each answer");
+  app.add_flag("--mute", options.mute, "Fault: read commands and answer nothing")
+      ->group(kLivingGroup);
+  add_number(app, kLivingGroup, "--scan-seconds", "SECONDS", options.scan_s, kDayMs / 1000,
+             "How long AT+COPS=? takes");
+  app.add_option("--pin", options.pin, "The SIM asks for this PIN")
+      ->type_name("PIN")
+      ->group(kLivingGroup);
+  app.add_flag("--no-sim", options.no_sim, "There is no SIM")->group(kLivingGroup);
+  app.add_option("--seed", options.seed, "Of the signal's course")
+      ->type_name("NUMBER")
+      ->group(kLivingGroup)
+      ->capture_default_str();
+}
+
+// An option of the modem that is not played would silently do nothing.
+void refuse_strays(const CLI::App& app, bool replay) {
+  const char* stray_group = replay ? kLivingGroup : kReplayGroup;
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->count() == 0 || option->get_group() != stray_group) continue;
+    throw CLI::ValidationError(option->get_name(),
+                               replay ? "has no meaning with --replay" : "needs --replay");
+  }
+}
+
 void declare_options(CLI::App& app, Options& options) {
   app.footer(kFooter);
   app.add_option("--link", options.link, "Symbolic link to make to the terminal")
+      ->type_name("PATH")
       ->capture_default_str();
   app.add_option("--cut", options.cut, "How output is torn into reads: whole, byte, random[:SEED]")
+      ->type_name("HOW")
       ->capture_default_str();
+  app.add_flag("--quiet", options.quiet, "No reports by itself");
   app.add_flag("--log", options.log, "Show the traffic on standard error, as a session file");
-
-  auto* replay = app.add_option("--replay", options.session_file, "Play this session file strictly")
-                     ->type_name("FILE");
-  const auto session_option = [replay](CLI::Option* option) {
-    option->needs(replay)->group("Replay");
-  };
-  session_option(app.add_flag("--no-prelude", options.no_prelude,
-                              "The host's AT+CMEE=1 is not answered in front of the session"));
-  session_option(app.add_option("--gap", options.gap_ms, "Milliseconds between reads in a row")
-                     ->check(CLI::NonNegativeNumber)
-                     ->capture_default_str());
-  session_option(app.add_option("--timeout", options.patience_s,
-                                "Seconds that the host may let the session wait, 0 for ever")
-                     ->check(CLI::Range(0, 86400))
-                     ->capture_default_str());
-
-  const auto living_option = [replay](CLI::Option* option) {
-    option->excludes(replay)->group("Living modem");
-  };
-  living_option(app.add_option("--reports", options.reports_ms, "Milliseconds between own reports")
-                    ->check(CLI::Range(1, 86400000))
-                    ->capture_default_str());
-  living_option(app.add_flag("--quiet", options.quiet, "No reports by itself"));
-  living_option(app.add_option("--scan-seconds", options.scan_s, "How long AT+COPS=? takes")
-                    ->check(CLI::Range(0, 3600))
-                    ->capture_default_str());
-  living_option(
-      app.add_option("--seed", options.seed, "Of the signal's course")->capture_default_str());
-  living_option(app.add_option("--pin", options.pin, "The SIM asks for this PIN"));
-  living_option(app.add_flag("--no-sim", options.no_sim, "There is no SIM"));
-  living_option(
-      app.add_option("--delay", options.delay_ms, "Fault: milliseconds before each answer")
-          ->check(CLI::Range(0, 86400000))
-          ->capture_default_str());
-  living_option(app.add_flag("--mute", options.mute, "Fault: reads commands and answers nothing"));
+  app.add_option("--replay", options.session_file, "Play this session file strictly")
+      ->type_name("FILE");
+  declare_replay_options(app, options);
+  declare_living_options(app, options);
 }
 
 std::unique_ptr<mdxsim::Modem> make_modem(const Options& options) {
@@ -179,6 +202,7 @@ int main(int argc, char** argv) {
   declare_options(app, options);
   try {
     app.parse(argc, argv);
+    refuse_strays(app, !options.session_file.empty());
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitOk : kExitUsage;
   }
