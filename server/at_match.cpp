@@ -10,6 +10,7 @@
 #include "platform/at_fields.h"
 #include "platform/bounded.h"
 #include "reports/mdx_report_callback.h"
+#include "server/at_literals.h"
 #include "server/mdx_state.h"
 
 namespace {
@@ -130,9 +131,15 @@ static_assert(every_row_can_be_hit(), "a report row is hidden behind an earlier,
 
 bool holds(const char* line, const char* literal) { return std::strstr(line, literal) != nullptr; }
 
+struct entry_word_t {
+  const char* literal;  // null in the last row
+};
+constexpr entry_word_t kEntryWords[] = {{"RING"}, {"CONNECT"}, {nullptr}};
+
 /// The entry test: keeps ordinary response text out of the table search.
-bool may_be_report(const char* line) {
-  return line[0] == '^' || line[0] == '+' || holds(line, "RING") || holds(line, "CONNECT");
+bool may_be_report(std::string_view line) {
+  return line.starts_with('^') || line.starts_with('+') ||
+         at_literals<kEntryWords>::find(line) != -1;
 }
 
 /// True when the line's text up to its first colon occurs in the command in flight.
@@ -180,15 +187,15 @@ int32_t Is_report_msg(const at_msg_t* msg, char* rcv_buf, int32_t len, int* inde
   }
   *index = -1;
   if (rcv_buf[0] == '>') return 0;
-  if (!may_be_report(rcv_buf)) {
+  const std::string_view line = rcv_buf;
+  if (!may_be_report(line)) {
     MDX_TRACE(kSource, MDX_TRACE_MISSING, "the cmd string is not active report!\n");
     return -1;
   }
-  for (const at_report_row_t* row = at_report_table; row->literal != nullptr; ++row) {
-    if (!holds(rcv_buf, row->literal)) continue;
-    *index = row->id;
-    if (row->handler != nullptr) row->handler(rcv_buf, len);
-    return 0;
-  }
-  return sort_unknown_report(*msg, rcv_buf);
+  const int32_t hit = at_literals<at_report_table>::find(line);
+  if (hit == -1) return sort_unknown_report(*msg, rcv_buf);
+  const at_report_row_t& row = at_report_table[hit];
+  *index = row.id;
+  if (row.handler != nullptr) row.handler(rcv_buf, len);
+  return 0;
 }
