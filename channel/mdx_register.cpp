@@ -73,9 +73,10 @@ int32_t mdx_nas_data_enqueue(const char* data, uint32_t length) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "Error: NAS Response malloc fail!\n");
     return 0;
   }
-  memset_s(element, sizeof(*element), 0, sizeof(*element));
+  const size_t room = sizeof(element->data);
+  memcpy_s(element->data, room, data, length);
+  memset_s(element->data + length, room - length, 0, room - length);
   element->length = static_cast<uint16_t>(length);
-  memcpy_s(element->data, sizeof(element->data), data, length);
 
   const int32_t sent = MDX_msgQ_send(mdx_state.nas_queue_id, element, sizeof(*element), 0);
   std::free(element);

@@ -41,6 +41,11 @@ void append(std::string_view bytes) {
 
 std::string_view view(const line_t& line) { return {line.text, static_cast<size_t>(line.pos)}; }
 
+/// The line as the console shows it: no more than fits a record.
+std::string_view shown(const line_t& line) {
+  return {line.text, static_cast<size_t>(std::min(line.pos, MAX_ATCMD_REPORT_SIZE))};
+}
+
 void set_response(at_msg_t* msg, std::string_view text) {
   char* rmsg = msg->snd_rcv_msg.rmsg;
   memset_s(rmsg, sizeof(msg->snd_rcv_msg.rmsg), 0, MAX_ATCMD_REPORT_SIZE);
@@ -179,6 +184,23 @@ pass_t sort_line(at_msg_t* msg, const line_t& line) {
   return take_text_line(msg, line);
 }
 
+/// Clears what the line before has left, and no more.
+void clear_line() {
+  std::memset(mdx_state.line_buf, 0, static_cast<size_t>(mdx_state.line_used));
+  mdx_state.line_used = 0;
+}
+
+/// The next line, complete if it is an SMS header. It takes no more of the line buffer than was
+/// read for it, and the CR LF that a header gets back.
+/// @return false when the delivery is used up
+bool take_line(const at_msg_t& msg, line_t* line) {
+  const char* start = mdx_state.stream.p_cur;
+  const int32_t taken = at_sm_getline(line->text, &line->pos);
+  if (taken == 0 && line->pos != 0) handle_sms_at(&msg, &line->pos, &line->hcmgr_pending);
+  mdx_state.line_used = static_cast<int32_t>(mdx_state.stream.p_cur - start + kLineEnd.size());
+  return taken == 0;
+}
+
 /// Works through lines until one of them ends the pass, or the delivery is used up.
 /// @return 0 when a result or an instant update ended it, else -1
 int32_t parse_exc_result(at_msg_t* msg) {
@@ -189,20 +211,19 @@ int32_t parse_exc_result(at_msg_t* msg) {
   line_t line = {mdx_state.line_buf, 0, 0};
   pass_t pass = pass_t::kGoesOn;
   while (pass == pass_t::kGoesOn) {
-    memset_s(mdx_state.line_buf, sizeof(mdx_state.line_buf), 0, sizeof(mdx_state.line_buf));
+    clear_line();
     line.pos = 0;
     if (line.hcmgr_pending == 1) {
       parse_hcmgr_line(mdx_state.nas_response + mdx_state.nas_response_legth, &line.hcmgr_pending);
       continue;
     }
-    if (at_sm_getline(mdx_state.line_buf, &line.pos) == -1) return -1;
+    if (!take_line(*msg, &line)) return -1;
     if (line.text[0] == '\0' && line.pos == 0) continue;
 
-    handle_sms_at(msg, &line.pos, &line.hcmgr_pending);
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "data from usb  = ***,and at_match_str  = <%s>,pos = %d!\n",
               msg->at_match_str, line.pos);
-    mdx_state.last_nas_msg.store(*msg, offsetof(at_msg_t, snd_rcv_msg), mdx_state.line_buf,
-                                 MAX_ATCMD_REPORT_SIZE);
+    mdx_state.last_nas_msg.store_with_text(*msg, offsetof(at_msg_t, snd_rcv_msg),
+                                           MAX_ATCMD_REPORT_SIZE, shown(line));
     pass = sort_line(msg, line);
   }
   return pass == pass_t::kEndsDone ? 0 : -1;

@@ -19,6 +19,15 @@ int32_t wait_milliseconds(int32_t seconds) {
   return static_cast<int32_t>(std::clamp<int64_t>(int64_t{seconds} * 1000, 0, kLongest));
 }
 
+/// Bytes that were read are zero already, so the unread ones and the element's length are what is
+/// left.
+void clear(at_stream_t* stream) {
+  std::fill(stream->p_cur, stream->p_end, '\0');
+  memset_s(stream->data + offsetof(nas_element_t, length), sizeof(uint16_t), 0, sizeof(uint16_t));
+  stream->p_cur = stream->data;
+  stream->p_end = stream->data;
+}
+
 }  // namespace
 
 int32_t read_from_smd(at_msg_t* msg, int* retcode) {
@@ -28,9 +37,7 @@ int32_t read_from_smd(at_msg_t* msg, int* retcode) {
   }
   at_stream_t& stream = mdx_state.stream;
   memset_s(msg->snd_rcv_msg.rmsg, sizeof(msg->snd_rcv_msg.rmsg), 0, MAX_ATCMD_REPORT_SIZE);
-  memset_s(stream.data, sizeof(stream.data), 0, sizeof(stream.data));
-  stream.p_cur = stream.data;
-  stream.p_end = stream.data;
+  clear(&stream);
 
   const int32_t received = MDX_msgQ_recv(mdx_state.nas_queue_id, stream.data, sizeof(nas_element_t),
                                          wait_milliseconds(msg->timeout));

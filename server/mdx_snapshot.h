@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 template <class Record>
 class mdx_snapshot {
@@ -18,19 +19,24 @@ class mdx_snapshot {
   /// Replaces the record. One thread only.
   void store(const Record& record) {
     begin();
-    put(0, &record, sizeof(Record));
+    put(0, reinterpret_cast<const char*>(&record), sizeof(Record));
     end();
   }
 
-  /// Replaces the record by `record` with `size` bytes at `offset` replaced by `bytes`: the copy
-  /// that readers see never holds the bytes of `record` there. Offset and size are multiples of 4.
-  void store(const Record& record, size_t offset, const void* bytes, size_t size) {
+  /// Replaces the record by `record`, but for the `room` bytes of text at `offset`, which become
+  /// `text` and NUL bytes behind it. Text and NUL bytes that stand there already are not written
+  /// again, so the cost is that of the longer of the two texts. Offset and room are multiples of 4;
+  /// a record is stored this way either always or never.
+  void store_with_text(const Record& record, size_t offset, size_t room, std::string_view text) {
     const char* image = reinterpret_cast<const char*>(&record);
+    const size_t words = (text.size() + sizeof(uint32_t) - 1) / sizeof(uint32_t);
     begin();
     put(0, image, offset);
-    put(offset, bytes, size);
-    put(offset + size, image + offset + size, sizeof(Record) - offset - size);
+    put(offset, text.data(), text.size());
+    for (size_t i = words; i < text_words_; ++i) put_word(offset / sizeof(uint32_t) + i, 0);
+    put(offset + room, image + offset + room, sizeof(Record) - offset - room);
     end();
+    text_words_ = words;
   }
 
   /// A copy that was whole at one moment. Any thread.
@@ -59,17 +65,25 @@ class mdx_snapshot {
     std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
   }
-  void put(size_t offset, const void* bytes, size_t size) {
-    const char* from = static_cast<const char*>(bytes);
-    for (size_t i = 0; i < size / sizeof(uint32_t); ++i) {
+  void put_word(size_t index, uint32_t word) {
+    std::atomic_ref<uint32_t>(words_[index]).store(word, std::memory_order_relaxed);
+  }
+  /// The last word is filled up with NUL bytes.
+  void put(size_t offset, const char* bytes, size_t size) {
+    size_t index = offset / sizeof(uint32_t);
+    for (; size >= sizeof(uint32_t); size -= sizeof(uint32_t), bytes += sizeof(uint32_t)) {
       uint32_t word;
-      std::memcpy(&word, from + i * sizeof(uint32_t), sizeof(word));
-      std::atomic_ref<uint32_t>(words_[offset / sizeof(uint32_t) + i])
-          .store(word, std::memory_order_relaxed);
+      std::memcpy(&word, bytes, sizeof(word));
+      put_word(index++, word);
     }
+    if (size == 0) return;
+    uint32_t word = 0;
+    std::memcpy(&word, bytes, size);
+    put_word(index, word);
   }
   void end() { std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_release); }
 
   uint32_t version_ = 0;
+  size_t text_words_ = 0;  // the writer's: words of the text that are in place
   uint32_t words_[kWords] = {};
 };

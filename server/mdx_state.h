@@ -66,6 +66,7 @@ struct mdx_state_t {
 
   // Parser. The line buffer has a NUL behind it whatever it holds.
   char line_buf[MAX_ATCMD_REPORT_SIZE + 1] = {};
+  int32_t line_used = 0;                          ///< bytes of it that may be other than zero
   char nas_response[MAX_ATCMD_REPORT_SIZE] = {};  ///< response text, across deliveries
   int32_t nas_response_legth = 0;                 ///< bytes in it
   int32_t result_received = 0;                    ///< 1: this delivery's result line has been taken
