@@ -46,14 +46,14 @@ bool split(const at_msg_t& msg, dialogue_t* dialogue) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "the cmd str have not '\r',and the str is ***\n");
     return false;
   }
-  dialogue->head = text.substr(0, static_cast<size_t>(cr - text.data()));
-  const std::string_view behind = text.substr(dialogue->head.size() + 1);
+  dialogue->head = {text.data(), cr};
+  const std::string_view behind(cr + 1, text.data() + text.size());
   const size_t end = find_end_mark(behind);
   if (end == std::string_view::npos) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "the sms text has no Ctrl-Z and two NUL at its end\n");
     return false;
   }
-  dialogue->body = behind.substr(0, end + 2);
+  dialogue->body = {behind.data(), end + 2};
   if (dialogue->head.size() <= kLineMax && end + 1 <= kLineMax) return true;
   MDX_TRACE(kSource, MDX_TRACE_ERROR, "the sms text is too long: head %zu, body %zu\n",
             dialogue->head.size(), end + 1);
