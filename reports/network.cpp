@@ -1,31 +1,322 @@
-// How the modem stands with the radio network.
+// Reports of the radio network: registration, service, mode, signal, frequencies, roaming, time.
+//
+// Most become an event for the modules that show or manage the network; mode and service are told
+// to the dial-up service as well. The ^RSSI line is kept for clients. ^LTESIGLEV and ^REJINFO end
+// in traces.
 
-#include "platform/at_fields.h"
+#include <cstring>
+#include <limits>
+
 #include "platform/bounded.h"
-#include "platform/mdx_platform.h"
+#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
+#include "reports/report_frame.h"
+#include "reports/report_records.h"
 #include "server/mdx_state.h"
 
-// ^RSSI:20
+namespace {
+
+/// `srv_status` of ^SRVST when there is a network but no full service on it.
+constexpr int32_t kServiceLost = 2;
+
+/// What the network time's texts may hold.
+constexpr size_t kTimeTextSize = 160;
+
+void send_net_change(int32_t status) {
+  const dialup_net_change_msg message = {status};
+  KRP_MSG_SendMsgData(kServiceDialup, DIALUP_MSG_NET_CHANGE, &message, sizeof(message));
+}
+
+/// A sum that stops at the largest number: the modem may send any.
+int32_t saturating_sum(int32_t value, int32_t added) {
+  int32_t sum = 0;
+  if (__builtin_add_overflow(value, added, &sum)) return std::numeric_limits<int32_t>::max();
+  return sum;
+}
+
+/// The mode names of ^HCSQ; the whole text counts, since some names begin alike.
+walk_t take_hcsq_sysmode(const at_field_t& field, void* target, size_t) {
+  // clang-format off
+  constexpr struct { const char* name; int32_t sysmode; } modes[] = {
+      {"GSM",        0},
+      {"WCDMA",      1},
+      {"LTE",        2},
+      {"CDMA",       3},
+      {"EVDO",       4},
+      {"TD-SCDMA",   5},
+      {"CDMA-EVDO",  6},
+      {"NOSERVICE", -1},
+  };
+  // clang-format on
+  for (const auto& mode : modes) {
+    if (safe_strcmp(field.AtFieldValue, mode.name) == 0) {
+      *static_cast<int32_t*>(target) = mode.sysmode;
+    }
+  }
+  return walk_t::ON;
+}
+
+walk_t trace_hcsq_field(const at_field_t& field, void*, size_t) {
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "hcsq_report_callback AtFieldName= %s.\n",
+            field.AtFieldName);
+  return walk_t::ON;
+}
+
+/// ^REJINFO, read and traced; it has no receiver.
+struct at_rejinfo_info {
+  int32_t id;
+  char plmnid[64];
+  int32_t srvdomain;
+  int32_t rejectcause;
+  int32_t rattype;
+};
+
+walk_t take_rejinfo_field(const at_field_t& field, void* target, size_t) {
+  auto* record = static_cast<at_rejinfo_info*>(target);
+  const char* value = field.AtFieldValue;
+  if (safe_strcmp(field.AtFieldName, "plmnid") == 0 && value != nullptr) {
+    MDX_strncpy_s(record->plmnid, sizeof(record->plmnid), value, MDX_strlen_s(value));
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback plmnid=%s.\n",
+              record->plmnid);
+  } else if (safe_strcmp(field.AtFieldName, "srvdomain") == 0) {
+    record->srvdomain = safe_atoi(value);
+    MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "rejinfo_report_callback srvdomain = %d.\n",
+              record->srvdomain);
+  } else if (safe_strcmp(field.AtFieldName, "rejectcause") == 0) {
+    record->rejectcause = safe_atoi(value);
+    MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "rejinfo_report_callback rejectcause = %d.\n",
+              record->rejectcause);
+  } else if (safe_strcmp(field.AtFieldName, "rattype") == 0) {
+    record->rattype = safe_atoi(value);
+    MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "rejinfo_report_callback rattype = %d.\n",
+              record->rattype);
+  }
+  return walk_t::ON;
+}
+
+}  // namespace
+
+// +CREG: 1
+void creg_report_callback(char*, int32_t) {
+  KRP_MSG_SendMsgData(kServiceDialup, DIALUP_MSG_NET_CHANGE, nullptr, 0);
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_REG_CHANGE, 0, 0);
+}
+
+// ^SRVST: 2
+void redirect_noservice_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[redirect_noservice_report_callback] enter!\n");
+  char srv_status[kNumberTextSize] = {};
+  constexpr report_parse_t how = {
+      "^SRVST", MDX_TRACE_ERROR,
+      "redirect_noservice_report_callback at_cmd_parse  error,and the ret = %d"};
+  const report_field_t fields[] = {first_printed_field("srv_status", srv_status)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  const int32_t status = safe_atoi(srv_status);
+  send_net_change(status);
+  if (status != kServiceLost) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
+            "[redirect_noservice_report_callback] send message to device!\n");
+  MDX_post_notify(RUT_MDL_DEVICE, EVT_AT_NO_SERVICE, 0, 0);
+}
+
+// ^MODE: 5,4
+void mode_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "mode_report_callback .\n");
+  char sys_mode[kNumberTextSize] = {};
+  char sys_submode[kNumberTextSize] = {};
+  constexpr report_parse_t how = {"^MODE", MDX_TRACE_ERROR,
+                                  "mode_report_callback at_cmd_parse  error,and the ret = %d"};
+  const report_field_t fields[] = {
+      printed_field("sys_mode", sys_mode),
+      printed_field("sys_submode", sys_submode),
+  };
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  send_net_change(safe_atoi(sys_mode));
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SYS_MODE, safe_atoi(sys_mode), safe_atoi(sys_submode));
+}
+
+// ^LCACELLURC: 1,3
+void ltecacell_report_callback(char*, int32_t) {
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[ltecacell_report_callback] begin! \n");
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SYS_MODE, 0, 0);
+}
+
+// ^EONS:1
+void net_eons_report_callback(char*, int32_t) {
+  MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_EONS, 0, 0);
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "Leave net_eons_report_callback()!\n");
+}
+
+// ^ANLEVEL:0,99,10,4,108,7
+void anelvel_report_callback(char* rptbuf, int32_t) {
+  int32_t level = 0;
+  constexpr report_parse_t how = {"^ANLEVEL", MDX_TRACE_FLOW,
+                                  "anelvel_report_callback, error,and the ret = %d"};
+  const report_field_t fields[] = {number_field("level", &level)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, level, 0);
+}
+
+// ^HCSQ:"LTE",48,35,86,14
+void hcsq_report_callback(char* rptbuf, int32_t length) {
+  if (rptbuf == nullptr || length < 0) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "hcsq_report_callback invalid parameter, return!\n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "Enter hcsq_report_callback().\n");
+  at_hcsq_info record = {};
+  constexpr report_parse_t how = {"^HCSQ", MDX_TRACE_ERROR,
+                                  "hcsq_report_callback  at_cmd_parse  error,and the ret = %d.\n"};
+  const report_field_t fields[] = {
+      every_field(trace_hcsq_field, nullptr),
+      taken_field("sysmode", take_hcsq_sysmode, &record.sysmode),
+      number_field("value1", &record.value1),
+      number_field("value2", &record.value2),
+      number_field("value3", &record.value3),
+      number_field("value4", &record.value4),
+      number_field("value5", &record.value5),
+  };
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_post_notify_ex(NOTIFY_MODULE_19, EVT_AT_HCSQ, &record, sizeof(record), 0, 0);
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "Leave hcsq_report_callback() \n");
+}
+
+// ^RSSI: 21
 void rssi_report_callback(char* rptbuf, int32_t) {
-  constexpr char kSource[] = "mdx_report_callback";
   if (rptbuf == nullptr) {
-    MDX_TRACE(kSource, MDX_TRACE_MISSING, "rssi_buf is empty.\n");
+    MDX_TRACE(kReportSource, MDX_TRACE_MISSING, "rssi_buf is empty.\n");
     return;
   }
-  if (std::strstr(rptbuf, "^RSSI") == nullptr) {
-    MDX_TRACE(kSource, MDX_TRACE_MISSING, "Buffer(%s) do not have ^RSSI\n", rptbuf);
+  if (strstr(rptbuf, "^RSSI") == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_MISSING, "Buffer(%s) do not have ^RSSI\n", rptbuf);
     return;
   }
-  const uint32_t length = MDX_strlen_s(rptbuf);
-  if (length > MAX_ATCMD_REPORT_SIZE) {
-    MDX_TRACE(kSource, MDX_TRACE_MISSING, "MAX_ATCMD_REPORT_SIZE < rssi_length\n");
+  const uint32_t rssi_length = MDX_strlen_s(rptbuf);
+  if (rssi_length > MAX_ATCMD_REPORT_SIZE) {
+    MDX_TRACE(kReportSource, MDX_TRACE_MISSING, "MAX_ATCMD_REPORT_SIZE < rssi_length\n");
     return;
   }
-  at_answer_t& report = mdx_state.rssi_report;
-  memset_s(&report, sizeof(report), 0, sizeof(report));
-  memcpy_s(report.snd_rcv_msg.rmsg, sizeof(report.snd_rcv_msg.rmsg), rptbuf, length);
-  report.ret_val = AT_OK;
-  MDX_TRACE(kSource, MDX_TRACE_FLOW, "rssi buffer length: (%d) ,is : %s\n",
-            static_cast<int>(length), rptbuf);
+
+  at_answer_t& stored = mdx_state.rssi_report;
+  memset_s(&stored, sizeof(stored), 0, sizeof(stored));
+  memcpy_s(stored.snd_rcv_msg.rmsg, sizeof(stored.snd_rcv_msg.rmsg), rptbuf, rssi_length);
+  stored.ret_val = AT_OK;
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "rssi buffer length: (%d) ,is : %s\n",
+            static_cast<int>(rssi_length), rptbuf);
+}
+
+// ^LTESIGLEV:3
+void ltesiglev_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_MISSING, "ltesiglev is empty.\n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "LTESIGLEV ltesiglev_report_callback=[%s]\n", rptbuf);
+  int32_t level = 0;
+  constexpr report_parse_t how = {
+      "^LTESIGLEV", MDX_TRACE_ERROR,
+      "ltesiglev_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {number_field("level", &level)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "LTESIGLEV send to WiMAX level =[%d]\n",
+            saturating_sum(level, 1));
+}
+
+// ^HFREQINFO:0,6,1,425,21525,15000,18425,19625,15000
+void hfreqinfo_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "hfreqinfo_report_callback .\n");
+  at_hfreqinfo_info record = {};
+  constexpr report_parse_t how = {"^HFREQINFO", MDX_TRACE_ERROR,
+                                  "hfreqinfo_report_callback at_cmd_parse err id = %d.\n"};
+  const report_field_t fields[] = {
+      number_field("switch", &record.switch_),        number_field("sysmode", &record.sysmode),
+      number_field("band_class", &record.band_class), number_field("dl_fcn1", &record.dl_fcn1),
+      number_field("dl_freq1", &record.dl_freq1),     number_field("dl_bw1", &record.dl_bw1),
+      number_field("ul_fcn1", &record.ul_fcn1),       number_field("ul_freq1", &record.ul_freq1),
+      number_field("ul_bw1", &record.ul_bw1),
+  };
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_post_notify_ex(NOTIFY_MODULE_16, EVT_AT_FREQ_INFO, &record, sizeof(record), 0, 0);
+}
+
+// ^NWTIME:18/12/13,06:20:04+28,00
+void net_time_report_callback(char* rptbuf, int32_t) {
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[net_time_report_callback] begin report time!\n");
+  char date[kTimeTextSize] = {};  // yy/mm/dd
+  char time[kTimeTextSize] = {};  // hh:mm:ss+zz
+  constexpr report_parse_t how = {"^NWTIME", MDX_TRACE_FLOW,
+                                  "net_time_report_callback at_cmd_parse error,and the ret = %d\n"};
+  const report_field_t fields[] = {
+      text_field("date", date),
+      text_field("time", time),
+  };
+  const int32_t walked = read_fields(how, rptbuf, fields);
+  if (walked < 0) return;
+  if (walked > 0) MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "at_dend_result is not null\n");
+
+  at_nwtime_info at_nwtime_info = {};
+  at_time_val& time_val = at_nwtime_info.time_val;
+  time_val.tm_year = saturating_sum(safe_atoi(date), 2000);
+  time_val.tm_mon = safe_atoi(date + 3);
+  time_val.tm_mday = safe_atoi(date + 6);
+  time_val.tm_hour = safe_atoi(time);
+  time_val.tm_min = safe_atoi(time + 3);
+  time_val.tm_sec = safe_atoi(time + 6);
+  at_nwtime_info.time_zone = safe_atoi(time + 8);
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
+            "at_nwtime_info.time_val.tm_year = %d%02d%02d,%02d:%02d:%02d,%02d.\n", time_val.tm_year,
+            time_val.tm_mon, time_val.tm_mday, time_val.tm_hour, time_val.tm_min, time_val.tm_sec,
+            at_nwtime_info.time_zone);
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "send time to RUT_MDL_DEVICE!\n");
+  MDX_post_notify_ex(RUT_MDL_DEVICE, EVT_AT_NETWORK_TIME, &at_nwtime_info, sizeof(at_nwtime_info),
+                     0, 0);
+}
+
+// ^APROAMRPT:1
+void aproaming_report_callback(char* rptbuf, int32_t) {
+  int32_t status = -1;
+  constexpr report_parse_t how = {"^APROAMRPT", MDX_TRACE_FLOW,
+                                  "aproaming_report_callback, error,and the ret = %d"};
+  const report_field_t fields[] = {number_field("roaming_status", &status)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
+            "aproaming_report_callback send notify to net and oled begin...\n");
+  if (status == 0) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_0, 0, 0);
+  if (status == 1) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_1, 0, 0);
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
+            "aproaming_report_callback send notify to net and oled end\n");
+}
+
+// ^REJINFO:46000,1,40,2,3,40,"0026F8","FF","0A444202"
+void rejinfo_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback report_buf is null.\n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback start.\n");
+  if (strstr(rptbuf, "^REJINFO") == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR,
+              "rejinfo_report_callback do not find report_buf flag.\n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback find report_buf flag.\n");
+
+  at_rejinfo_info record = {};
+  record.id = 59;
+  constexpr report_parse_t how = {"^REJINFO", MDX_TRACE_ERROR,
+                                  "rejinfo_report_callback at_cmd_parse error,and the ret = %d\n"};
+  const report_field_t fields[] = {every_field(take_rejinfo_field, &record)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback end.\n");
 }

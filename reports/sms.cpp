@@ -1,0 +1,142 @@
+// Reports of short messages: arrived, stored, sent, not sent, no room left. All go to module 1,
+// where records of different reports share an event and the `id` in them tells which one it was.
+
+#include <cstring>
+
+#include "reports/destinations.h"
+#include "reports/mdx_report_callback.h"
+#include "reports/report_frame.h"
+#include "reports/report_records.h"
+
+namespace {
+
+/// A report that shares its handler with others.
+struct sms_report_t {
+  int32_t id;
+  const char* prefix;
+};
+
+/// The first of these reports, in their order, that the line holds anywhere; null for none.
+const sms_report_t* find_report(const char* line, std::span<const sms_report_t> reports) {
+  for (const sms_report_t& report : reports) {
+    if (strstr(line, report.prefix) != nullptr) return &report;
+  }
+  return nullptr;
+}
+
+void post_record(notify_event_t event, const void* record, size_t size) {
+  MDX_post_notify_ex(NOTIFY_MODULE_1, event, record, static_cast<uint32_t>(size), 0, 0);
+}
+
+/// A full store is news only if it is the SIM's.
+walk_t find_sim_store(const at_field_t& field, void* target, size_t) {
+  if (safe_strcmp(field.AtFieldValue, "SM") != 0) return walk_t::ON;
+  *static_cast<bool*>(target) = true;
+  return walk_t::STOP;
+}
+
+}  // namespace
+
+// +CBM: 88 CR LF <PDU>; +CMT: ,35 and +CDS: 25 come with their PDU cut off
+void sms_content_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sms_content_report_callback] enter!\n");
+  constexpr sms_report_t reports[] = {{1, "+CMT"}, {3, "+CDS"}, {4, "+CBM"}};
+  const sms_report_t* report = find_report(rptbuf, reports);
+  if (report == nullptr) return;
+
+  at_sms_content_info record = {};
+  int32_t length = 0;
+  const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
+                              "sms_content_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {
+      number_field("length", &length),
+      text_field("pdu", record.pdu),
+  };
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  record.id = report->id;
+  record.length = static_cast<uint16_t>(length & UINT16_MAX);
+  post_record(EVT_AT_SMS_NEW, &record, sizeof(record));
+}
+
+// +CMTI: "SM",1
+void sms_index_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) return;
+  MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sms_index_report_callback] enter!\n");
+  constexpr sms_report_t reports[] = {{2, "+CDSI"}, {0, "+CMTI"}};
+  const sms_report_t* report = find_report(rptbuf, reports);
+  if (report == nullptr) return;
+
+  at_sms_index_info record = {};
+  record.id = report->id;
+  const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
+                              "sms_index_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {
+      text_field("mem", record.mem),
+      number_field("index", &record.index),
+  };
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  post_record(EVT_AT_SMS_NEW, &record, sizeof(record));
+}
+
+// ^HCMGSS:31
+void sms_hcmgss_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR,
+              "sms_hcmgss_report_callback parameter  error, return. \n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgss_report_callback] enter... \n");
+  int32_t mr = 0;
+  constexpr report_parse_t how = {
+      "^HCMGSS", MDX_TRACE_ERROR,
+      "sms_hcmgss_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {number_field("mr", &mr)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  at_sms_sent_info record = {};
+  record.sent.id = 42;
+  record.sent.mr = mr;
+  post_record(EVT_AT_SMS_SEND_RESULT, &record, sizeof(record));
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgss_report_callback] end ! \n");
+}
+
+// ^HCMGSF:107
+void sms_hcmgsf_report_callback(char* rptbuf, int32_t) {
+  if (rptbuf == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR,
+              "sms_hcmgsf_report_callback parameter  error, return. \n");
+    return;
+  }
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgsf_report_callback] enter... \n");
+  at_sms_send_info record = {};
+  record.id = 43;
+  constexpr report_parse_t how = {"^HCMGSF", MDX_TRACE_ERROR,
+                                  "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {number_field("errCode", &record.errCode)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  post_record(EVT_AT_SMS_SEND_RESULT, &record, sizeof(record));
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgsf_report_callback] end ! \n");
+}
+
+// ^SMMEMFULL: "SM"
+void sms_mem_full_report_callback(char* rptbuf, int32_t) {
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_mem_full_report_callback] enter... \n");
+  if (rptbuf == nullptr) {
+    MDX_TRACE(kReportSource, MDX_TRACE_ERROR,
+              "sms_mem_full_report_callback parameter  error, return. \n");
+    return;
+  }
+  bool sim_full = false;
+  constexpr report_parse_t how = {
+      "^SMMEMFULL", MDX_TRACE_ERROR,
+      "sms_mem_full_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  const report_field_t fields[] = {taken_field("mem_type", find_sim_store, &sim_full)};
+  if (read_fields(how, rptbuf, fields) < 0) return;
+
+  if (sim_full) post_record(EVT_AT_SMS_MEM_FULL, nullptr, 0);
+  MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_mem_full_report_callback] end ! \n");
+}
