@@ -188,7 +188,8 @@ void SessionPlayer::await(Time now) {
 }
 
 void SessionPlayer::fail(const std::string& problem) {
-  const int line = step() != nullptr ? step()->line : session_.steps.back().line;
+  const SessionStep* here = step();
+  const int line = here != nullptr ? here->line : session_.steps.back().line;
   ending_ = Ending{false, session_.name + ":" + std::to_string(line) + ": " + problem};
 }
 
