@@ -190,6 +190,10 @@ TEST(LivingModem, SlowAnswersHoldUpAnswersButNotReports) {
   options.scan_time = Time{2000};
   options.answer_delay = Time{100};
   Host host(options);
+  host.hear(Time{5000});
+  host.say("AT+COPS=?\r");
+  EXPECT_EQ(host.hear(Time{2099}), "") << "the search takes its time after a rest as well";
+  EXPECT_THAT(host.hear(Time{1}), HasSubstr("+COPS: (2,"));
   EXPECT_EQ(host.say("AT+CUSD=1,\"*100#\"\rAT+COPS=?\rAT+CSQ\r"), "");
   EXPECT_EQ(host.hear(Time{99}), "");
   EXPECT_EQ(host.hear(Time{1}), kOk);

@@ -157,6 +157,8 @@ void LivingModem::send_answer(std::string_view text) {
   outbox_.put(busy_until_, text);
 }
 
+void LivingModem::take_time(Time duration) { busy_until_ = std::max(busy_until_, now_) + duration; }
+
 void LivingModem::say(std::string_view text) {
   answer_ += "\r\n";
   answer_ += text;

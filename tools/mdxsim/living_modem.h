@@ -92,7 +92,7 @@ class LivingModem final : public Modem {
   void say(std::string_view text);
 
   /// Lets the answer under way, and those behind it, come that much later.
-  void take_time(Time duration) { busy_until_ += duration; }
+  void take_time(Time duration);
 
   /// Sends a line by itself, unless the host leaves too much unread.
   void report(std::string_view text);
