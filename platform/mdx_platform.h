@@ -64,8 +64,9 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
 /// Puts a record on a queue between processes, without waiting, and wakes the task that its first
 /// four bytes (`msg_type`) name, if there is one.
 ///
-/// Of a full queue 1, answers are dropped whose client is dead, then those that have lain unread
-/// for more than 5 seconds, each with a trace.
+/// Of a full queue 1, answers are dropped whose client is dead, else those that have lain unread
+/// for more than 5 seconds, else the oldest of the client that leaves the most unread, if it holds
+/// more than the receiver of the new one; each with a trace.
 /// @param retcode  an errno value on failure; not written on success
 /// @return 0, or -1
 int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode);

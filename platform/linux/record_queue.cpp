@@ -139,6 +139,30 @@ size_t drop_answers(size_t count, uint32_t now, bool (*lost)(const answer_t&, ui
   return kept;
 }
 
+size_t answers_of(long type, size_t count) {
+  size_t held = 0;
+  for (size_t i = 0; i < count; ++i) held += answers[i].message.type == type ? 1 : 0;
+  return held;
+}
+
+/// The client that holds the most answers loses its oldest, if the receiver holds fewer: who floods
+/// and does not read pays for it, not those who read. @return how many are left
+size_t drop_of_hoarder(size_t count, long receiver) {
+  size_t most = answers_of(receiver, count);
+  size_t lost = count;
+  for (size_t i = 0; i < count; ++i) {
+    const size_t held = answers_of(answers[i].message.type, count);
+    if (held <= most) continue;
+    most = held;
+    lost = i;
+  }
+  if (lost == count || most < 2) return count;
+  MDX_DROP(COUNT_ANSWERS_DROPPED_UNREAD, MDX_TRACE_ERROR, "answer for task %ld dropped: %s\n",
+           answers[lost].message.type, "it leaves too many unread");
+  for (size_t i = lost + 1; i < count; ++i) answers[i - 1] = answers[i];
+  return count - 1;
+}
+
 bool put_message(int32_t id, const record_message_t& message) {
   int result = 0;
   do {
@@ -147,7 +171,7 @@ bool put_message(int32_t id, const record_message_t& message) {
   return result == 0;
 }
 
-void make_room(int32_t id) {
+void make_room(int32_t id, long receiver) {
   const uint32_t now = MDX_elapse();
   const size_t count = drain_answers(id, now);
   size_t kept =
@@ -155,6 +179,7 @@ void make_room(int32_t id) {
   if (kept == count)
     kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
                         "unread for more than 5 seconds");
+  if (kept == count) kept = drop_of_hoarder(count, receiver);
   for (size_t i = 0; i < kept; ++i) {
     const auto type = static_cast<int32_t>(answers[i].message.type);
     if (!put_message(id, answers[i].message)) {
@@ -235,7 +260,7 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   const bool is_answer = id == response_queue;
   bool put = put_message(id, message);
   if (!put && errno == EAGAIN && is_answer) {
-    make_room(id);
+    make_room(id, message.type);
     put = put_message(id, message);
   }
   if (!put) {

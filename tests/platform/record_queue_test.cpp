@@ -172,7 +172,7 @@ TEST_F(RecordQueue, AnswersOfAKilledProcessMakeRoom) {
   });
   ASSERT_TRUE(client.wait_ready());
   ASSERT_EQ(answers(client.pid(), 1, 10), 0);
-  EXPECT_EQ(answer(4002, 11), EAGAIN);
+  EXPECT_EQ(answer(client.pid(), 11), EAGAIN);
   client.kill_now();
   client.wait();
   EXPECT_EQ(answer(4002, 12), 0);
@@ -187,7 +187,7 @@ TEST_F(RecordQueue, AnswersUnreadForLongMakeRoom) {
   }
   shift_clock(4000);
   ASSERT_EQ(answers(slow.task(), 9, 10), 0);
-  EXPECT_EQ(answer(busy.task(), 11), EAGAIN);
+  EXPECT_EQ(answer(never_reads.task(), 11), EAGAIN);
   EXPECT_EQ(MDX_msgQex_num(responses()), 10);
   shift_clock(1500);
   EXPECT_EQ(answer(busy.task(), 12), 0);
@@ -204,6 +204,16 @@ TEST_F(RecordQueue, AFailedAnswerLeavesTheOthersInOrder) {
   EXPECT_EQ(answer(one.task(), 99), EAGAIN);
   EXPECT_THAT(take_all(one.task()), ElementsAre(0, 1, 2, 3, 4));
   EXPECT_THAT(take_all(two.task()), ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST_F(RecordQueue, WhoLeavesTheMostUnreadMakesRoomForTheOthers) {
+  Client hoarder(4001), reader(4002);
+  ASSERT_EQ(answer(reader.task(), 1), 0);
+  ASSERT_EQ(answers(hoarder.task(), 2, 10), 0);
+  EXPECT_EQ(answers(reader.task(), 11, 14), 0);
+  EXPECT_EQ(answer(reader.task(), 15), EAGAIN) << "both hold five";
+  EXPECT_THAT(take_all(hoarder.task()), ElementsAre(6, 7, 8, 9, 10));
+  EXPECT_THAT(take_all(reader.task()), ElementsAre(1, 11, 12, 13, 14));
 }
 
 TEST_F(RecordQueue, AQueueFullOfForeignMessagesIsCleared) {
