@@ -9,7 +9,6 @@ import fcntl
 import json
 import os
 import pathlib
-import select
 import signal
 import struct
 import subprocess
@@ -100,15 +99,12 @@ class ScriptedModem(threading.Thread):
         self.heard = []
         self.master, self.slave = os.openpty()
         tty.setraw(self.slave, termios.TCSANOW)
-        CHANNEL.unlink(missing_ok=True)
         CHANNEL.symlink_to(os.ttyname(self.slave))
         self.start()
 
     def run(self):
         pending = b""
         while True:
-            if not select.select([self.master], [], [], 1)[0]:
-                continue
             pending += os.read(self.master, 4096)
             *lines, pending = pending.split(b"\r")
             for line in lines:
@@ -142,17 +138,20 @@ class DeviceTest(unittest.TestCase):
 
     # Processes
 
-    def start(self, *command, stdin=subprocess.DEVNULL):
-        log = open(f"/tmp/{len(self.processes)}.log", "w+")
-        process = subprocess.Popen(command, stdin=stdin, stdout=log, stderr=subprocess.STDOUT)
-        process.log = log
+    def start(self, *command):
+        path = pathlib.Path(f"/tmp/{len(self.processes)}.log")
+        with path.open("w") as log:
+            process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log,
+                                       stderr=subprocess.STDOUT)
+        process.log = path
         self.processes.append(process)
         return process
 
-    @staticmethod
-    def stop(process, how=signal.SIGTERM):
+    def stop(self, process, how=signal.SIGTERM):
         if process.poll() is None:
             process.send_signal(how)
+            if process is self.server:
+                self.server = None
         try:
             process.wait(5)
         except subprocess.TimeoutExpired:
@@ -161,7 +160,7 @@ class DeviceTest(unittest.TestCase):
 
     @staticmethod
     def log_of(process):
-        return pathlib.Path(process.log.name).read_text(errors="replace")
+        return process.log.read_text(errors="replace")
 
     def start_modem(self, *options):
         self.modem = self.start("mdxsim", *options)
@@ -196,10 +195,11 @@ class DeviceTest(unittest.TestCase):
     @staticmethod
     def start_client(*arguments, stdin=""):
         """Starts mdxctl. Its streams are files, so that no client ever waits for the test."""
-        given, out, err = (tempfile.TemporaryFile("w+", errors="replace") for _ in range(3))
-        given.write(stdin)
-        given.seek(0)
-        client = subprocess.Popen(("mdxctl", *arguments), stdin=given, stdout=out, stderr=err)
+        out, err = (tempfile.TemporaryFile("w+", errors="replace") for _ in range(2))
+        with tempfile.TemporaryFile("w+") as given:
+            given.write(stdin)
+            given.seek(0)
+            client = subprocess.Popen(("mdxctl", *arguments), stdin=given, stdout=out, stderr=err)
         client.output = (out, err)
         return client
 

@@ -8,7 +8,7 @@ import unittest
 
 from device import DeviceTest, record, scaled
 
-ME = 77
+ME = 4000000  # the id of no task
 INT_MAX, INT_MIN = 2**31 - 1, -2**31
 
 
@@ -79,20 +79,30 @@ class BadRecords(DeviceTest):
                 time.sleep(0.01)
         self.assert_serves_again(30)
 
-    def test_flood_hurts_nobody_else(self):
-        """One client fills the request queue without pause and never takes an answer."""
+    def flood(self, alive):
+        """A process that fills the request queue without pause and never takes an answer."""
         self.start_device()
-        flood = os.fork()
-        if flood == 0:
+        child = os.fork()
+        if child == 0:
+            task = os.getpid() if alive else ME
+            if alive:
+                os.mkfifo(f"/var/run/mdxgate/event.{task}")
+                os.open(f"/var/run/mdxgate/event.{task}", os.O_RDWR)
             while True:
-                if not self.queues.send(record(b"AT", ME), ME):
+                if not self.queues.send(record(b"AT", task), task):
                     time.sleep(0.0002)
         try:
             for _ in range(scaled(100, 20)):
                 self.assert_serves()
         finally:
-            os.kill(flood, 9)
-            os.waitpid(flood, 0)
+            os.kill(child, 9)
+            os.waitpid(child, 0)
+
+    def test_flood_of_one_who_takes_no_answer_hurts_nobody_else(self):
+        self.flood(alive=True)
+
+    def test_flood_of_one_who_cannot_be_woken_hurts_nobody_else(self):
+        self.flood(alive=False)
 
 
 if __name__ == "__main__":
