@@ -17,12 +17,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 
 #include "platform/linux/border.h"
 #include "platform/linux/claim.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/hub.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/nas_queue.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -41,11 +44,15 @@ struct console_module_t {
 };
 
 int32_t print_or_set_trace_mask();
-int32_t print_counters();
+int32_t print_stats();
+int32_t print_receivers();
+int32_t print_version();
 
 constexpr mdx_debug_command_t platform_commands[] = {
     {"trace", print_or_set_trace_mask},
-    {"stats", print_counters},
+    {"stats", print_stats},
+    {"receivers", print_receivers},
+    {"version", print_version},
 };
 
 constinit console_module_t modules[kMaxModules] = {
@@ -58,6 +65,13 @@ constinit thread_local bool client_lost = false;
 constinit thread_local const char* argument = nullptr;
 
 int listener = -1;
+int64_t started_at = 0;  ///< monotonic_seconds
+
+int64_t monotonic_seconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
 
 int32_t print_or_set_trace_mask() {
   if (argument != nullptr) {
@@ -74,11 +88,52 @@ int32_t print_or_set_trace_mask() {
   return 0;
 }
 
-int32_t print_counters() {
+/// What is now, where the counters tell what has been.
+void print_levels() {
+  const uint64_t opened =
+      counter_value(COUNT_CHANNEL_OPENED) + counter_value(COUNT_CHANNEL_REOPENED);
+  hub_receiver_t connected[kMaxReceivers];
+  KRP_Debug_Print("channel_open %d\n", opened > counter_value(COUNT_CHANNEL_CLOSED) ? 1 : 0);
+  KRP_Debug_Print("requests_waiting %d\n", MDX_msgQex_num(MDX_get_msgQ_id(kMdxRequestQueue)));
+  KRP_Debug_Print("answers_waiting %d\n", MDX_msgQex_num(MDX_get_msgQ_id(kMdxResponseQueue)));
+  KRP_Debug_Print("deliveries_waiting %d\n", MDX_msgQ_num(nas_queue_find()));
+  KRP_Debug_Print("receivers_connected %zu\n", hub_receivers(connected, kMaxReceivers));
+  KRP_Debug_Print("uptime_seconds %" PRId64 "\n", monotonic_seconds() - started_at);
+}
+
+int32_t print_stats() {
   for (uint32_t i = 0; i < COUNT_COUNTERS; ++i) {
     const auto counter = static_cast<mdx_counter_t>(i);
     KRP_Debug_Print("%s %" PRIu64 "\n", counter_name(counter), counter_value(counter));
   }
+  print_levels();
+  return 0;
+}
+
+/// One word without blanks: "*", a service's name, or "module:" and its number.
+void print_wanted(const hub_receiver_t& receiver) {
+  if (receiver.name[0] == '\0') return KRP_Debug_Print("module:%" PRIu32, receiver.module);
+  char name[sizeof(receiver.name)] = "";
+  for (size_t i = 0; i + 1 < sizeof(name) && receiver.name[i] != '\0'; ++i)
+    name[i] = receiver.name[i] > ' ' && receiver.name[i] <= '~' ? receiver.name[i] : '?';
+  KRP_Debug_Print("%s", name);
+}
+
+/// Process, user, what it wants, packets sent, packets lost.
+int32_t print_receivers() {
+  hub_receiver_t connected[kMaxReceivers];
+  const size_t count = hub_receivers(connected, kMaxReceivers);
+  for (size_t i = 0; i < count; ++i) {
+    const hub_receiver_t& receiver = connected[i];
+    KRP_Debug_Print("receiver %d %u ", receiver.process, receiver.user);
+    print_wanted(receiver);
+    KRP_Debug_Print(" %" PRIu64 " %" PRIu64 "\n", receiver.sent, receiver.lost);
+  }
+  return 0;
+}
+
+int32_t print_version() {
+  KRP_Debug_Print("version %s\n", MDXGATE_VERSION);
   return 0;
 }
 
@@ -161,6 +216,7 @@ void console_thread() {
 
 void start_console() {
   if (listener >= 0) return;
+  started_at = monotonic_seconds();
   listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
   if (listener >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
 }

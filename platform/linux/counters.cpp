@@ -24,9 +24,13 @@ constexpr counter_row_t counter_table[] = {
     {COUNT_CHANNEL_SENDS_FAILED,   "channel_sends_failed"},
     {COUNT_CHANNEL_OPENED,         "channel_opened"},
     {COUNT_CHANNEL_REOPENED,       "channel_reopened"},
+    {COUNT_CHANNEL_CLOSED,         "channel_closed"},
     {COUNT_REQUESTS,               "requests"},
     {COUNT_REQUESTS_MISSIZED,      "requests_missized"},
     {COUNT_ANSWERS,                "answers"},
+    {COUNT_COMMANDS,               "commands"},
+    {COUNT_COMMAND_MICROSECONDS,   "command_microseconds"},
+    {COUNT_COMMAND_MICROSECONDS_MAX, "command_microseconds_max"},
     {COUNT_ANSWERS_DROPPED_DEAD,   "answers_dropped_dead"},
     {COUNT_ANSWERS_DROPPED_UNREAD, "answers_dropped_unread"},
     {COUNT_ANSWERS_REFUSED,        "answers_refused"},
@@ -59,6 +63,10 @@ static_assert(std::atomic<uint64_t>::is_always_lock_free);
 
 void counter_add(mdx_counter_t counter, uint64_t amount) {
   counters[counter].fetch_add(amount, std::memory_order_relaxed);
+}
+
+void counter_raise_to(mdx_counter_t counter, uint64_t value) {
+  if (counter_value(counter) < value) counters[counter].store(value, std::memory_order_relaxed);
 }
 
 uint64_t counter_value(mdx_counter_t counter) {

@@ -20,15 +20,19 @@ enum mdx_counter_t : uint32_t {
   COUNT_CHANNEL_SENDS_FAILED,
   COUNT_CHANNEL_OPENED,
   COUNT_CHANNEL_REOPENED,  ///< came back after it had gone away
+  COUNT_CHANNEL_CLOSED,    ///< went away or was given up
   // Clients
   COUNT_REQUESTS,
   COUNT_REQUESTS_MISSIZED,  ///< dropped: not the size of a record
   COUNT_ANSWERS,
-  COUNT_ANSWERS_DROPPED_DEAD,    ///< to make room: the client is gone
-  COUNT_ANSWERS_DROPPED_UNREAD,  ///< to make room: not read in time
-  COUNT_ANSWERS_REFUSED,         ///< the queue stayed full
-  COUNT_NAS_QUEUE_REFUSED,       ///< modem data that found its queue full
-  COUNT_RAISES_FAILED,           ///< events for a task that is not there
+  COUNT_COMMANDS,                  ///< answers for which something was sent to the modem
+  COUNT_COMMAND_MICROSECONDS,      ///< what those took, from request to answer
+  COUNT_COMMAND_MICROSECONDS_MAX,  ///< the slowest of them
+  COUNT_ANSWERS_DROPPED_DEAD,      ///< to make room: the client is gone
+  COUNT_ANSWERS_DROPPED_UNREAD,    ///< to make room: not read in time
+  COUNT_ANSWERS_REFUSED,           ///< the queue stayed full
+  COUNT_NAS_QUEUE_REFUSED,         ///< modem data that found its queue full
+  COUNT_RAISES_FAILED,             ///< events for a task that is not there
   // Hub
   COUNT_RECEIVERS,
   COUNT_RECEIVERS_REFUSED,   ///< one too many
@@ -46,6 +50,8 @@ enum mdx_counter_t : uint32_t {
 
 void counter_add(mdx_counter_t counter, uint64_t amount = 1);
 uint64_t counter_value(mdx_counter_t counter);
+/// Raises a counter to `value` if it is lower. One thread only for each counter.
+void counter_raise_to(mdx_counter_t counter, uint64_t value);
 /// The name that `platform stats` shows; lives for the process.
 const char* counter_name(mdx_counter_t counter);
 

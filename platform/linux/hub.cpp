@@ -4,6 +4,8 @@
 // told to it with the next packet it gets. The message procedure thread does all the rest, and it
 // alone changes the table of receivers, under the lock that sends hold.
 
+#include "platform/linux/hub.h"
+
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -21,7 +23,6 @@
 
 namespace {
 
-constexpr size_t kMaxReceivers = 128;
 constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr uint32_t kAcceptNapMs = 100;
@@ -36,6 +37,9 @@ struct receiver_t {
   char name[sizeof(mdx_packet_header_t::to)] = {};  ///< as in the subscription
   uint32_t module = 0;
   uint32_t lost = 0;  ///< packets missed since the last one that it got
+  pid_t process = 0;
+  uint64_t sent_ever = 0;
+  uint64_t lost_ever = 0;
 };
 
 using message_procedure_t = void (*)(const void* packet);
@@ -75,9 +79,11 @@ void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const vo
   message.msg_iovlen = std::size(pieces);
   if (sendmsg(receiver.fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
     receiver.lost = 0;
+    ++receiver.sent_ever;
     counter_add(COUNT_PACKETS_SENT);
   } else if (errno != EPIPE && errno != ECONNRESET) {
     if (receiver.lost != UINT32_MAX) ++receiver.lost;
+    ++receiver.lost_ever;
     counter_add(COUNT_PACKETS_LOST);
   }
 }
@@ -123,6 +129,7 @@ void accept_receiver() {
   pthread_mutex_lock(&receivers_lock);
   slot->fd = fd;
   slot->user = peer.uid;
+  slot->process = peer.pid;
   pthread_mutex_unlock(&receivers_lock);
 }
 
@@ -189,6 +196,20 @@ bool dispatch_once() {
 }
 
 }  // namespace
+
+size_t hub_receivers(hub_receiver_t* list, size_t room) {
+  size_t count = 0;
+  pthread_mutex_lock(&receivers_lock);
+  for (const receiver_t& receiver : receivers) {
+    if (receiver.fd < 0 || !receiver.subscribed || count == room) continue;
+    hub_receiver_t& entry = list[count++];
+    entry = {receiver.process, receiver.user,      {},
+             receiver.module,  receiver.sent_ever, receiver.lost_ever};
+    memcpy(entry.name, receiver.name, sizeof(entry.name));
+  }
+  pthread_mutex_unlock(&receivers_lock);
+  return count;
+}
 
 int32_t KRP_MSG_Init(const char* module) {
   if (!set_name(own_name, module)) return -1;

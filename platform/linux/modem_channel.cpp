@@ -116,6 +116,7 @@ void close_device() {
     lock_guard guard(channel.binding_lock);
     modem_device_close(channel.device);
     channel.device = {};
+    counter_add(COUNT_CHANNEL_CLOSED);
   }
   reader.more_waiting = false;
   lock_guard guard(channel.assembler_lock);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 
 #include "platform/linux/border.h"
@@ -48,6 +49,33 @@ constinit int32_t response_queue = -1;
 constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
+
+// Of the request in hand, for what it takes.
+constinit uint64_t request_taken_at = 0;  ///< microseconds
+constinit uint64_t sends_before_request = 0;
+
+uint64_t monotonic_us() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000u + static_cast<uint64_t>(now.tv_nsec) / 1000u;
+}
+
+void note_request() {
+  counter_add(COUNT_REQUESTS);
+  request_taken_at = monotonic_us();
+  sends_before_request = counter_value(COUNT_CHANNEL_SENDS);
+}
+
+void note_answer() {
+  counter_add(COUNT_ANSWERS);
+  const uint64_t sends = counter_value(COUNT_CHANNEL_SENDS);
+  if (sends == sends_before_request) return;
+  sends_before_request = sends;
+  const uint64_t taken = monotonic_us() - request_taken_at;
+  counter_add(COUNT_COMMANDS);
+  counter_add(COUNT_COMMAND_MICROSECONDS, taken);
+  counter_raise_to(COUNT_COMMAND_MICROSECONDS_MAX, taken);
+}
 
 bool is_border_queue(int32_t number) {
   return number == kMdxResponseQueue || number == kMdxRequestQueue;
@@ -245,7 +273,7 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
     return fail(retcode, EBADMSG);
   }
   memcpy(record, message.record, kMdxRecordSize);
-  counter_add(COUNT_REQUESTS);
+  note_request();
   return 0;
 }
 
@@ -269,7 +297,7 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
     return fail(retcode, error);
   }
   if (is_answer) remember_put(static_cast<int32_t>(message.type), MDX_elapse());
-  if (is_answer) counter_add(COUNT_ANSWERS);
+  if (is_answer) note_answer();
   if (type > 0) MDX_event_send(type, kMdxEventAnswer);
   return 0;
 }
