@@ -36,7 +36,7 @@ TEST(Mdxctl, ShowsTextAndResultAndExitsByIt) {
     {"at --multi-line AT2",    0, "onetwo\nOK\n"                      },
     {"at AT3",                 1, "+CME ERROR: 10\n+CME ERROR\n"      },
     {"at AT5",                 1, "one\ntwo\nERROR\n"                 },
-    {"at AT98",                5, "refused: the server could not write to the modem\n"},
+    {"at AT98",                5, "refused: the server could not write to the modem; check that it is plugged in: mdxctl status\n"},
   };
   // clang-format on
   for (const auto& c : cases) {
@@ -64,7 +64,8 @@ TEST(Mdxctl, MistakesEndWithTwo) {
   for (const char* arguments :
        {"", "at", "at AT --timeout -1", "at AT --timeout x", "at AT --multi-line --transparent",
         "at AT --no-such", "fly", "report", "report csq", "sms-pdu AT+CMGS=2", "console display",
-        "watch --count 0", "watch --service a --module 1",
+        "watch --count 0", "watch --service a --module 1", "sms", "sms send 1", "sms send x a",
+        "stats --json --prometheus",
         "at AT --match 0123456789012345678901234567890123456789012345678901234567890123"}) {
     EXPECT_EQ(mdxctl(arguments).code, 2) << arguments;
   }
@@ -76,13 +77,15 @@ TEST(Mdxctl, MistakesEndWithTwo) {
 
 TEST(Mdxctl, WithoutServerEndsWithFour) {
   for (const char* arguments :
-       {"at AT", "sms-pdu AT+CMGS=1 00", "report rssi", "console display state", "watch"}) {
+       {"at AT", "sms-pdu AT+CMGS=1 00", "report rssi", "console display state", "watch", "status",
+        "stats", "sms send 1 a"}) {
     EXPECT_EQ(mdxctl(arguments).code, 4) << arguments;
   }
 }
 
 TEST(Mdxctl, EveryHelpListsTheExitCodes) {
-  for (const char* arguments : {"", "at", "sms-pdu", "report", "console", "watch"}) {
+  for (const char* arguments :
+       {"", "at", "sms-pdu", "sms send", "report", "console", "watch", "stats", "status"}) {
     const Outcome outcome = mdxctl(std::string(arguments) + " --help");
     EXPECT_EQ(outcome.code, 0);
     EXPECT_THAT(outcome.output, ::testing::HasSubstr("Exit codes:")) << arguments;

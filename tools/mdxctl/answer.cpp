@@ -13,7 +13,8 @@ using nlohmann::ordered_json;
 
 namespace {
 
-const std::string kRefused = "refused: the server could not write to the modem";
+const std::string kRefused =
+    "refused: the server could not write to the modem; check that it is plugged in: mdxctl status";
 
 /// Modems may send any byte; JSON takes UTF-8 only.
 void print(const ordered_json& object) {

@@ -25,6 +25,15 @@ struct sms_pdu_arguments_t {
 };
 int run_sms_pdu(const sms_pdu_arguments_t& arguments);
 
+struct sms_send_arguments_t {
+  std::string number;
+  std::string text;  ///< UTF-8
+  std::optional<int32_t> timeout_s;
+  bool dry_run = false;  ///< show the parts, send nothing
+  bool json = false;
+};
+int run_sms_send(const sms_send_arguments_t& arguments);
+
 struct report_arguments_t {
   std::string name;
   bool json = false;
@@ -36,6 +45,17 @@ struct console_arguments_t {
   std::vector<std::string> words;
 };
 int run_console(const console_arguments_t& arguments);
+
+struct stats_arguments_t {
+  bool json = false;
+  bool prometheus = false;
+};
+int run_stats(const stats_arguments_t& arguments);
+
+struct status_arguments_t {
+  bool json = false;
+};
+int run_status(const status_arguments_t& arguments);
 
 struct watch_arguments_t {
   std::string service;             ///< empty for all, unless `module` is given

@@ -15,7 +15,8 @@ enum exit_code_t : int {
 /// Stands at the end of every --help.
 inline constexpr char kExitCodeHelp[] =
     "Exit codes:\n"
-    "  0  the modem answered OK or CONNECT; watch: ended by Ctrl-C or --count\n"
+    "  0  the modem answered OK or CONNECT; watch: ended by Ctrl-C or --count;\n"
+    "     console, stats: the server answered\n"
     "  1  the modem answered with any other result, COMMAND NOT SUPPORT included\n"
     "  2  wrong usage, or a command that can never be served\n"
     "  3  no answer in time\n"

@@ -14,8 +14,11 @@ constexpr int32_t kLongestTimeoutS = 1000000;
 struct arguments_t {
   at_arguments_t at;
   sms_pdu_arguments_t sms_pdu;
+  sms_send_arguments_t sms_send;
   report_arguments_t report;
   console_arguments_t console;
+  stats_arguments_t stats;
+  status_arguments_t status;
   watch_arguments_t watch;
 };
 
@@ -78,6 +81,26 @@ void add_sms_pdu(CLI::App& app, sms_pdu_arguments_t& arguments, int& code) {
   add_json(sms_pdu, arguments.json);
 }
 
+void add_sms(CLI::App& app, sms_send_arguments_t& arguments, int& code) {
+  CLI::App* sms = app.add_subcommand("sms", "Text messages: sms send.");
+  sms->require_subcommand(1);
+  sms->footer(kExitCodeHelp);
+  CLI::App* send =
+      add_command(*sms, "send",
+                  "Send a text message: in the GSM 7-bit alphabet, or UCS-2 where the text needs "
+                  "it, and in parts when it is long.\nThe modem has to be in PDU mode, AT+CMGF=0, "
+                  "in which it starts.",
+                  [&] { code = run_sms_send(arguments); });
+  send->add_option("number", arguments.number, "such as +4915112345678")->required();
+  send->add_option("text", arguments.text, "the message, in UTF-8")->required();
+  add_timeout(send, arguments.timeout_s,
+              "how long each part may take for the prompt, and again to be sent (60)");
+  send->add_flag("--dry-run", arguments.dry_run,
+                 "show each part's command line and PDU, send nothing");
+  send->add_flag("--json", arguments.json,
+                 "one object: number, alphabet, parts (head, pdu, result, reference), error");
+}
+
 void add_report(CLI::App& app, report_arguments_t& arguments, int& code) {
   CLI::App* report = add_command(
       app, "report", "Show a report that the server has stored; the modem is not asked.",
@@ -95,6 +118,27 @@ void add_console(CLI::App& app, console_arguments_t& arguments, int& code) {
       ->required();
   console->add_option("command", arguments.words, "its command and values, such as dialog")
       ->required();
+}
+
+void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
+  CLI::App* stats =
+      add_command(app, "stats", "Show what passed through the server and what it dropped.",
+                  [&] { code = run_stats(arguments); });
+  CLI::Option* json = stats->add_flag("--json", arguments.json,
+                                      "one object: version, values by their names, receivers");
+  stats->add_flag("--prometheus", arguments.prometheus, "the text exposition format")
+      ->excludes(json);
+}
+
+void add_status(CLI::App& app, status_arguments_t& arguments, int& code) {
+  CLI::App* status = add_command(
+      app, "status",
+      "Show whether server and modem are there, how long the queues are, and the "
+      "versions.\nThe modem is asked AT and has 2 seconds; the exit code tells how that "
+      "ended.",
+      [&] { code = run_status(arguments); });
+  status->add_flag("--json", arguments.json,
+                   "one object: server, modem, queues, versions; null for what is not known");
 }
 
 void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
@@ -129,8 +173,11 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   add_at(app, arguments.at, code);
   add_sms_pdu(app, arguments.sms_pdu, code);
+  add_sms(app, arguments.sms_send, code);
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
+  add_stats(app, arguments.stats, code);
+  add_status(app, arguments.status, code);
   add_watch(app, arguments.watch, code);
   try {
     app.parse(argc, argv);

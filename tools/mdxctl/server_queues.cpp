@@ -1,0 +1,13 @@
+#include "tools/mdxctl/server_queues.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include "platform/linux/border.h"
+
+std::optional<queue_depth_t> queue_depth(int32_t number) {
+  msqid_ds status{};
+  const int queue = msgget(kMdxQueueKey + number, 0);
+  if (queue < 0 || msgctl(queue, IPC_STAT, &status) != 0) return std::nullopt;
+  return queue_depth_t{status.msg_qnum, status.msg_qbytes / kMdxRecordSize};
+}
