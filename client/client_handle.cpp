@@ -12,6 +12,7 @@
 #include <ctime>
 
 #include "client/wait_clock.h"
+#include "client/watch.h"
 #include "platform/linux/event_fifo.h"
 
 namespace {
@@ -71,6 +72,7 @@ int mdx_open(mdx_client_t** client) {
   opened->task = gettid();
   opened->seq = first_seq();
   opened->event_fd = -1;
+  opened->watch_fd = opened->timer_fd = -1;
   opened->link = server_link_t{};
 
   int error = server_link_open(&opened->link);
@@ -90,11 +92,13 @@ int mdx_open(mdx_client_t** client) {
 void mdx_close(mdx_client_t* client) {
   if (client == nullptr) return;
   if (client->task == gettid()) {
+    exchange_give_up(client);
     char path[kEventPathSize];
     event_fifo_path(client->task, path);
     unlink(path);
     open_task = 0;
   }
+  watch_close(client);
   close(client->event_fd);
   server_link_close(&client->link);
   std::free(client);

@@ -3,14 +3,18 @@
 
 #include <cstdint>
 
+#include "client/exchange.h"
 #include "client/mdxclient.h"
 #include "client/server_link.h"
 
 struct mdx_client {
   int32_t task;  ///< kernel's id of the owning thread: `msg_type` of its records
   int event_fd;  ///< own event FIFO, raised when an answer was queued
+  int watch_fd;  ///< for callers that poll, -1 until one asks; as the next
+  int timer_fd;
   uint32_t seq;  ///< of the last request
   server_link_t link;
+  exchange_t exchange;
   char text[MAX_ATCMD_REPORT_SIZE + 1];  ///< the last response
 };
 

@@ -1,16 +1,18 @@
-// One request to the server and its answer, by a deadline.
+// One request to the server and its answer, by a deadline, as steps between which the caller may
+// wait where it likes.
 //
 // The server may be busy, may die at any point, may be started again. The answer queue is common to
 // all clients and may hold answers to what this task, or a dead one of the same number, has given
 // up.
 
-#include <poll.h>
+#include "client/exchange.h"
 
-#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
 
 #include "client/client_handle.h"
-#include "client/request.h"
 #include "client/wait_clock.h"
+#include "client/watch.h"
 #include "platform/linux/border.h"
 #include "platform/linux/event_fifo.h"
 
@@ -30,95 +32,140 @@ void drop_leftovers(mdx_client_t* client) {
   event_fifo_take(client->event_fd);
 }
 
-/// Puts the request on the queue; waits while that is full.
-int put_request(const mdx_client_t* client, const at_msg_t& record, int64_t deadline) {
-  for (int64_t wait_ms = kFirstRetryMs;; wait_ms *= 2) {
-    const int error = server_link_put(client->link, record);
-    if (error != MDX_ERR_BUSY || now_ms() >= deadline) return error;
-    if (wait_ms > kLongestRetryMs) wait_ms = kLongestRetryMs;
-    const int64_t retry = now_ms() + wait_ms;
-    if (!server_link_alive(client->link, retry < deadline ? retry : deadline)) {
-      return MDX_ERR_SERVER_GONE;
-    }
-  }
-}
-
-/// A server that went away before it had the request took nothing with it, so one more is looked
-/// for.
-int queue_request(mdx_client_t* client, const at_msg_t& record, int64_t deadline) {
+/// Puts the request on the queue, once. A server that went away before it had the request took
+/// nothing with it, so one more is looked for.
+/// @return MDX_OK, MDX_ERR_BUSY when the queue is full, or why there is no use in trying again
+int put_request(mdx_client_t* client) {
   int error = MDX_ERR_SERVER_GONE;
   for (int attempt = 0; attempt < 2 && error == MDX_ERR_SERVER_GONE; ++attempt) {
     error = client_connect(client);
     if (error != MDX_OK) return error;
     drop_leftovers(client);
-    error = put_request(client, record, deadline);
+    error = server_link_put(client->link, client->exchange.sent);
     if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
   }
   return error == MDX_ERR_SERVER_GONE ? MDX_ERR_NO_SERVER : error;
 }
 
+void raise_server(mdx_client_t* client) {
+  if (client->exchange.raised) return;
+  client->exchange.raised = event_fifo_raise(client->link.event_fd, kMdxEventRequest) == 0;
+}
+
+int end(mdx_client_t* client, int error) {
+  client->exchange.phase = EXCHANGE_NONE;
+  if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
+  watch_update(client);
+  return error;
+}
+
+/// To be called again at the latest `wait_ms` from now.
+int pending(mdx_client_t* client, exchange_phase_t phase, int64_t wait_ms) {
+  exchange_t& exchange = client->exchange;
+  exchange.phase = phase;
+  exchange.look_at = now_ms() + wait_ms;
+  if (exchange.look_at > exchange.deadline) exchange.look_at = exchange.deadline;
+  watch_update(client);
+  return MDX_ERR_PENDING;
+}
+
+int try_to_put(mdx_client_t* client) {
+  exchange_t& exchange = client->exchange;
+  const int error = put_request(client);
+  if (error == MDX_ERR_BUSY && now_ms() < exchange.deadline) {
+    exchange.retry_ms = exchange.retry_ms == 0 ? kFirstRetryMs : exchange.retry_ms * 2;
+    if (exchange.retry_ms > kLongestRetryMs) exchange.retry_ms = kLongestRetryMs;
+    return pending(client, EXCHANGE_QUEUE_FULL, exchange.retry_ms);
+  }
+  if (error != MDX_OK) return end(client, error);
+  raise_server(client);
+  return pending(client, EXCHANGE_SENT, kLookAgainMs);
+}
+
 /// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there yet, or why it never will be
-int take_answer(const mdx_client_t* client, uint32_t seq, at_msg_t* answer) {
+int take_answer(const mdx_client_t* client, at_msg_t* answer) {
   for (;;) {
     const int error = server_link_take(client->link.response_queue, client->task, answer);
-    if (error != MDX_OK || answer->seq == seq) return error;
+    if (error != MDX_OK || answer->seq == client->exchange.sent.seq) return error;
   }
 }
 
-int wait_for_answer(const mdx_client_t* client, uint32_t seq, int64_t deadline, at_msg_t* answer) {
-  bool raised = false;
-  for (;;) {
-    if (!raised) raised = event_fifo_raise(client->link.event_fd, kMdxEventRequest) == 0;
-    const int error = take_answer(client, seq, answer);
-    if (error != MDX_ERR_TIMEOUT || now_ms() >= deadline) return error;
-
-    pollfd fds[] = {{client->event_fd, POLLIN, 0},
-                    {client->link.event_fd, static_cast<short>(raised ? 0 : POLLOUT), 0}};
-    const int64_t look_again = now_ms() + kLookAgainMs;
-    if (poll_until(fds, 2, look_again < deadline ? look_again : deadline) < 0) {
-      return MDX_ERR_SYSTEM;
-    }
-    if ((fds[0].revents & POLLIN) != 0) event_fifo_take(client->event_fd);
-    if ((fds[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-      // The last thing it did may have been our answer.
-      return take_answer(client, seq, answer) == MDX_OK ? MDX_OK : MDX_ERR_SERVER_GONE;
-    }
-  }
-}
-
-/// The deadline has passed: nobody shall run the request any more, unless it is already being run.
-int give_up(const mdx_client_t* client, uint32_t seq, at_msg_t* answer) {
+/// Nobody shall run the request any more, unless it is already being run.
+bool withdraw(const mdx_client_t* client) {
   at_msg_t unserved;
-  if (server_link_take(client->link.request_queue, client->task, &unserved) == MDX_OK) {
-    return MDX_ERR_BUSY;
-  }
-  return take_answer(client, seq, answer);
+  return server_link_take(client->link.request_queue, client->task, &unserved) == MDX_OK;
 }
 
-int exchange(mdx_client_t* client, request_t* request, mdx_result_t* result) {
-  const int64_t deadline = now_ms() + request->deadline_ms;
-  at_msg_t& record = request->record;
-  record.msg_type = client->task;
-  record.seq = ++client->seq;
-  int error = queue_request(client, record, deadline);
-  if (error != MDX_OK) return error;
-
+int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
+  raise_server(client);
   at_msg_t answer;
-  error = wait_for_answer(client, record.seq, deadline, &answer);
-  if (error == MDX_ERR_TIMEOUT) error = give_up(client, record.seq, &answer);
-  if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
-  if (error == MDX_OK) read_answer(record, answer, client->text, result);
+  int error = take_answer(client, &answer);
+  if (error == MDX_ERR_TIMEOUT && !server_link_alive(client->link, now_ms())) {
+    // The last thing it did may have been our answer.
+    error = take_answer(client, &answer) == MDX_OK ? MDX_OK : MDX_ERR_SERVER_GONE;
+  } else if (error == MDX_ERR_TIMEOUT) {
+    if (now_ms() < client->exchange.deadline) return pending(client, EXCHANGE_SENT, kLookAgainMs);
+    error = withdraw(client) ? MDX_ERR_BUSY : take_answer(client, &answer);
+  }
+  if (error == MDX_OK) read_answer(client->exchange.sent, answer, client->text, result);
+  return end(client, error);
+}
+
+int begin(mdx_client_t* client, const request_t& request) {
+  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->exchange.phase != EXCHANGE_NONE) return MDX_ERR_PENDING;
+  exchange_t& exchange = client->exchange;
+  exchange = {};
+  exchange.deadline = now_ms() + request.deadline_ms;
+  exchange.sent = request.record;
+  exchange.sent.msg_type = client->task;
+  exchange.sent.seq = ++client->seq;
+  const int error = try_to_put(client);
+  return error == MDX_ERR_PENDING ? MDX_OK : error;
+}
+
+/// Goes on where something may have changed.
+/// @return MDX_ERR_PENDING, or how it ended
+int step(mdx_client_t* client, mdx_result_t* result) {
+  const exchange_t& exchange = client->exchange;
+  event_fifo_take(client->event_fd);
+  if (exchange.phase == EXCHANGE_SENT) return look_for_answer(client, result);
+  if (now_ms() < exchange.look_at && server_link_alive(client->link, now_ms())) {
+    return MDX_ERR_PENDING;
+  }
+  return try_to_put(client);
+}
+
+int wait_for_change(const mdx_client_t* client) {
+  const bool room_needed = client->exchange.phase == EXCHANGE_SENT && !client->exchange.raised;
+  pollfd fds[] = {{client->event_fd, POLLIN, 0},
+                  {client->link.event_fd, static_cast<short>(room_needed ? POLLOUT : 0), 0}};
+  return poll_until(fds, 2, client->exchange.look_at);
+}
+
+int run(mdx_client_t* client, const request_t& request, mdx_result_t* result) {
+  int error = begin(client, request);
+  if (error != MDX_OK) return error;
+  do {
+    if (wait_for_change(client) < 0) return end(client, MDX_ERR_SYSTEM);
+    error = step(client, result);
+  } while (error == MDX_ERR_PENDING);
   return error;
 }
 
 }  // namespace
+
+void exchange_give_up(mdx_client_t* client) {
+  if (client->exchange.phase == EXCHANGE_SENT) withdraw(client);
+  end(client, MDX_OK);
+}
 
 int mdx_send(mdx_client_t* client, const char* command, const mdx_options_t* options,
              mdx_result_t* result) {
   request_t request;
   if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
   const int error = request_command(command, options, &request);
-  return error == MDX_OK ? exchange(client, &request, result) : error;
+  return error == MDX_OK ? run(client, request, result) : error;
 }
 
 int mdx_send_pdu(mdx_client_t* client, const char* head, const char* pdu,
@@ -126,7 +173,7 @@ int mdx_send_pdu(mdx_client_t* client, const char* head, const char* pdu,
   request_t request;
   if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
   const int error = request_pdu(head, pdu, options, &request);
-  return error == MDX_OK ? exchange(client, &request, result) : error;
+  return error == MDX_OK ? run(client, request, result) : error;
 }
 
 int mdx_get_report(mdx_client_t* client, int32_t report, const mdx_options_t* options,
@@ -134,5 +181,35 @@ int mdx_get_report(mdx_client_t* client, int32_t report, const mdx_options_t* op
   request_t request;
   if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
   const int error = request_report(report, options, &request);
-  return error == MDX_OK ? exchange(client, &request, result) : error;
+  return error == MDX_OK ? run(client, request, result) : error;
+}
+
+int mdx_begin(mdx_client_t* client, const char* command, const mdx_options_t* options) {
+  request_t request;
+  if (client == nullptr) return MDX_ERR_ARGUMENT;
+  const int error = request_command(command, options, &request);
+  return error == MDX_OK ? begin(client, request) : error;
+}
+
+int mdx_begin_pdu(mdx_client_t* client, const char* head, const char* pdu,
+                  const mdx_options_t* options) {
+  request_t request;
+  if (client == nullptr) return MDX_ERR_ARGUMENT;
+  const int error = request_pdu(head, pdu, options, &request);
+  return error == MDX_OK ? begin(client, request) : error;
+}
+
+int mdx_finish(mdx_client_t* client, mdx_result_t* result) {
+  if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
+  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->exchange.phase == EXCHANGE_NONE) return MDX_ERR_ARGUMENT;
+  return step(client, result);
+}
+
+int mdx_cancel(mdx_client_t* client) {
+  if (client == nullptr) return MDX_ERR_ARGUMENT;
+  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->exchange.phase == EXCHANGE_NONE) return MDX_ERR_ARGUMENT;
+  const bool never_run = client->exchange.phase == EXCHANGE_QUEUE_FULL || withdraw(client);
+  return end(client, never_run ? MDX_OK : MDX_ERR_TIMEOUT);
 }

@@ -1,8 +1,8 @@
 /* libmdxclient: AT commands and reports for other processes, over the server of this machine.
  *
- * A handle sends one command at a time and waits for its answer; a subscription yields what the
- * server tells the device. Usable from C (C99 on) and C++. No call raises a signal, prints, or
- * starts a thread.
+ * A handle sends one command at a time and waits for its answer, or leaves the waiting to the
+ * caller's event loop; a subscription yields what the server tells the device. Usable from C (C99
+ * on) and C++. No call raises a signal, prints, or starts a thread.
  */
 #ifndef MDXCLIENT_H
 #define MDXCLIENT_H
@@ -30,7 +30,8 @@ typedef enum mdx_error {
   MDX_ERR_BUSY = -5,   /**< the deadline passed and the request was never taken; nothing was run */
   MDX_ERR_ACCESS = -6, /**< this user may not use the server */
   MDX_ERR_THREAD = -7, /**< the thread has a handle already, or the handle is another thread's */
-  MDX_ERR_SYSTEM = -8  /**< a call of the system failed; errno tells which way */
+  MDX_ERR_SYSTEM = -8, /**< a call of the system failed; errno tells which way */
+  MDX_ERR_PENDING = -9 /**< the handle has a request under way */
 } mdx_error_t;
 
 /** How the exchange with the modem ended: `ret_val` of a result. */
@@ -134,6 +135,40 @@ MDX_API int mdx_send_pdu(mdx_client_t* client, const char* head, const char* pdu
  * Only the deadline of the options counts. */
 MDX_API int mdx_get_report(mdx_client_t* client, int32_t report, const mdx_options_t* options,
                            mdx_result_t* result);
+
+/** A descriptor for an event loop, the handle's own; -1 with errno on failure. It polls readable
+ * when mdx_finish has something to do, the deadline included, and never without a request under
+ * way, so a loop needs neither a time-out nor a timer of its own. Only to be polled. */
+MDX_API int mdx_client_fd(mdx_client_t* client);
+
+/** Sends a command, as mdx_send, but does not wait for its answer: that is fetched with mdx_finish.
+ *
+ * A handle has one request under way. Until it is finished or cancelled every other call that sends
+ * returns MDX_ERR_PENDING.
+ * @return MDX_OK when the request is under way; else nothing was sent
+ */
+MDX_API int mdx_begin(mdx_client_t* client, const char* command, const mdx_options_t* options);
+
+/** The same for a message in PDU mode, as mdx_send_pdu. */
+MDX_API int mdx_begin_pdu(mdx_client_t* client, const char* head, const char* pdu,
+                          const mdx_options_t* options);
+
+/** Fetches the answer to what was begun. Does not wait; may be called at any time.
+ *
+ * @return MDX_ERR_PENDING when it is not there yet; else the request is over, with what mdx_send
+ *         would have returned. MDX_ERR_ARGUMENT when none is under way.
+ */
+MDX_API int mdx_finish(mdx_client_t* client, mdx_result_t* result);
+
+/** Gives up what was begun.
+ *
+ * @return MDX_OK when the command was not and will not be run; MDX_ERR_TIMEOUT when it may have
+ * been or may still be running, and its answer is lost; MDX_ERR_ARGUMENT when none is under way
+ */
+MDX_API int mdx_cancel(mdx_client_t* client);
+
+/** The library's version, such as "1.2.3". Never NULL. */
+MDX_API const char* mdx_version(void);
 
 /** What became of a call: one sentence, which says what to do next. Never NULL. */
 MDX_API const char* mdx_strerror(int error);

@@ -2,6 +2,8 @@
 
 #include "client/mdxclient.h"
 
+const char* mdx_version(void) { return MDXGATE_VERSION; }
+
 const char* mdx_strerror(int error) {
   switch (error) {
     case MDX_OK:
@@ -11,7 +13,7 @@ const char* mdx_strerror(int error) {
              "command, "
              "match string and PDU are not too long, and that a message goes with its PDU";
     case MDX_ERR_NO_SERVER:
-      return "no server is running: start mdxgate";
+      return "no server is running: start it with \"systemctl start mdxgate\", or run mdxgate";
     case MDX_ERR_SERVER_GONE:
       return "the server died while it had the request, which may have been run: check its effect, "
              "then try again";
@@ -26,6 +28,9 @@ const char* mdx_strerror(int error) {
     case MDX_ERR_THREAD:
       return "a handle belongs to one thread and a thread has one: open one in each thread, and "
              "again after a fork";
+    case MDX_ERR_PENDING:
+      return "a request is under way: call mdx_finish when the descriptor is readable, or cancel "
+             "it";
     case MDX_ERR_SYSTEM:
       return "a call of the system failed: errno tells why";
     default:

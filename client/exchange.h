@@ -1,0 +1,25 @@
+// The request that a handle has under way.
+#pragma once
+
+#include <cstdint>
+
+#include "client/mdxclient.h"
+#include "client/request.h"
+
+enum exchange_phase_t {
+  EXCHANGE_NONE,
+  EXCHANGE_QUEUE_FULL,  ///< the request has yet to find room on its queue
+  EXCHANGE_SENT,        ///< it is on the queue, or with the server
+};
+
+struct exchange_t {
+  exchange_phase_t phase;
+  bool raised;       ///< the server was told
+  int64_t deadline;  ///< monotonic milliseconds, as the next
+  int64_t look_at;   ///< when to look again though nothing was heard
+  int64_t retry_ms;
+  at_msg_t sent;
+};
+
+/// Takes a request that nobody serves yet back off the queue; the exchange is over.
+void exchange_give_up(mdx_client_t* client);
