@@ -199,6 +199,7 @@ int serve(mdxsim::Modem& modem, mdxsim::Cutter cutter, const Options& options) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app(kDescription, "mdxsim");
+  app.set_version_flag("--version", "mdxsim " MDXGATE_VERSION);
   declare_options(app, options);
   try {
     app.parse(argc, argv);
