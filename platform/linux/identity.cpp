@@ -4,6 +4,9 @@
 
 #include <grp.h>
 #include <pwd.h>
+#ifdef MDXGATE_STATIC
+#include <nss.h>
+#endif
 
 #include "platform/linux/border.h"
 
@@ -11,7 +14,17 @@ namespace {
 
 constexpr size_t kLookupSize = 16384;  // the group's member list goes in here
 
+/// A statically linked program crashes in modules of the name service that it loads, so it is told
+/// to read /etc/passwd and /etc/group, and loads none.
+void read_files_only() {
+#ifdef MDXGATE_STATIC
+  for (const char* database : {"passwd", "group", "initgroups"})
+    __nss_configure_lookup(database, "files");
+#endif
+}
+
 mdx_identity_t look_up() {
+  read_files_only();
   static char buffer[kLookupSize];
   mdx_identity_t identity{};
   passwd user{};
