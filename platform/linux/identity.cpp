@@ -18,8 +18,9 @@ constexpr size_t kLookupSize = 16384;  // the group's member list goes in here
 /// to read /etc/passwd and /etc/group, and loads none.
 void read_files_only() {
 #ifdef MDXGATE_STATIC
-  for (const char* database : {"passwd", "group", "initgroups"})
-    __nss_configure_lookup(database, "files");
+  __nss_configure_lookup("passwd", "files");
+  __nss_configure_lookup("group", "files");
+  __nss_configure_lookup("initgroups", "files");
 #endif
 }
 

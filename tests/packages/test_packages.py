@@ -141,12 +141,14 @@ class Packages(DeviceTest):
             self.assertIn(offered, printed.split(), line)
 
 
-def help_texts(program):
-    """The help of a program and of its subcommands."""
-    text = run(program, "--help")
-    subcommands = re.search(r"\nSubcommands:\n((?:  .*\n)+)", text)
-    names = re.findall(r"(?m)^  (\S+)  ", subcommands[1]) if subcommands else []
-    return names, [text, *(run(program, name, "--help") for name in names)]
+def help_texts(*command):
+    """The help of a command and of all below it: {"mdxctl sms send": text}."""
+    text = run(*command, "--help")
+    texts = {" ".join(command): text}
+    below = re.search(r"\nSubcommands:\n((?:  .*\n)+)", text)
+    for name in re.findall(r"(?m)^  (\S+)  ", below[1]) if below else ():
+        texts |= help_texts(*command, name)
+    return texts
 
 
 def blocks_of(page):
@@ -163,10 +165,11 @@ class Manual(DeviceTest):
         """Each subcommand and option that --help shows is in the page, and no other."""
         for program in ("mdxctl", "mdxsim"):
             page = (SOURCES / "docs/man" / f"{program}.1.scd").read_text()
-            names, texts = help_texts(program)
-            for name in names:
-                self.assertRegex(page, rf"(?m)^## {program} {name}\b")
-            shown = {option for text in texts for option in re.findall(r"(?m)^  (?:-\w,)?(--[\w-]+)", text)}
+            texts = help_texts(program)
+            for command, text in texts.items():
+                if command != program and "\nSubcommands:" not in text:
+                    self.assertRegex(page, rf"(?m)^## {command}\b")
+            shown = set(re.findall(r"(?m)^  (?:-\w,)?(--[\w-]+)", "".join(texts.values())))
             told = set(re.findall(r"(--[a-z][\w-]+)", page))
             self.assertEqual(shown, told, program)
 
