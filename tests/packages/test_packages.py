@@ -124,7 +124,8 @@ class Packages(DeviceTest):
             (folder / "CMakeLists.txt").write_text(CMAKE_PROJECT)
             flags = run("pkg-config", "--cflags", "--libs", "mdxclient", env=environment).split()
             run("cc", "-o", folder / "plain", folder / "use.c", *flags)
-            run("cmake", "-S", folder, "-B", folder, f"-DCMAKE_PREFIX_PATH={ROOT}/usr")
+            run("cmake", "-S", folder, "-B", folder, f"-DCMAKE_PREFIX_PATH={ROOT}/usr",
+                "-DCMAKE_C_COMPILER_LAUNCHER=")
             run("cmake", "--build", folder)
             for program in ("plain", "shared", "static"):
                 self.assertIn("+CSQ:", run(folder / program, env=environment), program)
@@ -172,6 +173,15 @@ class Manual(DeviceTest):
             shown = set(re.findall(r"(?m)^  (?:-\w,)?(--[\w-]+)", "".join(texts.values())))
             told = set(re.findall(r"(--[a-z][\w-]+)", page))
             self.assertEqual(shown, told, program)
+
+    def test_functions(self):
+        """Each function and error of the installed header is in the page."""
+        header = (ROOT / "usr/include/mdxclient.h").read_text()
+        page = (SOURCES / "docs/man/mdxclient.3.scd").read_text()
+        names = re.findall(r"(?m)^MDX_API .*?(mdx_\w+)\(|^  (MDX_ERR_\w+)", header)
+        missing = {function or error for function, error in names
+                   if f"*{function or error}*" not in page}
+        self.assertEqual(missing, set())
 
     def test_examples(self):
         """Typed as they stand: each shows what the page says, whatever the numbers."""
