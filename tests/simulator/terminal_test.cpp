@@ -16,6 +16,7 @@
 
 #include "tools/mdxsim/living_modem.h"
 #include "tools/mdxsim/pty.h"
+#include "tools/mdxsim/scripted_modem.h"
 #include "tools/mdxsim/session.h"
 #include "tools/mdxsim/simulator.h"
 
@@ -152,6 +153,22 @@ TEST(Terminal, OpensAnewForTheNextHost) {
   EXPECT_FALSE(second->has_input(50)) << "what the first one left unread is gone";
   second->send("AT\r");
   EXPECT_EQ(second->read_until("OK\r\n"), "AT\r\r\nOK\r\n");
+}
+
+TEST(Terminal, AnUnpluggedModemIsGoneAndComesBackAsAnotherDevice) {
+  std::istringstream text("on AT+CFUN=1,1 -> hang-up 300ms\nexpect 2 open\nend when expected\n");
+  ScriptedModem modem(parse_script(text, "s.script"), quiet());
+  Device device(modem, "whole");
+  const auto node = std::filesystem::read_symlink(kLink);
+  Host first;
+  first.send("AT+CFUN=1,1\r");
+  EXPECT_EQ(first.read_until("nothing, the line breaks"), "");
+  EXPECT_FALSE(std::filesystem::is_symlink(kLink));
+  for (int turn = 0; turn < 500 && !std::filesystem::is_symlink(kLink); ++turn) usleep(10000);
+  EXPECT_NE(std::filesystem::read_symlink(kLink), node);
+  const Host second;
+  const auto ending = device.wait();
+  EXPECT_TRUE(ending && ending->as_expected);
 }
 
 TEST(Terminal, AHostThatNeverReadsHoldsUpNobody) {

@@ -178,6 +178,11 @@ void LivingModem::ask_for_message(std::function<Result(LivingModem&, const std::
   message_taker_ = std::move(taker);
 }
 
+void LivingModem::drop_message() {
+  message_taker_ = nullptr;
+  line_.clear();
+}
+
 void LivingModem::advance(Time now) {
   now_ = now;
   while (!timers_.empty() && timers_.begin()->first <= now) {

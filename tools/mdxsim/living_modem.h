@@ -86,6 +86,14 @@ class LivingModem final : public Modem {
   [[nodiscard]] std::optional<Ending> ending() const override { return std::nullopt; }
   [[nodiscard]] std::optional<std::string> unfinished() const override { return std::nullopt; }
 
+  // For a script in front of it.
+
+  /// Whether it asked for a message that has not come to its end.
+  [[nodiscard]] bool takes_message() const { return message_taker_ != nullptr; }
+
+  /// Forgets about that message, without an answer.
+  void drop_message();
+
   // For the handlers of commands.
 
   /// Adds a line, or several with CR LF between them, to the answer under way.

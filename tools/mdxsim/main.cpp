@@ -13,6 +13,8 @@
 #include "tools/mdxsim/cutter.h"
 #include "tools/mdxsim/living_modem.h"
 #include "tools/mdxsim/pty.h"
+#include "tools/mdxsim/script.h"
+#include "tools/mdxsim/scripted_modem.h"
 #include "tools/mdxsim/session.h"
 #include "tools/mdxsim/simulator.h"
 
@@ -26,12 +28,14 @@ constexpr int kExitNoDevice = 3;
 constexpr int kDayMs = 24 * 60 * 60 * 1000;
 constexpr const char* kReplayGroup = "Replay";
 constexpr const char* kLivingGroup = "Living modem";
+constexpr const char* kCardGroup = "Living modem, also behind a script";
 
 constexpr const char* kDescription =
     "A modem on a pseudo terminal, which is linked to where a host looks for its device.";
 
 constexpr const char* kFooter =
-    "Without --replay it is a living modem: it answers the usual commands (AT, E, V, I, Z, D, H, "
+    "Without --replay or --script it is a living modem: it answers the usual commands (AT, E, V, "
+    "I, Z, D, H, "
     "+CSQ,\n"
     "+CREG, +CGREG, +COPS, +CPIN, +CIMI, +CGSN, +CMEE, +CMGF, +CMGS, +CMGW, +CMGR, +CMGL, +CMGD, "
     "+CPMS,\n"
@@ -49,26 +53,40 @@ constexpr const char* kFooter =
     "waits\n"
     "for that AT+CMEE=1, or with --no-prelude until the device is opened.\n"
     "\n"
+    "A script has lines such as\n"
+    "  on AT+CSQ -> +CSQ: {10..30},99 | OK     what is answered; {10..30} is drawn\n"
+    "  on AT+CMGS=* once after 8s -> prompt    * stands for anything; then: on pdu * -> ...\n"
+    "  else ERROR                              all other commands; without it the living modem's\n"
+    "  every 5s report ^RSSI:20                at 2s report ..., at 10s hang-up 5s\n"
+    "  fault delay 300ms                       fault cut byte, fault drop 5%, fault garbage 5%\n"
+    "  expect 3 AT+CSQ within 20s              expect no AT+CFUN=0\n"
+    "  end when expected                       end after 1min\n"
+    "Answers may be a text, raw BYTES, prompt, nothing, living or hang-up TIME. The times count "
+    "from "
+    "the\n"
+    "first opening of the device.\n"
+    "\n"
     "Each piece that --cut makes is written when the host has read the one before: it is a read of "
     "its\n"
     "own however fast it goes. The device may be opened by anyone (mode 0666), closed and opened "
     "again.\n"
     "\n"
-    "Exit codes: 0 ended by SIGINT or SIGTERM, or the session was played to its end and read; 1 "
-    "the host\n"
-    "did not do what the session expects, or was stopped before its end; 2 wrong usage or session "
-    "file;\n"
-    "3 the device could not be made.\n"
+    "Exit codes: 0 ended by SIGINT or SIGTERM, or session or script came to its end; 1 the "
+    "host\n"
+    "did not do what they expect, or was stopped before; 2 wrong usage, session or script; 3 the "
+    "device could not be made.\n"
     "\n"
     "Examples:\n"
     "  mdxsim --cut byte --log\n"
     "  mdxsim --replay sms.txt --timeout 10\n"
+    "  mdxsim --script unplugged.script --seed 7\n"
     "  mdxsim --link /tmp/modem --quiet --delay 2000";
 
 struct Options {
   std::string link = "/dev/smd6";
   std::string cut = "whole";
   std::string session_file;
+  std::string script_file;
   bool no_prelude = false;
   int gap_ms = 50;
   int patience_s = 0;
@@ -108,25 +126,33 @@ void declare_living_options(CLI::App& app, Options& options) {
              "Fault: wait before each answer");
   app.add_flag("--mute", options.mute, "Fault: read commands and answer nothing")
       ->group(kLivingGroup);
-  add_number(app, kLivingGroup, "--scan-seconds", "SECONDS", options.scan_s, kDayMs / 1000,
+  add_number(app, kCardGroup, "--scan-seconds", "SECONDS", options.scan_s, kDayMs / 1000,
              "How long AT+COPS=? takes");
   app.add_option("--pin", options.pin, "The SIM asks for this PIN")
       ->type_name("PIN")
-      ->group(kLivingGroup);
-  app.add_flag("--no-sim", options.no_sim, "There is no SIM")->group(kLivingGroup);
-  app.add_option("--seed", options.seed, "Of the signal's course")
+      ->group(kCardGroup);
+  app.add_flag("--no-sim", options.no_sim, "There is no SIM")->group(kCardGroup);
+  app.add_option("--seed", options.seed, "Of the signal's course and of what a script draws")
       ->type_name("NUMBER")
-      ->group(kLivingGroup)
+      ->group(kCardGroup)
       ->capture_default_str();
 }
 
 // An option of the modem that is not played would silently do nothing.
-void refuse_strays(const CLI::App& app, bool replay) {
-  const char* stray_group = replay ? kLivingGroup : kReplayGroup;
+void refuse_strays(const CLI::App& app, const Options& options) {
+  const bool replay = !options.session_file.empty();
+  const bool script = !options.script_file.empty();
   for (const CLI::Option* option : app.get_options()) {
-    if (option->count() == 0 || option->get_group() != stray_group) continue;
-    throw CLI::ValidationError(option->get_name(),
-                               replay ? "has no meaning with --replay" : "needs --replay");
+    if (option->count() == 0) continue;
+    const std::string& group = option->get_group();
+    const auto refuse = [&](const char* why) {
+      throw CLI::ValidationError(option->get_name(), why);
+    };
+    if (group == kReplayGroup && !replay) refuse("needs --replay");
+    if (replay && (group == kLivingGroup || group == kCardGroup)) {
+      refuse("has no meaning with --replay");
+    }
+    if (script && group == kLivingGroup) refuse("is for the script to say");
   }
 }
 
@@ -142,11 +168,20 @@ void declare_options(CLI::App& app, Options& options) {
   app.add_flag("--log", options.log, "Show the traffic on standard error, as a session file");
   app.add_option("--replay", options.session_file, "Play this session file strictly")
       ->type_name("FILE");
+  app.add_option("--script", options.script_file, "Do as this script says")
+      ->type_name("FILE")
+      ->excludes("--replay");
   declare_replay_options(app, options);
   declare_living_options(app, options);
 }
 
-std::unique_ptr<mdxsim::Modem> make_modem(const Options& options) {
+// A cut on the command line comes before the script's.
+void take_cut(const mdxsim::Script& script, Options& options) {
+  if (options.cut != "whole" || script.cut.empty()) return;
+  options.cut = script.cut == "random" ? "random:" + std::to_string(options.seed) : script.cut;
+}
+
+std::unique_ptr<mdxsim::Modem> make_modem(Options& options) {
   using mdxsim::Time;
   if (!options.session_file.empty()) {
     std::ifstream file(options.session_file);
@@ -164,7 +199,14 @@ std::unique_ptr<mdxsim::Modem> make_modem(const Options& options) {
   living.sim_inserted = !options.no_sim;
   living.pin = options.pin;
   living.seed = options.seed;
-  return std::make_unique<mdxsim::LivingModem>(std::move(living));
+  if (options.script_file.empty()) {
+    return std::make_unique<mdxsim::LivingModem>(std::move(living));
+  }
+  std::ifstream file(options.script_file);
+  if (!file) throw std::invalid_argument("cannot read " + options.script_file);
+  mdxsim::Script script = mdxsim::parse_script(file, options.script_file);
+  take_cut(script, options);
+  return std::make_unique<mdxsim::ScriptedModem>(std::move(script), std::move(living));
 }
 
 // Blocked as signals, so that one that comes at any moment is seen by the loop and the link is
@@ -203,7 +245,7 @@ int main(int argc, char** argv) {
   declare_options(app, options);
   try {
     app.parse(argc, argv);
-    refuse_strays(app, !options.session_file.empty());
+    refuse_strays(app, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitOk : kExitUsage;
   }

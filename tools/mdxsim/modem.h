@@ -48,8 +48,12 @@ class Modem {
   /// False asks the caller to leave the host's bytes in the terminal: its flow control holds them.
   [[nodiscard]] virtual bool accepts_input() const = 0;
 
-  /// Set once the modem has nothing more to do; what it transmitted is still to be read by the
-  /// host.
+  /// False while the modem is unplugged: the caller takes the device away, and brings another one
+  /// when it turns true.
+  [[nodiscard]] virtual bool plugged() const { return true; }
+
+  /// Set once the modem has nothing more to do; if it ends as expected, what it transmitted is
+  /// still to be read by the host.
   [[nodiscard]] virtual std::optional<Ending> ending() const = 0;
 
   /// What to say when a signal ends the program: nullopt if that is a good end.

@@ -58,8 +58,24 @@ Pty::Pty(std::string link) : link_(std::move(link)) {
 }
 
 Pty::~Pty() {
-  if (link_target(link_) == node_) unlink(link_.c_str());
+  remove_link();
   close_all({watch_, slave_, master_});
+}
+
+// The next terminal is there before this one goes, or it would get the same number.
+void Pty::unplug() {
+  remove_link();
+  const auto gone = {std::exchange(watch_, -1), std::exchange(slave_, -1),
+                     std::exchange(master_, -1)};
+  openings_ = 0;
+  plugged_ = false;
+  open_terminal();
+  close_all(gone);
+}
+
+void Pty::plug() {
+  make_link();
+  plugged_ = true;
 }
 
 void Pty::open_terminal() {
@@ -93,6 +109,10 @@ void Pty::make_link() const {
     unlink(fresh.c_str());
     throw std::system_error(reason, std::generic_category(), "cannot link " + link_);
   }
+}
+
+void Pty::remove_link() const {
+  if (link_target(link_) == node_) unlink(link_.c_str());
 }
 
 void Pty::reset_line() const {

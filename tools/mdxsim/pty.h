@@ -17,13 +17,21 @@ class Pty {
   /// refused.
   explicit Pty(std::string link);
 
-  /// Removes the link if it still leads here. The host sees a hang-up.
+  /// As `unplug`.
   ~Pty();
 
   Pty(const Pty&) = delete;
   Pty& operator=(const Pty&) = delete;
 
-  /// To poll for POLLIN: bytes of the host.
+  /// Removes the link if it still leads here, and the terminal behind it: the host sees a hang-up.
+  void unplug();
+
+  /// Makes the link again, to a terminal with another number.
+  void plug();
+
+  [[nodiscard]] bool plugged() const { return plugged_; }
+
+  /// To poll for POLLIN: bytes of the host. This one and the next change with `unplug`.
   [[nodiscard]] int data_fd() const { return master_; }
 
   /// To poll for POLLIN: the host opened, closed or read the device. Then call `take_changes`.
@@ -54,6 +62,7 @@ class Pty {
  private:
   void open_terminal();
   void make_link() const;
+  void remove_link() const;
   void reset_line() const;
 
   std::string link_;
@@ -62,6 +71,7 @@ class Pty {
   int slave_ = -1;
   int watch_ = -1;
   int openings_ = 0;
+  bool plugged_ = true;
 };
 
 }  // namespace mdxsim

@@ -16,6 +16,7 @@ namespace {
 
 // A read by the host wakes us; this is for a kernel that does not tell.
 constexpr int kLookAgainMs = 20;
+constexpr Time kLastReadPatience{5000};
 
 }  // namespace
 
@@ -35,9 +36,10 @@ std::optional<Ending> Simulator::run() {
   while (true) {
     note_changes();
     modem_.advance(now());
+    follow_plug();
     while (write_next_piece()) {
     }
-    if (end_unread_) return Ending{false, "the host closed the device before it had read the end"};
+    if (end_unread_) return Ending{false, "the host did not read the end"};
     if (done()) return modem_.ending();
 
     const short wanted = modem_.accepts_input() ? POLLIN : short{0};
@@ -60,6 +62,20 @@ void Simulator::note_changes() {
   end_unread_ = modem_.ending() && (unread || !pieces_.empty());
   pieces_.clear();
   modem_.detached(now());
+}
+
+// What was on its way when the device was unplugged is lost.
+void Simulator::follow_plug() {
+  if (modem_.plugged() == pty_.plugged()) return;
+  const bool was_attached = pty_.attached();
+  if (modem_.plugged()) {
+    pty_.plug();
+  } else {
+    pty_.unplug();
+    pieces_.clear();
+    if (was_attached) modem_.detached(now());
+  }
+  if (log_) std::cerr << (pty_.plugged() ? "# plugged in: " + pty_.node() : "# unplugged") << '\n';
 }
 
 void Simulator::take_input() {
@@ -85,9 +101,13 @@ bool Simulator::write_next_piece() {
 }
 
 // What was said last is still to be heard; a host that has gone hears nothing.
-bool Simulator::done() const {
-  if (!modem_.ending()) return false;
-  return !pty_.attached() || (pieces_.empty() && pty_.host_has_read_all());
+bool Simulator::done() {
+  const auto ending = modem_.ending();
+  if (!ending) return false;
+  if (!ended_) ended_ = now();
+  if (!ending->as_expected || !pty_.attached()) return true;
+  end_unread_ = now() - *ended_ > kLastReadPatience;
+  return pieces_.empty() && pty_.host_has_read_all();
 }
 
 int Simulator::wait_ms() const {

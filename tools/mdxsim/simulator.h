@@ -28,9 +28,10 @@ class Simulator {
  private:
   [[nodiscard]] Time now() const;
   void note_changes();
+  void follow_plug();
   void take_input();
   bool write_next_piece();
-  [[nodiscard]] bool done() const;
+  [[nodiscard]] bool done();
   [[nodiscard]] int wait_ms() const;
 
   Modem& modem_;
@@ -40,6 +41,7 @@ class Simulator {
   bool log_;
   std::chrono::steady_clock::time_point start_;
   std::deque<std::string> pieces_;
+  std::optional<Time> ended_;
   bool end_unread_ = false;
 };
 

@@ -1,0 +1,66 @@
+"""The example scripts of mdxsim, played to the real server."""
+
+import os
+import pathlib
+import unittest
+
+from device import CHANNEL, NO_ANSWER, OK, REFUSED_BY_MODEM, DeviceTest, wait_until
+
+EXAMPLES = pathlib.Path(__file__).parent.parent.parent / "examples" / "mdxsim"
+PDU = "0001000B914497381100000000A054747A0E4ACF41"
+
+
+class Scripts(DeviceTest):
+    def start_script(self, name):
+        self.start_modem("--script", str(EXAMPLES / f"{name}.script"), "--log")
+        self.start_server()
+
+    def wait_for_log(self, text):
+        wait_until(lambda: text in self.log_of(self.modem), 10, f"the modem says {text}")
+
+    def assert_played(self):
+        self.assertEqual(self.modem.wait(70), 0, self.log_of(self.modem))
+
+    def test_signal(self):
+        self.start_script("signal")
+        wait_until(lambda: "^RSSI:" in self.ctl("report", "rssi")[1], 10, "a report is stored")
+        for _ in range(2):
+            self.assertRegex(self.at("AT+CSQ")["text"], r"^\+CSQ: (1[0-9]|2[0-9]|3[01]),99\b")
+        self.assertEqual(self.at("AT+CSQ")["text"].strip(), "+CSQ: 99,99")
+        self.assert_played()
+
+    def test_sms(self):
+        self.start_script("sms")
+        for code, text in ((REFUSED_BY_MODEM, "+CMS ERROR: 500"), (OK, "+CMGS: ")):
+            got, out, err = self.ctl("sms-pdu", "AT+CMGS=20", PDU)
+            self.assertEqual(got, code, err)
+            self.assertIn(text, out + err)
+        self.wait_for_log("+CMTI:")
+        self.assertTrue(self.at("AT+CMGR=1")["text"].strip().endswith("9C0E"))
+        self.at("AT+CMGD=1")
+        self.assert_played()
+
+    def test_unplugged(self):
+        self.start_script("unplugged")
+        node = os.readlink(CHANNEL)
+        self.assertEqual(self.ctl("at", "--timeout", "2", "AT+COPS=?")[0], NO_ANSWER)
+        self.wait_for_log("HOME")
+        self.ctl("at", "--timeout", "1", "AT+CFUN=1,1")
+        wait_until(lambda: not CHANNEL.is_symlink(), 10, "the device goes")
+        wait_until(CHANNEL.is_symlink, 10, "the device comes back")
+        self.assertNotEqual(os.readlink(CHANNEL), node)
+        wait_until(lambda: "11.1.2" in self.ctl("at", "AT+CGMR")[1]
+                   or self.modem.poll() is not None, 30, "a command is served again")
+        self.assert_played()
+
+    def test_what_does_not_come(self):
+        script = pathlib.Path("/tmp/never.script")
+        script.write_text("expect AT+CMEE=1\nexpect AT+NEVER within 500ms\n")
+        self.start_modem("--script", str(script))
+        self.start_server(ready=False)
+        self.assertEqual(self.modem.wait(20), 1)
+        self.assertIn("never.script:2: AT+NEVER is expected once", self.log_of(self.modem))
+
+
+if __name__ == "__main__":
+    unittest.main()
