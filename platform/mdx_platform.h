@@ -61,12 +61,13 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms);
 /// @return 0, or -1
 int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode);
 
-/// Puts a record on a queue between processes, without waiting, and wakes the task that its first
-/// four bytes (`msg_type`) name, if there is one.
+/// Puts a record on a queue between processes, and wakes the task that its first four bytes
+/// (`msg_type`) name, if there is one.
 ///
 /// Of a full queue 1, answers are dropped whose client is dead, else those that have lain unread
 /// for more than 5 seconds, else the oldest of the client that leaves the most unread, if it holds
-/// more than the receiver of the new one; each with a trace.
+/// more than the receiver of the new one; each with a trace. Where each of the living has one, they
+/// are waited for, until the oldest has lain for 5 seconds. Nothing else waits.
 /// @param retcode  an errno value on failure; not written on success
 /// @return 0, or -1
 int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode);

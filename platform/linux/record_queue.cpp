@@ -26,6 +26,7 @@
 namespace {
 
 constexpr uint32_t kUnreadLimitMs = 5000;
+constexpr uint32_t kLongestNapMs = 20;
 constexpr size_t kMaxDepth = 16;
 constexpr int kMaxDrain = 100000;  // one who fills the queue as fast as it is emptied gains nothing
 constexpr size_t kPutsRemembered = 1024;
@@ -199,7 +200,8 @@ bool put_message(int32_t id, const record_message_t& message) {
   return result == 0;
 }
 
-void make_room(int32_t id, long receiver) {
+/// @return whether the receiver has nothing there to read yet
+bool make_room(int32_t id, long receiver) {
   const uint32_t now = MDX_elapse();
   const size_t count = drain_answers(id, now);
   size_t kept =
@@ -208,6 +210,7 @@ void make_room(int32_t id, long receiver) {
     kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
                         "unread for more than 5 seconds");
   if (kept == count) kept = drop_of_hoarder(count, receiver);
+  const bool receiver_reads = answers_of(receiver, kept) == 0;
   for (size_t i = 0; i < kept; ++i) {
     const auto type = static_cast<int32_t>(answers[i].message.type);
     if (!put_message(id, answers[i].message)) {
@@ -216,6 +219,21 @@ void make_room(int32_t id, long receiver) {
     }
     remember_put(type, answers[i].put_at);
     if (type != kMdxOddMessageType) MDX_event_send(type, kMdxEventAnswer);
+  }
+  return receiver_reads;
+}
+
+/// Puts an answer where others are in its way. Those of the living, one each, are about to be read:
+/// they are waited for, unless the receiver leaves its own lying there.
+bool put_answer(int32_t id, const record_message_t& message) {
+  const uint32_t begin = MDX_elapse();
+  for (uint32_t nap_ms = 1;; nap_ms = nap_ms < kLongestNapMs ? 2 * nap_ms : kLongestNapMs) {
+    if (put_message(id, message)) return true;
+    if (errno != EAGAIN) return false;
+    const bool receiver_reads = make_room(id, message.type);
+    if (put_message(id, message)) return true;
+    if (!receiver_reads || MDX_elapse() - begin > kUnreadLimitMs + kLongestNapMs) return false;
+    MDX_sleep(nap_ms);
   }
 }
 
@@ -286,12 +304,7 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   message.type = type > 0 ? type : kMdxOddMessageType;
 
   const bool is_answer = id == response_queue;
-  bool put = put_message(id, message);
-  if (!put && errno == EAGAIN && is_answer) {
-    make_room(id, message.type);
-    put = put_message(id, message);
-  }
-  if (!put) {
+  if (!(is_answer ? put_answer(id, message) : put_message(id, message))) {
     const int error = errno;
     if (is_answer) counter_add(COUNT_ANSWERS_REFUSED);
     return fail(retcode, error);

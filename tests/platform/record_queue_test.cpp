@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/border.h"
@@ -214,6 +216,23 @@ TEST_F(RecordQueue, WhoLeavesTheMostUnreadMakesRoomForTheOthers) {
   EXPECT_EQ(answer(reader.task(), 15), EAGAIN) << "both hold five";
   EXPECT_THAT(take_all(hoarder.task()), ElementsAre(6, 7, 8, 9, 10));
   EXPECT_THAT(take_all(reader.task()), ElementsAre(1, 11, 12, 13, 14));
+}
+
+TEST_F(RecordQueue, AnAnswerWaitsForOthersThatAreAboutToRead) {
+  std::vector<std::unique_ptr<Client>> clients;
+  for (int32_t task = 4001; task <= 4010; ++task) {
+    clients.push_back(std::make_unique<Client>(task));
+    ASSERT_EQ(answer(task, 1), 0);
+    ASSERT_TRUE(clients.back()->was_woken());
+  }
+  std::thread reader([&] {  // woken again when the server is in want of room
+    while (!clients[0]->was_woken()) std::this_thread::yield();
+    EXPECT_THAT(take_all(4001), ElementsAre(1));
+  });
+  EXPECT_EQ(answer(4011, 1), 0);
+  reader.join();
+  EXPECT_THAT(take_all(4002), ElementsAre(1));
+  EXPECT_THAT(take_all(4011), ElementsAre(1));
 }
 
 TEST_F(RecordQueue, AQueueFullOfForeignMessagesIsCleared) {
