@@ -34,8 +34,7 @@ int32_t mdx_get_data_from_nas(int32_t, const char* data, uint32_t length);
 
 /// Puts a delivery on the NAS queue, then raises event bit 2 at the main task.
 /// @return 1 on success, 0 when nothing was queued: null data, more than 1499 bytes, no memory, a
-/// queue
-///         that stayed full
+///         queue that stayed full
 int32_t mdx_nas_data_enqueue(const char* data, uint32_t length);
 
 /// Tells whether a line holds one of the modem's literal notifications, and runs its handler.

@@ -69,7 +69,8 @@ void open_request(const mdx_options_t& options, int64_t default_ms, request_t* r
   record.req_type = options.transparent != 0 ? TRANSPARENT_CMD : NORMAL_CMD;
   record.multi_line = options.multi_line;
   record.timeout = options.timeout_s;
-  // Behind the text's NUL nobody looks, and a server that refuses a request clears all of it.
+  // The field is never all zero, also without a match: behind a text's NUL nobody looks. A server
+  // that refuses a request clears all of it, and that tells its refusal from the modem's.
   std::memset(record.at_match_str, '~', sizeof(record.at_match_str));
   const char* match = options.match != nullptr ? options.match : "";
   std::memcpy(record.at_match_str, match, std::strlen(match) + 1);
@@ -105,7 +106,8 @@ bool refused_by_server(const at_msg_t& sent, const at_msg_t& answer) {
   const bool two_steps =
       sent.req_type == NORMAL_CMD && sms_command_in(sent.snd_rcv_msg.smsg) != nullptr;
   if (two_steps) return answer.snd_rcv_msg.rmsg[0] == '\0';
-  return answer.at_match_str[kMatchSize - 1] == '\0' && sent.at_match_str[kMatchSize - 1] != '\0';
+  static constexpr char kCleared[kMatchSize] = {};
+  return std::memcmp(answer.at_match_str, kCleared, kMatchSize) == 0;
 }
 
 }  // namespace

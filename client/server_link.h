@@ -30,6 +30,5 @@ int server_link_put(const server_link_t& link, const at_msg_t& record);
 /// Takes the next record of message type `task` off a queue, without waiting; messages of a wrong
 /// size are thrown away.
 /// @return MDX_OK; MDX_ERR_TIMEOUT when there is none; MDX_ERR_SERVER_GONE when the queue was
-/// deleted;
-///         MDX_ERR_SYSTEM
+///         deleted; MDX_ERR_SYSTEM
 int server_link_take(int queue, int32_t task, at_msg_t* record);

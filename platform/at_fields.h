@@ -29,10 +29,10 @@ struct at_field_t {
 /// @param text    NUL-terminated
 /// @param group   the parser's command group: 0 unsolicited report, 15 answer to a query
 /// @param kind    what `text` is: 3 a report line, 0 collected response text
-///                Both describe the caller and are there for tracing; no field depends on them.
+///                Both only describe the caller: no field depends on them.
 /// @return 0 on success; -1 when a pointer is null, no such prefix is known, `text` does not hold
-/// it or
-///         memory is short: `*chain` is untouched and nothing is to be released then
+/// it
+///         or memory is short: `*chain` is untouched and nothing is to be released then
 int at_cmd_parse(at_field_t** chain, const char* prefix, const char* text, int group, int kind);
 
 /// Releases a chain that at_cmd_parse made. Null is allowed.
@@ -43,8 +43,7 @@ void free_at_cmd(at_field_t* chain);
 /// @param text    the whole line, NUL-terminated
 /// @param record  room for the record's size, which the comment gives in bytes
 /// @return 0 when the whole record is written; -1 when a pointer is null, the line lacks the prefix
-/// or
-///         the value without which the record would say nothing: the record is untouched then
+///         or the value without which the record would say nothing: the record is untouched then
 int MdxOrigParse(const char* text, void* record);         // ^ORIG           4
 int MdxConfParse(const char* text, void* record);         // ^CONF           4
 int MdxConnParse(const char* text, void* record);         // ^CONN           4

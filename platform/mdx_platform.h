@@ -140,11 +140,12 @@ int32_t KRP_UTIL_SendMsgToVoice2(int32_t message, int32_t type, int32_t, const v
 // Modem channel
 // ------------------------------------------------------------------------------------------------
 
-/// Sends bytes to the modem. 0 on success.
+/// Sends bytes to the modem. Blocks while the modem takes nothing, 5 seconds at most. 0 on success.
 using mdx_send_function_t = int32_t (*)(int32_t channel, const char* data, uint32_t length);
 
 /// Takes a delivery, on a thread of the platform; 0 when it is taken, 1 when not: it is then
-/// offered again. Deliveries are whole lines, at most 1499 bytes.
+/// offered again. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS prompt, or
+/// where the modem fell silent inside a line; never between a CR and its LF.
 using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t length);
 
 /// Binds a modem channel. May be repeated until `*send` is filled, which is the sign of success:
@@ -172,7 +173,9 @@ enum : uint32_t {
 extern std::atomic<uint32_t> mdx_trace_mask;
 
 /// Writes one trace, whatever the mask says: call MDX_TRACE.
-/// @param source  the source module, @param line where in it, @param module "mdxgate"
+/// @param source  the source module, which may stand in several files
+/// @param line    where in its file
+/// @param module  "mdxgate"
 void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, uint32_t level,
                          const char* format, ...) __attribute__((format(printf, 6, 7)));
 

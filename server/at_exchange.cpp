@@ -40,7 +40,7 @@ bool result_has_come(const at_msg_t& msg) {
 
 int32_t refuse_unwritten(at_msg_t* msg, const int* retcode) {
   MDX_TRACE(kSource, MDX_TRACE_ERROR, "write_to_smd error and the errcode = %d\n", *retcode);
-  memset_s(at_answer_area(msg), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+  clear_answer_area(msg);
   msg->ret_val = AT_NOT_SUPPORTED;
   return -1;
 }

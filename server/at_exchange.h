@@ -8,7 +8,8 @@
 
 #include "server/at_msg.h"
 
-/// Runs one command against the modem. Blocks, at most `timeout` seconds.
+/// Runs one command against the modem. Blocks, at most `timeout` seconds, and before that for as
+/// long as the platform needs to send.
 ///
 /// The first delivery may take the whole budget. After that each delivery that leaves the answer
 /// open costs its own time, rounded up to a second.
@@ -17,7 +18,7 @@
 ///                 `ret_val` 8
 /// @param retcode  never null; 0 after a successful write, else what write_to_smd leaves
 /// @return 0 when an answer came, `ret_val` telling which; -1 when none did or it could not be
-/// written
+///         written
 int32_t at_send_normal_cmd_msg(at_msg_t* msg, int* retcode);
 
 /// Whole seconds of a pass that began at `start` and ended at `now`, both from MDX_elapse: rounded

@@ -15,8 +15,7 @@
 /// @param rcv_buffer  zero-filled, room for MAX_ATCMD_REPORT_SIZE bytes: no delivery is longer
 /// @param pos         0 on entry; the line's length on return
 /// @return 0 when there is a line, possibly empty; -1 when the delivery is used up. A CR as its
-/// last
-///         byte loses the line in front of it.
+///         last byte loses the line in front of it.
 int32_t at_sm_getline(char* rcv_buffer, int32_t* pos);
 
 /// Gives the line in `line_buf` what an SMS header needs: its CR LF back for +CMGR, +CMGL and
@@ -28,8 +27,8 @@ int32_t at_sm_getline(char* rcv_buffer, int32_t* pos);
 void handle_sms_at(const at_msg_t* msg, int32_t* pos, int32_t* hcmgr_pending);
 
 /// Moves the raw body of ^HCMGR into the response: all of the delivery up to its last Ctrl-Z, and
-/// the two bytes behind that. A body that the stream does not hold whole, or the response has no
-/// room for, is dropped.
+/// the two bytes behind that. A body that the stream does not hold whole is dropped. One that the
+/// response has no room for is dropped with all that was collected, and collecting starts anew.
 /// @param dest           the end of the response text in `nas_response`
 /// @param hcmgr_pending  set to 0
 void parse_hcmgr_line(char* dest, int32_t* hcmgr_pending);

@@ -33,6 +33,15 @@ class at_literals {
     return lowest == kRows ? -1 : static_cast<int32_t>(lowest);
   }
 
+  /// A row whose literal holds an earlier row's literal can never be the lowest, so it is
+  /// never found.
+  static constexpr bool is_hidden(size_t row) {
+    for (size_t earlier = 0; earlier < row; ++earlier) {
+      if (literal(row).find(literal(earlier)) != std::string_view::npos) return true;
+    }
+    return false;
+  }
+
  private:
   static constexpr size_t kRows = std::size(rows) - 1;
   static constexpr size_t kHead = 4;     // bytes of a literal that are hashed
@@ -71,14 +80,6 @@ class at_literals {
   }
 
   static constexpr size_t slot_of(uint32_t head, uint32_t factor) { return head * factor >> 23; }
-
-  /// A row whose literal holds an earlier row's literal can never be the lowest.
-  static constexpr bool is_hidden(size_t row) {
-    for (size_t earlier = 0; earlier < row; ++earlier) {
-      if (literal(row).find(literal(earlier)) != std::string_view::npos) return true;
-    }
-    return false;
-  }
 
   static constexpr void add_start(plan_t* plan, std::string_view text) {
     const bool is_letter = text[0] >= 'A' && text[0] <= 'Z';

@@ -114,20 +114,17 @@ constexpr at_report_row_t at_report_table[] = {
 
 namespace {
 
-/// True when each row can be hit: no earlier row's literal occurs in a later one's, but for
-/// "IRING".
-constexpr bool every_row_can_be_hit() {
-  constexpr size_t kRows = std::size(at_report_table) - 1;
-  for (size_t later = 0; later < kRows; ++later) {
-    const std::string_view literal = at_report_table[later].literal;
-    if (literal == "IRING") continue;
-    for (size_t earlier = 0; earlier < later; ++earlier) {
-      if (literal.find(at_report_table[earlier].literal) != std::string_view::npos) return false;
-    }
+using report_literals = at_literals<at_report_table>;
+
+constexpr bool every_row_can_be_hit_but_iring() {
+  for (size_t row = 0; row + 1 < std::size(at_report_table); ++row) {
+    const bool is_iring = std::string_view(at_report_table[row].literal) == "IRING";
+    if (report_literals::is_hidden(row) != is_iring) return false;
   }
   return true;
 }
-static_assert(every_row_can_be_hit(), "a report row is hidden behind an earlier, shorter literal");
+static_assert(every_row_can_be_hit_but_iring(),
+              "a report row is hidden behind an earlier, shorter literal");
 
 bool holds(const char* line, const char* literal) { return std::strstr(line, literal) != nullptr; }
 
@@ -192,7 +189,7 @@ int32_t Is_report_msg(const at_msg_t* msg, char* rcv_buf, int32_t len, int* inde
     MDX_TRACE(kSource, MDX_TRACE_MISSING, "the cmd string is not active report!\n");
     return -1;
   }
-  const int32_t hit = at_literals<at_report_table>::find(line);
+  const int32_t hit = report_literals::find(line);
   if (hit == -1) return sort_unknown_report(*msg, rcv_buf);
   const at_report_row_t& row = at_report_table[hit];
   *index = row.id;

@@ -28,8 +28,7 @@ extern const at_report_row_t at_report_table[];
 
 /// Looks for a result code at the start of a line; more may follow it.
 /// @return 0 with the code in `*err_code`; -1 when there is none, or a pointer is null: `*err_code`
-/// is
-///         untouched then
+///         is untouched then
 int32_t atcmd_match_result(const char* rcv_buf, int* err_code);
 
 /// Decides whether a line is a report, and runs its handler if it has one.

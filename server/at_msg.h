@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Size of a response text, of the line buffer and of the response collector.
+#include "platform/bounded.h"
+
+/// Size of a response text and of the response collector, and the most that a line can have.
 constexpr int32_t MAX_ATCMD_REPORT_SIZE = 1500;
 constexpr size_t kCommandSize = 640;
 constexpr size_t kMatchSize = 64;
@@ -35,8 +37,8 @@ enum at_ret_val_t : int32_t {
 /// A record's text: the command on the way in, the response on the way out. Both views start at the
 /// same byte, and the first read from the modem clears all of it.
 union at_text_t {
-  /// The response; the server ends it with a NUL. It comes first because it is the whole union: an
-  /// empty initialiser clears all of it.
+  /// The response; the server ends it with a NUL, but for a stored line of its whole size. It comes
+  /// first because it is the whole union: an empty initialiser clears all of it.
   char rmsg[MAX_ATCMD_REPORT_SIZE];
   /// The command, NUL-terminated unless `cmd_len` says otherwise; no line end is needed.
   char smsg[kCommandSize];
@@ -58,8 +60,10 @@ struct at_msg_t {
   int32_t timeout;     ///< budget in seconds, counted down in place; negative counts as 0
   char at_match_str[kMatchSize];  ///< a line that holds it is response text; empty for none
   at_text_t snd_rcv_msg;
-  int32_t ret_val;  ///< at_ret_val_t, or another code of at_result_table
-  int32_t rsp_len;  ///< length of the response text when the result was taken
+  int32_t ret_val;  ///< at_ret_val_t, or another code of at_result_table; 0 for a stored report
+                    ///< that does not exist and for a two-step exchange that ended at its head
+  int32_t rsp_len;  ///< length of the response text when the result was taken; a report line behind
+                    ///< it leaves its own, a response that outgrew its room 1499, a stored report 0
 };
 
 /// The answer area: the last 1572 bytes of a record. Refusals clear it, stored reports consist of
@@ -84,3 +88,8 @@ static_assert(offsetof(at_answer_t, ret_val) == 1564 && offsetof(at_answer_t, rs
 /// The answer area inside a record, as the bytes that an at_answer_t is copied from and to.
 inline char* at_answer_area(at_msg_t* msg) { return msg->at_match_str; }
 inline const char* at_answer_area(const at_msg_t* msg) { return msg->at_match_str; }
+
+/// Clears the answer area: no pattern, no text, `ret_val` 0.
+inline void clear_answer_area(at_msg_t* msg) {
+  memset_s(at_answer_area(msg), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+}

@@ -46,11 +46,13 @@ std::string_view shown(const line_t& line) {
   return {line.text, static_cast<size_t>(std::min(line.pos, MAX_ATCMD_REPORT_SIZE))};
 }
 
+/// A header without line end can leave a line one byte longer than a response: it is cut.
 void set_response(at_msg_t* msg, std::string_view text) {
   char* rmsg = msg->snd_rcv_msg.rmsg;
+  const size_t length = std::min<size_t>(text.size(), kResponseMax);
   memset_s(rmsg, sizeof(msg->snd_rcv_msg.rmsg), 0, MAX_ATCMD_REPORT_SIZE);
-  memcpy_s(rmsg, sizeof(msg->snd_rcv_msg.rmsg), text.data(), text.size());
-  msg->rsp_len = static_cast<int32_t>(text.size());
+  memcpy_s(rmsg, sizeof(msg->snd_rcv_msg.rmsg), text.data(), length);
+  msg->rsp_len = static_cast<int32_t>(length);
 }
 
 std::string_view collected() {

@@ -4,6 +4,7 @@
 
 #include "server/at_sms_exchange.h"
 
+#include <cerrno>
 #include <cstring>
 #include <string_view>
 
@@ -19,7 +20,6 @@ namespace {
 constexpr char kSource[] = "mdxgate";
 constexpr char kCtrlZ = 0x1A;
 constexpr char kEscape[] = {0x1B};
-constexpr int kNoText = 22;
 /// The code that would make a time-out cancel the modem's prompt; no result row has it.
 constexpr int32_t kCancelOnTimeout = 1;
 /// The longest text that goes out whole, with a CR behind it.
@@ -68,7 +68,7 @@ int32_t write_half(std::string_view half, int* retcode) {
 
 int32_t refuse_unwritten(at_msg_t* msg, at_msg_t* work, const int* retcode) {
   MDX_TRACE(kSource, MDX_TRACE_ERROR, "write_to_smd error and the errcode = %d\n", *retcode);
-  work->ret_val = *retcode == kNoText ? 0 : AT_NOT_SUPPORTED;
+  work->ret_val = *retcode == EINVAL ? 0 : AT_NOT_SUPPORTED;
   *msg = *work;
   return -1;
 }
@@ -136,7 +136,7 @@ int32_t at_send_or_save_msg(at_msg_t* msg, int* retcode) {
     return -1;
   }
   at_msg_t work = *msg;
-  memset_s(at_answer_area(&work), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+  clear_answer_area(&work);
   memcpy_s(work.at_match_str, sizeof(work.at_match_str), msg->at_match_str, kMatchSize);
 
   dialogue_t dialogue;

@@ -8,8 +8,7 @@
 #include "server/at_msg.h"
 
 /// @return 0 when the text holds one of the commands that send or store a message, anywhere, in
-/// upper
-///         case; -1 when it does not or is null. Mind the sense.
+///         upper case; -1 when it does not or is null. Mind the sense.
 int32_t at_cmd_is_smssw(const char* cmd_buf);
 
 /// Plays the dialogue. Blocks, at most twice `timeout` seconds: once for the prompt, once for the

@@ -14,8 +14,7 @@
 /// Unread bytes of the delivery before are lost, and `msg`'s text is cleared, even when nothing
 /// comes.
 /// @param msg      the record of the exchange; its `timeout` (seconds) bounds the wait, 0 and below
-/// do
-///                 not wait, and the wait is at most what a signed 32-bit count of milliseconds
+///                 do not wait, and the wait is at most what a signed 32-bit count of milliseconds
 ///                 holds
 /// @param retcode  never null; not written
 /// @return 0 when a delivery was taken, -1 on a null argument or when nothing came in time

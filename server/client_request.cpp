@@ -23,11 +23,11 @@ constexpr int kNoSuchReport = 1;
 /// ACTIVE_REPORT and REQ_RESERVED_3 get no reply; this bit is what tells them apart.
 constexpr uint32_t kReplyRuleBit = 2;
 
-/// A client's texts may lack their NUL. The last byte of each store is the NUL that all searches
-/// rely on; no valid text reaches it.
-void terminate_texts(at_msg_t* msg) {
-  msg->at_match_str[kMatchSize - 1] = '\0';
-  msg->snd_rcv_msg.rmsg[MAX_ATCMD_REPORT_SIZE - 1] = '\0';
+/// All searches rely on the NUL that a client's text may lack. A text that has one stays as it is,
+/// and so does what stands behind it: clients may look for it in the answer.
+template <size_t size>
+void terminate(char (&text)[size]) {
+  if (std::memchr(text, '\0', size) == nullptr) text[size - 1] = '\0';
 }
 
 bool is_at_command(const at_msg_t& msg) {
@@ -51,7 +51,7 @@ int32_t discard_delivery(const at_msg_t& msg, int* retcode) {
 }
 
 int32_t refuse(at_msg_t* msg) {
-  memset_s(at_answer_area(msg), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+  clear_answer_area(msg);
   msg->ret_val = AT_NOT_SUPPORTED;
   return 0;
 }
@@ -89,7 +89,8 @@ int32_t process_msg_queue(int* retcode) {
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "Client AT cmd= ***, Id= %ld, seq = %u\n",
             static_cast<long>(msg.msg_type), msg.seq);
   mdx_state.last_client_msg.store(msg);
-  terminate_texts(&msg);
+  terminate(msg.at_match_str);
+  terminate(msg.snd_rcv_msg.rmsg);
 
   const bool is_command = msg.req_type == NORMAL_CMD || msg.req_type == TRANSPARENT_CMD;
   if (msg.req_type == TRANSPARENT_CMD) at_cmd_cops_timeout(&msg);
@@ -111,7 +112,7 @@ int32_t get_report(at_msg_t* pmsg, int* retcode) {
   }
   *retcode = 0;
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "pmsg->rep_type = %d!\n", pmsg->rep_type);
-  memset_s(at_answer_area(pmsg), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+  clear_answer_area(pmsg);
   if (pmsg->rep_type != RSSI_REPORT) {
     *retcode = kNoSuchReport;
     return -1;

@@ -245,7 +245,7 @@ void mdx_exit() {
   MDX_msgQex_delete(mdx_state.rsp_queue_id);
   MDX_msgQ_delete(mdx_state.nas_queue_id);
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "MdxGate message queue destoried!\n");
-  pthread_join(mdx_state.msgproc_thread, nullptr);
+  if (mdx_state.msgproc_thread != 0) pthread_join(mdx_state.msgproc_thread, nullptr);
   mdx_state.msgproc_thread = 0;
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "MdxGate exit!\n");
 }

@@ -24,7 +24,7 @@ int32_t mdx_set_unsolicited_enable(int* retcode);
 
 /// Runs one of the server's own commands through the normal exchange and takes the next sequence
 /// number.
-/// @param msg      receives the record as the exchange left it
+/// @param msg      never null; receives the record as the exchange left it
 /// @param command  at most 639 characters
 /// @param match    the pattern of its response lines, at most 63 characters, "" for none
 /// @return what the exchange returned

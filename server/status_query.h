@@ -22,7 +22,7 @@ int32_t mdx_set_cops_format(int* retcode);
 /// steps succeeds once in the life of the process and is tried again by the next query until it
 /// does.
 /// @return 0, also when the SIM does not allow the preparation yet; -1 when a command or the parse
-/// failed
+///         failed
 int32_t at_repetition_query(int* retcode);
 
 /// One query, with its failure traced.

@@ -4,6 +4,7 @@
 #include "server/write_to_smd.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "channel/mdx_register.h"
 #include "platform/bounded.h"
@@ -13,7 +14,6 @@
 namespace {
 
 constexpr char kSource[] = "mdxgate";
-constexpr int kNoText = 22;
 /// The last byte of the buffer stays NUL, the one before is the last that a CR may take.
 constexpr uint32_t kTextMax = kCommandSize - 1;
 constexpr int32_t kLastCrPosition = kCommandSize - 2;
@@ -30,7 +30,7 @@ int32_t write_to_smd(const char* patcmd, int* retcode, uint32_t length) {
   }
   if (patcmd == nullptr) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "Error:patcmd is NULL!\n");
-    *retcode = kNoText;
+    *retcode = EINVAL;
     return -1;
   }
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "The at cmd string sent from USB is *** !\n");

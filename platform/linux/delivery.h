@@ -48,8 +48,7 @@ class delivery_assembler {
   /// The delivery to hand over now: 1 to 1499 bytes, or empty when there is none. Once shown, a
   /// delivery stays the same until `taken`; the view is valid as long, whatever `sent` does.
   /// @param more_waiting  the modem has said more that has not been received yet: only what must
-  /// end
-  ///                      now is handed over, and silence does not count
+  ///                      end now is handed over, and silence does not count
   std::string_view next(uint64_t now, bool more_waiting);
 
   /// Removes the delivery that `next` has shown.

@@ -29,6 +29,5 @@ int event_fifo_raise(int fd, uint32_t bits);
 
 /// Takes all raises waiting in the pipe, without waiting for one.
 /// @return the bits, 0 when there was none; all 32 when the pipe may have been full or held
-/// something
-///         else than raises, since any raise may have been lost in it then
+///         something else than raises, since any raise may have been lost in it then
 uint32_t event_fifo_take(int fd);

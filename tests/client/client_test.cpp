@@ -192,7 +192,8 @@ TEST(Client, TellsTheServersRefusalFromTheModems) {
     self.answer(record);
   });
   Handle client;
-  for (const char* match : {"", "+CSQ"}) {
+  const std::string longest(MDX_MATCH_MAX, 'm');
+  for (const char* match : {"", "+CSQ", longest.c_str()}) {
     mdx_options_t options = MDX_OPTIONS_INIT;
     options.match = match;
     mdx_result_t result = MDX_RESULT_INIT;

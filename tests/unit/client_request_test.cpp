@@ -176,5 +176,17 @@ TEST_F(ClientRequest, ARecordWithoutAnyNulIsBounded) {
   }
 }
 
+// The client library looks behind its pattern to tell a modem's "COMMAND NOT SUPPORT" from a refusal.
+TEST_F(ClientRequest, WhatStandsBehindAPatternComesBack) {
+  at_msg_t request = record({.text = "AT"});
+  std::memset(request.at_match_str, '~', sizeof(request.at_match_str));
+  request.at_match_str[0] = '\0';
+  fake::answer("AT", {{1, "COMMAND NOT SUPPORT\r\n"}});
+  serve(request);
+  ASSERT_EQ(fake::replies().size(), 1u);
+  EXPECT_EQ(fake::replies()[0].ret_val, 8);
+  EXPECT_EQ(fake::replies()[0].at_match_str[63], '~');
+}
+
 }  // namespace
 }  // namespace unit
