@@ -199,6 +199,13 @@ int mdx_begin_pdu(mdx_client_t* client, const char* head, const char* pdu,
   return error == MDX_OK ? begin(client, request) : error;
 }
 
+int mdx_begin_report(mdx_client_t* client, int32_t report, const mdx_options_t* options) {
+  request_t request;
+  if (client == nullptr) return MDX_ERR_ARGUMENT;
+  const int error = request_report(report, options, &request);
+  return error == MDX_OK ? begin(client, request) : error;
+}
+
 int mdx_finish(mdx_client_t* client, mdx_result_t* result) {
   if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
   if (client->task != gettid()) return MDX_ERR_THREAD;

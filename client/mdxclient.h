@@ -153,6 +153,9 @@ MDX_API int mdx_begin(mdx_client_t* client, const char* command, const mdx_optio
 MDX_API int mdx_begin_pdu(mdx_client_t* client, const char* head, const char* pdu,
                           const mdx_options_t* options);
 
+/** The same for a stored report, as mdx_get_report. */
+MDX_API int mdx_begin_report(mdx_client_t* client, int32_t report, const mdx_options_t* options);
+
 /** Fetches the answer to what was begun. Does not wait; may be called at any time.
  *
  * @return MDX_ERR_PENDING when it is not there yet; else the request is over, with what mdx_send
