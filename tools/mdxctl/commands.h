@@ -46,6 +46,9 @@ struct console_arguments_t {
 };
 int run_console(const console_arguments_t& arguments);
 
+/// Commands and reports at a prompt.
+int run_shell();
+
 struct stats_arguments_t {
   bool json = false;
   bool prometheus = false;
@@ -56,6 +59,9 @@ struct status_arguments_t {
   bool json = false;
 };
 int run_status(const status_arguments_t& arguments);
+
+/// The server at work on the whole screen.
+int run_top();
 
 struct watch_arguments_t {
   std::string service;             ///< empty for all, unless `module` is given

@@ -120,6 +120,13 @@ void add_console(CLI::App& app, console_arguments_t& arguments, int& code) {
       ->required();
 }
 
+void add_shell(CLI::App& app, int& code) {
+  add_command(app, "shell",
+              "A prompt for AT commands, with history and completion; what the device is told is "
+              "shown as it comes.\nLines with a PIN or password are not kept.",
+              [&] { code = run_shell(); });
+}
+
 void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
   CLI::App* stats =
       add_command(app, "stats", "Show what passed through the server and what it dropped.",
@@ -139,6 +146,14 @@ void add_status(CLI::App& app, status_arguments_t& arguments, int& code) {
       [&] { code = run_status(arguments); });
   status->add_flag("--json", arguments.json,
                    "one object: server, modem, queues, versions; null for what is not known");
+}
+
+void add_top(CLI::App& app, int& code) {
+  add_command(app, "top",
+              "Show the server at work on the whole screen, anew each second: state, commands and "
+              "their latency, queues, signal, the last report of each kind, receivers and what "
+              "they lost.\nq or Ctrl-C ends it.",
+              [&] { code = run_top(); });
 }
 
 void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
@@ -176,8 +191,10 @@ int main(int argc, char** argv) {
   add_sms(app, arguments.sms_send, code);
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
+  add_shell(app, code);
   add_stats(app, arguments.stats, code);
   add_status(app, arguments.status, code);
+  add_top(app, code);
   add_watch(app, arguments.watch, code);
   try {
     app.parse(argc, argv);

@@ -2,11 +2,8 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <ctime>
 #include <iostream>
 
 #include "client/mdxclient.h"
@@ -14,37 +11,19 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/polled_signals.h"
+#include "tools/mdxctl/time_text.h"
 
 namespace {
 
 constexpr int kLookForServerMs = 200;
 
-/// Ctrl-C as something to poll, so that no packet is cut by it.
-int stop_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  return signalfd(-1, &signals, SFD_CLOEXEC);
-}
-
-/// The time now, to milliseconds: of the day for people, in UTC with its date for programs.
-std::string time_text(bool json) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  tm parts{};
-  json ? gmtime_r(&now.tv_sec, &parts) : localtime_r(&now.tv_sec, &parts);
-  char text[40];
-  const size_t size = strftime(text, sizeof(text), json ? "%Y-%m-%dT%H:%M:%S" : "%H:%M:%S", &parts);
-  snprintf(text + size, sizeof(text) - size, ".%03ld%s", now.tv_nsec / 1000000, json ? "Z" : "");
-  return text;
-}
-
 class watcher_t {
  public:
   explicit watcher_t(const watch_arguments_t& arguments)
-      : arguments_(arguments), left_(arguments.count.value_or(0)), stop_fd_(stop_signals()) {}
+      : arguments_(arguments),
+        left_(arguments.count.value_or(0)),
+        stop_fd_(signals_to_poll({SIGINT, SIGTERM})) {}
   ~watcher_t() {
     mdx_unsubscribe(subscription_);
     close(stop_fd_);

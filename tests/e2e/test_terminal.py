@@ -1,0 +1,100 @@
+"""mdxctl shell and top on a terminal: keys go in through tmux, its screen is what is looked at."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import time
+import unittest
+
+from device import DeviceTest, wait_until
+
+
+@unittest.skipIf(shutil.which("tmux") is None, "tmux is missing: scripts/install-packages check")
+class Terminal(DeviceTest):
+    def setUp(self):
+        super().setUp()
+        os.environ.update(TERM="xterm-256color", LANG="C.UTF-8", HOME="/tmp", PS1="$ ")
+        os.environ.pop("XDG_STATE_HOME", None)
+        self.tmux("-f", "/dev/null", "new-session", "-d", "-x", "80", "-y", "24", "sh")
+
+    def tearDown(self):
+        self.tmux("kill-server")
+        super().tearDown()
+
+    @staticmethod
+    def tmux(*arguments):
+        return subprocess.run(("tmux", *arguments), capture_output=True, text=True, timeout=20).stdout
+
+    def screen(self):
+        return self.tmux("capture-pane", "-p")
+
+    def type(self, text, *keys):
+        self.tmux("send-keys", "-l", text)
+        for key in keys or ("Enter",):
+            self.tmux("send-keys", key)
+
+    def see(self, *texts, seconds=10):
+        try:
+            wait_until(lambda: all(text in self.screen() for text in texts), seconds, "")
+        except AssertionError:
+            self.fail(f"{texts} not on the screen:\n{self.screen()}")
+
+    def assert_terminal_is_as_before(self):
+        self.type("clear; stty -a | grep -o ' icanon' && stty -a | grep -o ' echo ' && echo so''und")
+        self.see("sound")
+
+    def test_shell(self):
+        self.start_device("--reports", "700")
+        self.type("mdxctl shell")
+        self.see("at>")
+        self.type("at+gc", "Tab", "Enter")
+        self.see("at> AT+GCAP", "+GCAP: ", "OK")
+        before = self.screen().count("EVT_AT_HCSQ")
+        self.type("half a line", "Left")
+        wait_until(lambda: self.screen().count("EVT_AT_HCSQ") > before, 10, "a report meanwhile")
+        self.assertEqual(self.screen().rstrip().splitlines()[-1], "at> half a line")
+        self.tmux("send-keys", "C-c")
+        self.type("reports off")
+        self.type('AT+CPIN="1234"')
+        self.see("CME ERROR")
+        self.type("AT+COPS=?")
+        time.sleep(0.3)
+        self.tmux("send-keys", "C-c")
+        self.see("given up")
+        self.type("", "Up")
+        self.see("at> AT+COPS=?")
+        self.tmux("send-keys", "C-u")
+        self.type("nonsense")
+        self.see("help shows")
+        self.type("", "C-d")
+        self.assert_terminal_is_as_before()
+        history = pathlib.Path("/tmp/.local/state/mdxctl/history").read_text().splitlines()
+        self.assertEqual(history, ["AT+GCAP", "reports off", "AT+COPS=?", "nonsense"])
+
+    def test_top(self):
+        self.start_device("--reports", "200")
+        self.type("mdxctl top")
+        self.see("modem open", "latency", "requests 0/10", "dBm", "EVT_AT_HCSQ", "q ends")
+        busy = self.start_client("at", "-", stdin="AT+CSQ\n" * 100000)
+        wait_until(lambda: re.search(r"commands +\d+ +[1-9]\d*\.\d/s", self.screen()), 10, "a rate")
+        busy.kill()
+        self.finish(busy)
+        self.see("RECEIVER", "  *   ")
+        for columns, lines in ((120, 40), (44, 12), (10, 2), (80, 24)):
+            self.tmux("resize-window", "-x", str(columns), "-y", str(lines))
+            end = "q ends" if lines >= 10 else "mdxctl top"
+            wait_until(lambda: end in self.screen().splitlines()[0 if lines < 10 else -1], 10,
+                       f"drawn in {columns}x{lines}")
+        self.stop(self.server)
+        self.server = None
+        self.see("no server is running")
+        self.start_server()
+        self.see("modem open")
+        self.type("q", "C-l")
+        self.assert_terminal_is_as_before()
+
+
+if __name__ == "__main__":
+    unittest.main()

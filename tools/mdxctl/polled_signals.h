@@ -1,0 +1,25 @@
+// Signals as something to poll, so that none of them cuts a line or a screen in two.
+#pragma once
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <initializer_list>
+
+/// Blocks the signals for good.
+/// @return a descriptor to read them from, or -1; the caller's
+inline int signals_to_poll(std::initializer_list<int> numbers) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : numbers) sigaddset(&signals, number);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+/// The next signal, 0 when there is none.
+inline int next_signal(int fd) {
+  signalfd_siginfo signal{};
+  return read(fd, &signal, sizeof(signal)) == sizeof(signal) ? static_cast<int>(signal.ssi_signo)
+                                                             : 0;
+}

@@ -1,0 +1,224 @@
+// mdxctl shell: commands typed by a person, their answers, and reports as they come.
+//
+// Keys, reports, answers and signals are waited for in one place. While a command is with the modem
+// the prompt is away, and Ctrl-C gives the command up. A server that dies is announced, and looked
+// for once a second.
+
+#include <poll.h>
+
+#include <chrono>
+#include <deque>
+#include <iostream>
+
+#include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/client_session.h"
+#include "tools/mdxctl/commands.h"
+#include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/polled_signals.h"
+#include "tools/mdxctl/shell_line.h"
+#include "tools/mdxctl/shell_prompt.h"
+#include "tools/mdxctl/time_text.h"
+
+namespace {
+
+constexpr int kLookForServerMs = 1000;
+
+/// Lines end in LF, the last one too, and nothing in them moves the terminal's cursor.
+std::string shown_lines(const std::string& text) {
+  std::string lines;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\r') continue;
+    lines += c == '\n' || c == '\t' || byte >= 0xa0 || (byte >= ' ' && byte < 0x7f) ? c : '?';
+  }
+  if (!lines.empty() && lines.back() != '\n') lines += '\n';
+  return lines;
+}
+
+class shell_t {
+ public:
+  explicit shell_t(mdx_client_t* client)
+      : client_(client),
+        signal_fd_(signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP})),
+        prompt_([this](const std::string& line) { run_line(line); }, [this] { done_ = true; }) {}
+  ~shell_t() {
+    mdx_unsubscribe(reports_);
+    close(signal_fd_);
+  }
+  shell_t(const shell_t&) = delete;
+  shell_t& operator=(const shell_t&) = delete;
+
+  void run() {
+    subscribe();
+    while (!done_) {
+      if (waiting_.empty()) prompt_.show();
+      wait();
+    }
+  }
+
+ private:
+  void wait() {
+    const bool look_for_server = reports_wanted_ && reports_ == nullptr;
+    pollfd fds[] = {{prompt_.shown() ? 0 : -1, POLLIN, 0},
+                    {signal_fd_, POLLIN, 0},
+                    {mdx_client_fd(client_), POLLIN, 0},
+                    {mdx_subscription_fd(reports_), POLLIN, 0}};
+    const int ready = poll(fds, std::size(fds), look_for_server ? kLookForServerMs : -1);
+    if (ready == 0) subscribe();
+    if (ready <= 0) return;
+    if (fds[1].revents != 0) take_signal(next_signal(signal_fd_));
+    if (fds[2].revents != 0) take_answer();
+    if (fds[3].revents != 0) take_report();
+    if (fds[0].revents != 0 && prompt_.shown()) prompt_.read_key();
+  }
+
+  void take_signal(int signal) {
+    switch (signal) {
+      case SIGINT:
+        return waiting_.empty() ? prompt_.clear_line() : give_up();
+      case SIGWINCH:
+        return prompt_.resize();
+      case SIGTSTP:
+        prompt_.hide();
+        raise(SIGSTOP);
+        return;
+      case SIGTERM:
+      case SIGHUP:
+        done_ = true;
+        return;
+      default:
+        return;
+    }
+  }
+
+  void run_line(const std::string& typed) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::seconds(1);
+    const shell_line_t line = parse_shell_line(typed, static_cast<uint8_t>(now));
+    switch (line.action) {
+      case SHELL_SEND:
+        waiting_.assign(line.requests.begin(), line.requests.end());
+        return send_next();
+      case SHELL_REPORTS_ON:
+        reports_wanted_ = true;
+        return subscribe();
+      case SHELL_REPORTS_OFF:
+        reports_wanted_ = false;
+        return unsubscribe();
+      case SHELL_HELP:
+        return prompt_.print(shell_help());
+      case SHELL_MISTAKE:
+        return prompt_.print(line.error + '\n');
+      case SHELL_QUIT:
+        done_ = true;
+        return;
+      case SHELL_NOTHING:
+        return;
+    }
+  }
+
+  // Commands
+
+  void send_next() {
+    const int error = begin(waiting_.front());
+    if (error != MDX_OK) fail(error);
+  }
+
+  int begin(const shell_request_t& request) {
+    mdx_options_t options = MDX_OPTIONS_INIT;
+    options.timeout_s = request.timeout_s;
+    if (request.command.empty()) return mdx_begin_report(client_, MDX_REPORT_RSSI, &options);
+    if (!request.pdu.empty()) {
+      return mdx_begin_pdu(client_, request.command.c_str(), request.pdu.c_str(), &options);
+    }
+    options.match = request.collection.match.c_str();
+    options.multi_line = request.collection.multi_line ? 1 : 0;
+    options.transparent = request.collection.transparent ? 1 : 0;
+    return mdx_begin(client_, request.command.c_str(), &options);
+  }
+
+  void take_answer() {
+    mdx_result_t result = MDX_RESULT_INIT;
+    const int error = mdx_finish(client_, &result);
+    if (error == MDX_ERR_PENDING) return;
+    if (error != MDX_OK) return fail(error);
+    const shell_request_t& request = waiting_.front();
+    prompt_.print(shown_lines(shown_text(result, request.collection)));
+    prompt_.print(result_line(result));
+    waiting_.pop_front();
+    if (exit_code_of_result(result) != EXIT_OK) waiting_.clear();
+    if (!waiting_.empty()) send_next();
+  }
+
+  static std::string result_line(const mdx_result_t& result) {
+    switch (exit_code_of_result(result)) {
+      case EXIT_REFUSED:
+        return "refused: the server could not write to the modem; check that it is plugged in\n";
+      case EXIT_NO_ANSWER:
+        return "no answer in time: check the modem, or try again\n";
+      default:
+        return std::string(mdx_result_name(result.ret_val)) + '\n';
+    }
+  }
+
+  void give_up() {
+    const bool never_run = mdx_cancel(client_) == MDX_OK;
+    waiting_.clear();
+    prompt_.print(never_run ? "\nnot run\n" : "\ngiven up; the modem may still be at it\n");
+  }
+
+  void fail(int error) {
+    waiting_.clear();
+    prompt_.print(error_text(error) + '\n');
+  }
+
+  // Reports
+
+  void subscribe() {
+    if (reports_ != nullptr || !reports_wanted_) return;
+    const int error = mdx_subscribe(&reports_, MDX_EVERYTHING, 0);
+    if (error == MDX_OK && server_lost_) prompt_.print("the server is back\n");
+    server_lost_ = error != MDX_OK;
+  }
+
+  void unsubscribe() {
+    mdx_unsubscribe(reports_);
+    reports_ = nullptr;
+  }
+
+  void take_report() {
+    mdx_packet_t packet = MDX_PACKET_INIT;
+    const int error = mdx_next_packet(reports_, 0, &packet);
+    if (error == MDX_ERR_TIMEOUT) return;
+    if (error == MDX_OK) return prompt_.print(time_text(false) + ' ' + packet_line(packet) + '\n');
+    unsubscribe();
+    server_lost_ = true;
+    prompt_.print("the server is gone; start it again with \"systemctl start mdxgate\"\n");
+  }
+
+  mdx_client_t* client_;
+  int signal_fd_;
+  mdx_subscription_t* reports_ = nullptr;
+  bool reports_wanted_ = true;
+  bool server_lost_ = false;
+  bool done_ = false;
+  std::deque<shell_request_t> waiting_;  ///< the first is with the server
+  shell_prompt_t prompt_;
+};
+
+}  // namespace
+
+int run_shell() {
+  if (isatty(0) == 0 || isatty(1) == 0) {
+    std::cerr << "mdxctl: the shell needs a terminal; for a script use: mdxctl at -" << std::endl;
+    return EXIT_USAGE;
+  }
+  const client_session_t session;
+  if (session.error() != MDX_OK) {
+    std::cerr << "mdxctl: " << error_text(session.error()) << std::endl;
+    return exit_code_of_error(session.error());
+  }
+  std::cout << "AT commands go to the modem; help shows what else there is." << std::endl;
+  shell_t(session.client()).run();
+  return EXIT_OK;
+}
