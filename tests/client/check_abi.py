@@ -1,6 +1,6 @@
 """The shared library exports what its header declares and nothing else, under its name.
 
-    check_abi.py HEADER LIBRARY SONAME
+    check_abi.py NM HEADER LIBRARY SONAME
 """
 
 import pathlib
@@ -8,7 +8,7 @@ import re
 import subprocess
 import sys
 
-header, library, soname = sys.argv[1:]
+nm, header, library, soname = sys.argv[1:]
 
 
 def run(*command):
@@ -17,7 +17,7 @@ def run(*command):
 
 declared = set(re.findall(r"^MDX_API [^;]*?(\w+)\(", pathlib.Path(header).read_text(), re.M))
 # Sanitizers add names of their own, which begin with two underscores.
-exported = {name for name in re.findall(r" (\w+)$", run("nm", "-D", "--defined-only", library), re.M)
+exported = {name for name in re.findall(r" (\w+)$", run(nm, "-D", "--defined-only", library), re.M)
             if not name.startswith("__")}
 names = re.findall(r"\(SONAME\).*\[(.*)\]", run("readelf", "-d", library))
 if not declared or exported != declared or names != [soname]:
