@@ -1,10 +1,10 @@
 // The channel to the modem: a device that comes and goes, one thread that reads it, sends from
 // others.
 //
-// The delivery thread alone opens, reads and closes the device once the channel is up. What it
-// reads goes through the assembler to the server's callback. A refused delivery stops the reading,
-// so that the device's own flow control holds the modem back. The first open alone is the binding
-// caller's.
+// The delivery thread alone opens, reads and closes the device: a right that only the binding
+// caller has would open a device that could not be opened again. What the thread reads goes through
+// the assembler to the server's callback. A refused delivery stops the reading, so that the
+// device's own flow control holds the modem back.
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -46,8 +46,11 @@ struct channel_t {
   modem_device_t device;  ///< changed by the delivery thread alone, under the lock
   std::atomic<bool> bound{false};
   bool has_thread = false;
-  int open_error = 0;  ///< why the last attempt to bind failed, to say each reason once
-  int wake = -1;       ///< eventfd; set before the thread starts, as are the next three
+  pthread_cond_t tried = PTHREAD_COND_INITIALIZER;
+  bool has_tried = false;  ///< to open the device since the binding began
+  int open_error = 0;      ///< how that went
+  int told_error = 0;      ///< why the last attempt to bind failed, to say each reason once
+  int wake = -1;           ///< eventfd; set before the thread starts, as are the next three
   int32_t number = 0;
   mdx_receive_function_t receive = nullptr;
   char path[sizeof(kMdxChannelPrefix) + 11] = {};
@@ -66,6 +69,7 @@ struct reader_t {
   uint64_t looked_at =
       0;  ///< when the device was last asked for bytes: silence is known up to here
   uint64_t reopen_at = 0;
+  bool was_open = false;
   uint32_t echoes = 0;  ///< what the assembler's tallies were when they were last counted
   uint32_t cuts = 0;
 };
@@ -129,16 +133,24 @@ void lose_device() {
   MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is gone\n", channel.path);
 }
 
-void reopen_device() {
+void open_device() {
   const modem_device_t device = modem_device_open(channel.path);
-  if (device.fd < 0) {
-    reader.reopen_at = monotonic_ms() + kReopenMs;
-    return;
-  }
+  const int error = device.fd < 0 ? errno : 0;
+  reader.reopen_at = monotonic_ms() + kReopenMs;
   lock_guard guard(channel.binding_lock);
   channel.device = device;
-  counter_add(COUNT_CHANNEL_REOPENED);
-  MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is back\n", channel.path);
+  channel.open_error = error;
+  channel.has_tried = true;
+  pthread_cond_signal(&channel.tried);
+  if (error != 0) return;
+  if (reader.was_open) {
+    counter_add(COUNT_CHANNEL_REOPENED);
+    MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is back\n", channel.path);
+  } else {
+    counter_add(COUNT_CHANNEL_OPENED);
+    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is open\n", channel.path);
+  }
+  reader.was_open = true;
 }
 
 /// The binding has ended: the device is left to others, and what was not handed over is forgotten.
@@ -199,9 +211,7 @@ void serve_deliveries() {
       rest();
     } else {
       hand_over();
-      if (channel.device.fd < 0 && !reader.refused && monotonic_ms() >= reader.reopen_at) {
-        reopen_device();
-      }
+      if (channel.device.fd < 0 && monotonic_ms() >= reader.reopen_at) open_device();
     }
     wait_and_read();
   }
@@ -234,32 +244,31 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   return 0;
 }
 
-/// The first opening of the device, and the thread's start.
-/// @return 0 when the channel is up, else an errno value
-int bring_up(int32_t number, mdx_receive_function_t receive) {
+/// @return 0, else an errno value
+int start_thread(int32_t number, mdx_receive_function_t receive) {
   std::snprintf(channel.path, sizeof(channel.path), "%s%d", kMdxChannelPrefix, number);
   if (channel.wake < 0) channel.wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (channel.wake < 0) return errno;
-  channel.device = modem_device_open(channel.path);
-  if (channel.device.fd < 0) return errno;
   channel.number = number;
   channel.receive = receive;
-  channel.bound = true;
   channel.has_thread = MDX_pthread_create(0, 0, 0, serve_deliveries, 0) != 0;
-  if (channel.has_thread) return 0;
-  channel.bound = false;
-  modem_device_close(channel.device);
-  channel.device = {};
-  return EAGAIN;
+  return channel.has_thread ? 0 : EAGAIN;
 }
 
-/// Binds again after the binding has ended: the thread opens the device.
+/// Has the thread open the device, and waits until it has tried once.
 /// @return 0 when the channel is up, else an errno value
-int bind_again(int32_t number, mdx_receive_function_t receive) {
+int begin_binding(int32_t number, mdx_receive_function_t receive) {
+  const int error = channel.has_thread ? 0 : start_thread(number, receive);
+  if (error != 0) return error;
   if (number != channel.number || receive != channel.receive) return EBUSY;
   if (!channel.bound && channel.device.fd >= 0) return EBUSY;  // not given up yet
-  if (!channel.bound.exchange(true)) wake_thread();
-  return channel.device.fd >= 0 ? 0 : ENODEV;
+  if (!channel.bound) {
+    channel.has_tried = false;
+    channel.bound = true;
+    wake_thread();
+  }
+  while (!channel.has_tried) pthread_cond_wait(&channel.tried, &channel.binding_lock);
+  return channel.device.fd >= 0 ? 0 : channel.open_error;
 }
 
 }  // namespace
@@ -271,19 +280,14 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
     return -1;
   }
   lock_guard guard(channel.binding_lock);
-  const bool first = !channel.has_thread;
-  const int error = first ? bring_up(number, receive) : bind_again(number, receive);
+  const int error = begin_binding(number, receive);
   if (error != 0) {
-    if (error != channel.open_error) {
+    if (error != channel.told_error) {
       MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s%d is not there yet: %s\n", kMdxChannelPrefix,
                 number, strerror(error));
     }
-    channel.open_error = error;
+    channel.told_error = error;
     return -1;
-  }
-  if (first) {
-    counter_add(COUNT_CHANNEL_OPENED);
-    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is open\n", channel.path);
   }
   *send = send_to_channel;
   return 0;
