@@ -32,6 +32,13 @@ constexpr char kEventName[] = "event.";
 constexpr char kLinkName[] = "queue.2";
 
 constinit std::atomic_flag claimed = ATOMIC_FLAG_INIT;
+constinit int lock = -1;
+constinit struct stat own_directory {};     ///< as it was claimed
+constinit const char* complaint = nullptr;  ///< why it could not be made again, said once
+
+/// Why the directory is not to be had; errno tells more where it is not 0.
+using refusal_t = const char*;
+constexpr refusal_t kGranted = nullptr;
 
 [[noreturn]] void refuse(const char* what, int error) {
   dprintf(STDERR_FILENO, "mdxgate: %s%s%s\n", what, error != 0 ? ": " : "",
@@ -48,32 +55,38 @@ void occupy_standard_files() {
   if (fd > STDERR_FILENO) close(fd);
 }
 
-int open_directory() {
-  if (mkdir(kMdxDirectory, 0700) != 0 && errno != EEXIST)
-    refuse("cannot make /var/run/mdxgate", errno);
-  const int directory = open(kMdxDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (directory < 0) refuse("cannot open /var/run/mdxgate as a directory", errno);
-
-  struct stat status {};
-  if (fstat(directory, &status) != 0) refuse("cannot look at /var/run/mdxgate", errno);
-  const bool is_safe_of_root = status.st_uid == 0 && (status.st_mode & S_IWOTH) == 0;
-  if (status.st_uid != geteuid() && !is_safe_of_root)
-    refuse("/var/run/mdxgate belongs to somebody else; remove it", 0);
-  return directory;
+refusal_t refuse_with(int error, refusal_t why) {
+  errno = error;
+  return why;
 }
 
-void take_lock(int directory) {
-  const int lock =
-      openat(directory, kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
-  if (lock < 0)
-    refuse("cannot open /var/run/mdxgate/lock (does another user's server run?)", errno);
+refusal_t open_directory(int* directory) {
+  if (mkdir(kMdxDirectory, 0700) != 0 && errno != EEXIST) return "cannot make /var/run/mdxgate";
+  *directory = open(kMdxDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (*directory < 0) return "cannot open /var/run/mdxgate as a directory";
+
+  struct stat status {};
+  if (fstat(*directory, &status) != 0) return "cannot look at /var/run/mdxgate";
+  const bool is_safe_of_root = status.st_uid == 0 && (status.st_mode & S_IWOTH) == 0;
+  if (status.st_uid != geteuid() && !is_safe_of_root)
+    return refuse_with(0, "/var/run/mdxgate belongs to somebody else; remove it");
+  own_directory = status;
+  return kGranted;
+}
+
+refusal_t take_lock(int directory) {
+  if (lock >= 0) close(lock);
+  lock = openat(directory, kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+  if (lock < 0) return "cannot open /var/run/mdxgate/lock (does another user's server run?)";
   struct stat status {};
   if (fstat(lock, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
       status.st_nlink != 1)
-    refuse("/var/run/mdxgate/lock is not the lock of a server; remove it", 0);
+    return refuse_with(0, "/var/run/mdxgate/lock is not the lock of a server; remove it");
   if (flock(lock, LOCK_EX | LOCK_NB) != 0)
-    refuse("another server runs on this machine; this one ends", errno == EWOULDBLOCK ? 0 : errno);
+    return refuse_with(errno == EWOULDBLOCK ? 0 : errno,
+                       "another server runs on this machine; this one ends");
   fchmod(lock, 0600);
+  return kGranted;
 }
 
 void set_directory_rights(int directory) {
@@ -93,7 +106,7 @@ bool is_dead_event_set(const char* name) {
   snprintf(path, sizeof(path), "%s/%s", kMdxDirectory, name);
   const int fd = event_fifo_open(path);
   if (fd >= 0) close(fd);
-  return fd < 0 && (errno == ENXIO || errno == EINVAL || errno == ELOOP);
+  return fd < 0 && (errno == ENXIO || errno == EINVAL || errno == ELOOP || errno == EISDIR);
 }
 
 bool is_leftover(const char* name) {
@@ -101,15 +114,40 @@ bool is_leftover(const char* name) {
          strncmp(name, kLinkName, strlen(kLinkName)) == 0 || is_dead_event_set(name);
 }
 
+/// Removes what bears a name that is the server's. A directory that is not empty is only moved out
+/// of the way. @return whether the name is free
+bool free_name(int directory, const char* name) {
+  if (unlinkat(directory, name, 0) == 0) return true;
+  if (unlinkat(directory, name, AT_REMOVEDIR) == 0) return true;
+  char aside[sizeof("refused.") + sizeof(dirent::d_name)];
+  snprintf(aside, sizeof(aside), "refused.%s", name);
+  return renameat(directory, name, directory, aside) == 0;
+}
+
 void remove_leftovers(int directory) {
   DIR* entries = fdopendir(directory);
   if (entries == nullptr) return;
   while (const dirent* entry = readdir(entries)) {
-    if (is_leftover(entry->d_name) && unlinkat(directory, entry->d_name, 0) != 0)
+    if (is_leftover(entry->d_name) && !free_name(directory, entry->d_name))
       MDX_TRACE("platform", MDX_TRACE_MISSING, "%s/%s stays from an earlier run: %s\n",
                 kMdxDirectory, entry->d_name, strerror(errno));
   }
   closedir(entries);
+}
+
+refusal_t make_directory_ours() {
+  int directory = -1;
+  refusal_t why = open_directory(&directory);
+  if (why == kGranted) why = take_lock(directory);
+  const int error = errno;
+  if (why == kGranted) {
+    set_directory_rights(directory);
+    remove_leftovers(directory);
+  } else if (directory >= 0) {
+    close(directory);
+  }
+  errno = error;
+  return why;
 }
 
 }  // namespace
@@ -119,8 +157,21 @@ void claim_machine() {
   occupy_standard_files();
   signal(SIGPIPE, SIG_IGN);
   privileges_forbid_gain();
-  const int directory = open_directory();
-  take_lock(directory);
-  set_directory_rights(directory);
-  remove_leftovers(directory);
+  const refusal_t why = make_directory_ours();
+  if (why != kGranted) refuse(why, errno);
+}
+
+bool directory_restore() {
+  struct stat status {};
+  if (lstat(kMdxDirectory, &status) == 0 && status.st_ino == own_directory.st_ino &&
+      status.st_dev == own_directory.st_dev)
+    return true;
+  const refusal_t why = make_directory_ours();
+  if (why != complaint && why != kGranted)
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n",
+              kMdxDirectory, why, strerror(errno));
+  complaint = why;
+  if (why != kGranted) return false;
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxDirectory);
+  return true;
 }

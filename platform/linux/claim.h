@@ -9,3 +9,8 @@
 /// to be trusted, it says so on standard error and ends the process with exit code 1, with nothing
 /// touched.
 void claim_machine();
+
+/// Makes the directory again, should somebody have removed it, and takes its lock. What else was in
+/// it is for others to make again.
+/// @return whether it is there
+bool directory_restore();

@@ -22,6 +22,7 @@
 
 #include "platform/linux/border.h"
 #include "platform/linux/claim.h"
+#include "platform/linux/console.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/local_socket.h"
@@ -64,7 +65,7 @@ constinit thread_local int client = -1;
 constinit thread_local bool client_lost = false;
 constinit thread_local const char* argument = nullptr;
 
-int listener = -1;
+std::atomic<int> listener{-1};
 int64_t started_at = 0;  ///< monotonic_seconds
 
 int64_t monotonic_seconds() {
@@ -231,6 +232,17 @@ void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* command
   }
   claim_machine();
   start_console();
+}
+
+void console_restore() {
+  const int old = listener.load();
+  if (old < 0 || access(kMdxConsolePath, F_OK) == 0) return;
+  const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
+  if (fresh < 0) return;
+  listener.store(fresh);
+  shutdown(old, SHUT_RDWR);  // ends an accept that waits in it
+  close(old);
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxConsolePath);
 }
 
 void KRP_Debug_Print(const char* format, ...) {

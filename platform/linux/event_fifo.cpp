@@ -17,6 +17,7 @@ namespace {
 
 constexpr size_t kRaisesAtOnce = 256;
 constexpr size_t kSmallestPipe = 4096;
+constexpr size_t kLargestPipe = 1024 * 1024;
 constexpr uint32_t kAllBits = 0xffffffff;
 
 /// Keeps SIGPIPE from the calling thread for the length of a write, and takes back one the write
@@ -59,12 +60,12 @@ void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]) {
   std::snprintf(path, sizeof(path), "%s%d", kMdxEventPrefix, task_id);
 }
 
-int event_fifo_create(const char* path) {
+int event_fifo_create(const char* path, mode_t mode) {
   if (unlink(path) != 0 && errno != ENOENT) return -1;
   if (mkfifo(path, 0600) != 0) return -1;
   // Open for writing as well, so that the last raiser's close is no end of file.
   const int fd = fifo_only(open(path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-  if (fd >= 0) fchmod(fd, 0660);  // the umask is the process's, and its threads share it
+  if (fd >= 0) fchmod(fd, mode);  // the umask is the process's, and its threads share it
   return fd;
 }
 
@@ -87,7 +88,7 @@ uint32_t event_fifo_take(int fd) {
   uint32_t raises[kRaisesAtOnce];
   uint32_t bits = 0;
   size_t total = 0;
-  for (;;) {
+  while (total < kLargestPipe) {
     const ssize_t size = read(fd, raises, sizeof(raises));
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) return bits;
@@ -99,4 +100,5 @@ uint32_t event_fifo_take(int fd) {
     for (size_t i = 0; i < count; ++i) bits |= raises[i];
     if (static_cast<size_t>(size) < sizeof(raises)) return bits;
   }
+  return bits;
 }

@@ -4,19 +4,26 @@
 // the client library, which raises at the server. A FIFO without a reader belongs to a dead task.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 
 /// Room for the path of any task's FIFO, its NUL included.
 constexpr size_t kEventPathSize = 48;
 
+constexpr mode_t kEventSharedMode = 0660;
+/// Nobody of the group can read another's raises away.
+constexpr mode_t kEventOwnMode = 0620;
+
 /// Writes the path of a task's FIFO to `path`.
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]);
 
 /// Makes a FIFO anew and opens it for reading, non-blocking; it never reports end of file. A FIFO
-/// that an earlier task of that number left behind is replaced.
+/// that an earlier task of that number left behind is replaced. Its group may raise; it may also
+/// read with kEventSharedMode, which serves a client whose number another user's task had before.
 /// @return a descriptor, or -1 with errno
-int event_fifo_create(const char* path);
+int event_fifo_create(const char* path, mode_t mode = kEventSharedMode);
 
 /// Opens a FIFO for raising. A symbolic link or anything that is no FIFO is refused with EINVAL.
 /// @return a descriptor, which polls as POLLERR as soon as the task has died; or -1 with errno:
@@ -27,7 +34,8 @@ int event_fifo_open(const char* path);
 /// @return 0; EAGAIN when the pipe is full, EPIPE when the task has died (no SIGPIPE comes)
 int event_fifo_raise(int fd, uint32_t bits);
 
-/// Takes all raises waiting in the pipe, without waiting for one.
+/// Takes all raises waiting in the pipe, without waiting for one; of one who writes without pause,
+/// a pipe's full.
 /// @return the bits, 0 when there was none; all 32 when the pipe may have been full or held
 ///         something else than raises, since any raise may have been lost in it then
 uint32_t event_fifo_take(int fd);

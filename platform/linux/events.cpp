@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -60,7 +61,7 @@ event_set_t* find_set(int32_t task_id) {
 void open_set(event_set_t& set, int32_t task_id) {
   char path[kEventPathSize];
   event_fifo_path(task_id, path);
-  set.wait_fd = set.wake_fd = event_fifo_create(path);
+  set.wait_fd = set.wake_fd = event_fifo_create(path, kEventOwnMode);
   set.is_public = set.wait_fd >= 0;
   if (set.is_public) return;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "no client can wake this task, %s: %s\n", path,
@@ -69,6 +70,24 @@ void open_set(event_set_t& set, int32_t task_id) {
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return;
   set.wait_fd = ends[0];
   set.wake_fd = ends[1];
+}
+
+/// Puts a new FIFO behind the set's descriptor. A sleeper is woken in the old one, and goes on in
+/// the new one.
+void restore_fifo(const event_set_t& set, int32_t task_id) {
+  char path[kEventPathSize];
+  struct stat status {};
+  event_fifo_path(task_id, path);
+  if (lstat(path, &status) == 0) return;
+  const int fresh = event_fifo_create(path, kEventOwnMode);
+  if (fresh < 0) return;
+  const int old = fcntl(set.wait_fd, F_DUPFD_CLOEXEC, 0);
+  dup3(fresh, set.wait_fd, O_CLOEXEC);
+  event_fifo_raise(fresh, kLookAgain);
+  close(fresh);
+  if (old >= 0) event_fifo_raise(old, kLookAgain);
+  if (old >= 0) close(old);
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", path);
 }
 
 /// Moves what other processes raised to the bits in memory.
@@ -128,6 +147,13 @@ bool raise_other_process(int32_t task_id, uint32_t bits) {
 }
 
 }  // namespace
+
+void event_fifos_restore() {
+  for (event_set_t& set : event_sets) {
+    const int32_t task_id = set.task_id.load(std::memory_order_acquire);
+    if (task_id > 0 && set.is_public) restore_fifo(set, task_id);
+  }
+}
 
 bool event_set_is_public() { return own_set != nullptr && own_set->is_public; }
 

@@ -12,13 +12,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 
 #include "platform/linux/border.h"
+#include "platform/linux/claim.h"
+#include "platform/linux/console.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/events.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -26,6 +31,7 @@ namespace {
 constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr uint32_t kAcceptNapMs = 100;
+constexpr int kWatchMs = 2000;
 constexpr uint32_t kUninstall = 0x8805;
 constexpr char kVoiceService[] = "voice";
 constexpr char kEverything[] = "*";
@@ -49,7 +55,7 @@ struct packet_t {
   char payload[kMaxPayload];
 };
 
-constinit int listener = -1;
+constinit std::atomic<int> listener{-1};
 constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
 constinit receiver_t receivers[kMaxReceivers];
@@ -188,11 +194,32 @@ bool dispatch_once() {
     waiting_for[count] = &receiver;
     waiting[count++] = {receiver.fd, POLLIN, 0};
   }
-  if (poll(waiting, count, -1) < 0) return errno == EINTR;
+  if (poll(waiting, count, kWatchMs) < 0) return errno == EINTR;
   for (nfds_t i = 1; i < count; ++i)
     if (waiting[i].revents != 0) take_packet(*waiting_for[i]);
   if ((waiting[0].revents & POLLIN) != 0) accept_receiver();
   return (waiting[0].revents & (POLLERR | POLLNVAL)) == 0;
+}
+
+void restore_hub() {
+  if (access(kMdxHubPath, F_OK) == 0) return;
+  const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
+  if (fresh < 0) return;
+  close(listener.exchange(fresh));
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
+}
+
+/// What clients find the server by is looked after from here: this thread never waits for long.
+void watch_border() {
+  static constinit uint32_t looked_at = 0;
+  const uint32_t now = MDX_elapse();
+  if (now - looked_at < static_cast<uint32_t>(kWatchMs)) return;
+  looked_at = now;
+  if (!directory_restore()) return;
+  restore_hub();
+  console_restore();
+  event_fifos_restore();
+  record_queues_restore();
 }
 
 }  // namespace
@@ -232,8 +259,7 @@ void KRP_MSG_DefaultMsgProc(const void* packet) {
 
 void KRP_UTIL_SockBaseStart(int32_t) {
   if (listener < 0) return;
-  while (dispatch_once()) {
-  }
+  while (dispatch_once()) watch_border();
 }
 
 int32_t KRP_MSG_SendMsgData(const char* service, uint32_t type, const void* data, uint32_t length) {

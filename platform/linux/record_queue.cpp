@@ -9,6 +9,7 @@
 #include <sys/msg.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include "platform/linux/events.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/nas_queue.h"
+#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -46,7 +48,15 @@ struct answer_t {
   uint32_t put_at;
 };
 
-constinit int32_t response_queue = -1;
+/// A queue keeps the id that it was created with, whatever the kernel calls it now.
+struct border_queue_t {
+  std::atomic<int32_t> id{-1};
+  std::atomic<int32_t> kernel_id{-1};
+  std::atomic<int32_t> bytes{0};
+};
+
+constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
+constinit std::atomic<int32_t> serving_task{0};
 constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
@@ -102,12 +112,51 @@ bool set_up_queue(int32_t id, int32_t bytes) {
 void link_server() {
   char target[kEventPathSize];
   char fresh[sizeof(kMdxServerLink) + sizeof(".new")];
-  event_fifo_path(MDX_task_getid(), target);
+  event_fifo_path(serving_task, target);
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
-  if (event_set_is_public() && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
+  if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
     return;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "clients cannot find the server: %s\n", strerror(errno));
+}
+
+int32_t kernel_id_of(int32_t id) {
+  for (const border_queue_t& queue : border_queues)
+    if (id >= 0 && queue.id == id) return queue.kernel_id;
+  return id;
+}
+
+bool is_response_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxResponseQueue].id; }
+
+/// @return the new queue's id, or -1 with errno
+int32_t make_queue(int32_t number, int32_t bytes) {
+  const int32_t id = msgget(kMdxQueueKey + number, IPC_CREAT | IPC_EXCL | 0600);
+  if (id < 0 || set_up_queue(id, bytes)) return id;
+  const int error = errno;
+  msgctl(id, IPC_RMID, nullptr);
+  errno = error;
+  return -1;
+}
+
+/// Who may remove queues may also have put another in the place.
+void restore_queue(int32_t number) {
+  border_queue_t& queue = border_queues[number];
+  msqid_ds status{};
+  if (queue.id < 0 || msgctl(queue.kernel_id, IPC_STAT, &status) == 0) return;
+  if (errno != EINVAL && errno != EIDRM) return;
+  int32_t id = make_queue(number, queue.bytes);
+  if (id < 0 && errno == EEXIST) {
+    msgctl(msgget(kMdxQueueKey + number, 0), IPC_RMID, nullptr);
+    id = make_queue(number, queue.bytes);
+  }
+  if (id < 0) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
+              number, strerror(errno));
+    return;
+  }
+  queue.kernel_id = id;
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
+            number);
 }
 
 void remember_put(int32_t type, uint32_t at) {
@@ -256,34 +305,48 @@ int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size) {
               size);
     return -1;
   }
-  const int32_t id = msgget(kMdxQueueKey + number, IPC_CREAT | IPC_EXCL | 0600);
-  if (id < 0 || !set_up_queue(id, depth * size)) {
+  const int32_t id = make_queue(number, depth * size);
+  if (id < 0) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(errno));
-    MDX_msgQex_delete(id);
     return -1;
   }
-  if (number == kMdxRequestQueue) link_server();
-  if (number == kMdxResponseQueue) response_queue = id;
+  border_queues[number].bytes = depth * size;
+  border_queues[number].kernel_id = id;
+  border_queues[number].id = id;
+  if (number != kMdxRequestQueue) return id;
+  if (event_set_is_public()) serving_task = MDX_task_getid();
+  link_server();
   return id;
 }
 
 void MDX_msgQex_delete(int32_t id) {
   if (id < 0) return;
-  if (msgctl(id, IPC_RMID, nullptr) != 0)
+  if (msgctl(kernel_id_of(id), IPC_RMID, nullptr) != 0)
     MDX_TRACE("platform", MDX_TRACE_MISSING, "queue is not deleted: %s\n", strerror(errno));
-  if (id == response_queue) response_queue = -1;
+  for (border_queue_t& queue : border_queues)
+    if (queue.id == id) queue.id = -1;
+}
+
+void record_queues_restore() {
+  restore_queue(kMdxResponseQueue);
+  restore_queue(kMdxRequestQueue);
+  const int32_t requests = border_queues[kMdxRequestQueue].id;
+  if (requests < 0 || serving_task == 0) return;
+  if (access(kMdxServerLink, F_OK) != 0) link_server();
+  if (MDX_msgQex_num(requests) > 0) MDX_event_send(serving_task, kMdxEventRequest);
 }
 
 int32_t MDX_msgQex_num(int32_t id) {
   msqid_ds status{};
-  if (id < 0 || msgctl(id, IPC_STAT, &status) != 0) return 0;
+  if (id < 0 || msgctl(kernel_id_of(id), IPC_STAT, &status) != 0) return 0;
   return static_cast<int32_t>(status.msg_qnum);
 }
 
 int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode) {
   if (record == nullptr || type < 0) return fail(retcode, EINVAL);
   record_message_t message;
-  const ssize_t size = msgrcv(id, &message, sizeof(message.record), type, IPC_NOWAIT | MSG_NOERROR);
+  const ssize_t size =
+      msgrcv(kernel_id_of(id), &message, sizeof(message.record), type, IPC_NOWAIT | MSG_NOERROR);
   if (size < 0) return fail(retcode, errno);
   if (size != static_cast<ssize_t>(kMdxRecordSize)) {
     MDX_DROP(COUNT_REQUESTS_MISSIZED, MDX_TRACE_ERROR, "message of %s%zd bytes dropped\n",
@@ -303,8 +366,9 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   memcpy(message.record, record, kMdxRecordSize);
   message.type = type > 0 ? type : kMdxOddMessageType;
 
-  const bool is_answer = id == response_queue;
-  if (!(is_answer ? put_answer(id, message) : put_message(id, message))) {
+  const bool is_answer = is_response_queue(id);
+  const int32_t kernel_id = kernel_id_of(id);
+  if (!(is_answer ? put_answer(kernel_id, message) : put_message(kernel_id, message))) {
     const int error = errno;
     if (is_answer) counter_add(COUNT_ANSWERS_REFUSED);
     return fail(retcode, error);

@@ -1,0 +1,5 @@
+// The debug console, beyond what mdx_platform.h says.
+#pragma once
+
+/// Makes the console's socket again, should somebody have removed it. Any thread but the console's.
+void console_restore();
