@@ -9,7 +9,10 @@ import fcntl
 import json
 import os
 import pathlib
+import re
+import select
 import signal
+import socket
 import struct
 import subprocess
 import tempfile
@@ -87,6 +90,25 @@ def record(text=b"", msg_type=0, req_type=0, rep_type=0, seq=0, multi_line=0, ti
                        timeout, match, command, 0, 0)
 
 
+class SystemLog(threading.Thread):
+    """Stands where the system's log would, and keeps what is written to it."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.lines = []
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
+        self.socket.bind("/dev/log")
+        self.start()
+
+    def run(self):
+        while True:
+            self.lines.append(self.socket.recv(4096).decode(errors="replace"))
+
+    def has(self, pattern):
+        return any(re.search(pattern, line) for line in list(self.lines))
+
+
 class ScriptedModem(threading.Thread):
     """A modem on a pseudo terminal that answers each line as `answer(line)` says.
 
@@ -97,19 +119,33 @@ class ScriptedModem(threading.Thread):
         super().__init__(daemon=True)
         self.answer = answer
         self.heard = []
+        self.reading = True
         self.master, self.slave = os.openpty()
         tty.setraw(self.slave, termios.TCSANOW)
+        CHANNEL.unlink(missing_ok=True)
         CHANNEL.symlink_to(os.ttyname(self.slave))
         self.start()
 
     def run(self):
         pending = b""
-        while True:
+        while self.master >= 0:
+            if not self.reading or not select.select([self.master], [], [], 0.1)[0]:
+                time.sleep(0.001)
+                continue
             pending += os.read(self.master, 4096)
             *lines, pending = pending.split(b"\r")
             for line in lines:
                 self.heard.append(line)
                 os.write(self.master, self.answer(line))
+
+    def say(self, text):
+        while text:
+            text = text[os.write(self.master, text):]
+
+    def unplug(self):
+        master, self.master = self.master, -1
+        self.join()
+        os.close(master)
 
 
 class DeviceTest(unittest.TestCase):
@@ -191,6 +227,22 @@ class DeviceTest(unittest.TestCase):
         self.start_server()
 
     # Clients
+
+    def console(self, *words):
+        return self.ctl("console", *words)[1]
+
+    def start_watch(self, module, count):
+        """A watcher that is subscribed when this returns, and ends after so many packets."""
+        def connected():
+            return int(re.search(r"receivers_connected (\d+)", self.console("platform", "stats"))[1])
+        before = connected()
+        watch = self.start_client("watch", "--json", "--module", str(module), "--count", str(count))
+        wait_until(lambda: connected() > before, 5, "the watcher is connected")
+        return watch
+
+    def watched_values(self, watch, seconds=60):
+        out = self.finish(watch, seconds)[1]
+        return [json.loads(line)["fields"]["value"] for line in out.splitlines()]
 
     @staticmethod
     def start_client(*arguments, stdin=""):

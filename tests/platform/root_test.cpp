@@ -1,11 +1,15 @@
 // Giving up root for real: needs root, and a view of the machine of its own with a user `mdxgate`
 // in it. Where either is not to be had, as in a box, the tests are skipped.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/msg.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -146,6 +150,135 @@ int let_all_uninstall() {
   return 0;
 }
 
+/// Becomes another user of the machine; a member has the server's group.
+bool become(uid_t user, gid_t group) {
+  return setgroups(0, nullptr) == 0 && setresgid(group, group, group) == 0 &&
+         setresuid(user, user, user) == 0;
+}
+
+bool opens(const std::string& path, int flags) {
+  const int fd = open(path.c_str(), flags | O_NONBLOCK);
+  if (fd >= 0) close(fd);
+  return fd >= 0;
+}
+
+bool connects(const char* path, int type) {
+  const int fd = connect_to(path, type);
+  if (fd >= 0) close(fd);
+  return fd >= 0;
+}
+
+bool reaches_queue(int32_t number, int access) {
+  return msgget(kMdxQueueKey + number, access) >= 0;
+}
+
+pid_t tried_task = 0;
+
+std::string own_fifo() { return kMdxEventPrefix + std::to_string(tried_task); }
+
+// The table of docs/security.md.
+// clang-format off
+const struct {
+  const char* what;
+  bool (*tried)();
+  bool root, server, member, outsider;
+} kRights[] = {
+    {"queue a command",      [] { return reaches_queue(kMdxRequestQueue, 0200); },      true, true,  true,  false},
+    {"take an answer",       [] { return reaches_queue(kMdxResponseQueue, 0400); },     true, true,  true,  false},
+    {"wake the server",      [] { return opens(own_fifo(), O_WRONLY); },                true, true,  true,  false},
+    {"read its wake-ups",    [] { return opens(own_fifo(), O_RDONLY); },                true, false, false, false},
+    {"listen on the hub",    [] { return connects(kMdxHubPath, SOCK_SEQPACKET); },      true, true,  true,  false},
+    {"open the console",     [] { return connects(kMdxConsolePath, SOCK_STREAM); },     true, false, false, false},
+    {"look around",          [] { return opens(kMdxDirectory, O_RDONLY); },             true, true,  true,  false},
+    {"have an event FIFO",   [] { return mkfifo("/run/mdxgate/event.1", 0660) == 0 &&
+                                         unlink("/run/mdxgate/event.1") == 0; },        true, true,  true,  false},
+    {"take the lock",        [] { return opens("/run/mdxgate/lock", O_RDWR); },         true, false, false, false},
+    {"replace the hub",      [] { return rename(kMdxHubPath, "/run/mdxgate/h") == 0 &&
+                                         rename("/run/mdxgate/h", kMdxHubPath) == 0; }, true, false, false, false},
+    {"reach the pid file",   [] { return opens("/run/pidfile/x", O_RDONLY); },          true, false, false, false},
+};
+// clang-format on
+
+int serve_without_root() {
+  REQUIRE(start_up() == 0);
+  KRP_UTIL_DropAndroidRootPrivileges();
+  KRP_UTIL_RemoveAndroidWPerm("/var/none", "664");
+  return 0;
+}
+
+/// The server has given up root and goes on; each user is a process of its own next to it.
+int keep_rights_apart() {
+  REQUIRE(mkdir("/run/pidfile", 0750) == 0 && std::ofstream("/run/pidfile/x").good());
+  OtherProcess server([] {
+    const int result = serve_without_root();
+    if (result != 0) return result;
+    OtherProcess::say_ready();
+    OtherProcess::wait_for_kill();
+    return 0;
+  });
+  if (!server.wait_ready()) dprintf(STDERR_FILENO, "%s", server.errors().c_str());
+  const pid_t task = server.pid();
+  int wrong = 0;
+  for (const auto& right : kRights) {
+    const struct {
+      const char* name;
+      uid_t user;
+      gid_t group;
+      bool may;
+    } users[] = {{"root", 0, 0, right.root},
+                 {"the server's user", kServerUser, kServerUser, right.server},
+                 {"a member", kOtherUser, kServerUser, right.member},
+                 {"an outsider", kOtherUser, kOtherUser, right.outsider}};
+    for (const auto& user : users) {
+      OtherProcess one([&] {
+        tried_task = task;
+        if (!become(user.user, user.group)) return 2;
+        return right.tried() ? 1 : 0;
+      });
+      if (one.wait() == (user.may ? 1 : 0)) continue;
+      dprintf(STDERR_FILENO, "%s: %s\n", user.name, right.what);
+      ++wrong;
+    }
+  }
+  return wrong;
+}
+
+/// A member has planted things where the server's are going to be.
+int refuse_what_is_planted() {
+  const std::string directory = kMdxDirectory;
+  const std::string fifo = kMdxEventPrefix + std::to_string(getpid());
+  REQUIRE(mkdir(kMdxDirectory, 0) == 0 && chmod(kMdxDirectory, 03777) == 0);
+  REQUIRE(std::ofstream("/run/victim").good());
+  REQUIRE(symlink("/run/victim", (directory + "/hub").c_str()) == 0);
+  REQUIRE(mkdir((directory + "/console").c_str(), 0777) == 0);
+  REQUIRE(std::ofstream(directory + "/console/in-the-way").good());
+  REQUIRE(symlink("/run/victim", kMdxServerLink) == 0 && mkdir(fifo.c_str(), 0777) == 0);
+  for (const std::string& path : {directory + "/hub", directory + "/console", fifo})
+    REQUIRE(lchown(path.c_str(), kOtherUser, kServerUser) == 0);
+  REQUIRE(chmod(kMdxDirectory, 03770) == 0);
+  REQUIRE(start_up() == 0);
+  REQUIRE(connects(kMdxHubPath, SOCK_SEQPACKET) && connects(kMdxConsolePath, SOCK_STREAM));
+  REQUIRE(std::filesystem::read_symlink(kMdxServerLink) == fifo && opens(fifo, O_WRONLY));
+  REQUIRE(std::filesystem::file_size("/run/victim") == 0);
+  return 0;
+}
+
+/// The main thread may write anywhere until the ready flag is up; a device that is opened with that
+/// right could not be opened again.
+int leave_the_device_alone() {
+  REQUIRE(mount("tmpfs", "/dev", "tmpfs", 0, "mode=755") == 0);
+  sockaddr_un address = {AF_UNIX, "/dev/smd6"};
+  const int device = socket(AF_UNIX, SOCK_STREAM, 0);
+  REQUIRE(bind(device, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0);
+  REQUIRE(chmod("/dev/smd6", 0600) == 0 && listen(device, 1) == 0);
+  REQUIRE(start_up() == 0);
+  KRP_UTIL_DropAndroidRootPrivileges();
+  mdx_send_function_t send = nullptr;
+  const auto take = [](int32_t, const char*, uint32_t) { return int32_t{0}; };
+  REQUIRE(Q7_APP_RegCallBack(6, take, &send) != 0 && send == nullptr);
+  return 0;
+}
+
 class Root : public testing::Test {
  protected:
   static void run_in_own_world(int (*body)()) {
@@ -157,6 +290,9 @@ class Root : public testing::Test {
 };
 
 TEST_F(Root, IsGivenUpButForTheReadyFlag) { run_in_own_world(drop_and_raise_the_flag); }
+TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
+TEST_F(Root, RefusesWhatIsPlanted) { run_in_own_world(refuse_what_is_planted); }
+TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
 }  // namespace

@@ -1,0 +1,101 @@
+"""What clients and server meet by is removed, stolen or filled with rubbish, and comes back."""
+
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import time
+import unittest
+
+from device import SERVER_LINK, DeviceTest, SystemLog, record, wait_until
+
+DIRECTORY = SERVER_LINK.parent
+ME = 77
+# The server looks after these every two seconds.
+WITHIN_S = 6
+
+
+class Vanished(DeviceTest):
+    def setUp(self):
+        super().setUp()
+        self.log = SystemLog()
+        self.start_device()
+
+    def remove_queue(self, number):
+        self.queues.libc.msgctl(self.queues.identifier(number), 0, None)
+
+    def assert_next_client_is_served(self):
+        """A client that came at the very wrong moment may hear that nobody is there."""
+        wait_until(lambda: self.ctl("at", "--timeout", "1", "AT+CSQ")[0] == 0, WITHIN_S, "served")
+
+    def test_whatever_is_removed_comes_back(self):
+        fifo = pathlib.Path(os.readlink(SERVER_LINK))
+        for name, remove, trace in (
+                ("answers", lambda: self.remove_queue(1), "queue 1 was removed"),
+                ("requests", lambda: self.remove_queue(2), "queue 2 was removed"),
+                ("link", SERVER_LINK.unlink, None),
+                ("FIFO", fifo.unlink, "event.* was removed"),
+                ("hub", (DIRECTORY / "hub").unlink, "hub was removed"),
+                ("console", (DIRECTORY / "console").unlink, "console was removed"),
+                ("directory", lambda: shutil.rmtree(DIRECTORY), "mdxgate was removed"),
+        ):
+            with self.subTest(name):
+                remove()
+                self.assert_next_client_is_served()
+                wait_until((DIRECTORY / "hub").exists, WITHIN_S, "the hub is back")
+                wait_until(lambda: "channel_open 1" in self.console("platform", "stats"), WITHIN_S,
+                           "the console is back")
+                if trace:
+                    wait_until(lambda: self.log.has(trace), 1, trace)
+        self.assertEqual(oct(DIRECTORY.stat().st_mode & 0o7777), oct(0o3770))
+        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=10)
+        self.assertEqual(second.returncode, 1, "the directory is locked again")
+
+    def test_queue_put_in_the_place_of_a_removed_one(self):
+        self.remove_queue(2)
+        self.assertGreaterEqual(self.queues.libc.msgget(self.queues.KEY + 2, 0o1666), 0)
+        self.assert_next_client_is_served()
+
+    def test_requests_whose_clients_died_before_they_woke_the_server(self):
+        self.queues.wake = lambda: None
+        while self.queues.send(record(b"AT", ME), ME):
+            pass
+        self.assert_serves(WITHIN_S)
+
+    def test_rubbish_without_pause_in_the_event_fifo(self):
+        writer = os.fork()
+        if writer == 0:
+            fifo = os.open(SERVER_LINK, os.O_WRONLY)
+            while True:
+                os.write(fifo, os.urandom(65535))
+        try:
+            for _ in range(3):
+                self.assert_serves(WITHIN_S)
+        finally:
+            os.kill(writer, 9)
+            os.waitpid(writer, 0)
+
+    def test_server_fifo_can_be_raised_by_its_group_but_not_read(self):
+        self.assertEqual(oct(os.stat(SERVER_LINK).st_mode & 0o777), oct(0o620))
+
+    def test_rubbish_at_hub_and_console(self):
+        import socket
+        for path, kind in (("hub", socket.SOCK_SEQPACKET), ("console", socket.SOCK_STREAM)):
+            for rubbish in (b"", b"\xff" * 40, os.urandom(9000), struct.pack("II12sIIiiI", 0x8805, 1, b"cms", 0, 0, 0, 0, 9)):
+                with socket.socket(socket.AF_UNIX, kind) as peer:
+                    peer.connect(str(DIRECTORY / path))
+                    try:
+                        peer.send(rubbish)
+                    except OSError:
+                        pass
+        start = time.monotonic()
+        self.assertIn("trace 6", self.console("platform", "trace"))
+        self.assert_serves()
+        self.assertLess(time.monotonic() - start, WITHIN_S)
+        wait_until(lambda: self.log.has("malformed packet") and self.log.has("console: no line"), 5,
+                   "what was dropped is said")
+
+
+if __name__ == "__main__":
+    unittest.main()
