@@ -42,7 +42,7 @@ constexpr at_result_row_t at_result_table[] = {
 // two overlapping literals comes first: "+CMTI" behind "+CMT" would hand every stored-message report to
 // the handler that expects a PDU. "IRING" is the known exception: it holds "RING" and is never reached,
 // which does no harm. The ids are the modem's own numbering, gaps and disorder included.
-constexpr at_report_row_t at_report_table[] = {
+constexpr at_report_row_t kReportRows[] = {
     { 0, "+CMTI",          sms_index_report_callback         },
     { 1, "+CMT",           sms_content_report_callback       },
     { 2, "+CDSI",          sms_index_report_callback         },
@@ -112,13 +112,15 @@ constexpr at_report_row_t at_report_table[] = {
 };
 // clang-format on
 
+const at_report_row_t* const at_report_table = kReportRows;
+
 namespace {
 
-using report_literals = at_literals<at_report_table>;
+using report_literals = at_literals<kReportRows>;
 
 constexpr bool every_row_can_be_hit_but_iring() {
-  for (size_t row = 0; row + 1 < std::size(at_report_table); ++row) {
-    const bool is_iring = std::string_view(at_report_table[row].literal) == "IRING";
+  for (size_t row = 0; row + 1 < std::size(kReportRows); ++row) {
+    const bool is_iring = std::string_view(kReportRows[row].literal) == "IRING";
     if (report_literals::is_hidden(row) != is_iring) return false;
   }
   return true;
@@ -191,7 +193,7 @@ int32_t Is_report_msg(const at_msg_t* msg, char* rcv_buf, int32_t len, int* inde
   }
   const int32_t hit = report_literals::find(line);
   if (hit == -1) return sort_unknown_report(*msg, rcv_buf);
-  const at_report_row_t& row = at_report_table[hit];
+  const at_report_row_t& row = kReportRows[hit];
   *index = row.id;
   if (row.handler != nullptr) row.handler(rcv_buf, len);
   return 0;

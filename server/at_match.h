@@ -24,7 +24,7 @@ struct at_report_row_t {
 };
 
 extern const at_result_row_t at_result_table[];
-extern const at_report_row_t at_report_table[];
+extern const at_report_row_t* const at_report_table;
 
 /// Looks for a result code at the start of a line; more may follow it.
 /// @return 0 with the code in `*err_code`; -1 when there is none, or a pointer is null: `*err_code`

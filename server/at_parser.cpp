@@ -66,7 +66,6 @@ pass_t drop_response(at_msg_t* msg) {
   msg->rsp_len = kResponseMax;
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "line_buf : <***>\n");
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "msg->snd_rcv_msg.rmsg : <***>\n");
-  mdx_state.line_buf[0] = '\0';
   mdx_state.nas_response_legth = 0;
   return pass_t::kEndsOpen;
 }
@@ -199,7 +198,8 @@ bool take_line(const at_msg_t& msg, line_t* line) {
   const char* start = mdx_state.stream.p_cur;
   const int32_t taken = at_sm_getline(line->text, &line->pos);
   if (taken == 0 && line->pos != 0) handle_sms_at(&msg, &line->pos, &line->hcmgr_pending);
-  mdx_state.line_used = static_cast<int32_t>(mdx_state.stream.p_cur - start + kLineEnd.size());
+  mdx_state.line_used =
+      static_cast<int32_t>(mdx_state.stream.p_cur - start) + static_cast<int32_t>(kLineEnd.size());
   return taken == 0;
 }
 

@@ -165,22 +165,26 @@ void take_service_message(const receiver_t& receiver, const packet_t& packet) {
   message_procedure(&packet);
 }
 
+/// Does what a receiver's packet of `bytes` bytes says; `packet` holds no more of them than fit.
+void serve_packet(receiver_t& receiver, const packet_t& packet, size_t bytes) {
+  const mdx_packet_header_t& header = packet.header;
+  if (bytes < sizeof(header) || bytes > sizeof(packet) || header.length != bytes - sizeof(header) ||
+      header.to[sizeof(header.to) - 1] != '\0' || header.kind > MDX_PACKET_SERVICE) {
+    MDX_DROP(COUNT_PACKETS_REFUSED, MDX_TRACE_ERROR, "malformed packet of %zu bytes dropped\n",
+             bytes);
+    return;
+  }
+  if (header.kind == MDX_PACKET_SUBSCRIPTION) return subscribe(receiver, header);
+  take_service_message(receiver, packet);
+}
+
 /// Takes the next packet of a receiver that has one, or has gone.
 void take_packet(receiver_t& receiver) {
   static constinit packet_t packet{};
   const ssize_t size = recv(receiver.fd, &packet, sizeof(packet), MSG_DONTWAIT | MSG_TRUNC);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (size <= 0) return hang_up(receiver);
-  const mdx_packet_header_t& header = packet.header;
-  const auto bytes = static_cast<size_t>(size);
-  if (bytes < sizeof(header) || bytes > sizeof(packet) || header.length != bytes - sizeof(header) ||
-      header.to[sizeof(header.to) - 1] != '\0' || header.kind > MDX_PACKET_SERVICE) {
-    MDX_DROP(COUNT_PACKETS_REFUSED, MDX_TRACE_ERROR, "malformed packet of %zd bytes dropped\n",
-             size);
-    return;
-  }
-  if (header.kind == MDX_PACKET_SUBSCRIPTION) return subscribe(receiver, header);
-  take_service_message(receiver, packet);
+  serve_packet(receiver, packet, static_cast<size_t>(size));
 }
 
 /// One round: whoever has something is served once. @return false when waiting fails

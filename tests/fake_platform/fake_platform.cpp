@@ -135,8 +135,11 @@ int32_t count_queue(int32_t id) {
 }
 
 int32_t send_to_modem(int32_t channel, const char* data, uint32_t length) {
-  if (channel != 6 || the_world.unregistered || spend(fail.write)) return -1;
   const std::string sent = bytes(data, length);
+  if (channel != 6 || the_world.unregistered || spend(fail.write)) {
+    record(kind::WRITE_FAILED, "write failed", sent);
+    return -1;
+  }
   record(kind::WRITE, "write", sent);
   const auto fits = [&](const answer_t& a) { return sent.starts_with(a.start); };
   const auto found = std::find_if(the_world.answers.begin(), the_world.answers.end(), fits);
@@ -175,7 +178,13 @@ std::string entry::line() const {
       return "raise " + std::to_string(a) + " " + std::to_string(type);
     case kind::SLEEP:
       return "sleep " + std::to_string(type);
+    case kind::REQUEST:
+      return "request " + std::to_string(as<at_msg_t>().seq);
+    case kind::SILENCE:
+      return "silence " + std::to_string(a);
     case kind::WRITE:
+    case kind::WRITE_FAILED:
+    case kind::DELIVERY:
     case kind::CALL:
       break;
   }
@@ -320,10 +329,12 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) 
   }
   if (q == nullptr || q->elements.empty()) {
     the_world.now = deadline;
+    record(kind::SILENCE, "silence").a = wait_ms;
     return -1;
   }
   const std::string element = q->elements.front();
   q->elements.pop_front();
+  record(kind::DELIVERY, "delivery", element).a = wait_ms;
   const size_t taken = std::min<size_t>(size, element.size());
   std::memcpy(buffer, element.data(), taken);
   return static_cast<int32_t>(taken);
@@ -335,6 +346,7 @@ int32_t read_from_msgqueue(int32_t id, void* msg, int32_t type, int* retcode) {
   if (q == nullptr) return *retcode = EINVAL, -1;
   if (q->elements.empty() || type != 0) return *retcode = ENOMSG, -1;
   std::memcpy(msg, q->elements.front().data(), sizeof(at_msg_t));
+  record(kind::REQUEST, "request", q->elements.front());
   q->elements.pop_front();
   return 0;
 }

@@ -33,6 +33,10 @@ constexpr int32_t kMainTask = 4711;
 enum class kind {
   TRACE,         ///< name: source module, level, text
   WRITE,         ///< text: the bytes the modem got
+  WRITE_FAILED,  ///< text: the bytes it did not get
+  REQUEST,       ///< text: the 1600 bytes taken off queue 2
+  DELIVERY,      ///< text: the element taken off queue 3, a: milliseconds it was waited for at most
+  SILENCE,       ///< a: milliseconds in which no element came
   SERVICE,       ///< name: service, type, text: payload
   NOTIFICATION,  ///< module, type: event, a, b, text: payload
   VOICE,         ///< type: the report's type, text: payload

@@ -70,6 +70,8 @@ TEST_F(Parser, TheClientFinds) {
     {"body too big",   {.text = "AT^HCMGR=1"}, {x(1287) + "\r\n", body + "OK\r\n"}, "",           0, 2},
     {"1499 bytes",     {},                  {x(1000) + "\r\n", x(499) + "\r\n", "OK\r\n"}, x(1499), 1499, 2},
     {"1500 bytes",     {},                  {x(1000) + "\r\n", x(500) + "\r\n"}, "",            1499, -1},
+    {"gives way",      {.req_type = TRANSPARENT_CMD}, {x(1000) + "\r\n" + x(490) + "\r\n", "BUSY\r\n"}, "BUSY\r\n", 6, 13},
+    {"keeps its NUL",  {.match = "nothing"}, {"+CME ERROR +CMGR" + x(1482)}, "+CME ERROR +CMGR" + x(1482) + "\r", 1499, 3},
     {"starts anew",    {},                  {x(1000) + "\r\n", x(500) + "\r\ntail\r\nOK\r\n"}, "tail", 4, 2},
   };
   // clang-format on

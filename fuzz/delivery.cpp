@@ -1,0 +1,37 @@
+// A modem's bytes to the assembler of deliveries. A tilde and the byte behind it stand for what
+// happens between bytes: something is sent, time passes, the link is lost.
+
+#include "platform/linux/delivery.h"
+#include "fuzz/fuzz.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::input input(data, size);
+  delivery_assembler assembler;
+  uint64_t now = 1000;
+  const auto hand_over = [&](bool more_waiting) {
+    for (;;) {
+      const std::string_view delivery = assembler.next(now, more_waiting);
+      if (delivery.empty()) return;
+      fuzz::require(delivery.size() <= kDeliveryMaxBytes);
+      assembler.taken();
+    }
+  };
+  while (!input.empty()) {
+    const std::string said = input.piece('~');
+    for (size_t used = 0; used < said.size();) {
+      used += assembler.received(said.data() + used, said.size() - used, now);
+      hand_over(used < said.size());
+    }
+    const uint8_t what = input.byte();
+    const std::string sent = what % 3 == 0 ? input.piece('\r') + '\r' : "";
+    if (what % 3 == 0) assembler.sent(sent.data(), sent.size());
+    if (what % 3 == 1) now += what;
+    if (what == 2) assembler.link_lost();
+    hand_over(false);
+    if (assembler.due() == delivery_assembler::kNever) continue;
+    now = std::max(now, assembler.due());
+    fuzz::require(!assembler.next(now, false).empty());
+    hand_over(false);
+  }
+  return 0;
+}

@@ -1,0 +1,18 @@
+// A session file: it is refused with a word about the line, or it is written again as it was read.
+
+#include <sstream>
+
+#include "fuzz/fuzz.h"
+#include "tools/mdxsim/escape.h"
+#include "tools/mdxsim/session.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));
+  try {
+    for (const mdxsim::SessionStep& step : mdxsim::parse_session(text, "fuzz").steps)
+      fuzz::require(mdxsim::unescape(mdxsim::escape(step.bytes)) == step.bytes);
+  } catch (const mdxsim::SessionError& error) {
+    fuzz::require(std::strncmp(error.what(), "fuzz:", 5) == 0);
+  }
+  return 0;
+}
