@@ -18,6 +18,7 @@ constexpr std::string_view kResultWords[] = {
     "OK", "+CME ERROR", "+CMS ERROR", "ERROR", "NO CARRIER", "NO ANSWER", "COMMAND NOT SUPPORT",
     "TOO MANY PARAMETERS", "CONNECT", "NO DIALTONE", "BUSY",
 };
+constexpr std::string_view kPrompt = "> ";
 constexpr std::string_view kRawHeader = "^HCMGR";
 constexpr std::string_view kLineHeaders[] = {"+CBM", "+CMT", "+CDS", "+CMGR", "+CMGL"};
 // clang-format on
@@ -64,10 +65,12 @@ void delivery_assembler::link_lost() {
   echo_at_ = 0;
   behind_echo_ = false;
   body_ = body_t::none;
+  link_lost_ = true;
 }
 
 size_t delivery_assembler::received(const char* bytes, size_t size, uint64_t now) {
   if (size > 0) last_byte_ = now;
+  if (size > 0) link_lost_ = false;
   size_t used = 0;
   while (used < size && ready_ == 0) {
     const char byte = bytes[used];
@@ -108,6 +111,7 @@ void delivery_assembler::taken() {
 uint64_t delivery_assembler::due() const {
   if (ready_ != 0) return last_byte_;
   if (whole_ != 0) return last_byte_ + (owed_ ? kSilenceMs : 0);
+  if (link_lost_ && end_of_text() != 0) return last_byte_;
   return end_of_text() != 0 ? last_byte_ + tail_wait_ms() : kNever;
 }
 
@@ -188,6 +192,7 @@ void delivery_assembler::settle(uint32_t size) {
 }
 
 uint32_t delivery_assembler::silent_size(uint64_t silence) const {
+  if (link_lost_) return end_of_text();
   if (!owed_ && whole_ != 0) return whole_;
   if (silence < kSilenceMs) return 0;
   return silence < tail_wait_ms() ? whole_ : end_of_text();
@@ -208,10 +213,11 @@ uint32_t delivery_assembler::end_of_lines() const {
 }
 
 uint32_t delivery_assembler::tail_wait_ms() const {
-  if (body_ != body_t::none) return kBodyWaitMs;
   const std::string_view line = unfinished_line();
-  if (!line.empty() && starts_with(expected_echo(), line)) return kEchoWaitMs;
-  return kSilenceMs;
+  const bool is_text = line.find_first_not_of('\r') != std::string_view::npos;
+  if (is_text && body_ == body_t::none && starts_with(expected_echo(), line)) return kEchoWaitMs;
+  if (is_text && !starts_with(kPrompt, line)) return kLineWaitMs;
+  return body_ != body_t::none ? kBodyWaitMs : kSilenceMs;
 }
 
 std::string_view delivery_assembler::unfinished_line() const {

@@ -14,8 +14,12 @@
 #include <string_view>
 
 constexpr uint32_t kDeliveryMaxBytes = 1499;
-/// A line that stops in the middle, or an answer without result, is waited for this long.
+/// An answer without result, or a prompt without its blank, is waited for this long.
 constexpr uint32_t kSilenceMs = 20;
+/// The rest of a line is waited for this long, counted from the last byte: a busy machine or a USB
+/// adapter stops for a while in the middle, and half a line is worth nothing. Lines in front of it
+/// are not held.
+constexpr uint32_t kLineWaitMs = 300;
 /// A header's body is waited for this long, counted from the last byte.
 constexpr uint32_t kBodyWaitMs = 50;
 /// The rest of an echo is waited for this long, counted from the last byte. Lines in front of it
@@ -38,7 +42,8 @@ class delivery_assembler {
   /// recognised.
   void sent(const char* bytes, size_t size);
 
-  /// Notes that the modem is gone: no answer, echo or body will come. Text held so far becomes due.
+  /// Notes that the modem is gone: no answer, echo or body will come. Text held so far becomes due,
+  /// and is not joined with what the next modem says.
   void link_lost();
 
   /// Takes bytes of the modem, as far as the first point where a delivery has to end.
@@ -92,5 +97,6 @@ class delivery_assembler {
   uint64_t last_byte_ = 0;      ///< when the modem last said something
   body_t body_ = body_t::none;  ///< what the last header announced and is still to come
   bool owed_ = false;
+  bool link_lost_ = false;    ///< what is held is all there will be
   bool behind_echo_ = false;  ///< the echo's text is dropped, its line end is to follow
 };

@@ -32,8 +32,8 @@ class BadLine(DeviceTest):
         self.start_with(answer)
         header = b'\r\n+CMGR: 0,"",4\r\n'
         for n, (name, text, pieces) in enumerate((
-                ("inside a line", "+A: 1,2", ((b"\r\n+A:", 10), (b" 1,2\r\n", 10), (OK_LINE, 0))),
-                ("CR and LF", "+A: 1", ((b"\r", 10), (b"\n+A: 1\r", 10), (b"\n\r", 10), (b"\nOK\r", 10),
+                ("inside a line", "+A: 1,2", ((b"\r\n+A:", 150), (b" 1,2\r\n", 10), (OK_LINE, 0))),
+                ("CR and LF", "+A: 1", ((b"\r", 10), (b"\n+A: 1\r", 150), (b"\n\r", 10), (b"\nOK\r", 10),
                                         (b"\n", 0))),
                 ("long behind a line", "+A: 1", ((b"\r\n+A: 1\r\n", 300), (OK_LINE, 0))),
                 ("a late body", '+CMGR: 0,"",4\r\n00112233', ((header, 40), (b"00112233\r\n" + OK_LINE, 0))),
