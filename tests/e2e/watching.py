@@ -1,0 +1,52 @@
+"""What tests see of `mdxctl watch --json` while it runs."""
+
+import json
+import os
+import signal
+
+from device import DeviceTest, wait_until
+
+
+def words(packet):
+    """A packet as event, and fields by name: "EVT_AT_SYS_MODE sys_mode=5 sys_submode=4"."""
+    return " ".join([packet["event"] or f"type {packet['type']}"] +
+                    [f"{name}={value}" for name, value in packet["fields"].items()])
+
+
+class Watcher:
+    def __init__(self, *options):
+        self.client = DeviceTest.start_client("watch", "--json", *options)
+
+    def packets(self):
+        """All packets shown so far."""
+        shown = os.pread(self.client.output[0].fileno(), 1 << 26, 0).decode()
+        return [json.loads(line) for line in shown.splitlines(keepends=True) if line.endswith("\n")]
+
+    def words(self):
+        return [words(packet) for packet in self.packets()]
+
+    def wait_for(self, count, seconds=60):
+        wait_until(lambda: len(self.packets()) >= count, seconds,
+                   f"{count} packets at a watcher")
+
+    def end(self):
+        """Ctrl-C: (exit code, stderr)."""
+        self.client.send_signal(signal.SIGINT)
+        code, _, err = DeviceTest.finish(self.client, 10)
+        return code, err
+
+
+class WatchTest(DeviceTest):
+    def stats(self):
+        """The server's counters, by name."""
+        code, out, err = self.ctl("console", "platform", "stats")
+        self.assertEqual(code, 0, err)
+        return {name: int(value) for name, value in map(str.split, out.splitlines())}
+
+    def start_watchers(self, *options):
+        """One watcher for each tuple of options; all of them are subscribed when this returns."""
+        before = self.stats()["receivers"]
+        watchers = [Watcher(*own) for own in options]
+        wait_until(lambda: self.stats()["receivers"] == before + len(watchers), 10,
+                   "the watchers are subscribed")
+        return watchers
