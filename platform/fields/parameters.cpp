@@ -67,7 +67,7 @@ void add_parameters(std::string_view line, parameter_list_t& list) {
 /// Whether nothing but a number, or a comma and numbers, follows the end of a USSD text.
 bool only_numbers_follow(std::string_view rest) {
   skip(rest, is_blank);
-  if (rest.empty()) return true;
+  if (rest.find_first_not_of("\r\n") == std::string_view::npos) return true;
   if (rest.front() != ',') return false;
   rest.remove_prefix(1);
   skip(rest, is_blank);
@@ -132,11 +132,12 @@ void read_with_pdu(const char* text, parameter_list_t& list) {
 }
 
 void read_ussd(const char* text, parameter_list_t& list) {
+  // A CR at the very end belongs to the text, which may be anything; only CR LF ends the line.
   std::string_view rest(text);
-  drop_tail(rest, [](char c) { return is_blank(c) || is_line_end(c); });
-  skip(rest, is_blank);
+  while (rest.ends_with('\n')) rest.remove_suffix(rest.ends_with("\r\n") ? 2 : 1);
+  rest = trimmed(rest);
   if (rest.empty()) return;
-  list.add(take_parameter(rest));
+  list.add(first_line(take_parameter(rest)));
 
   skip(rest, is_blank);
   if (rest.empty()) return;

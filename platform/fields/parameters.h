@@ -48,5 +48,5 @@ void read_with_pdu(const char* text, parameter_list_t& list);
 
 /// A number, then a text that may hold commas, quotes and line ends, then numbers. The text ends
 /// where nothing but numbers can follow: at the last such quote if it is quoted, else at the first
-/// such comma.
+/// such comma. A CR alone at the very end is part of a text that no quote ends.
 void read_ussd(const char* text, parameter_list_t& list);

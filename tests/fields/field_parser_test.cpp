@@ -173,6 +173,10 @@ const field_case_t lines_out_of_shape[] = {
     {"+CUSD", "+CUSD: 1,,15",                    "rspType=1|cusdStr=|codeType=15"},
     {"+CUSD", "+CUSD: 1,",                       "rspType=1"},
     {"+CUSD", "+CUSD: \r\n",                     ""},
+    {"+CUSD", "+CUSD: 5\r",                      "rspType=5"},
+    {"+CUSD", "+CUSD: 0,49\r\r\n",               "rspType=0|cusdStr=49\r"},
+    {"+CUSD", "+CUSD: 0,\"cut\r",                "rspType=0|cusdStr=cut\r"},
+    {"+CUSD", "+CUSD: 0,\"a\"\r",                "rspType=0|cusdStr=a"},
 };
 // clang-format on
 

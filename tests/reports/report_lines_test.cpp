@@ -174,6 +174,7 @@ const line_case_t line_cases[] = {
     {"^SIMST:1",                        {notify(27, 27003, words({10, 1, 0})), notify(19, 19007, 1, 0), notify(9, 9010, 1, 0), notify(6, 6001, words({1, 0})), notify(4, 4082, 1, 0)}},
     {"+CUSD: 5",                        {notify(2, 2003, words({5}) + zeros(524))}},
     {"+CUSD: 0,\"a\0b\rc\0\",15"s,      {notify(2, 2003, words({0}) + text("a\0b\0c\0"s, 512) + words({6, 15, 0}))}},
+    {"+CUSD: 0,\0a\0"s,                  {notify(2, 2003, words({0}) + text("\0a\0"s, 512) + words({3, 0, 0}))}},
     {"+CUSD: 0,\"a\rb\",15"s,           {notify(2, 2003, words({0}) + text("a\rb", 512) + words({3, 15, 0}))}},
     {"+CUSD: 0,\"" + kLong + "\",15",   {notify(2, 2003, words({0}) + text(kLong.substr(0, 511), 512) + words({600, 15, 0}))}},
     {"+CUSD: 0,\"\0"s + kLong + "\",15", {notify(2, 2003, words({0}) + text("\0"s + kLong.substr(0, 510), 512) + words({601, 15, 0}))}},
