@@ -251,15 +251,6 @@ TEST(Client, LateAnswerIsNeverTheNextOne) {
   EXPECT_STREQ(result.text, "new");
 }
 
-TEST(Client, AnswerIsFoundEvenWithoutARaise) {
-  StandInServer server([](StandInServer& self, const at_msg_t& record) {
-    self.answer(with_text(record, "quiet"), false);
-  });
-  Handle client;
-  mdx_result_t result = MDX_RESULT_INIT;
-  EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
-}
-
 TEST(Client, UnservedRequestIsWithdrawnAtTheDeadline) {
   StandInServer server(ignore, false);
   Handle client;
@@ -443,18 +434,6 @@ TEST(Client, AnswerGivenJustBeforeDeathCounts) {
   EXPECT_EQ(mdx_send(client, "AT", nullptr, &result), MDX_OK);
 }
 
-TEST(Client, RestartBetweenCallsGoesUnnoticed) {
-  Handle none;
-  ASSERT_NE(none.error, MDX_OK);
-  auto first = std::make_unique<StandInServer>(echo);
-  Handle client;
-  mdx_result_t result = MDX_RESULT_INIT;
-  ASSERT_EQ(mdx_send(client, "AT1", nullptr, &result), MDX_OK);
-  first.reset();
-  StandInServer second(echo);
-  EXPECT_EQ(mdx_send(client, "AT2", nullptr, &result), MDX_OK);
-}
-
 TEST(Client, WithoutServerOpenSaysSo) {
   mdx_client_t* client = nullptr;
   EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "no directory";
@@ -503,23 +482,6 @@ TEST(Client, SignalsDoNotCutAWaitShort) {
   often = {};
   setitimer(ITIMER_REAL, &often, nullptr);
   EXPECT_GE(time, 199ms);
-}
-
-TEST(Client, ManyThreadsGetTheirOwnAnswers) {
-  StandInServer server(echo);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([t] {
-      Handle client;
-      for (int i = 0; i < 50; ++i) {
-        const std::string command = "AT" + std::to_string(t) + "," + std::to_string(i);
-        mdx_result_t result = MDX_RESULT_INIT;
-        ASSERT_EQ(mdx_send(client, command.c_str(), nullptr, &result), MDX_OK);
-        ASSERT_EQ(result.text, command);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -257,13 +257,6 @@ TEST(LivingModem, AHostThatNeverReadsIsBounded) {
   EXPECT_TRUE(host.modem.accepts_input());
 }
 
-TEST(LivingModem, MuteSaysNothing) {
-  LivingOptions options = quiet();
-  options.mute = true;
-  Host host(options);
-  EXPECT_EQ(host.say("ATE1\rAT\rAT+CMGS=20\r"), "");
-}
-
 TEST(LivingModem, OutlivesAnyBytes) {
   constexpr std::string_view kAlphabet =
       "ATDEHISVZ&+^=?,;\"*#0123456789CMGSWLRFQPNUOE\r\r\r\x1a\x1b\b\n ";

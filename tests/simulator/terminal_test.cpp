@@ -181,18 +181,6 @@ TEST(Terminal, AHostThatNeverReadsHoldsUpNobody) {
   device.stop();
 }
 
-TEST(Terminal, ReplayEndsWhenTheEndWasRead) {
-  std::istringstream text("> AT\\r\n< OK\n< report\n");
-  SessionPlayer player(parse_session(text, "s.txt"), ReplayOptions{Time{1}, Time{0}, false});
-  Device device(player, "byte");
-  Host host;
-  host.send("AT\r");
-  EXPECT_EQ(host.read_until("report"), "OKreport");
-  const auto ending = device.wait();
-  ASSERT_TRUE(ending);
-  EXPECT_TRUE(ending->as_expected) << ending->message;
-}
-
 TEST(Terminal, ReplayIsNotPlayedToAHostThatLeavesEarly) {
   std::istringstream text("> AT\\r\n< OK\n");
   SessionPlayer player(parse_session(text, "s.txt"), ReplayOptions{Time{1}, Time{0}, false});

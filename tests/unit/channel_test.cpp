@@ -58,13 +58,6 @@ TEST_F(Channel, WhatIsNotQueuedWakesNobody) {
   EXPECT_EQ(deliver("OK"), 0) << "the next one is taken again";
 }
 
-TEST_F(Channel, NothingToSendIsRefusedWithoutAWord) {
-  EXPECT_EQ(mdx_send_data_to_nas(nullptr, 2), 0);
-  EXPECT_EQ(mdx_send_data_to_nas("AT", 0), 0);
-  EXPECT_THAT(fake::journal, IsEmpty());
-  EXPECT_EQ(mdx_send_data_to_nas("AT", 2), 1);
-}
-
 TEST_F(Channel, KnowsTheLiteralNotifications) {
   // clang-format off
   const struct { const char* line; int32_t result; } cases[] = {

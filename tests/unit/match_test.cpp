@@ -103,20 +103,5 @@ TEST_F(Match, AnUnknownPlusOrCaretLineBelongsToTheCommandThatNamesIt) {
   }
 }
 
-TEST_F(Match, ANullPointerMatchesNothing) {
-  const at_msg_t msg = record({});
-  char line[] = "+CMTI: \"SM\",1";
-  int value = kUntouched;
-  EXPECT_EQ(atcmd_match_result(nullptr, &value), -1);
-  EXPECT_EQ(atcmd_match_result(line, nullptr), -1);
-  EXPECT_EQ(Is_report_msg(nullptr, line, 4, &value, &value), -1);
-  EXPECT_EQ(Is_report_msg(&msg, nullptr, 4, &value, &value), -1);
-  EXPECT_EQ(Is_report_msg(&msg, line, 4, nullptr, &value), -1);
-  EXPECT_EQ(Is_report_msg(&msg, line, 4, &value, nullptr), -1);
-  EXPECT_EQ(value, kUntouched);
-  EXPECT_EQ(fake::traces(2).size(), 6u);
-  EXPECT_THAT(fake::packets(), IsEmpty());
-}
-
 }  // namespace
 }  // namespace unit

@@ -86,26 +86,6 @@ TEST_F(Mdxgate, OnlyWithoutNotificationsDoesTheProcessEnd) {
   }
 }
 
-TEST_F(Mdxgate, QueuesBehindAFailedOneAreNotTried) {
-  // clang-format off
-  const struct { int32_t failed; strings tried; } cases[] = {
-      {2, {"MDX_msgQex_create 2 10 1600"}},
-      {1, {"MDX_msgQex_create 2 10 1600", "MDX_msgQex_create 1 10 1600"}},
-  };
-  // clang-format on
-  for (const auto& c : cases) {
-    fake::reset();
-    mdx_state = mdx_state_t{};
-    fake::fail.queue_create = c.failed;
-    run();
-    strings tried = fake::lines({kind::CALL});
-    std::erase_if(tried,
-                  [](const std::string& l) { return l.find("_create ") == std::string::npos; });
-    EXPECT_EQ(tried, c.tried);
-    EXPECT_EQ(mdx_state.nas_queue_id, -1);
-  }
-}
-
 TEST_F(Mdxgate, SaysWhichFileItCouldNotMake) {
   fake::fail.files = "/var/run/pidfile/";
   run();

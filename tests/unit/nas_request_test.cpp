@@ -47,10 +47,5 @@ TEST_F(NasRequest, AStrayResultLeavesTheNextAnswerAlone) {
   EXPECT_EQ(text_of(msg), "+CSQ: 1");
 }
 
-TEST_F(NasRequest, NeedsItsRetcode) {
-  EXPECT_EQ(process_nas_queue(nullptr), -1);
-  EXPECT_THAT(fake::traces(), ElementsAre("Error: retcode is null\n"));
-}
-
 }  // namespace
 }  // namespace unit

@@ -103,24 +103,5 @@ TEST_F(StatusQuery, RoamingIsNotedInFullServiceAndTheSimAloneOpensThePreparation
   }
 }
 
-TEST_F(StatusQuery, WithoutAResultToFillNothingIsSent) {
-  const struct {
-    int32_t (*run)(int*);
-    std::string trace;
-  } operations[] = {
-      {at_handshake, "at_handshake: retcode is NULL!"},
-      {at_repetition_query, "at_repetition_query: retcode is NULL!"},
-      {mdx_query_sysinfo, "mdx_query_sysinfo: retcode is NULL!"},
-      {mdx_check_cimi, "mdx_check_cimi: retcode is NULL!"},
-      {mdx_set_cops_format, "mdx_set_cops_format: retcode is NULL!\n"},
-  };
-  for (const auto& operation : operations) {
-    bring_up();
-    EXPECT_EQ(operation.run(nullptr), -1);
-    EXPECT_THAT(fake::traces(), ElementsAre(operation.trace));
-    EXPECT_THAT(fake::writes(), IsEmpty());
-  }
-}
-
 }  // namespace
 }  // namespace unit

@@ -39,22 +39,6 @@ TEST_F(Stream, TheNextReadDropsWhatWasLeftEvenWhenNothingComes) {
   EXPECT_THAT(fake::traces(4), ElementsAre("No data from NAS!\n"));
 }
 
-TEST_F(Stream, ANullArgumentLeavesStreamAndRecordAlone) {
-  read("abc", &msg);
-  int retcode = 0;
-  EXPECT_EQ(read_from_smd(nullptr, &retcode), -1);
-  EXPECT_EQ(read_from_smd(&msg, nullptr), -1);
-  EXPECT_EQ(at_sm_getchar(nullptr), -1);
-  EXPECT_EQ(at_sm_is_rcv_buf_empty(nullptr), -1);
-  EXPECT_EQ(at_sm_get_buf(nullptr, 1), -1);
-  EXPECT_EQ(rest(), "abc");
-  EXPECT_THAT(fake::traces(2),
-              ElementsAre("error,msg  or retcodeis null!\n", "error,msg  or retcodeis null!\n",
-                          "at_sm_getchar : error ,ch is NULL!\n",
-                          "at_sm_is_rcv_buf_empty : error ,p_strm is NULL!\n",
-                          "at_sm_getchar : error ,msg_buf is NULL or buf_length == 0\n"));
-}
-
 TEST_F(Stream, TakesAsManyBytesAsAskedForOrAllThereAre) {
   // clang-format off
   const struct { int32_t asked; int result; std::string got; std::string left; } cases[] = {

@@ -1,24 +1,17 @@
-// mdxctl watch: packets in words, and how watching ends.
+// mdxctl watch: packets in words.
 
 #include <gmock/gmock.h>
-#include <signal.h>
-#include <spawn.h>
 
-#include <future>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "platform/fields/call_records.h"
 #include "reports/destinations.h"
 #include "reports/report_records.h"
-#include "tests/client/run_mdxctl.h"
-#include "tests/client/stand_in_hub.h"
 #include "tools/mdxctl/packet_table.h"
 #include "tools/mdxctl/packet_words.h"
 
 namespace {
 
-using nlohmann::json;
 using ::testing::HasSubstr;
 
 mdx_packet_t packet_of(uint32_t kind, uint32_t type, uint32_t module, const char* to = "") {
@@ -108,59 +101,6 @@ TEST(PacketWords, NoRowHidesAnother) {
     const std::string to = row.to != nullptr ? row.to : "";
     EXPECT_TRUE(keys.emplace(row.kind, to, row.number, row.type, row.length).second) << row.name;
   }
-}
-
-std::future<Outcome> watching(const std::string& arguments) {
-  return std::async(std::launch::async, [=] { return mdxctl("watch " + arguments); });
-}
-
-TEST(Watch, ShowsAsManyAsAskedFor) {
-  StandInHub hub;
-  auto watch = watching("--json --count 2 --service dialup");
-  EXPECT_STREQ(hub.take_subscription().to, "dialup");
-  for (const uint32_t type : {DIALUP_MSG_NET_CHANGE, CMS_MSG_MMI_ENTER, DIALUP_MSG_V4_UP}) {
-    hub.send_packet({type, 1, "dialup", 0, 0, 0, 0, 0}, "");
-  }
-  const Outcome outcome = watch.get();
-  EXPECT_EQ(outcome.code, 0);
-  ASSERT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2);
-  const json first = json::parse(outcome.output.substr(0, outcome.output.find('\n')));
-  EXPECT_EQ(first["event"], "DIALUP_MSG_NET_CHANGE");
-  EXPECT_EQ(first["type"], 166661);
-}
-
-TEST(Watch, LostServerEndsItWithFour) {
-  StandInHub hub;
-  auto watch = watching("--module 19");
-  EXPECT_EQ(hub.take_subscription().module, 19u);
-  hub.hang_up();
-  const Outcome outcome = watch.get();
-  EXPECT_EQ(outcome.code, 4);
-  EXPECT_THAT(outcome.output, HasSubstr("gone"));
-}
-
-TEST(Watch, FollowOutlivesTheServer) {
-  auto hub = std::make_unique<StandInHub>();
-  auto watch = watching("--follow --count 1");
-  hub->take_subscription();
-  hub.reset();
-  hub = std::make_unique<StandInHub>();
-  EXPECT_STREQ(hub->take_subscription().to, "*");
-  hub->send_packet({1, 1, "cms", 0, 0, 0, 0, 0}, "");
-  EXPECT_EQ(watch.get().code, 0);
-}
-
-TEST(Watch, CtrlCIsAGoodEnd) {
-  StandInHub hub;
-  pid_t watch = 0;
-  char* arguments[] = {const_cast<char*>("mdxctl"), const_cast<char*>("watch"), nullptr};
-  ASSERT_EQ(posix_spawn(&watch, MDXCTL, nullptr, nullptr, arguments, environ), 0);
-  hub.take_subscription();
-  kill(watch, SIGINT);
-  int status = -1;
-  ASSERT_EQ(waitpid(watch, &status, 0), watch);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace

@@ -1,0 +1,54 @@
+// A null argument is refused with a word, and nothing else happens.
+#include "server/at_match.h"
+#include "server/nas_request.h"
+#include "server/status_query.h"
+#include "tests/unit/server_test.h"
+
+namespace unit {
+namespace {
+
+class NullArguments : public Server {};
+
+TEST_F(NullArguments, AreRefused) {
+  at_msg_t msg = record({});
+  char line[] = "+CMTI: \"SM\",1";
+  int value = 99;
+  read("abc", &msg);
+  // clang-format off
+  const struct { int32_t result; int32_t expected; std::string trace; } cases[] = {
+      {read_from_smd(nullptr, &value),                     -1, "error,msg  or retcodeis null!\n"},
+      {read_from_smd(&msg, nullptr),                       -1, "error,msg  or retcodeis null!\n"},
+      {at_sm_getchar(nullptr),                             -1, "at_sm_getchar : error ,ch is NULL!\n"},
+      {at_sm_is_rcv_buf_empty(nullptr),                    -1, "at_sm_is_rcv_buf_empty : error ,p_strm is NULL!\n"},
+      {at_sm_get_buf(nullptr, 1),                          -1, "at_sm_getchar : error ,msg_buf is NULL or buf_length == 0\n"},
+      {process_nas_queue(nullptr),                         -1, "Error: retcode is null\n"},
+      {at_handshake(nullptr),                              -1, "at_handshake: retcode is NULL!"},
+      {at_repetition_query(nullptr),                       -1, "at_repetition_query: retcode is NULL!"},
+      {mdx_query_sysinfo(nullptr),                         -1, "mdx_query_sysinfo: retcode is NULL!"},
+      {mdx_check_cimi(nullptr),                            -1, "mdx_check_cimi: retcode is NULL!"},
+      {mdx_set_cops_format(nullptr),                       -1, "mdx_set_cops_format: retcode is NULL!\n"},
+      {mdx_send_data_to_nas(nullptr, 2),                    0, ""},
+      {mdx_send_data_to_nas("AT", 0),                       0, ""},
+  };
+  // clang-format on
+  strings expected;
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.result, c.expected) << c.trace;
+    if (!c.trace.empty()) expected.push_back(c.trace);
+  }
+  EXPECT_EQ(fake::traces(), expected);
+
+  EXPECT_EQ(atcmd_match_result(nullptr, &value), -1);
+  EXPECT_EQ(atcmd_match_result(line, nullptr), -1);
+  EXPECT_EQ(Is_report_msg(nullptr, line, 4, &value, &value), -1);
+  EXPECT_EQ(Is_report_msg(&msg, nullptr, 4, &value, &value), -1);
+  EXPECT_EQ(Is_report_msg(&msg, line, 4, nullptr, &value), -1);
+  EXPECT_EQ(Is_report_msg(&msg, line, 4, &value, nullptr), -1);
+  EXPECT_EQ(value, 99);
+  EXPECT_EQ(at_sm_is_rcv_buf_empty(&mdx_state.stream), -1) << "what was read is still there";
+  EXPECT_THAT(fake::packets(), IsEmpty());
+  EXPECT_THAT(fake::writes(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace unit
