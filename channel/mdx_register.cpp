@@ -9,6 +9,7 @@
 
 #include "platform/bounded.h"
 #include "platform/mdx_platform.h"
+#include "server/at_literals.h"
 #include "server/mdx_state.h"
 
 namespace {
@@ -18,7 +19,7 @@ constexpr uint32_t kEventNasData = 2;
 
 struct literal_notify_entry {
   int32_t id;
-  const char* text;  // null in the last row
+  const char* literal;  // null in the last row
   void (*handler)(int32_t id);
 };
 
@@ -91,11 +92,9 @@ int32_t mdx_nas_data_enqueue(const char* data, uint32_t length) {
 
 int32_t mdx_instant_update(const char* line) {
   if (line == nullptr) return -1;
-  for (const literal_notify_entry& row : literal_notify_table) {
-    if (row.text == nullptr) break;
-    if (std::strstr(line, row.text) == nullptr) continue;
-    if (row.handler != nullptr) row.handler(row.id);
-    return 0;
-  }
-  return -1;
+  const int32_t hit = at_literals<literal_notify_table>::find(line);
+  if (hit == -1) return -1;
+  const literal_notify_entry& row = literal_notify_table[hit];
+  if (row.handler != nullptr) row.handler(row.id);
+  return 0;
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -25,11 +26,17 @@ class at_literals {
   /// @return the lowest row that `line` holds, -1 when it holds none
   static int32_t find(std::string_view line) {
     size_t lowest = kRows;
-    size_t place = 0;
-    for (; place + kStep < line.size(); place += kStep) {
-      if (may_start_within(line.data() + place)) compare(line, place, place + kStep, &lowest);
+    if (line.size() <= kStep) {
+      char whole[kStep + 1] = {};
+      line.copy(whole, kStep);
+      compare(line, 0, starts_within(whole), &lowest);
+    } else {
+      const size_t last = line.size() - kStep - 1;
+      for (size_t place = 0; place < last; place += kStep) {
+        compare(line, place, starts_within(line.data() + place), &lowest);
+      }
+      compare(line, last, starts_within(line.data() + last), &lowest);
     }
-    compare(line, place, line.size(), &lowest);
     return lowest == kRows ? -1 : static_cast<int32_t>(lowest);
   }
 
@@ -50,6 +57,8 @@ class at_literals {
   static constexpr uint8_t kEmpty = 0xff;
 
   using bytes_t = uint8_t __attribute__((vector_size(kStep)));
+  using places_t = std::array<uint64_t, kStep / sizeof(uint64_t)>;
+  static_assert(std::endian::native == std::endian::little, "the first place is the lowest byte");
 
   /// How a literal starts. A sign is rare in a line, a letter is not: there the second byte counts
   /// too.
@@ -64,7 +73,6 @@ class at_literals {
     std::array<uint8_t, kSlots> first;  // where in `order` the rows of a head begin
     uint32_t factor;                    // of the hash
     std::array<start_t, kRows> starts;
-    std::array<bool, 256> is_first;  // by byte: whether a literal starts with it
     size_t start_count;
     size_t order_count;
   };
@@ -84,7 +92,6 @@ class at_literals {
   static constexpr void add_start(plan_t* plan, std::string_view text) {
     const bool is_letter = text[0] >= 'A' && text[0] <= 'Z';
     const start_t start = {text[0], is_letter ? text[1] : '\0'};
-    plan->is_first[static_cast<uint8_t>(text[0])] = true;
     for (size_t i = 0; i < plan->start_count; ++i) {
       if (plan->starts[i] == start) return;
     }
@@ -137,34 +144,38 @@ class at_literals {
     return found;
   }
 
-  /// True when a literal could start at one of the first kStep places; reads one byte more.
-  static bool may_start_within(const char* text) {
+  /// The first kStep places where a literal could start, a byte each; reads one byte more.
+  static places_t starts_within(const char* text) {
     bytes_t here;
     bytes_t next;
     std::memcpy(&here, text, kStep);
     std::memcpy(&next, text + 1, kStep);
     const auto found = hits(here, next, std::make_index_sequence<kPlan.start_count>());
-    uint64_t words[kStep / sizeof(uint64_t)];
-    std::memcpy(words, &found, sizeof(words));
-    return (words[0] | words[1]) != 0;
+    places_t places;
+    std::memcpy(&places, &found, sizeof(places));
+    return places;
   }
 
-  static bool stands_at(std::string_view line, size_t place, std::string_view text) {
-    return text.size() <= line.size() - place &&
-           std::memcmp(line.data() + place, text.data(), text.size()) == 0;
-  }
-
-  /// Lowers `*lowest` to the lowest row that stands at one of the places from `place` to `end`.
-  static void compare(std::string_view line, size_t place, size_t end, size_t* lowest) {
-    for (; place < end && place + kHead <= line.size(); ++place) {
-      if (!kPlan.is_first[static_cast<uint8_t>(line[place])]) continue;
-      const uint32_t head = head_of(line.data() + place);
-      size_t i = kPlan.first[slot_of(head, kPlan.factor)];
-      for (; i < kPlan.order_count; ++i) {
-        const size_t row = kPlan.order[i];
-        if (row >= *lowest || head_of(literal(row).data()) != head) break;
-        if (stands_at(line, place, literal(row))) *lowest = row;
+  /// Lowers `*lowest` to the lowest row that stands at one of these places, counted from `place`.
+  static void compare(std::string_view line, size_t place, places_t places, size_t* lowest) {
+    if ((places[0] | places[1]) == 0) return;
+    for (uint64_t eight : places) {
+      while (eight != 0) {
+        const auto byte = static_cast<size_t>(std::countr_zero(eight)) / 8;
+        compare_at(line, place + byte, lowest);
+        eight &= ~(uint64_t{0xff} << 8 * byte);
       }
+      place += sizeof(eight);
+    }
+  }
+
+  static void compare_at(std::string_view line, size_t place, size_t* lowest) {
+    if (place + kHead > line.size()) return;
+    const uint32_t head = head_of(line.data() + place);
+    for (size_t i = kPlan.first[slot_of(head, kPlan.factor)]; i < kPlan.order_count; ++i) {
+      const size_t row = kPlan.order[i];
+      if (row >= *lowest || head_of(literal(row).data()) != head) return;
+      if (line.substr(place).starts_with(literal(row))) *lowest = row;
     }
   }
 };

@@ -171,6 +171,7 @@ int32_t atcmd_match_result(const char* rcv_buf, int* err_code) {
     return -1;
   }
   for (const at_result_row_t* row = at_result_table; row->literal != nullptr; ++row) {
+    if (rcv_buf[0] != row->literal[0]) continue;
     if (std::strncmp(rcv_buf, row->literal, MDX_strlen_s(row->literal)) != 0) continue;
     *err_code = row->code;
     return 0;

@@ -4,6 +4,7 @@
 #include "server/at_stream.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "channel/mdx_register.h"
@@ -78,6 +79,18 @@ int32_t at_sm_getchar(char* ch) {
   *ch = *stream.p_cur;
   *stream.p_cur++ = '\0';
   return 0;
+}
+
+int32_t at_sm_get_text(char* text) {
+  at_stream_t& stream = mdx_state.stream;
+  const auto unread = static_cast<size_t>(stream.p_end - stream.p_cur);
+  const void* cr = std::memchr(stream.p_cur, '\r', unread);
+  const char* end = cr == nullptr ? stream.p_end : static_cast<const char*>(cr);
+  const auto size = static_cast<size_t>(end - stream.p_cur);
+  std::memcpy(text, stream.p_cur, size);
+  std::memset(stream.p_cur, 0, size);
+  stream.p_cur += size;
+  return static_cast<int32_t>(size);
 }
 
 int32_t at_sm_get_buf(char* msg_buf, int32_t buf_length) {

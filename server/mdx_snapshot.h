@@ -31,7 +31,7 @@ class mdx_snapshot {
     const char* image = reinterpret_cast<const char*>(&record);
     const size_t words = (text.size() + sizeof(uint32_t) - 1) / sizeof(uint32_t);
     begin();
-    put(0, image, offset);
+    if (std::memcmp(words_, image, offset) != 0) put(0, image, offset);
     put(offset, text.data(), text.size());
     for (size_t i = words; i < text_words_; ++i) put_word(offset / sizeof(uint32_t) + i, 0);
     put(offset + room, image + offset + room, sizeof(Record) - offset - room);

@@ -1,6 +1,8 @@
 // Which line is a result, which a report, and for whom an unknown plus or caret line is text.
 #include "server/at_match.h"
 
+#include <random>
+
 #include "tests/unit/server_test.h"
 
 namespace unit {
@@ -100,6 +102,44 @@ TEST_F(Match, AnUnknownPlusOrCaretLineBelongsToTheCommandThatNamesIt) {
               c.result)
         << c.req_type << ' ' << c.sent << ' ' << c.line;
     EXPECT_EQ(index, -1);
+  }
+}
+
+/// Literals whole and cut, and what stands around them.
+std::string random_line(std::mt19937* random) {
+  constexpr std::string_view kOthers[] = {"+", "^", "R", ": 1,2", "\"SM\",", "OK", "\x80", "CC"};
+  const auto below = [random](size_t limit) { return (*random)() % limit; };
+  std::string line;
+  for (size_t pieces = below(9); pieces > 0; --pieces) {
+    const std::string literal = at_report_table[below(65)].literal;
+    switch (below(3)) {
+      case 0:
+        line += literal;
+        break;
+      case 1:
+        line += literal.substr(below(literal.size()), 1 + below(literal.size()));
+        break;
+      default:
+        line += kOthers[below(std::size(kOthers))];
+    }
+  }
+  return line;
+}
+
+TEST_F(Match, TheFirstRowThatStandsInALineIsHitWhereverItStands) {
+  const uint32_t seed = std::random_device{}();
+  std::mt19937 random(seed);
+  const at_msg_t msg = record({.req_type = ACTIVE_REPORT});
+  for (int i = 0; i < 20000; ++i) {
+    std::string line = "^" + random_line(&random);
+    const at_report_row_t* row = at_report_table;
+    while (row->literal != nullptr && line.find(row->literal) == std::string::npos) ++row;
+    int index = kUntouched;
+    int code = 0;
+    const std::string shown = line;
+    Is_report_msg(&msg, line.data(), static_cast<int32_t>(line.size()), &index, &code);
+    ASSERT_EQ(index, row->literal == nullptr ? -1 : row->id) << shown << ", seed " << seed;
+    fake::journal.clear();
   }
 }
 
