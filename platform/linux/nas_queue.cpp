@@ -37,9 +37,16 @@ constinit nas_queue_t queue;
 class queue_lock {
  public:
   queue_lock() { pthread_mutex_lock(&queue.lock); }
-  ~queue_lock() { pthread_mutex_unlock(&queue.lock); }
+  ~queue_lock() { release(); }
+  void release() {
+    if (held_) pthread_mutex_unlock(&queue.lock);
+    held_ = false;
+  }
   queue_lock(const queue_lock&) = delete;
   queue_lock& operator=(const queue_lock&) = delete;
+
+ private:
+  bool held_ = true;
 };
 
 size_t slot_size() { return sizeof(uint32_t) + queue.element_size; }
@@ -120,8 +127,10 @@ int32_t MDX_msgQ_num(int32_t id) {
   return is_queue(id) ? static_cast<int32_t>(queue.count) : 0;
 }
 
+// What is told under the lock wakes a thread that finds the lock taken; so it is told behind it.
+
 int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
-  const queue_lock lock;
+  queue_lock lock;
   if (!is_queue(id) || size > queue.element_size || (data == nullptr && size != 0)) return 0;
   if (!wait_for(has_room, kRoomWaitMs)) {
     MDX_DROP(COUNT_NAS_QUEUE_REFUSED, MDX_TRACE_ERROR, "NAS queue is full, %u bytes refused\n",
@@ -132,12 +141,13 @@ int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
   memcpy(slot, &size, sizeof(size));
   if (size != 0) memcpy(slot + sizeof(size), data, size);
   ++queue.count;
+  lock.release();
   pthread_cond_broadcast(&queue.changed);
   return 1;
 }
 
 int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) {
-  const queue_lock lock;
+  queue_lock lock;
   if (!is_queue(id) || buffer == nullptr || !wait_for(has_element, wait_ms)) return -1;
   const char* slot = slot_at(queue.head);
   uint32_t length = 0;
@@ -146,6 +156,7 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) 
   memcpy(buffer, slot + sizeof(length), length);
   queue.head = (queue.head + 1) % queue.depth;
   --queue.count;
+  lock.release();
   pthread_cond_broadcast(&queue.changed);
   return static_cast<int32_t>(length);
 }
