@@ -13,6 +13,7 @@ struct mdx_client {
   int watch_fd;  ///< for callers that poll, -1 until one asks; as the next
   int timer_fd;
   uint32_t seq;  ///< of the last request
+  bool settled;  ///< the last request got its answer: the server holds nothing else of this task
   server_link_t link;
   exchange_t exchange;
   char text[MAX_ATCMD_REPORT_SIZE + 1];  ///< the last response

@@ -40,7 +40,8 @@ int put_request(mdx_client_t* client) {
   for (int attempt = 0; attempt < 2 && error == MDX_ERR_SERVER_GONE; ++attempt) {
     error = client_connect(client);
     if (error != MDX_OK) return error;
-    drop_leftovers(client);
+    if (!client->settled) drop_leftovers(client);
+    client->settled = false;
     error = server_link_put(client->link, client->exchange.sent);
     if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
   }
@@ -107,6 +108,7 @@ int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
     if (now_ms() < client->exchange.deadline) return pending(client, EXCHANGE_SENT, kLookAgainMs);
     error = withdraw(client) ? MDX_ERR_BUSY : take_answer(client, &answer);
   }
+  client->settled = error == MDX_OK;
   if (error == MDX_OK) read_answer(client->exchange.sent, answer, client->text, result);
   return end(client, error);
 }
