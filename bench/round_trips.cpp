@@ -1,0 +1,134 @@
+// From a command to its answer. The ways take turns in short blocks, so that whatever disturbs the
+// machine disturbs all of them.
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "bench/roads.h"
+#include "client/mdxclient.h"
+#include "server/at_msg.h"
+
+namespace {
+
+constexpr int kBlocks = 8;
+constexpr int kBlockSize = 250;
+constexpr int kCrowdCommands = 1536;
+constexpr const char* kCommands[] = {"AT", "AT+CSQ"};
+
+struct message_t {
+  long type;
+  at_msg_t record;
+};
+
+/// One way from a command to its answer.
+class way_t {
+ public:
+  way_t(std::string name, std::function<void(const char*)> send)
+      : name_(std::move(name)), send_(std::move(send)) {}
+
+  void run_block() {
+    for (size_t which = 0; which < std::size(kCommands); ++which) {
+      for (int i = 0; i < kBlockSize; ++i) {
+        const int64_t start = now_ns();
+        send_(kCommands[which]);
+        times_[which].push_back(now_ns() - start);
+      }
+    }
+  }
+
+  void print() const {
+    for (size_t which = 0; which < std::size(kCommands); ++which) {
+      print_times(name_ + "." + kCommands[which], times_[which]);
+    }
+  }
+
+ private:
+  std::string name_;
+  std::function<void(const char*)> send_;
+  std::vector<int64_t> times_[std::size(kCommands)];
+};
+
+void send_raw(const terminal_t& terminal, const char* command) {
+  write_all(terminal.user_fd, std::string(command) + "\r");
+  read_answer(terminal.user_fd);
+}
+
+/// What a server does at least: a record from one queue, the modem asked, the record on another.
+void serve_queues(int requests, int answers, const terminal_t& terminal) {
+  message_t message = {};
+  for (;;) {
+    if (msgrcv(requests, &message, sizeof(message.record), 0, 0) < 0) return;
+    send_raw(terminal, message.record.snd_rcv_msg.smsg);
+    if (msgsnd(answers, &message, sizeof(message.record), 0) != 0) return;
+  }
+}
+
+void send_over_queues(int requests, int answers, const char* command) {
+  static message_t message = {};
+  message.type = 1;
+  message.record = {};
+  std::string_view(command).copy(message.record.snd_rcv_msg.smsg, kCommandSize - 1);
+  if (msgsnd(requests, &message, sizeof(message.record), 0) != 0) give_up("msgsnd");
+  if (msgrcv(answers, &message, sizeof(message.record), 0, 0) < 0) give_up("msgrcv");
+}
+
+void send_to_server(mdx_client_t* client, const char* command) {
+  mdx_result_t result = MDX_RESULT_INIT;
+  const int error = mdx_send(client, command, nullptr, &result);
+  if (error != MDX_OK || result.ret_val != MDX_RESULT_OK) {
+    give_up(error != MDX_OK ? mdx_strerror(error) : mdx_result_name(result.ret_val));
+  }
+}
+
+/// Commands a client sends while `clients` of them do the same, as microseconds a command.
+void measure_crowd(int clients) {
+  std::vector<pid_t> crowd;
+  const int64_t start = now_ns();
+  for (int i = 0; i < clients; ++i) {
+    crowd.push_back(start_process([clients] {
+      mdx_client_t* client = nullptr;
+      if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+      for (int left = kCrowdCommands / clients; left > 0; --left) send_to_server(client, "AT");
+      mdx_close(client);
+    }));
+  }
+  for (const pid_t process : crowd) wait_for_process(process);
+  print_value("clients." + std::to_string(clients),
+              static_cast<double>(now_ns() - start) / 1e3 / kCrowdCommands);
+}
+
+}  // namespace
+
+void measure_round_trips(const terminal_t&) {
+  const terminal_t raw = open_terminal();
+  const terminal_t behind_queues = open_terminal();
+  const int requests = msgget(IPC_PRIVATE, 0600);
+  const int answers = msgget(IPC_PRIVATE, 0600);
+  if (requests < 0 || answers < 0) give_up("msgget");
+  const pid_t helpers[] = {
+      start_process([&] { answer_commands(raw.modem_fd); }),
+      start_process([&] { answer_commands(behind_queues.modem_fd); }),
+      start_process([&] { serve_queues(requests, answers, behind_queues); }),
+  };
+  mdx_client_t* client = nullptr;
+  if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+
+  way_t ways[] = {
+      {"raw", [&](const char* command) { send_raw(raw, command); }},
+      {"queues", [&](const char* command) { send_over_queues(requests, answers, command); }},
+      {"server", [&](const char* command) { send_to_server(client, command); }},
+  };
+  for (int block = 0; block < kBlocks; ++block) {
+    for (way_t& way : ways) way.run_block();
+  }
+  for (const way_t& way : ways) way.print();
+
+  mdx_close(client);
+  for (const pid_t helper : helpers) stop_process(helper);
+  msgctl(requests, IPC_RMID, nullptr);
+  msgctl(answers, IPC_RMID, nullptr);
+  for (const int clients : {1, 8, 64}) measure_crowd(clients);
+}
