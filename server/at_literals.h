@@ -28,7 +28,7 @@ class at_literals {
     size_t lowest = kRows;
     if (line.size() <= kStep) {
       char whole[kStep + 1] = {};
-      line.copy(whole, kStep);
+      std::memcpy(whole, line.data(), line.size());
       compare(line, 0, starts_within(whole), &lowest);
     } else {
       const size_t last = line.size() - kStep - 1;
@@ -175,7 +175,8 @@ class at_literals {
     for (size_t i = kPlan.first[slot_of(head, kPlan.factor)]; i < kPlan.order_count; ++i) {
       const size_t row = kPlan.order[i];
       if (row >= *lowest || head_of(literal(row).data()) != head) return;
-      if (line.substr(place).starts_with(literal(row))) *lowest = row;
+      const std::string_view rest(line.data() + place, line.size() - place);
+      if (rest.starts_with(literal(row))) *lowest = row;
     }
   }
 };
