@@ -4,7 +4,6 @@
 // to the dial-up service as well. The ^RSSI line is kept for clients. ^LTESIGLEV and ^REJINFO end
 // in traces.
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -206,9 +205,7 @@ void rssi_report_callback(char* rptbuf, int32_t) {
 
   at_answer_t& stored = mdx_state.rssi_report;
   memset_s(&stored, sizeof(stored), 0, sizeof(stored));
-  // The text keeps its NUL, even behind the longest line.
-  memcpy_s(stored.snd_rcv_msg.rmsg, sizeof(stored.snd_rcv_msg.rmsg), rptbuf,
-           std::min<uint32_t>(rssi_length, MAX_ATCMD_REPORT_SIZE - 1));
+  memcpy_s(stored.snd_rcv_msg.rmsg, sizeof(stored.snd_rcv_msg.rmsg), rptbuf, rssi_length);
   stored.ret_val = AT_OK;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "rssi buffer length: (%d) ,is : %s\n",
             static_cast<int>(rssi_length), rptbuf);

@@ -198,7 +198,7 @@ void witness::expect_packets(const std::vector<report_t>& reports) {
     if (std::strcmp(report.row->literal, "^RSSI") == 0) rssi_ = report.line.c_str();
     ++counts_.reports;
   }
-  rssi_ = rssi_.substr(0, MAX_ATCMD_REPORT_SIZE - 1);
+  rssi_ = rssi_.substr(0, MAX_ATCMD_REPORT_SIZE);
   for (const entry& packet : fake::packets()) {
     if (is_counted_out(packet)) continue;
     const entry& e = take(packet.what);
