@@ -14,6 +14,7 @@ TEST_F(NullArguments, AreRefused) {
   char line[] = "+CMTI: \"SM\",1";
   int value = 99;
   read("abc", &msg);
+  fake::journal.clear();
   // clang-format off
   const struct { int32_t result; int32_t expected; std::string trace; } cases[] = {
       {read_from_smd(nullptr, &value),                     -1, "error,msg  or retcodeis null!\n"},
