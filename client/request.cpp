@@ -13,7 +13,7 @@ namespace {
 
 constexpr int64_t kReplySlackMs = 1000;
 /// The server gives a transparent network search this time, whatever the record says.
-constexpr int64_t kNetworkSearchMs = 240 * 1000;
+constexpr int64_t kNetworkSearchMs = 240'000;
 constexpr char kEndOfPdu = 0x1a;
 /// Behind a PDU: its end mark and the two NULs that make it one.
 constexpr size_t kEndOfPduSize = 3;

@@ -93,9 +93,10 @@ void set_directory_rights(int directory) {
   struct stat status {};
   if (fstat(directory, &status) != 0 || status.st_uid != geteuid()) return;
   const mdx_identity_t& identity = mdx_identity();
-  if (identity.has_group && fchown(directory, static_cast<uid_t>(-1), identity.group) != 0)
+  if (identity.has_group && fchown(directory, static_cast<uid_t>(-1), identity.group) != 0) {
     MDX_TRACE("platform", MDX_TRACE_MISSING, "%s does not get its group: %s\n", kMdxDirectory,
               strerror(errno));
+  }
   if (fchmod(directory, kDirectoryMode) != 0)
     refuse("cannot set the mode of /var/run/mdxgate", errno);
 }

@@ -141,9 +141,10 @@ int32_t print_version() {
 void print_usage() {
   KRP_Debug_Print("usage: <module> <command>\n");
   const size_t count = module_count.load(std::memory_order_acquire);
-  for (size_t i = 0; i < count; ++i)
+  for (size_t i = 0; i < count; ++i) {
     for (int32_t row = 0; row < modules[i].count; ++row)
       KRP_Debug_Print("  %s %s\n", modules[i].name, modules[i].commands[row].name);
+  }
 }
 
 const mdx_debug_command_t* find_command(const char* module, const char* command) {

@@ -255,9 +255,10 @@ bool make_room(int32_t id, long receiver) {
   const size_t count = drain_answers(id, now);
   size_t kept =
       drop_answers(count, now, is_for_the_dead, COUNT_ANSWERS_DROPPED_DEAD, "its client is dead");
-  if (kept == count)
+  if (kept == count) {
     kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
                         "unread for more than 5 seconds");
+  }
   if (kept == count) kept = drop_of_hoarder(count, receiver);
   const bool receiver_reads = answers_of(receiver, kept) == 0;
   for (size_t i = 0; i < kept; ++i) {

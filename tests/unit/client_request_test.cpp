@@ -176,7 +176,8 @@ TEST_F(ClientRequest, ARecordWithoutAnyNulIsBounded) {
   }
 }
 
-// The client library looks behind its pattern to tell a modem's "COMMAND NOT SUPPORT" from a refusal.
+// The client library looks behind its pattern to tell a modem's "COMMAND NOT SUPPORT" from a
+// refusal.
 TEST_F(ClientRequest, WhatStandsBehindAPatternComesBack) {
   at_msg_t request = record({.text = "AT"});
   std::memset(request.at_match_str, '~', sizeof(request.at_match_str));
