@@ -61,9 +61,9 @@ constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
 
-// Of the request in hand, for what it takes.
-constinit uint64_t request_taken_at = 0;  ///< microseconds
-constinit uint64_t sends_before_request = 0;
+// Of the request that the calling thread has in hand, for what it takes.
+constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
+constinit thread_local uint64_t sends_before_request = 0;
 
 uint64_t monotonic_us() {
   timespec now{};
@@ -80,9 +80,9 @@ void note_request() {
 void note_answer() {
   counter_add(COUNT_ANSWERS);
   const uint64_t sends = counter_value(COUNT_CHANNEL_SENDS);
-  if (sends == sends_before_request) return;
-  sends_before_request = sends;
+  if (request_taken_at == 0 || sends == sends_before_request) return;
   const uint64_t taken = monotonic_us() - request_taken_at;
+  request_taken_at = 0;
   counter_add(COUNT_COMMANDS);
   counter_add(COUNT_COMMAND_MICROSECONDS, taken);
   counter_raise_to(COUNT_COMMAND_MICROSECONDS_MAX, taken);
