@@ -26,7 +26,8 @@ namespace fake {
 namespace {
 
 struct private_directory {
-  std::string path = (std::filesystem::temp_directory_path() / "mdxgate-XXXXXX").string();
+  std::string path =
+      (std::filesystem::temp_directory_path() / "mdxgate-").string() + std::string(6, 'X');
   private_directory() {
     if (mkdtemp(path.data()) == nullptr) std::abort();
   }
