@@ -49,7 +49,7 @@ class Queues:
     """The two queues as a program without the client library sees them: System V calls and bytes."""
 
     KEY = 0x4D445800
-    RESPONSES, REQUESTS = 1, 2
+    REQUESTS = 2
     NOWAIT = 0o4000
 
     def __init__(self):
@@ -58,20 +58,12 @@ class Queues:
     def identifier(self, number):
         return self.libc.msgget(self.KEY + number, 0)
 
-    def send(self, record, message_type=0x7FFFFFFF, wait=False):
+    def send(self, record, message_type=0x7FFFFFFF):
         """Puts bytes on the request queue and wakes the server; False when the queue is full."""
         message = ctypes.create_string_buffer(struct.pack("l", message_type) + record)
-        flags = 0 if wait else self.NOWAIT
-        sent = self.libc.msgsnd(self.identifier(self.REQUESTS), message, len(record), flags)
+        sent = self.libc.msgsnd(self.identifier(self.REQUESTS), message, len(record), self.NOWAIT)
         self.wake()
         return sent == 0
-
-    def take(self, message_type):
-        """Takes an answer off the response queue, or None."""
-        message = ctypes.create_string_buffer(8 + 1600)
-        size = self.libc.msgrcv(self.identifier(self.RESPONSES), message, 1600,
-                                ctypes.c_long(message_type), self.NOWAIT)
-        return None if size < 0 else message.raw[8:8 + size]
 
     @staticmethod
     def wake():
@@ -230,19 +222,6 @@ class DeviceTest(unittest.TestCase):
 
     def console(self, *words):
         return self.ctl("console", *words)[1]
-
-    def start_watch(self, module, count):
-        """A watcher that is subscribed when this returns, and ends after so many packets."""
-        def connected():
-            return int(re.search(r"receivers_connected (\d+)", self.console("platform", "stats"))[1])
-        before = connected()
-        watch = self.start_client("watch", "--json", "--module", str(module), "--count", str(count))
-        wait_until(lambda: connected() > before, 5, "the watcher is connected")
-        return watch
-
-    def watched_values(self, watch, seconds=60):
-        out = self.finish(watch, seconds)[1]
-        return [json.loads(line)["fields"]["value"] for line in out.splitlines()]
 
     @staticmethod
     def start_client(*arguments, stdin=""):

@@ -3,78 +3,35 @@
 import os
 import pathlib
 import re
-import socket
-import struct
 import threading
 import time
 import unittest
 
-from device import CHANNEL, DeviceTest, ScriptedModem, SystemLog, wait_until
+from device import CHANNEL, ScriptedModem, SystemLog, wait_until
+from watching import WatchTest
 
-WAKE_UP = 55  # ^WAKEUPIN carries any number to this module
-PACKET = struct.Struct("=II12sIIiiI")
+WAKE_UP = ("--module", "55")  # ^WAKEUPIN carries any number there
 OK_LINE = b"\r\nOK\r\n"
 
 
-class BadLine(DeviceTest):
+class BadLine(WatchTest):
     def start_with(self, answer):
         self.modem = ScriptedModem(lambda line: OK_LINE if line.startswith(b"AT+CMEE") else answer(line))
         self.start_server()
 
-    def test_pauses_at_every_bad_place(self):
-        pauses = {}
-
-        def answer(line):
-            for piece, pause_ms in pauses[line]:
-                self.modem.say(piece)
-                time.sleep(pause_ms / 1000)
-            return b""
-        self.start_with(answer)
-        header = b'\r\n+CMGR: 0,"",4\r\n'
-        for n, (name, text, pieces) in enumerate((
-                ("inside a line", "+A: 1,2", ((b"\r\n+A:", 150), (b" 1,2\r\n", 10), (OK_LINE, 0))),
-                ("CR and LF", "+A: 1", ((b"\r", 10), (b"\n+A: 1\r", 150), (b"\n\r", 10), (b"\nOK\r", 10),
-                                        (b"\n", 0))),
-                ("long behind a line", "+A: 1", ((b"\r\n+A: 1\r\n", 300), (OK_LINE, 0))),
-                ("a late body", '+CMGR: 0,"",4\r\n00112233', ((header, 40), (b"00112233\r\n" + OK_LINE, 0))),
-                ("NUL and high bytes", None, ((b"\r\n+A: \0\xff\x80\x1b\r\n" + OK_LINE, 0),)),
-        )):
-            with self.subTest(name):
-                command = f"AT+P{n}"
-                pauses[command.encode()] = pieces
-                got = self.at(command)["text"].strip()
-                if text is not None:
-                    self.assertEqual(got, text)
-
     def test_ten_thousand_reports_while_an_exchange_waits(self):
         self.start_with(lambda line: b"" if line == b"AT+HANG" else OK_LINE)
-        hub = self.join_hub()
+        watcher, = self.start_watchers(WAKE_UP)
         size = self.resident_kib()
         waiting = self.start_client("at", "--timeout", "3", "AT+HANG")
         wait_until(lambda: b"AT+HANG" in self.modem.heard, 5, "the command is under way")
         burst = b"".join(b"\r\n^WAKEUPIN: %d\r\n" % n for n in range(10000))
         threading.Thread(target=self.modem.say, args=(burst,), daemon=True).start()
-        self.hear_all(hub, 10000)
+        wait_until(lambda: "9999" in "".join(watcher.lines()[-1:]), 60, "the last report")
+        self.assert_numbered(watcher, "value", 10000)
         self.finish(waiting)
         self.at("AT+NEXT")
         self.assertLess(self.resident_kib() - size, 2048)
-
-    def join_hub(self):
-        hub = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        hub.connect("/var/run/mdxgate/hub")
-        hub.send(PACKET.pack(0, 0, b"", 0, WAKE_UP, 0, 0, 0))
-        hub.settimeout(60)
-        self.addCleanup(hub.close)
-        return hub
-
-    def hear_all(self, hub, count):
-        """The numbers from 0 on, in order; each gap is as long as the hub says it is."""
-        expected = 0
-        while expected < count:
-            packet = PACKET.unpack(hub.recv(9000))
-            expected += packet[3]
-            self.assertEqual(packet[5], expected)
-            expected += 1
 
     def resident_kib(self):
         status = pathlib.Path(f"/proc/{self.server.pid}/status").read_text()
@@ -82,18 +39,19 @@ class BadLine(DeviceTest):
 
     def test_a_megabyte_without_line_end(self):
         self.start_with(lambda line: OK_LINE)
-        watch = self.start_watch(WAKE_UP, 1)
+        watcher, = self.start_watchers(WAKE_UP)
         for filler in (b"A" * 1024, b"\0" * 1024, b"\r" * 1024, b"\r\n" * 512, bytes(range(128, 256)) * 8):
             for _ in range(1024):
                 self.modem.say(filler)
         self.modem.say(b"\r\n^WAKEUPIN: 7\r\n")
-        self.assertEqual(self.watched_values(watch), [7])
+        watcher.wait_for(1)
+        self.assertEqual(watcher.words(), ["EVT_AT_WAKEUP_IN value=7"])
         self.assertEqual(self.at("AT+NEXT")["text"].strip(), "")
 
     def test_hang_up_inside_a_line_and_another_device_behind_the_link(self):
         log = SystemLog()
         self.start_with(lambda line: OK_LINE)
-        watch = self.start_watch(WAKE_UP, 2)
+        watcher, = self.start_watchers(WAKE_UP)
         old = self.modem
         self.modem.say(b"\r\n^WAKEUPIN: 1\r\n\r\n^WAKE")
         self.modem = ScriptedModem(lambda line: OK_LINE)  # the link leads to another number now
@@ -101,7 +59,8 @@ class BadLine(DeviceTest):
         old.unplug()
         wait_until(lambda: log.has("is back"), 5, "the channel is back")
         self.modem.say(b"UPIN: 9\r\n\r\n^WAKEUPIN: 2\r\n")
-        self.assertEqual(self.watched_values(watch), [1, 2])
+        watcher.wait_for(2)
+        self.assertEqual(watcher.words(), [f"EVT_AT_WAKEUP_IN value={n}" for n in (1, 2)])
         self.at("AT+NEXT")
         self.assertTrue(log.has("is gone"))
 

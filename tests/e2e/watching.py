@@ -17,16 +17,18 @@ class Watcher:
     def __init__(self, *options):
         self.client = DeviceTest.start_client("watch", "--json", *options)
 
+    def lines(self):
+        """All whole lines shown so far, a packet each."""
+        return os.pread(self.client.output[0].fileno(), 1 << 26, 0).decode().split("\n")[:-1]
+
     def packets(self):
-        """All packets shown so far."""
-        shown = os.pread(self.client.output[0].fileno(), 1 << 26, 0).decode()
-        return [json.loads(line) for line in shown.splitlines(keepends=True) if line.endswith("\n")]
+        return list(map(json.loads, self.lines()))
 
     def words(self):
         return [words(packet) for packet in self.packets()]
 
     def wait_for(self, count, seconds=60):
-        wait_until(lambda: len(self.packets()) >= count, seconds,
+        wait_until(lambda: len(self.lines()) >= count, seconds,
                    f"{count} packets at a watcher")
 
     def end(self):
@@ -50,3 +52,12 @@ class WatchTest(DeviceTest):
         wait_until(lambda: self.stats()["receivers"] == before + len(watchers), 10,
                    "the watchers are subscribed")
         return watchers
+
+    def assert_numbered(self, watcher, field, count):
+        """Reports with the numbers below `count`, in order; each gap is as long as the hub says it is."""
+        following = 0
+        for packet in watcher.packets():
+            following += packet["lost"]
+            self.assertEqual(packet["fields"][field], following)
+            following += 1
+        self.assertEqual(following, count)
