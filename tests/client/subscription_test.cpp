@@ -2,97 +2,89 @@
 
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "client/mdxclient.h"
-#include "tests/client/stand_in_hub.h"
+#include "platform/linux/border.h"
 
 namespace {
 
-struct Subscription {
-  explicit Subscription(const char* service, uint32_t module = 0) {
-    EXPECT_EQ(mdx_subscribe(&handle, service, module), MDX_OK);
+/// A hub with one receiver, which asked for everything.
+class Subscription : public testing::Test {
+ protected:
+  Subscription() {
+    mkdir(kMdxDirectory, 0770);
+    unlink(kMdxHubPath);
+    sockaddr_un address{AF_UNIX, {}};
+    std::memcpy(address.sun_path, kMdxHubPath, sizeof(kMdxHubPath));
+    const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(listener, 1), 0);
+    EXPECT_EQ(mdx_subscribe(&receiver_, MDX_EVERYTHING, 7), MDX_OK);
+    hub_ = accept(listener, nullptr, nullptr);
+    close(listener);
+    mdx_packet_header_t header{};
+    EXPECT_EQ(recv(hub_, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
+    EXPECT_EQ(header.kind, MDX_PACKET_SUBSCRIPTION);
+    EXPECT_STREQ(header.to, "*");
   }
-  ~Subscription() { mdx_unsubscribe(handle); }
-  Subscription(const Subscription&) = delete;
-  Subscription& operator=(const Subscription&) = delete;
-  mdx_subscription_t* handle = nullptr;
+  ~Subscription() override {
+    mdx_unsubscribe(receiver_);
+    close(hub_);
+  }
+
+  void say(mdx_packet_header_t header, const std::string& payload, int lie = 0) const {
+    header.length = static_cast<uint32_t>(static_cast<int>(payload.size()) + lie);
+    say_bytes(std::string(reinterpret_cast<const char*>(&header), sizeof(header)) + payload);
+  }
+  void say_bytes(const std::string& bytes) const {
+    EXPECT_EQ(send(hub_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+  }
+  int next(int wait_ms) { return mdx_next_packet(receiver_, wait_ms, &packet_); }
+
+  mdx_subscription_t* receiver_ = nullptr;
+  mdx_packet_t packet_ = MDX_PACKET_INIT;
+  int hub_ = -1;
 };
 
-TEST(Subscription, AsksForWhatItIsTold) {
-  StandInHub hub;
-  const Subscription everything(MDX_EVERYTHING, 7);
-  mdx_packet_header_t header = hub.take_subscription();
-  EXPECT_EQ(header.kind, MDX_PACKET_SUBSCRIPTION);
-  EXPECT_STREQ(header.to, "*");
-  hub.hang_up();
-  const Subscription module(MDX_BY_MODULE, 19);
-  header = hub.take_subscription();
-  EXPECT_STREQ(header.to, "");
-  EXPECT_EQ(header.module, 19u);
-  hub.hang_up();
-  const Subscription service("elevenbytes");
-  EXPECT_STREQ(hub.take_subscription().to, "elevenbytes");
-
-  mdx_subscription_t* none = nullptr;
-  EXPECT_EQ(mdx_subscribe(&none, "twelve bytes", 0), MDX_ERR_ARGUMENT);
-}
-
-TEST(Subscription, YieldsPacketsWholeAndInOrder) {
-  StandInHub hub;
-  const Subscription subscription(MDX_EVERYTHING);
-  hub.take_subscription();
-  mdx_packet_t packet = MDX_PACKET_INIT;
-  EXPECT_EQ(mdx_next_packet(subscription.handle, 0, &packet), MDX_ERR_TIMEOUT);
-  EXPECT_EQ(mdx_next_packet(subscription.handle, 20, &packet), MDX_ERR_TIMEOUT);
-
-  const mdx_packet_header_t full = {18002, 2, "elevenbyteX", 3, 18, -1, INT32_MIN, 0};
+TEST_F(Subscription, YieldsPacketsWholeAndInOrder) {
+  EXPECT_EQ(next(0), MDX_ERR_TIMEOUT);
+  EXPECT_EQ(next(20), MDX_ERR_TIMEOUT);
   const std::string large(20000, 'p');
-  hub.send_packet(full, large);
-  hub.send_packet({8907, 3, {}, 0, 0, 11, 0, 0}, "");
-  pollfd ready = {mdx_subscription_fd(subscription.handle), POLLIN, 0};
+  say({18002, 2, "elevenbyteX", 3, 18, -1, INT32_MIN, 0}, large);
+  say({8907, 3, {}, 0, 0, 11, 0, 0}, "");
+  pollfd ready = {mdx_subscription_fd(receiver_), POLLIN, 0};
   EXPECT_EQ(poll(&ready, 1, 1000), 1);
-  ASSERT_EQ(mdx_next_packet(subscription.handle, -1, &packet), MDX_OK);
-  EXPECT_EQ(packet.type, 18002u);
-  EXPECT_EQ(packet.kind, MDX_KIND_NOTIFICATION);
-  EXPECT_STREQ(packet.to, "elevenbyteX");
-  EXPECT_EQ(packet.lost, 3u);
-  EXPECT_EQ(packet.module, 18u);
-  EXPECT_EQ(packet.a, -1);
-  EXPECT_EQ(packet.b, INT32_MIN);
-  EXPECT_EQ(std::string(static_cast<const char*>(packet.payload), packet.length), large);
-  ASSERT_EQ(mdx_next_packet(subscription.handle, 0, &packet), MDX_OK);
-  EXPECT_EQ(packet.kind, MDX_KIND_VOICE);
-  EXPECT_EQ(packet.length, 0u);
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.type, 18002u);
+  EXPECT_EQ(packet_.kind, MDX_KIND_NOTIFICATION);
+  EXPECT_STREQ(packet_.to, "elevenbyteX");
+  EXPECT_EQ(packet_.lost, 3u);
+  EXPECT_EQ(packet_.module, 18u);
+  EXPECT_EQ(packet_.a, -1);
+  EXPECT_EQ(packet_.b, INT32_MIN);
+  EXPECT_EQ(std::string(static_cast<const char*>(packet_.payload), packet_.length), large);
+  ASSERT_EQ(next(0), MDX_OK);
+  EXPECT_EQ(packet_.kind, MDX_KIND_VOICE);
+  EXPECT_EQ(packet_.length, 0u);
 }
 
-TEST(Subscription, PassesOverWhatIsNoPacket) {
-  StandInHub hub;
-  const Subscription subscription(MDX_EVERYTHING);
-  hub.take_subscription();
-  hub.send_bytes("short");
-  hub.send_bytes(std::string(sizeof(mdx_packet_header_t) - 1, '\0'));
-  hub.send_packet({1, 1, "cms", 0, 0, 0, 0, 0}, "1234", -1);
-  hub.send_packet({2, 1, "cms", 0, 0, 0, 0, 0}, "1234", +1);
-  hub.send_packet({3, 1, "cms", 0, 0, 0, 0, 0}, "1234");
-  mdx_packet_t packet = MDX_PACKET_INIT;
-  ASSERT_EQ(mdx_next_packet(subscription.handle, 0, &packet), MDX_OK);
-  EXPECT_EQ(packet.type, 3u);
-}
-
-TEST(Subscription, LostServerIsToldAfterTheLastPacket) {
-  mdx_subscription_t* none = nullptr;
-  EXPECT_EQ(mdx_subscribe(&none, MDX_EVERYTHING, 0), MDX_ERR_NO_SERVER);
-  StandInHub hub;
-  const Subscription subscription("dialup");
-  hub.take_subscription();
-  hub.send_packet({1, 1, "dialup", 0, 0, 0, 0, 0}, "");
-  hub.hang_up();
-  mdx_packet_t packet = MDX_PACKET_INIT;
-  EXPECT_EQ(mdx_next_packet(subscription.handle, -1, &packet), MDX_OK);
-  EXPECT_EQ(mdx_next_packet(subscription.handle, -1, &packet), MDX_ERR_SERVER_GONE);
-  EXPECT_EQ(mdx_next_packet(subscription.handle, 0, &packet), MDX_ERR_SERVER_GONE);
+TEST_F(Subscription, PassesOverWhatIsNoPacketAndTellsTheEndBehindTheLast) {
+  say_bytes(std::string(sizeof(mdx_packet_header_t) - 1, '\0'));
+  say({1, 1, "cms", 0, 0, 0, 0, 0}, "1234", -1);
+  say({2, 1, "cms", 0, 0, 0, 0, 0}, "1234", +1);
+  say({3, 1, "cms", 0, 0, 0, 0, 0}, "1234");
+  shutdown(hub_, SHUT_RDWR);
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.type, 3u);
+  EXPECT_EQ(next(-1), MDX_ERR_SERVER_GONE);
+  EXPECT_EQ(next(0), MDX_ERR_SERVER_GONE);
 }
 
 }  // namespace
