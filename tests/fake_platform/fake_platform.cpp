@@ -45,7 +45,6 @@ struct world {
   void (*msg_procedure)(const void*) = nullptr;
   uint32_t pending_bits = 0;
   int32_t bindings = 0;
-  int32_t sleeps = 0;
   bool unregistered = false;
 };
 world the_world;
@@ -160,18 +159,24 @@ int32_t send_to_modem(int32_t channel, const char* data, uint32_t length) {
 // ---------------------------------------------------------------------------------------------------
 
 std::string entry::line() const {
-  char number[64];
+  const auto packet = [this](std::string head) {
+    for (const char byte : text) {
+      const auto value = static_cast<uint8_t>(byte);
+      head += "0123456789abcdef"[value >> 4];
+      head += "0123456789abcdef"[value & 15];
+    }
+    return head;
+  };
   switch (what) {
     case kind::TRACE:
       return "trace " + std::to_string(level) + " " + name + ": " + text;
     case kind::SERVICE:
-      snprintf(number, sizeof number, " %x", type);
-      return name + number;
+      return packet(name + " " + std::to_string(type) + " ");
     case kind::NOTIFICATION:
-      snprintf(number, sizeof number, "notify %d %u %d %d", module, type, a, b);
-      return number;
+      return packet("notify " + std::to_string(module) + " " + std::to_string(type) + " " +
+                    std::to_string(a) + " " + std::to_string(b) + " ");
     case kind::VOICE:
-      return "voice " + std::to_string(type);
+      return packet("voice " + std::to_string(module) + " " + std::to_string(type) + " ");
     case kind::REPLY:
       return "reply " + std::to_string(as<at_msg_t>().seq);
     case kind::RAISE:
@@ -182,13 +187,9 @@ std::string entry::line() const {
       return "request " + std::to_string(as<at_msg_t>().seq);
     case kind::SILENCE:
       return "silence " + std::to_string(a);
-    case kind::WRITE:
-    case kind::WRITE_FAILED:
-    case kind::DELIVERY:
-    case kind::CALL:
-      break;
+    default:
+      return text.empty() ? name : name + " " + text;
   }
-  return text.empty() ? name : name + " " + text;
 }
 
 std::vector<entry> entries(kind what) {
@@ -214,9 +215,8 @@ std::vector<std::string> traces(uint32_t level) {
 
 std::vector<entry> packets() {
   std::vector<entry> found;
-  for (const entry& e : journal)
-    if (e.what == kind::SERVICE || e.what == kind::NOTIFICATION || e.what == kind::VOICE)
-      found.push_back(e);
+  std::copy_if(journal.begin(), journal.end(), std::back_inserter(found),
+               [](const entry& e) { return e.is_packet(); });
   return found;
 }
 
@@ -363,7 +363,6 @@ uint32_t MDX_elapse() { return static_cast<uint32_t>(the_world.now); }
 
 void MDX_sleep(uint32_t milliseconds) {
   record(kind::SLEEP, "sleep").type = milliseconds;
-  if (fail.sleeps_at_most != 0 && ++the_world.sleeps > fail.sleeps_at_most) throw end_of_world{};
   const uint64_t deadline = the_world.now + milliseconds;
   while (step(deadline)) {
   }
@@ -408,7 +407,7 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
 
 pthread_t MDX_pthread_create(int, int, int, void (*)(), int) {
   record(kind::CALL, "MDX_pthread_create");
-  return fail.thread_create ? pthread_t{} : files::kThread;
+  return files::kThread;
 }
 
 // ---------------------------------------------------------------------------------------------------

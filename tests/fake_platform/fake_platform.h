@@ -18,7 +18,7 @@
 
 namespace fake {
 
-/// Thrown by MDX_event_recv, or by a sleep that `sleeps_at_most` forbids.
+/// Thrown by MDX_event_recv.
 struct end_of_world {};
 /// Thrown by pthread_exit, which would end the test.
 struct thread_ended {};
@@ -57,8 +57,13 @@ struct entry {
   int32_t a = 0;
   int32_t b = 0;
 
-  /// One line: "write AT\r", "cms 8804", "notify 12 3 0 0", "voice 5", "reply 7", "raise 4711 2",
-  /// "sleep 1000", "trace 8 mdxgate: main(): ...", "MDX_event_init 7". Payloads are not shown.
+  /// A service message, a notification or a report to voice.
+  bool is_packet() const {
+    return what == kind::SERVICE || what == kind::NOTIFICATION || what == kind::VOICE;
+  }
+  /// One line: "write AT\r", "reply 7", "raise 4711 2", "sleep 1000", "trace 8 mdxgate: main():
+  /// ...", "MDX_event_init 7"; of packets with the payload in hex: "cms 34820 ", "notify 12 3 0 0
+  /// 05000000", "voice 8907 5 0100".
   std::string line() const;
   /// The text as a record: a payload's layout, or the at_msg_t of a reply.
   template <class Record>
@@ -140,16 +145,14 @@ struct faults {
   std::string queues_left = {};  ///< numbers of queues that an earlier run left, as "21"
   bool msg_init = false;
   bool notify_init = false;
-  bool thread_create = false;
-  int32_t bind_attempts = 0;   ///< so many bindings do not fill the slot
-  int32_t write = 0;           ///< so many writes to the modem fail
-  int32_t nas_send = 0;        ///< so many sends to queue 3 fail
-  int32_t request_read = 0;    ///< so many reads of a client queue fail, with retcode EIO
-  int32_t reply_send = 0;      ///< so many sends to a client queue fail, with retcode EAGAIN
-  int32_t event_recv = 0;      ///< so many MDX_event_recv fail
-  int32_t allocations = 0;     ///< so many malloc fail
-  std::string files = {};      ///< fopen, mkdir and opendir fail below this path; empty for none
-  int32_t sleeps_at_most = 0;  ///< the sleep after so many throws end_of_world; 0 for no limit
+  int32_t bind_attempts = 0;  ///< so many bindings do not fill the slot
+  int32_t write = 0;          ///< so many writes to the modem fail
+  int32_t nas_send = 0;       ///< so many sends to queue 3 fail
+  int32_t request_read = 0;   ///< so many reads of a client queue fail, with retcode EIO
+  int32_t reply_send = 0;     ///< so many sends to a client queue fail, with retcode EAGAIN
+  int32_t event_recv = 0;     ///< so many MDX_event_recv fail
+  int32_t allocations = 0;    ///< so many malloc fail
+  std::string files = {};     ///< fopen, mkdir and opendir fail below this path; empty for none
 };
 extern faults fail;
 

@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
-#include <string_view>
 
 #include "platform/at_fields.h"
 
@@ -49,88 +47,40 @@ struct field_case_t {
 };
 
 // clang-format off
-const field_case_t lines_of_live_modems[] = {
+const field_case_t cases[] = {
+    // As live modems send them.
     {"^SYSINFO",     "^SYSINFO:2,1,0,5,1,,4",      "srv_status=2|srv_domain=1|roam_status=0|sys_mode=5|sim_state=1|lock_state=|sys_submode=4"},
-    {"^SYSINFO",     "^SYSINFO:2,3,0,5,1,1,0",     "srv_status=2|srv_domain=3|roam_status=0|sys_mode=5|sim_state=1|lock_state=1|sys_submode=0"},
     {"^SYSINFO",     "^SYSINFO: 2,3,0,3,1,3",      "srv_status=2|srv_domain=3|roam_status=0|sys_mode=3|sim_state=1|sys_submode=3"},
     {"^SYSINFO",     "AT^SYSINFO^SYSINFO:2,3,0,5,1\r\n^RSSI:20,1", "srv_status=2|srv_domain=3|roam_status=0|sys_mode=5|sim_state=1"},
-    {"^SRVST",       "^SRVST:1",                   "srv_status=1"},
-    {"^SRVST",       "^SRVST: 2",                  "srv_status=2"},
-    {"^MODE",        "^MODE:5,4",                  "sys_mode=5|sys_submode=4"},
-    {"^MODE",        "^MODE: 3,4",                 "sys_mode=3|sys_submode=4"},
-    {"^MODE",        "^MODE:5",                    "sys_mode=5"},
-    {"^SIMST",       "^SIMST:1",                   "sim_state=1"},
-    {"^SIMST",       "^SIMST: 255,1",              "sim_state=255|lock_state=1"},
-    {"^SIMREFRESH",  "^SIMREFRESH:1",              "file_type=1"},
     {"^ANLEVEL",     "^ANLEVEL:3",                 "level=3"},
     {"^ANLEVEL",     "^ANLEVEL:0,99,10,4,108,7",   "rscp=0|ecio=99|rssi=10|level=4|rsrp=108|rsrq=7"},
-    {"^LTESIGLEV",   "^LTESIGLEV:3",               "level=3"},
-    {"^HCSQ",        "^HCSQ:\"LTE\",48,35,86,14",  "sysmode=LTE|value1=48|value2=35|value3=86|value4=14"},
     {"^HCSQ",        "^HCSQ: \"WCDMA\", 26, 24, 43", "sysmode=WCDMA|value1=26|value2=24|value3=43"},
-    {"^HCSQ",        "^HCSQ: LTE,33,40,135,11",    "sysmode=LTE|value1=33|value2=40|value3=135|value4=11"},
-    {"^HCSQ",        "^HCSQ: \"NOSERVICE\"",       "sysmode=NOSERVICE"},
-    {"^HFREQINFO",   "^HFREQINFO:0,6,1,425,21525,15000,18425,19625,15000", "switch=0|sysmode=6|band_class=1|dl_fcn1=425|dl_freq1=21525|dl_bw1=15000|ul_fcn1=18425|ul_freq1=19625|ul_bw1=15000"},
     {"^HFREQINFO",   "^HFREQINFO:0,6,1,2,3,4,5,6,7,3,1300,18200", "switch=0|sysmode=6|band_class=1|dl_fcn1=2|dl_freq1=3|dl_bw1=4|ul_fcn1=5|ul_freq1=6|ul_bw1=7"},
-    {"^NWTIME",      "^NWTIME:18/12/13,06:20:04+28,00", "date=18/12/13|time=06:20:04+28|dst=00"},
-    {"^NWTIME",      "^NWTIME: 18/03/09,12:36:21+4,00", "date=18/03/09|time=12:36:21+4|dst=00"},
     {"^NWTIME",      "^NWTIME: \"18/03/09,12:36:21-4\"", "date=18/03/09|time=12:36:21-4"},
-    {"^APROAMRPT",   "^APROAMRPT:1",               "roaming_status=1"},
     {"^REJINFO",     "^REJINFO:46000,1,40,2,3,40,\"0026F8\",\"FF\",\"0A444202\"", "plmnid=46000|srvdomain=1|rejectcause=40|rattype=2"},
-    {"^REJINFO",     "^REJINFO:\"46000\",1,40,2",  "plmnid=46000|srvdomain=1|rejectcause=40|rattype=2"},
-    {"^DCONN",       "^DCONN:1,\"IPV4\"",          "cid=1|pdp_type=IPV4"},
-    {"^DEND",        "^DEND: 1,0,\"IPV4\"",        "cid=1|endCause=0|pdp_type=IPV4"},
     {"^NDISSTAT",    "^NDISSTAT:1,,,\"IPV4\"",     "stat=1|err_code=|wx_state=|PDP_type=IPV4"},
-    {"^NDISSTAT",    "^NDISSTAT: 1,,,IPV4",        "stat=1|err_code=|wx_state=|PDP_type=IPV4"},
-    {"^NDISSTAT",    "^NDISSTAT:0,50,,\"IPV6\"",   "stat=0|err_code=50|wx_state=|PDP_type=IPV6"},
     {"^NDISSTAT",    "^NDISSTAT: 1,,,\"IPV4\",0,,,\"IPV6\"", "stat=1|err_code=|wx_state=|PDP_type=IPV4"},
     {"^NDISSTAT",    "^NDISSTAT: 1,1,,,\"IPV4\"",  "stat=1|err_code=|wx_state=|PDP_type=IPV4"},
     {"^NDISSTATEX",  "^NDISSTATEX:1,1,,,\"IPV4\"", "cid=1|stat=1|err_code=|wx_state=|PDP_type=IPV4"},
-    {"^DSFLOWRPT",   "^DSFLOWRPT:00000124,00000082,00000EA6,0000000000012325,000000000022771D,0000BB80,0001F400", "curr_ds_time=00000124|tx_rate=00000082|rx_rate=00000EA6|curr_tx_flow=0000000000012325|curr_rx_flow=000000000022771D|qos_tx_rate=0000BB80|qos_rx_rate=0001F400"},
-    {"^TEMPPRT",     "^TEMPPRT:1,2",               "tempprotect_event=1|tempprotect_param=2"},
-    {"^WAKEUPIN",    "^WAKEUPIN:1",                "value=1"},
     {"^APDIALUPRPT", "^APDIALUPRPT:1,2",           ""},
     {"+CMT",         "+CMT: ,35\r\n0791AB\r\n",    "alpha=|length=35|pdu=0791AB"},
     {"+CMT",         "+CMT: \"\",22",              "alpha=|length=22"},
     {"+CMT",         "+CMT: 35\r\n0791AB",         "length=35|pdu=0791AB"},
-    {"+CDS",         "+CDS: 25\r\n0791AB",         "length=25|pdu=0791AB"},
     {"+CBM",         "+CBM: 88\r\n0011,22",        "length=88|pdu=0011,22"},
-    {"+CBM",         "+CBM: 88\r\n",               "length=88"},
-    {"+CMTI",        "+CMTI: \"SM\",1",            "mem=SM|index=1"},
-    {"+CMTI",        "+CMTI: \"SM\",-1",           "mem=SM|index=-1"},
     {"+CMTI",        "+CMTI: SM,70000",            "mem=SM|index=70000"},
-    {"+CDSI",        "+CDSI: \"SM\",3",            "mem=SM|index=3"},
-    {"^HCMGSS",      "^HCMGSS:31",                 "mr=31"},
-    {"^HCMGSF",      "^HCMGSF:107",                "errCode=107"},
-    {"^HCMGSF",      "^HCMGSF:15,2",               "errCode=15|class=2"},
-    {"^SMMEMFULL",   "^SMMEMFULL: \"SM\"",         "mem_type=SM"},
-    {"+CUSD",        "+CUSD: 0,\"Available Balance: R 96.45 .\",15", "rspType=0|cusdStr=Available Balance: R 96.45 .|codeType=15"},
-    {"+CUSD",        "+CUSD: 5",                   "rspType=5"},
     {"+CUSD",        "+CUSD: 1,\"tariff \"Mega\". More\",15", "rspType=1|cusdStr=tariff \"Mega\". More|codeType=15"},
     {"+CUSD",        "+CUSD: 0, 49B41C74ACD3",     "rspType=0|cusdStr=49B41C74ACD3"},
     {"^STIN",        "^STIN:0,0,0",                "cmdTpye=0|cmdIndex=0|isTimeOut=0"},
-    {"^STIN",        "^STIN: 7, 0, 0",             "cmdTpye=7|cmdIndex=0|isTimeOut=0"},
-    {"^STIN",        "^STIN: 11",                  "cmdTpye=11"},
-    {"+CIREGU",      "+CIREGU: 1,1",               "reg_info=1|ext_info=1"},
-    {"+CSSI",        "+CSSI: 1",                   "code=1"},
     {"+CSSU",        "+CSSU: 2,7",                 "code=2|index=7"},
-};
-
-const field_case_t lines_out_of_shape[] = {
     // Empty, missing, surplus.
     {"^SIMST",    "^SIMST:",                     ""},
-    {"^SIMST",    "^SIMST: \t ",                 ""},
     {"^SIMST",    "^SIMST: \r\n1,2",             ""},
-    {"^SIMST",    "^SIMST:1,",                   "sim_state=1"},
     {"^SIMST",    "^SIMST:1,,",                  "sim_state=1|lock_state="},
     {"^SIMST",    "^SIMST:,1",                   "sim_state=|lock_state=1"},
     {"^SIMST",    "^SIMST:1,2,3,,\"x\",5",       "sim_state=1|lock_state=2"},
-    {"^SYSINFO",  "^SYSINFO:2,3,0,3,1,",         "srv_status=2|srv_domain=3|roam_status=0|sys_mode=3|sim_state=1"},
-    {"^ANLEVEL",  "^ANLEVEL:3,",                 "level=3"},
     {"^ANLEVEL",  "^ANLEVEL:3,4",                "rscp=3|ecio=4"},
-    {"+CMT",      "+CMT:\r\n0791AB",             "pdu=0791AB"},
     {"+CMT",      "+CMT: \"a, b\",22\r\n07",     "alpha=a, b|length=22|pdu=07"},
     {"+CBM",      "+CBM: 88\r\n 0011 \r\nOK",    "length=88|pdu=0011"},
-    {"^NDISSTAT", "^NDISSTAT:1,,,\"IPV4\",\"IPV6\"", "stat=1|err_code=|wx_state=|PDP_type=IPV4"},
     {"^NDISSTAT", "^NDISSTAT: 2,0,33,,ipv4v6",   "stat=0|err_code=33|wx_state=|PDP_type=ipv4v6"},
     // Blanks, zeros, signs, size.
     {"^MODE",     "^MODE \t: \t 5 ,\t 4 \r\n",   "sys_mode=5|sys_submode=4"},
@@ -140,58 +90,36 @@ const field_case_t lines_out_of_shape[] = {
     {"^DCONN",    "^DCONN:\"\",\"\"",            "cid=|pdp_type="},
     {"^DCONN",    "^DCONN:\",\",\"IP,V4\"",      "cid=,|pdp_type=IP,V4"},
     {"^DCONN",    "^DCONN:1,\"IPV4",             "cid=1|pdp_type=IPV4"},
-    {"^DCONN",    "^DCONN:1,IPV4\"",             "cid=1|pdp_type=IPV4"},
-    {"+CMTI",     "+CMTI: \"SM,1",               "mem=SM|index=1"},
     {"^DCONN",    "^DCONN:1,\"",                 "cid=1|pdp_type="},
     // Where the name ends, and where the line starts.
     {"^NDISSTAT", "^NDISSTATEX:1,1,,,\"IPV4\"",  "-1"},
     {"^NDISSTAT", "^NDISSTATQRY:0 ^NDISSTAT:1",  "stat=1"},
-    {"^SYSINFO",  "^SYSINFOEX:2,3\r\n^SYSINFO:1", "srv_status=1"},
-    {"+CMT",      "+CMTI: \"SM\",1",             "-1"},
     {"^SRVST",    "AT+CPMS note ^SRVST, ^SRVST:0", "srv_status=0"},
     {"^SRVST",    "^SRVST",                      "-1"},
     {"^SRVST",    "^SRVST=1:",                   "-1"},
-    {"^SRVST",    "^srvst:1",                    "-1"},
     {"^SRVST",    "^SRVST\r\n:1",                "-1"},
     {"^SRVST",    "",                            "-1"},
-    {"SRVST",     "^SRVST:1",                    "-1"},
-    {"",          ":1",                          "-1"},
     // USSD texts.
     {"+CUSD", "+CUSD: 0,\"a, \"b\",15 c\",72",   "rspType=0|cusdStr=a, \"b\",15 c|codeType=72"},
     {"+CUSD", "+CUSD: 0,\"say \"x\",15, or\",72", "rspType=0|cusdStr=say \"x\",15, or|codeType=72"},
     {"+CUSD", "+CUSD: 0,\"a\nb\rc\r\nd\xe9\",15\r\n", "rspType=0|cusdStr=a\nb\rc\r\nd\xe9|codeType=15"},
-    {"+CUSD", "+CUSD: 0,\" a \" , 15",           "rspType=0|cusdStr= a |codeType=15"},
     {"+CUSD", "+CUSD: 0,\"a\",15\r\nOK\r\n",     "rspType=0|cusdStr=a|codeType=15"},
-    {"+CUSD", "+CUSD: 0,\"a\",15,7",             "rspType=0|cusdStr=a|codeType=15"},
-    {"+CUSD", "+CUSD: 0,\"a\",",                 "rspType=0|cusdStr=a"},
     {"+CUSD", "+CUSD: 0,\"a\"",                  "rspType=0|cusdStr=a"},
-    {"+CUSD", "+CUSD: 0,\"\",15",                "rspType=0|cusdStr=|codeType=15"},
     {"+CUSD", "+CUSD: 0,\"cut \"off, 3",         "rspType=0|cusdStr=cut \"off, 3"},
     {"+CUSD", "+CUSD: 0,\"",                     "rspType=0|cusdStr="},
-    {"+CUSD", "+CUSD: 0,49B4,15",                "rspType=0|cusdStr=49B4|codeType=15"},
     {"+CUSD", "+CUSD: 0,Hello, you ,15",         "rspType=0|cusdStr=Hello, you|codeType=15"},
-    {"+CUSD", "+CUSD: 1,,15",                    "rspType=1|cusdStr=|codeType=15"},
     {"+CUSD", "+CUSD: 1,",                       "rspType=1"},
     {"+CUSD", "+CUSD: \r\n",                     ""},
-    {"+CUSD", "+CUSD: 5\r",                      "rspType=5"},
     {"+CUSD", "+CUSD: 0,49\r\r\n",               "rspType=0|cusdStr=49\r"},
-    {"+CUSD", "+CUSD: 0,\"cut\r",                "rspType=0|cusdStr=cut\r"},
     {"+CUSD", "+CUSD: 0,\"a\"\r",                "rspType=0|cusdStr=a"},
 };
 // clang-format on
 
-TEST(FieldParser, ReadsTheLinesOfLiveModems) {
-  for (const auto& [prefix, line, fields] : lines_of_live_modems) {
+TEST(FieldParser, ReadsTheParametersBehindThePrefix) {
+  for (const auto& [prefix, line, fields] : cases) {
     EXPECT_EQ(fields_of(prefix, line), fields) << line;
-    EXPECT_EQ(fields_of(prefix, std::string("note: ") + line), fields)
-        << "behind other text: " << line;
-    EXPECT_EQ(fields_of(prefix, line, 15, 0), fields) << "as an answer: " << line;
-  }
-}
-
-TEST(FieldParser, SurvivesLinesOutOfShape) {
-  for (const auto& [prefix, line, fields] : lines_out_of_shape) {
-    EXPECT_EQ(fields_of(prefix, line), fields) << line;
+    EXPECT_EQ(fields_of(prefix, std::string("note: ") + line, 15, 0), fields)
+        << "an answer, behind other text: " << line;
   }
 }
 
@@ -205,27 +133,6 @@ TEST(FieldParser, RefusesNullAndShortMemory) {
   memory_is_short = true;
   EXPECT_EQ(fields_of("^MODE", "^MODE:5"), "-1");
   memory_is_short = false;
-}
-
-// Nothing is expected of the fields: that no byte is read or written out of place is the
-// sanitizers' say.
-TEST(FieldParser, SurvivesArbitraryBytes) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  constexpr std::string_view kFrequent = "\"\",,,:^+ \t\r\n0159IPV";
-  for (const auto& [prefix, line, fields] : lines_of_live_modems) {
-    for (int round = 0; round < 300; ++round) {
-      std::string text = random() % 2 == 0 ? prefix + std::string(":") : line;
-      for (size_t left = random() % 60; left > 0; --left) {
-        const bool frequent = random() % 4 != 0;
-        const char byte = frequent ? kFrequent[random() % kFrequent.size()]
-                                   : static_cast<char>(1 + random() % 255);
-        text.insert(text.begin() + static_cast<long>(random() % (text.size() + 1)), byte);
-      }
-      fields_of(prefix, text);
-    }
-  }
 }
 
 // A reader that looked back and forth would take hours.

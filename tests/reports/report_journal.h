@@ -2,10 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/record_image.h"
 
 /// What a line did: one element per trace of the report handlers and per packet, in their order.
 using journal_t = std::vector<std::string>;
@@ -18,26 +19,12 @@ std::string dialup(uint32_t message, const std::string& payload);
 std::string cms(uint32_t message, const std::string& payload);
 std::string voice(int32_t type, const std::string& payload);
 
-// Payloads, joined with +.
-std::string words(std::initializer_list<int64_t> values);  ///< 32 bits each, little-endian
-std::string longs(std::initializer_list<uint64_t> values);
-std::string half(uint16_t value);
-std::string bytes(std::initializer_list<uint8_t> values);
-std::string text(std::string_view value, size_t size);  ///< padded with NUL
-std::string zeros(size_t size);
-
 /// All that happened since the last line.
 journal_t journal_now();
 /// The packets of a journal.
 journal_t packets_of(const journal_t& journal);
-/// The packets of a journal without their values: who got how many bytes as what.
-journal_t shapes_of(const journal_t& journal);
-
 /// Hands a line to the report table in a buffer as large as the parser's, nothing else around it.
 /// @param index  the row's id
 journal_t report(std::string_view line, int* index = nullptr);
-/// Brings the line in as a delivery of the modem, through queue, framing and parser.
-journal_t deliver(std::string_view line);
-
 /// Sends good ^DSFLOWRPT lines until "cms" is told: the count starts anew with the next one.
 void restart_dsflow_count();

@@ -50,7 +50,7 @@ TEST_F(Mdxgate, StartsInThisOrder) {
       "MDX_get_msgQ_id 3", "MDX_msgQ_create 3 10 1516",
       "KRP_MSG_Init mdxgate", "MDX_pthread_create", "KRP_NOTIFYCLT_Init 31",
       "KRP_UTIL_DropAndroidRootPrivileges",
-      "Q7_APP_RegCallBack 6", "write AT+CMEE=1\r", "cms 8804",
+      "Q7_APP_RegCallBack 6", "write AT+CMEE=1\r", "cms 34820 ",
       "fopen /var/mdx_ready.flg w+", "KRP_UTIL_RemoveAndroidWPerm /var/mdx_ready.flg 664"};
   // clang-format on
   EXPECT_EQ(fake::lines({kind::CALL, kind::WRITE, kind::SERVICE, kind::SLEEP}), order);
