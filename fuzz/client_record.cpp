@@ -1,12 +1,13 @@
 // A client's record, and behind it what the modem says to whatever the server writes.
 
 #include "fuzz/fuzz.h"
-#include "fuzz/server_on_fake.h"
 #include "server/client_request.h"
+#include "tests/fake_platform/server_on_fake.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::input input(data, size);
-  fuzz::start_server();
+  mdx_trace_mask = 0;
+  fake::bring_up_server();
   at_msg_t msg = {};
   const std::string image = input.take(sizeof(msg));
   image.copy(reinterpret_cast<char*>(&msg), sizeof(msg));

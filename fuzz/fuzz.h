@@ -14,7 +14,6 @@ class input {
   input(const uint8_t* data, size_t size) : data_(reinterpret_cast<const char*>(data), size) {}
 
   bool empty() const { return data_.empty(); }
-  std::string rest() { return take(data_.size()); }
   std::string take(size_t size) {
     const std::string taken = data_.substr(0, size);
     data_.erase(0, size);

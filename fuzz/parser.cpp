@@ -1,14 +1,15 @@
 // Deliveries to the parser, under every kind of record. A tilde ends a delivery.
 
 #include "fuzz/fuzz.h"
-#include "fuzz/server_on_fake.h"
 #include "server/at_parser.h"
 #include "server/at_stream.h"
+#include "tests/fake_platform/server_on_fake.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static constexpr const char* kMatches[] = {"", "+CSQ", "OK", "x"};
   fuzz::input input(data, size);
-  fuzz::start_server();
+  mdx_trace_mask = 0;
+  fake::bring_up_server();
   const uint8_t how = input.byte();
   at_msg_t msg = {};
   msg.req_type = how % 6;

@@ -6,9 +6,8 @@
 #include <random>
 #include <string>
 
-#include "server/mdx_state.h"
 #include "server/mdxgate.h"
-#include "tests/fake_platform/fake_platform.h"
+#include "tests/fake_platform/server_on_fake.h"
 
 int mdxgate_main();
 
@@ -95,8 +94,7 @@ void check_state() {
 void world::live(uint64_t hours) {
   // Some worlds begin shortly before the platform's clock wraps.
   fake::reset(chance(4) ? UINT32_MAX - 2 * kHourMs : 1000);
-  mdx_state.~mdx_state_t();
-  new (&mdx_state) mdx_state_t();
+  fake::forget_server();
   mdx_trace_mask = chance(8) ? ~0u : 0;
   fake::on_write = [this](const std::string& written) { answer(written); };
   fake::fail.bind_attempts = static_cast<int32_t>(below(4));

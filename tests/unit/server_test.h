@@ -11,11 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "channel/mdx_register.h"
 #include "server/at_parser.h"
 #include "server/at_stream.h"
-#include "server/mdx_state.h"
-#include "tests/fake_platform/fake_platform.h"
+#include "tests/fake_platform/server_on_fake.h"
 
 namespace unit {
 
@@ -66,15 +64,7 @@ class Server : public testing::Test {
 
   static void bring_up(uint32_t clock = 1000) {
     fake::reset(clock);
-    mdx_state = mdx_state_t{};
-    mdx_state.stream.p_cur = mdx_state.stream.p_end = mdx_state.stream.data;
-    mdx_state.ring_head = mdx_state.ring_tail = 0;
-    mdx_state.req_queue_id = MDX_msgQex_create(2, 10, 1600);
-    mdx_state.rsp_queue_id = MDX_msgQex_create(1, 10, 1600);
-    mdx_state.nas_queue_id = MDX_msgQ_create(3, 10, 1516);
-    mdx_state.main_task_id = MDX_task_getid();
-    mdx_register_nas_channel();
-    fake::journal.clear();
+    fake::bring_up_server();
   }
 
   /// One delivery, taken into the receive stream.
