@@ -6,11 +6,8 @@
 namespace unit {
 namespace {
 
-const char kFailed[] = "send_to_msgqueue the cmd rsp error ,retcode = < %d>!\n";
-
 std::string failed(int retcode) {
-  std::string text = kFailed;
-  return text.replace(text.find("%d"), 2, std::to_string(retcode));
+  return "send_to_msgqueue the cmd rsp error ,retcode = < " + std::to_string(retcode) + ">!\n";
 }
 
 class ClientRequest : public Server {
@@ -18,10 +15,6 @@ class ClientRequest : public Server {
   int retcode = -1;
 
   int serve(at_msg_t msg) {
-    msg.rep_type = 21;
-    return serve_as_is(msg);
-  }
-  int serve_as_is(at_msg_t msg) {
     msg.reserved = 22;
     msg.seq = 23;
     fake::request(msg);
@@ -38,16 +31,11 @@ TEST_F(ClientRequest, EachKindGetsItsAnswerOrNone) {
     const char* what; ask asked; fake::script modem; strings sent; bool replied; int32_t ret_val; std::string text;
   } cases[] = {
     {"command",       {.text = "AT+CSQ"}, {{1, "+CSQ: 1\r\nOK\r\n"}}, {"AT+CSQ\r"}, true,  2, "+CSQ: 1"},
-    {"lower case",    {.text = "at"},     {{1, "OK\r\n"}},  {"at\r"},        true,  2, ""},
     {"mixed case",    {.text = "aT"},     {{1, "OK\r\n"}},  {"aT\r"},        true,  2, ""},
-    {"error",         {},                 {{1, "ERROR\r\n"}}, {"AT\r"},      true,  5, ""},
     {"silence",       {},                 {},               {"AT\r"},        true, -1, ""},
     {"no AT",         {.text = "BT"},     {},               {},              false, 0, ""},
-    {"blank AT",      {.text = " AT"},    {},               {},              false, 0, ""},
     {"half",          {.text = "A"},      {},               {},              false, 0, ""},
-    {"empty",         {.text = ""},       {},               {},              false, 0, ""},
     {"raw",           {.text = "ATI", .req_type = 5}, {{1, "x\r\nOK\r\n"}}, {"ATI\r"}, true, 2, "x\r\nOK\r\n"},
-    {"raw, no AT",    {.text = "I", .req_type = 5},   {},   {},              false, 0, ""},
     {"SMS, no CR",    {.text = "AT+CMGS=3"}, {},            {},              true,  0, "AT+CMGS=3"},
     {"raw SMS",       {.text = "AT+CMGS=3\r00\x1a", .req_type = 5}, {{1, "OK\r\n"}},
                                                      {"AT+CMGS=3\r00\x1a\r"}, true, 2, "OK\r\n"},
@@ -56,8 +44,6 @@ TEST_F(ClientRequest, EachKindGetsItsAnswerOrNone) {
     {"other report",  {.req_type = 2},    {},               {},              true,  0, ""},
     {"reserved 3",    {.req_type = 3},    {},               {},              false, 0, ""},
     {"reserved 4",    {.req_type = 4},    {},               {},              true,  8, ""},
-    {"6",             {.req_type = 6},    {},               {},              true,  8, ""},
-    {"7",             {.req_type = 7},    {},               {},              true,  8, ""},
     {"highest",       {.req_type = 0xffffffff}, {},         {},              true,  8, ""},
   };
   // clang-format on
@@ -72,11 +58,8 @@ TEST_F(ClientRequest, EachKindGetsItsAnswerOrNone) {
     const at_msg_t& reply = replies[0];
     EXPECT_EQ(reply.ret_val, c.ret_val) << c.what;
     EXPECT_EQ(text_of(reply), c.text) << c.what;
-    EXPECT_EQ(reply.msg_type, 77) << c.what;
-    EXPECT_EQ(reply.req_type, c.asked.req_type) << c.what;
-    EXPECT_EQ(reply.rep_type, 21) << c.what;
-    EXPECT_EQ(reply.reserved, 22u) << c.what;
-    EXPECT_EQ(reply.seq, 23u) << c.what;
+    const auto request = fake::entries(fake::kind::REQUEST).at(0).as<at_msg_t>();
+    EXPECT_EQ(std::memcmp(&reply, &request, offsetof(at_msg_t, timeout)), 0) << c.what;
   }
 }
 
@@ -85,7 +68,6 @@ TEST_F(ClientRequest, TheSearchForNetworksGetsItsTimeIfRaw) {
   const struct { ask asked; uint64_t seconds; } cases[] = {
       {{.text = "AT+COPS=?", .req_type = 5, .timeout = 5},   240},
       {{.text = "at+cops=?", .req_type = 5, .timeout = 5},   240},
-      {{.text = "AT+COPS=?", .req_type = 5, .timeout = 600}, 240},
       {{.text = "AT+Cops=?", .req_type = 5, .timeout = 5},   5},
       {{.text = "AT+COPS?",  .req_type = 5, .timeout = 5},   5},
       {{.text = "AT+COPS=?", .req_type = 0, .timeout = 5},   5},
@@ -107,7 +89,7 @@ TEST_F(ClientRequest, TheStoredReportComesWithoutTheModem) {
   for (const std::string line : {"^RSSI: 12, and forty characters or so of more", "^RSSI: 7"}) {
     answered({}, {line + "\r\n"});
     fake::journal.clear();
-    EXPECT_EQ(serve_as_is(get), 0);
+    EXPECT_EQ(serve(get), 0);
     const at_msg_t reply = fake::replies().at(0);
     EXPECT_EQ(reply.ret_val, AT_OK);
     EXPECT_EQ(std::string(reply.snd_rcv_msg.rmsg, 1500),
@@ -118,15 +100,11 @@ TEST_F(ClientRequest, TheStoredReportComesWithoutTheModem) {
   }
   for (const int32_t other : {0, 1, 3, -1}) {
     get.rep_type = other;
-    serve_as_is(get);
+    serve(get);
     EXPECT_EQ(fake::replies().back().ret_val, 0);
     EXPECT_EQ(text_of(fake::replies().back()), "");
     EXPECT_EQ(fake::traces(2).back(), failed(1));
   }
-  fake::journal.clear();
-  EXPECT_EQ(get_report(nullptr, &retcode), -1);
-  EXPECT_EQ(get_report(&get, nullptr), -1);
-  EXPECT_EQ(fake::traces(2), strings(2, "get_report:error, pmsg is null!\n"));
 }
 
 TEST_F(ClientRequest, AWaitForAReportDiscardsOneDelivery) {
@@ -143,10 +121,6 @@ TEST_F(ClientRequest, AWaitForAReportDiscardsOneDelivery) {
 }
 
 TEST_F(ClientRequest, WhatGoesWrongIsTracedAndLosesAtMostOneAnswer) {
-  EXPECT_EQ(process_msg_queue(nullptr), -1);
-  EXPECT_THAT(fake::traces(2), ElementsAre("retcode is NULL!\n"));
-
-  bring_up();
   EXPECT_EQ(process_msg_queue(&retcode), -1) << "nothing there";
   EXPECT_THAT(fake::journal, IsEmpty());
 
@@ -161,19 +135,6 @@ TEST_F(ClientRequest, WhatGoesWrongIsTracedAndLosesAtMostOneAnswer) {
   EXPECT_EQ(serve(record({.req_type = 4})), 0);
   EXPECT_EQ(fake::replies().size(), 1u);
   EXPECT_THAT(fake::traces(8), Contains("Client AT cmd= ***, Id= 77, seq = 23\n"));
-}
-
-TEST_F(ClientRequest, ARecordWithoutAnyNulIsBounded) {
-  for (const uint32_t req_type : {0u, 1u, 2u, 4u, 5u}) {
-    bring_up();
-    at_msg_t msg;
-    std::memset(&msg, 'A', sizeof msg);
-    std::memset(msg.snd_rcv_msg.rmsg + 1, 'T', MAX_ATCMD_REPORT_SIZE - 1);
-    msg.req_type = req_type;
-    msg.timeout = 0;
-    serve(msg);
-    for (const std::string& sent : fake::writes()) EXPECT_LE(sent.size(), 639u);
-  }
 }
 
 // The client library looks behind its pattern to tell a modem's "COMMAND NOT SUPPORT" from a

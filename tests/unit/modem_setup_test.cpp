@@ -10,22 +10,18 @@ struct operation {
   int32_t (*run)(int*);
   std::string sent;
   std::string match;
-  std::string null_trace;
-  bool traces_retcode;
 };
 
 class ModemSetup : public Server {
  protected:
-  // clang-format off
   const operation operations[6] = {
-    {mdx_cmee,                         "AT+CMEE=1\r",  "+CMEE:", "retcode is NULL!\n",                                  false},
-    {mdx_set_ate,                      "ATE0\r",       "ATE0",   "mdx_set_ate: retcode is NULL!\n",                     true},
-    {mdx_set_srvst_unsolicited_enable, "AT^SRVST=1\r", "^SRVST", "mdx_set_srvst_unsolicited_enable: retcode is NULL!\n", true},
-    {mdx_set_creg_unsolicited_enable,  "AT+CREG=2\r",  "+CREG",  "mdx_set_creg_unsolicited_enable: retcode is NULL!\n",  true},
-    {mdx_set_cgreg_unsolicited_enable, "AT+CGREG=2\r", "+CGREG", "mdx_set_cgreg_unsolicited_enable: retcode is NULL!\n", true},
-    {mdx_set_mode_unsolicited_enable,  "AT^MODE=1\r",  "",       "mdx_set_mode_unsolicited_enable: retcode is NULL!\n",  true},
+      {mdx_cmee, "AT+CMEE=1\r", "+CMEE:"},
+      {mdx_set_ate, "ATE0\r", "ATE0"},
+      {mdx_set_srvst_unsolicited_enable, "AT^SRVST=1\r", "^SRVST"},
+      {mdx_set_creg_unsolicited_enable, "AT+CREG=2\r", "+CREG"},
+      {mdx_set_cgreg_unsolicited_enable, "AT+CGREG=2\r", "+CGREG"},
+      {mdx_set_mode_unsolicited_enable, "AT^MODE=1\r", ""},
   };
-  // clang-format on
   int retcode = 99;
 };
 
@@ -35,7 +31,6 @@ TEST_F(ModemSetup, OnlyOkIsSuccess) {
       {"OK",              {{10, "\r\nOK\r\n"}},                          0},
       {"report, OK",      {{10, "^RSSI: 3\r\n"}, {20, "OK\r\n"}},        0},
       {"ERROR",           {{10, "ERROR\r\n"}},                          -1},
-      {"CME ERROR",       {{10, "+CME ERROR: 3\r\n"}},                  -1},
       {"late OK",         {{3001, "OK\r\n"}},                           -1},
   };
   // clang-format on
@@ -48,7 +43,7 @@ TEST_F(ModemSetup, OnlyOkIsSuccess) {
       EXPECT_THAT(fake::writes(), ElementsAre(op.sent));
       const strings told = fake::traces(8);
       EXPECT_EQ(std::count(told.begin(), told.end(), "at_send_normal_cmd_msg = 0\n"),
-                op.traces_retcode ? 1 : 0);
+                op.run == mdx_cmee ? 0 : 1);
     }
   }
 }
@@ -56,9 +51,6 @@ TEST_F(ModemSetup, OnlyOkIsSuccess) {
 TEST_F(ModemSetup, EachTakesTheNextNumberEvenInVain) {
   for (const operation& op : operations) {
     bring_up();
-    EXPECT_EQ(op.run(nullptr), -1);
-    EXPECT_THAT(fake::traces(2), ElementsAre(op.null_trace));
-    EXPECT_EQ(mdx_state.msg_seq_counter, 0u) << "nothing was built";
     fake::fail.write = 1;
     EXPECT_EQ(op.run(&retcode), -1);
     EXPECT_EQ(mdx_state.msg_seq_counter, 1u);
@@ -90,19 +82,14 @@ TEST_F(ModemSetup, TheFourSwitchesAreTriedWhateverTheOthersDo) {
   EXPECT_EQ(mdx_set_unsolicited_enable(&retcode), 0) << "the last decides";
   EXPECT_EQ(fake::writes(), all);
   EXPECT_EQ(fake::now(), 10010u);
-  EXPECT_THAT(fake::traces(2), Contains("mdx_set_srvst_unsolicited_enable failed. \n"));
-  EXPECT_THAT(fake::traces(2), Contains("mdx_set_creg_unsolicited_enable failed. \n"));
-  EXPECT_THAT(fake::traces(2), Contains("mdx_set_cgreg_unsolicited_enable failed. \n"));
 
   bring_up();
   EXPECT_EQ(mdx_set_unsolicited_enable(&retcode), -1);
   EXPECT_EQ(fake::writes(), all);
-  EXPECT_THAT(fake::traces(2), Contains("mdx_set_mode_unsolicited_enable failed. \n"));
-
-  bring_up();
-  EXPECT_EQ(mdx_set_unsolicited_enable(nullptr), -1);
-  EXPECT_THAT(fake::traces(), ElementsAre("retcode is NULL!\n"));
-  EXPECT_THAT(fake::writes(), IsEmpty());
+  EXPECT_THAT(fake::traces(2), IsSupersetOf({"mdx_set_srvst_unsolicited_enable failed. \n",
+                                             "mdx_set_creg_unsolicited_enable failed. \n",
+                                             "mdx_set_cgreg_unsolicited_enable failed. \n",
+                                             "mdx_set_mode_unsolicited_enable failed. \n"}));
 }
 
 }  // namespace

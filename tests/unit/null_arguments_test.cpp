@@ -1,5 +1,9 @@
 // A null argument is refused with a word, and nothing else happens.
+#include "server/at_exchange.h"
 #include "server/at_match.h"
+#include "server/at_sms_exchange.h"
+#include "server/client_request.h"
+#include "server/modem_setup.h"
 #include "server/nas_request.h"
 #include "server/status_query.h"
 #include "tests/unit/server_test.h"
@@ -28,6 +32,23 @@ TEST_F(NullArguments, AreRefused) {
       {mdx_query_sysinfo(nullptr),                         -1, "mdx_query_sysinfo: retcode is NULL!"},
       {mdx_check_cimi(nullptr),                            -1, "mdx_check_cimi: retcode is NULL!"},
       {mdx_set_cops_format(nullptr),                       -1, "mdx_set_cops_format: retcode is NULL!\n"},
+      {parse_response(nullptr),                            -1, "parse_response : error,msg is null!\n"},
+      {at_send_normal_cmd_msg(nullptr, &value),            -1, "at_send_normal_cmd_msg: the msg is null and return\n"},
+      {at_send_normal_cmd_msg(&msg, nullptr),              -1, "at_send_normal_cmd_msg: the msg is null and return\n"},
+      {at_send_or_save_msg(nullptr, &value),               -1, "at_send_or_save_msg: the msg is null and return\n"},
+      {at_send_or_save_msg(&msg, nullptr),                 -1, "at_send_or_save_msg: the msg is null and return\n"},
+      {at_cmd_is_smssw(nullptr),                           -1, "at_cmd_is_smssw : error,cmd_buf is null!\n"},
+      {process_msg_queue(nullptr),                         -1, "retcode is NULL!\n"},
+      {get_report(nullptr, &value),                        -1, "get_report:error, pmsg is null!\n"},
+      {get_report(&msg, nullptr),                          -1, "get_report:error, pmsg is null!\n"},
+      {mdx_cmee(nullptr),                                  -1, "retcode is NULL!\n"},
+      {mdx_set_ate(nullptr),                               -1, "mdx_set_ate: retcode is NULL!\n"},
+      {mdx_set_srvst_unsolicited_enable(nullptr),          -1, "mdx_set_srvst_unsolicited_enable: retcode is NULL!\n"},
+      {mdx_set_creg_unsolicited_enable(nullptr),           -1, "mdx_set_creg_unsolicited_enable: retcode is NULL!\n"},
+      {mdx_set_cgreg_unsolicited_enable(nullptr),          -1, "mdx_set_cgreg_unsolicited_enable: retcode is NULL!\n"},
+      {mdx_set_mode_unsolicited_enable(nullptr),           -1, "mdx_set_mode_unsolicited_enable: retcode is NULL!\n"},
+      {mdx_set_unsolicited_enable(nullptr),                -1, "retcode is NULL!\n"},
+      {mdx_get_data_from_nas(6, nullptr, 4),                1, "mdx_get_data_from_nas: Error, mdx_cb data is NULL\n"},
       {mdx_send_data_to_nas(nullptr, 2),                    0, ""},
       {mdx_send_data_to_nas("AT", 0),                       0, ""},
   };
@@ -45,10 +66,11 @@ TEST_F(NullArguments, AreRefused) {
   EXPECT_EQ(Is_report_msg(&msg, nullptr, 4, &value, &value), -1);
   EXPECT_EQ(Is_report_msg(&msg, line, 4, nullptr, &value), -1);
   EXPECT_EQ(Is_report_msg(&msg, line, 4, &value, nullptr), -1);
+  EXPECT_EQ(mdx_instant_update(nullptr), -1);
   EXPECT_EQ(value, 99);
   EXPECT_EQ(at_sm_is_rcv_buf_empty(&mdx_state.stream), -1) << "what was read is still there";
-  EXPECT_THAT(fake::packets(), IsEmpty());
   EXPECT_THAT(fake::writes(), IsEmpty());
+  EXPECT_EQ(mdx_state.msg_seq_counter, 0u);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ std::string x(size_t n) { return std::string(n, 'x'); }
 
 TEST_F(Parser, TheClientFinds) {
   const std::string rssi = "^RSSI: 7\r\n";
-  const std::string raw = "^HCMGR:1,2\r\nbo\r\ndy\x1a\r\n";
+  const std::string raw = "^HCMGR:1,2\r\nb\x1a\r\ndy\x1a\r\n";
   const std::string body = "^HCMGR:1\r\n" + x(200) + "\x1a\r\n";
   const uint32_t transparent = TRANSPARENT_CMD;
   // clang-format off
@@ -21,49 +21,32 @@ TEST_F(Parser, TheClientFinds) {
   } cases[] = {
     {"pattern",        {.text = "AT", .match = "+CSQ"}, {"\r\n+CSQ: 20,99\r\n\r\nOK\r\n"}, "+CSQ: 20,99", 11, 2},
     {"own prefix",     {.text = "AT+CSQ"},  {"\r\n+CSQ: 20,99\r\n\r\nOK\r\n"}, "+CSQ: 20,99",  11, 2},
-    {"lower case",     {.text = "at+csq"},  {"\r\n+CSQ: 20,99\r\n\r\nOK\r\n"}, "",              0, 2},
     {"other prefix",   {.text = "AT+CGMR"}, {"\r\n+CSQ: 20,99\r\n\r\nOK\r\n"}, "",              0, 2},
-    {"OK",             {},                  {"\r\nOK\r\n"},                    "",              0, 2},
     {"OK, no end",     {},                  {"\r\nOK"},                        "",              0, 2},
     {"lines run on",   {},                  {"one\r\ntwo\r\nOK\r\n"},          "onetwo",        6, 2},
     {"CME",            {},                  {"A\r\n+CME ERROR: 3\r\n"},        "+CME ERROR: 3", 13, 3},
-    {"CMS, lines",     {.multi_line = 1},   {"A\r\n+CMS ERROR: 500\r\n"},      "+CMS ERROR: 500", 15, 4},
     {"ERROR",          {},                  {"A\r\nERROR\r\n"},                "A",             1, 5},
     {"ERROR, lines",   {.multi_line = 1},   {"A\r\nERROR\r\n"},                "",              0, 5},
-    {"CONNECT",        {},                  {"CONNECT 9600\r\n"},              "",              0, 11},
     {"echo is final",  {.text = "ATE0"},    {"ATE0\r\nOK\r\n"},                "",              2, 10},
-    {"echo, pattern",  {.text = "ATE0", .match = "ATE0"}, {"ATE0\r\nOK\r\n"},  "ATE0",          4, 2},
     {"lines kept",     {.multi_line = 1, .match = "+CGDCONT"},
                        {"+CGDCONT: 1\r\n+CGDCONT: 2\r\nOK\r\n"}, "+CGDCONT: 1\r\n+CGDCONT: 2\r\n", 26, 2},
-    {"lines, others",  {.multi_line = 1, .match = "+C"}, {"+C: 1\r\na\r\nb\r\nOK\r\n"}, "+C: 1\r\nab", 9, 2},
     {"odd multi_line", {.multi_line = 7},   {"a\r\nb\r\n", "OK\r\n"},          "",              0, 2},
-    {"odd, no result", {.multi_line = 7},   {"a\r\nb\r\n"},                    "",              0, -1},
     {"raw",            {.req_type = transparent}, {"\r\nline\r\nOK\r\n"},      "line\r\nOK\r\n", 10, 2},
     {"raw, error",     {.req_type = transparent}, {"+CME ERROR: 3\r\n"},       "+CME ERROR: 3\r\n", 15, 3},
-    {"raw, prefix",    {.req_type = transparent}, {"+X: 1\r\nOK\r\n"},         "+X: 1\r\nOK\r\n", 11, 2},
     {"raw, odd",       {.req_type = transparent, .multi_line = 7}, {"a\r\nOK\r\n"}, "a\r\nOK\r\n", 7, 2},
     {"raw, pattern",   {.req_type = transparent, .match = "+C"}, {"+C: 1\r\nx\r\nOK\r\n"}, "+C: 1x\r\nOK\r\n", 12, 2},
-    {"raw, two reads", {.req_type = transparent}, {"abc\r\n", "de\r\nOK\r\n"}, "abc\r\nde\r\nOK\r\n", 13, 2},
     {"pattern first",  {.match = "OK1"},    {"OK1 x\r\nOK\r\n"},               "OK1 x",         5, 2},
-    {"pattern, rep.",  {.match = "^RSSI"},  {rssi + "OK\r\n"},                 "^RSSI: 7",      8, 2},
     {"report within",  {},                  {"one\r\n" + rssi + "two\r\nOK\r\n"}, "onetwo",     6, 2},
-    {"report ahead",   {},                  {rssi + "OK\r\n"},                 "",              0, 2},
     {"report behind",  {},                  {rssi + "OK\r\n^RSSI: 17\r\n"},    "",              9, 2},
     {"report alone",   {},                  {rssi},                            "",              8, -1},
-    {"prompt",         {},                  {"\r\n> "},                        "",              2, -1},
     {"RING in text",   {},                  {"STRING\r\nOK\r\n"},              "",              0, 2},
-    {"update ahead",   {},                  {"^CPINNTY:READY\r\nOK\r\n"},      "",              0, 2},
     {"update behind",  {},                  {"OK\r\n^CPINNTY:READY\r\n"},      "",              0, 2},
     {"update alone",   {},                  {"^CPINNTY:READY\r\n"},            "",              0, -1},
     {"update, pat.",   {.match = "READY"},  {"^CPINNTY:READY\r\nOK\r\n"},      "",              0, 2},
     {"two results",    {},                  {"OK\r\nERROR\r\n"},               "",              5, 2},
-    {"late CONNECT",   {},                  {"OK\r\nCONNECT\r\n"},             "",              7, 2},
     {"cut in a line",  {},                  {"hel", "lo\r\nOK\r\n"},           "hello",         5, 2},
-    {"cut in OK",      {},                  {"O", "K\r\n"},                    "",              2, -1},
     {"cut in CR LF",   {},                  {"one\r", "\ntwo\r\nOK\r\n"},      "two",           3, 2},
-    {"cut in report",  {},                  {"^RS", "SI: 7\r\nOK\r\n"},        "^RSSI: 7",      8, 2},
     {"stored SMS",     {.text = "AT+CMGR=1"}, {"+CMGR: 1,,23\r\n0791\r\n\r\nOK\r\n"}, "+CMGR: 1,,23\r\n0791", 18, 2},
-    {"raw body",       {.text = "AT^HCMGR=1"}, {raw + "\r\nOK\r\n"},           raw,             21, 2},
     {"behind a body",  {.text = "AT^HCMGR=1"}, {raw + "more\r\nOK\r\n"},       raw + "more",    25, 2},
     {"body cut off",   {.text = "AT^HCMGR=1"}, {"^HCMGR:1\r\n", "hi\x1a\r\nOK\r\n"}, "^HCMGR:1\r\nhi\x1a", 13, 2},
     {"body fits",      {.text = "AT^HCMGR=1"}, {x(1286) + "\r\n", body + "OK\r\n"}, x(1286) + body, 1499, 2},
@@ -84,35 +67,11 @@ TEST_F(Parser, TheClientFinds) {
   }
 }
 
-TEST_F(Parser, AReportHandlerRunsOnceWhereverTheReportStands) {
-  for (const char* delivery :
-       {"^RSSI: 5\r\nOK\r\n", "OK\r\n^RSSI: 5\r\n", "a\r\n^RSSI: 5\r\nb\r\nOK\r\n"}) {
-    bring_up();
-    answered({}, {delivery});
-    EXPECT_EQ(stored_rssi(), "^RSSI: 5") << delivery;
-    const strings traces = fake::traces();
-    EXPECT_EQ(std::count(traces.begin(), traces.end(), "report msg\n"), 1) << delivery;
-  }
-}
-
-TEST_F(Parser, ASilentTransparentCommandKeepsWhatTheLastDeliveryHeldInItsPlace) {
-  const at_msg_t msg = answered({.req_type = TRANSPARENT_CMD}, {"abc\r\n", "de\r\n"});
-  EXPECT_EQ(std::string(msg.snd_rcv_msg.rmsg, 9), "\0\0\0\0\0de\r\n"s);
-  EXPECT_EQ(msg.rsp_len, 9);
-}
-
 TEST_F(Parser, WhatComesBetweenExchangesGoesToTheNextAnswerUnlessAResultTakesItAway) {
   answered({.req_type = ACTIVE_REPORT}, {"stray text\r\n"});
   EXPECT_EQ(text_of(answered({}, {"OK\r\n"})), "stray text");
   answered({.req_type = ACTIVE_REPORT}, {"stray text\r\n", "OK\r\n"});
   EXPECT_EQ(text_of(answered({}, {"OK\r\n"})), "");
-}
-
-TEST_F(Parser, ABroadcastIsOneReportOfHeaderAndPdu) {
-  EXPECT_EQ(answered({.req_type = ACTIVE_REPORT}, {"+CBM: 2\r\n0123\r\n"}).rsp_len, 13);
-  EXPECT_EQ(mdx_state.nas_response_legth, 0);
-  EXPECT_EQ(answered({.req_type = ACTIVE_REPORT}, {"+CBM: 2\r\n", "0123\r\n"}).rsp_len, 4)
-      << "cut off, the PDU is a line of its own";
 }
 
 TEST_F(Parser, TheConsoleSeesTheLastLine) {
@@ -125,8 +84,6 @@ TEST_F(Parser, NothingOfTheConversationIsTraced) {
            {"hidden\r\n+SECRET: hidden\r\nOK\r\nhidden\r\n"});
   for (const std::string& trace : fake::traces())
     EXPECT_EQ(trace.find("hidden"), std::string::npos) << trace;
-  EXPECT_EQ(parse_response(nullptr), -1);
-  EXPECT_THAT(fake::traces(2), ElementsAre("parse_response : error,msg is null!\n"));
 }
 
 }  // namespace

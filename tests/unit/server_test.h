@@ -14,6 +14,7 @@
 #include "server/at_parser.h"
 #include "server/at_stream.h"
 #include "tests/fake_platform/server_on_fake.h"
+#include "tests/record_image.h"
 
 namespace unit {
 
@@ -21,6 +22,7 @@ using namespace std::string_literals;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::Not;
 using strings = std::vector<std::string>;
 

@@ -26,15 +26,10 @@ const std::string kPrompt = "\r\n> ";
 const std::string kDone = "\r\n+CMGS: 5\r\n\r\nOK\r\n";
 
 TEST_F(SmsExchange, KnowsTheFourCommandsInUpperCase) {
-  // clang-format off
-  const struct { const char* text; int result; } cases[] = {
-      {"AT+CMGS=3\r00\x1a", 0}, {"AT+CMGW=3", 0}, {"AT^HCMGS=3", 0}, {"AT^HCMGW=3", 0}, {"ATI;+CMGS", 0},
-      {"AT+CMGR=3", -1}, {"at+cmgs=3", -1}, {"AT+CMG", -1}, {"ATCMGS", -1}, {"", -1}, {nullptr, -1},
-  };
-  // clang-format on
-  for (const auto& c : cases)
-    EXPECT_EQ(at_cmd_is_smssw(c.text), c.result) << testing::PrintToString(c.text);
-  EXPECT_THAT(fake::traces(2), ElementsAre("at_cmd_is_smssw : error,cmd_buf is null!\n"));
+  for (const char* text : {"AT+CMGS=3\r00\x1a", "AT+CMGW=3", "AT^HCMGS=3", "ATI;^HCMGW=3"})
+    EXPECT_EQ(at_cmd_is_smssw(text), 0) << text;
+  for (const char* text : {"AT+CMGR=3", "at+cmgs=3", "AT+CMG", ""})
+    EXPECT_EQ(at_cmd_is_smssw(text), -1) << text;
 }
 
 TEST_F(SmsExchange, Dialogues) {
@@ -49,19 +44,14 @@ TEST_F(SmsExchange, Dialogues) {
     strings sent; int result; int32_t ret_val; std::string text; uint64_t took;
   } cases[] = {
     {"sent",           matched, {{10, kPrompt}}, {{20, kDone}},                     both,  0,  2, "+CMGS: 5", 30},
-    {"no pattern",     plain,   {{10, kPrompt}}, {{20, kDone}},                     both,  0,  2, "",         30},
-    {"bare prompt",    matched, {{10, ">"}},     {{20, kDone}},                     both,  0,  2, "+CMGS: 5", 30},
     {"answer in two",  matched, {{10, kPrompt}}, {{20, "+CMGS: 5\r\n"}, {30, "OK\r\n"}}, both, 0, 2, "+CMGS: 5", 40},
-    {"report between", matched, {{10, kPrompt}}, {{20, report}, {30, kDone}},       both,  0,  2, "+CMGS: 5", 40},
     {"refused",        matched, {{10, "+CMS ERROR: 304\r\n"}}, {},                  head, -1,  4, kText,      10},
-    {"text instead",   matched, {{10, "hello\r\n"}}, {},                            head, -1,  0, kText,      10},
     {"no prompt",      matched, {},              {{20, kDone}},                     both,  0,  2, "+CMGS: 5", 3020},
     {"report for it",  matched, {{10, report}},  {{20, kPrompt}, {30, kDone}},      both,  0,  2, "+CMGS: 5", 40},
     {"update for it",  matched, {{10, "^CPINNTY:READY\r\n"}}, {{20, kDone}},        both,  0,  2, "+CMGS: 5", 30},
     {"body refused",   matched, {{10, kPrompt}}, {{20, "+CMS ERROR: 500\r\n"}},     both,  0,  4, "+CMS ERROR: 500", 30},
     {"no answer",      matched, {{10, kPrompt}}, {},                                both, -1, -1, "",         3010},
     {"silent modem",   matched, {},              {},                                both, -1,  0, "",         6000},
-    {"mute, then text", matched, {},             {{20, "hello\r\n"}},               both,  0,  0, "",         3020},
     {"slow prompt",    matched, {{2000, kPrompt}}, {{1500, report}, {1600, kDone}}, both, -1, -1, "",         3500},
     {"budget in all",  matched, {{10, kPrompt}}, {{10, report}, {20, report}, {30, report}}, both, -1, -1, "", 40},
   };
@@ -83,10 +73,8 @@ TEST_F(SmsExchange, Dialogues) {
 TEST_F(SmsExchange, WhatGoesOutOfAText) {
   // clang-format off
   const struct { const char* what; std::string text; strings sent; } cases[] = {
-      {"no CR",         "AT+CMGS=3",                               {}},
       {"no end mark",   "AT+CMGS=3\r0011",                         {}},
       {"one NUL only",  "AT+CMGS=3\r0011\x1a\0x"s,                 {}},
-      {"empty body",    "AT+CMGS=3\r\x1a",                         {"AT+CMGS=3\r", "\x1a\r"}},
       {"Ctrl-Z inside", "AT+CMGS=3\r00\x1a""11\x1a",               {"AT+CMGS=3\r", "00\x1a""11\x1a\r"}},
       {"CR inside",     "AT+CMGS=3\r00\r11\x1a",                   {"AT+CMGS=3\r", "00\r11\x1a\r"}},
       {"longest body",  "AT+CMGS=3\r" + std::string(637, '0') + "\x1a",
@@ -122,11 +110,6 @@ TEST_F(SmsExchange, AFailedWriteOfEitherHalfSays8) {
 }
 
 TEST_F(SmsExchange, TellsWhyItEnded) {
-  EXPECT_EQ(at_send_or_save_msg(nullptr, &retcode), -1);
-  EXPECT_EQ(at_send_or_save_msg(&msg, nullptr), -1);
-  EXPECT_EQ(fake::traces(2), strings(2, "at_send_or_save_msg: the msg is null and return\n"));
-
-  bring_up();
   send({.text = "AT+CMGS=3"});
   EXPECT_THAT(fake::traces(2), ElementsAre("the cmd str have not '\r',and the str is ***\n"));
 
