@@ -17,10 +17,6 @@ using namespace std::string_literals;
 constexpr size_t kLineMax = kCommandSize - 2;
 constexpr size_t kTextMax = MAX_ATCMD_REPORT_SIZE - 1;
 
-bool is_packet(const entry& e) {
-  return e.what == kind::SERVICE || e.what == kind::NOTIFICATION || e.what == kind::VOICE;
-}
-
 /// The start message and every tenth traffic report: they depend on more than the line.
 bool is_counted_out(const entry& e) {
   return e.what == kind::SERVICE &&
@@ -28,7 +24,7 @@ bool is_counted_out(const entry& e) {
 }
 
 bool is_witnessed(const entry& e) {
-  if (is_packet(e)) return !is_counted_out(e);
+  if (e.is_packet()) return !is_counted_out(e);
   return e.what == kind::WRITE || e.what == kind::WRITE_FAILED || e.what == kind::REQUEST ||
          e.what == kind::DELIVERY || e.what == kind::SILENCE || e.what == kind::REPLY;
 }
@@ -62,19 +58,11 @@ std::string hex(const std::string& bytes) {
   return out;
 }
 
-/// How two records differ, by the places of their bytes.
-std::string difference(const at_msg_t& expected, const at_msg_t& got) {
-  const char* a = reinterpret_cast<const char*>(&expected);
-  const char* b = reinterpret_cast<const char*>(&got);
-  const auto at = static_cast<size_t>(std::mismatch(a, a + sizeof(expected), b).first - a);
-  return "to type " + std::to_string(expected.req_type) + ", multi_line " +
-         std::to_string(expected.multi_line) + ", match \"" + hex(expected.at_match_str) +
-         "\" differs from byte " + std::to_string(at) + " on; expected ret_val " +
-         std::to_string(expected.ret_val) + ", rsp_len " + std::to_string(expected.rsp_len) +
-         ", timeout " + std::to_string(expected.timeout) + ", text \"" +
-         hex(text_of(expected).c_str()) + "\"; got ret_val " + std::to_string(got.ret_val) +
-         ", rsp_len " + std::to_string(got.rsp_len) + ", timeout " + std::to_string(got.timeout) +
-         ", text \"" + hex(text_of(got).c_str()) + "\"";
+/// What a client sees of a record.
+std::string shown(const at_msg_t& msg) {
+  return "ret_val " + std::to_string(msg.ret_val) + ", rsp_len " + std::to_string(msg.rsp_len) +
+         ", timeout " + std::to_string(msg.timeout) + ", match \"" + hex(msg.at_match_str) +
+         "\", text \"" + hex(text_of(msg).c_str()) + "\"";
 }
 
 }  // namespace
@@ -202,8 +190,7 @@ void witness::expect_packets(const std::vector<report_t>& reports) {
   for (const entry& packet : fake::packets()) {
     if (is_counted_out(packet)) continue;
     const entry& e = take(packet.what);
-    if (e.line() != packet.line() || e.text != packet.text)
-      fail("another packet was to be sent: " + packet.line());
+    if (e.line() != packet.line()) fail("another packet was to be sent: " + packet.line());
   }
 }
 
@@ -264,12 +251,12 @@ void witness::await_answer(at_msg_t* msg, const answer_t& before, uint64_t start
     msg->timeout -= static_cast<int32_t>(seconds);
     start = now;
   }
-  ++counts_.timeouts;
 }
 
 void witness::expect_reply(const at_msg_t& msg) {
   const auto got = take(kind::REPLY).as<at_msg_t>();
-  if (std::memcmp(&got, &msg, sizeof(msg)) != 0) fail("the reply " + difference(msg, got));
+  if (std::memcmp(&got, &msg, sizeof(msg)) != 0)
+    fail("expected " + shown(msg) + "; got " + shown(got));
   ++counts_.replies;
 }
 

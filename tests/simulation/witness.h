@@ -25,10 +25,8 @@ struct broken_rule : std::runtime_error {
 struct counts_t {
   uint64_t requests = 0;
   uint64_t replies = 0;
-  uint64_t timeouts = 0;
   uint64_t deliveries = 0;
   uint64_t reports = 0;
-  uint64_t hours = 0;
 };
 
 class witness {

@@ -46,7 +46,7 @@ const uint32_t kinds[] = {
 
 class world {
  public:
-  world(uint32_t seed, counts_t* counts) : random_(seed), witness_(counts), counts_(*counts) {}
+  world(uint32_t seed, counts_t* counts) : random_(seed), witness_(counts) {}
   void live(uint64_t hours);
 
  private:
@@ -71,7 +71,6 @@ class world {
 
   std::mt19937 random_;
   witness witness_;
-  counts_t& counts_;
   uint32_t seq_ = 0;
 };
 
@@ -104,7 +103,6 @@ void world::live(uint64_t hours) {
     plan_hour();
     run_until_idle(AT_IDLE_S);
   }
-  counts_.hours += (fake::now() - begin) / kHourMs;
 }
 
 void world::run_until_idle(int32_t state) {
@@ -225,24 +223,15 @@ std::string world::garbage() {
   const size_t wanted = chance(4) ? kDeliveryMax : 1 + below(300);
   std::string bytes;
   while (bytes.size() < wanted) {
-    switch (below(10)) {
-      case 0:
-        bytes += std::string(below(700), 'x');
-        break;
-      case 1:
-        bytes += static_cast<char>(below(256));
-        break;
-      case 2:
-      case 3:
-        bytes += report().substr(below(3));
-        break;
-      case 4:
-      case 5:
-      case 6:
-        bytes += one_of(words);
-        break;
-      default:
-        bytes += one_of(pieces);
+    const size_t what = below(10);
+    if (what == 0) {
+      bytes += std::string(below(700), 'x');
+    } else if (what == 1) {
+      bytes += static_cast<char>(below(256));
+    } else if (what < 4) {
+      bytes += report().substr(below(3));
+    } else {
+      bytes += what < 7 ? one_of(words) : one_of(pieces);
     }
   }
   return bytes.substr(0, wanted);

@@ -28,15 +28,6 @@ TEST_F(Channel, TakesADeliveryUpTo1499Bytes) {
   }
 }
 
-TEST_F(Channel, AnElementIsTheBytesZeroesAndTheLength) {
-  deliver("OK\r\n");
-  nas_element_t element;
-  std::memset(&element, 0xff, sizeof element);
-  ASSERT_EQ(MDX_msgQ_recv(mdx_state.nas_queue_id, &element, sizeof element, 0), 1502);
-  EXPECT_EQ(element.length, 4);
-  EXPECT_EQ(std::string(element.data, sizeof element.data), "OK\r\n" + std::string(1496, '\0'));
-}
-
 TEST_F(Channel, WhatIsNotQueuedWakesNobody) {
   fake::fail.allocations = 1;
   EXPECT_EQ(deliver("OK"), 1);

@@ -57,7 +57,6 @@ TEST_F(Mdxgate, StartsInThisOrder) {
   EXPECT_EQ(fake::file_content("/var/run/pidfile/mdxgate.pid"), std::to_string(getpid()));
   EXPECT_TRUE(fake::file_exists("/var/mdx_ready.flg"));
   EXPECT_EQ(fake::traces(2), strings{});
-  EXPECT_EQ(mdx_state.at_state, AT_IDLE_S);
 }
 
 TEST_F(Mdxgate, OnlyWithoutNotificationsDoesTheProcessEnd) {

@@ -49,16 +49,12 @@ TEST_F(ModemSetup, OnlyOkIsSuccess) {
 }
 
 TEST_F(ModemSetup, EachTakesTheNextNumberEvenInVain) {
-  for (const operation& op : operations) {
-    bring_up();
-    fake::fail.write = 1;
-    EXPECT_EQ(op.run(&retcode), -1);
-    EXPECT_EQ(mdx_state.msg_seq_counter, 1u);
-  }
+  mdx_state.msg_seq_counter = 255;
   for (const uint32_t seq : {256u, 0u, 1u}) {
-    if (seq == 256) mdx_state.msg_seq_counter = 255;
+    fake::fail.write = seq == 0 ? 1 : 0;
     fake::answer("", {{10, "OK\r\n"}});
-    EXPECT_EQ(mdx_cmee(&retcode), 0);
+    EXPECT_EQ(mdx_cmee(&retcode), seq == 0 ? -1 : 0);
+    if (seq == 0) continue;
     const at_msg_t seen = mdx_state.last_nas_msg.load();
     EXPECT_EQ(seen.seq, seq);
     EXPECT_EQ(seen.msg_type, 5);
