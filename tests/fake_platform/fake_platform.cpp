@@ -7,7 +7,6 @@
 #include <cstring>
 #include <deque>
 #include <map>
-#include <optional>
 
 #include "tests/fake_platform/fake_files.h"
 
@@ -49,15 +48,12 @@ struct world {
 };
 world the_world;
 
-struct console_module {
+// Filled before main, and not to be reset.
+struct {
+  const char* module;
   const mdx_debug_command_t* commands;
   int32_t count;
-};
-// Filled before main, so it can neither be a plain global nor be reset.
-std::map<std::string, console_module, std::less<>>& console_modules() {
-  static std::map<std::string, console_module, std::less<>> modules;
-  return modules;
-}
+} constinit console_module = {};
 std::string console_output;
 
 bool spend(int32_t& fault) {
@@ -73,14 +69,8 @@ entry& record(kind what, std::string name, std::string text = {}) {
 }
 
 std::string format_text(const char* format, va_list values) {
-  va_list again;
-  va_copy(again, values);
-  const int length = vsnprintf(nullptr, 0, format, again);
-  va_end(again);
-  if (length < 0) return "(unprintable)";
-  std::string text(static_cast<size_t>(length) + 1, '\0');
-  vsnprintf(text.data(), text.size(), format, values);
-  text.pop_back();
+  char text[4096];
+  vsnprintf(text, sizeof text, format, values);
   return text;
 }
 
@@ -192,12 +182,18 @@ std::string entry::line() const {
   }
 }
 
-std::vector<entry> entries(kind what) {
+namespace {
+std::vector<entry> select(const std::function<bool(const entry&)>& wanted) {
   std::vector<entry> found;
-  std::copy_if(journal.begin(), journal.end(), std::back_inserter(found),
-               [&](const entry& e) { return e.what == what; });
+  std::copy_if(journal.begin(), journal.end(), std::back_inserter(found), wanted);
   return found;
 }
+}  // namespace
+
+std::vector<entry> entries(kind what) {
+  return select([what](const entry& e) { return e.what == what; });
+}
+std::vector<entry> packets() { return select(&entry::is_packet); }
 
 std::vector<std::string> lines(const std::vector<kind>& kinds) {
   std::vector<std::string> found;
@@ -210,13 +206,6 @@ std::vector<std::string> traces(uint32_t level) {
   std::vector<std::string> found;
   for (const entry& e : entries(kind::TRACE))
     if (level == 0 || e.level == level) found.push_back(e.text);
-  return found;
-}
-
-std::vector<entry> packets() {
-  std::vector<entry> found;
-  std::copy_if(journal.begin(), journal.end(), std::back_inserter(found),
-               [](const entry& e) { return e.is_packet(); });
   return found;
 }
 
@@ -278,10 +267,9 @@ void bus_message(uint32_t type, uint32_t length) {
 
 std::string console(std::string_view module, std::string_view command) {
   console_output.clear();
-  const auto found = console_modules().find(module);
-  if (found == console_modules().end()) return "no such module";
-  const auto* end = found->second.commands + found->second.count;
-  const auto* row = std::find_if(found->second.commands, end,
+  if (console_module.module == nullptr || module != console_module.module) return "no such module";
+  const auto* end = console_module.commands + console_module.count;
+  const auto* row = std::find_if(console_module.commands, end,
                                  [&](const mdx_debug_command_t& c) { return command == c.name; });
   if (row == end) return "no such command";
   row->handler();
@@ -497,7 +485,7 @@ void mlog_print(const char* module, int32_t, const char* text) {
 }
 
 void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* commands, int32_t count) {
-  console_modules()[module] = {commands, count};
+  console_module = {module, commands, count};
 }
 
 void KRP_Debug_Print(const char* format, ...) {

@@ -102,6 +102,7 @@ struct line_case_t {
 };
 
 const std::string kLong(600, 'A');
+const std::string kHuge = "99999999999999999999999";
 
 const line_case_t line_cases[] = {
     // Nothing behind the colon: zeros, unless that would be a lie.
@@ -127,6 +128,27 @@ const line_case_t line_cases[] = {
     {R"(^NDISSTATEX:7,0,-9,,"IPV6")",   {dialup(166660, words({7, -9}))}},
     {R"(^NDISSTATEX:7,2,,,"IPV4")",     {}},
     {R"(^NDISSTAT:-1,,,"IPV4")",        {}},
+    // Calls: numbers are the nearest that fit, texts are cut, a withheld number is an empty text.
+    {"^ORIG : 2 , \"5\",9\r\n",           {voice(9, bytes({2, 5, 0, 0}))}},
+    {"^ORIG:256,-1",                    {voice(9, bytes({255, 0, 0, 0}))}},
+    {"^ORIG:,0",                        {}},
+    {"^ORIG 1,0",                       {}},
+    {"^CEND:1,0,104,31",                {voice(14, words({1, 0}) + halves({104, 31}))}},
+    {"^CEND:,10,0",                     {voice(14, words({0, 10, 0}))}},
+    {"^CEND:1," + kHuge + ",65536," + kHuge + ",7", {voice(14, words({1, -1, -1}))}},
+    {"^CEND:,10",                       {}},
+    {R"(+CLIP:"",128,,,,1)",            {voice(10, text("", 32) + bytes({128, 0, 1, 0}))}},
+    {R"(+CLIP: "1",129,"2",128,"a, b",2)", {voice(10, text("1", 32) + bytes({129, 0, 2, 0}))}},
+    {"+CLIP: " + kLong + ",300",        {voice(10, text(kLong.substr(0, 31), 32) + bytes({255, 0, 0, 0}))}},
+    {R"(+CLIP: "123)",                  {voice(10, text("123", 32) + bytes({0, 0, 0, 0}))}},
+    {R"(+CLIP: "")",                    {}},
+    {R"(+CCWA: "",128,4,"",1)",         {voice(19, text("", 32) + bytes({128, 4, 1, 0}))}},
+    {R"(^CCWA:"123456789",129,1,,1)",   {voice(19, text("123456789", 32) + bytes({129, 1, 0, 0}))}},
+    {R"(^XLEMA: 2,2,"911")",            {voice(27, words({2, 2}) + text("911", 48))}},
+    {"^XLEMA:1,1," + kLong + ",4294967296,1,123456789", {voice(27, words({1, 1}) + text(kLong.substr(0, 31), 32) + words({-1, 1}) + text("1234567", 8))}},
+    {"^XLEMA:1,2,,0,1,fff",             {}},
+    {"^CCALLSTATE:1",                   {}},
+    {"^CSCHANNELINFO: ,1",              {}},
     // Network and signal.
     {"^SRVST:99999999999999",           {dialup(166661, words({999999999}))}},
     {"^ANLEVEL:99999999999",            {notify(19, 19011, INT32_MAX, 0)}},

