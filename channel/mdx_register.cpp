@@ -9,32 +9,12 @@
 
 #include "platform/bounded.h"
 #include "platform/mdx_platform.h"
-#include "server/at_literals.h"
 #include "server/mdx_state.h"
 
 namespace {
 
 constexpr char kSource[] = "mdx_register";
 constexpr uint32_t kEventNasData = 2;
-
-struct literal_notify_entry {
-  int32_t id;
-  const char* literal;  // null in the last row
-  void (*handler)(int32_t id);
-};
-
-/// The notifications are recognised so that they are neither a report nor response text; nobody on
-/// the device waits for them.
-void notify_nobody(int32_t) {}
-
-// clang-format off
-constexpr literal_notify_entry literal_notify_table[] = {
-    {1, "^CPINNTY:READY",          notify_nobody},
-    {2, "^CPINNTY:SIM PUK",        notify_nobody},
-    {3, "^CARDLOCKNTY:SIM LOCKED", notify_nobody},
-    {6, nullptr,                   nullptr      },
-};
-// clang-format on
 
 }  // namespace
 
@@ -92,9 +72,11 @@ int32_t mdx_nas_data_enqueue(const char* data, uint32_t length) {
 
 int32_t mdx_instant_update(const char* line) {
   if (line == nullptr) return -1;
-  const int32_t hit = at_literals<literal_notify_table>::find(line);
-  if (hit == -1) return -1;
-  const literal_notify_entry& row = literal_notify_table[hit];
-  if (row.handler != nullptr) row.handler(row.id);
-  return 0;
+  for (const literal_notify_entry& row : literal_notify_table) {
+    if (row.literal == nullptr) break;
+    if (std::strstr(line, row.literal) == nullptr) continue;
+    if (row.handler != nullptr) row.handler(row.id);
+    return 0;
+  }
+  return -1;
 }

@@ -18,6 +18,25 @@ struct nas_element_t {
 };
 static_assert(sizeof(nas_element_t) == 1502 && offsetof(nas_element_t, length) == 1500);
 
+struct literal_notify_entry {
+  int32_t id;
+  const char* literal;  ///< null in the last row
+  void (*handler)(int32_t id);
+};
+
+/// The notifications are recognised so that they are neither a report nor response text; nobody on
+/// the device waits for them.
+inline void mdx_notify_nobody(int32_t) {}
+
+// clang-format off
+inline constexpr literal_notify_entry literal_notify_table[] = {
+    {1, "^CPINNTY:READY",          mdx_notify_nobody},
+    {2, "^CPINNTY:SIM PUK",        mdx_notify_nobody},
+    {3, "^CARDLOCKNTY:SIM LOCKED", mdx_notify_nobody},
+    {6, nullptr,                   nullptr          },
+};
+// clang-format on
+
 /// Tries to bind the channel; harmless to repeat.
 /// @return 1 when the channel can be written to, else 0
 int32_t mdx_register_nas_channel();

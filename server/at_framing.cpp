@@ -4,10 +4,8 @@
 #include "server/at_framing.h"
 
 #include <cstring>
-#include <string_view>
 
 #include "platform/bounded.h"
-#include "server/at_literals.h"
 #include "server/at_stream.h"
 #include "server/mdx_state.h"
 
@@ -19,24 +17,11 @@ constexpr char kCtrlZ = 26;
 constexpr int32_t kBodyEnd = 2;
 constexpr int32_t kLineEnd = 2;
 
-struct sms_header_t {
-  const char* literal;  // null in the last row
-};
-constexpr sms_header_t kSmsHeaders[] = {{"+CMGR"}, {"+CMGL"}, {"^HCMGR"}, {"+CBM"}, {nullptr}};
-
 bool holds(const char* line, const char* marker) { return std::strstr(line, marker) != nullptr; }
 
 void store(char* line, int32_t* count, char ch) {
   mdx_state.line_state = LINE_IN_TEXT;
   line[(*count)++] = ch;
-}
-
-/// All that stands in front of the next CR at once.
-void store_text(char* line, int32_t* count) {
-  const int32_t size = at_sm_get_text(line + *count);
-  if (size == 0) return;
-  mdx_state.line_state = LINE_IN_TEXT;
-  *count += size;
 }
 
 /// Joins the PDU of a cell broadcast to its header, which already has its CR LF back.
@@ -63,6 +48,15 @@ int32_t at_sm_getline(char* rcv_buffer, int32_t* pos) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "at_sm_getline: error ,rcv_buffer or pos is null!\n");
     return -1;
   }
+  if (mdx_state.line_state != LINE_CR_PENDING) {
+    const int32_t size = at_sm_get_line(rcv_buffer);
+    if (size >= 0) {
+      rcv_buffer[size] = '\0';
+      mdx_state.line_state = LINE_DONE;
+      *pos += size;
+      return 0;
+    }
+  }
   int32_t count = 0;
   char ch = '\0';
   while (at_sm_getchar(&ch) == 0) {
@@ -73,7 +67,6 @@ int32_t at_sm_getline(char* rcv_buffer, int32_t* pos) {
     }
     if (ch != '\r') {
       store(rcv_buffer, &count, ch);
-      store_text(rcv_buffer, &count);
       continue;
     }
     if (at_sm_getchar(&ch) != 0) {
@@ -98,15 +91,11 @@ void handle_sms_at(const at_msg_t* msg, int32_t* pos, int32_t* hcmgr_pending) {
     return;
   }
   char* line = mdx_state.line_buf;
-  const std::string_view bytes(line, static_cast<size_t>(*pos));
-  if (at_literals<kSmsHeaders>::find(bytes) == -1) return;
-  if (msg->req_type == TRANSPARENT_CMD) return;
-  if (*pos > MAX_ATCMD_REPORT_SIZE - kLineEnd) return;
-
-  // What stands behind a NUL byte is not looked at.
   const bool raw_body_follows = holds(line, "^HCMGR");
   const bool pdu_follows = holds(line, "+CBM");
   if (!holds(line, "+CMGR") && !holds(line, "+CMGL") && !raw_body_follows && !pdu_follows) return;
+  if (msg->req_type == TRANSPARENT_CMD) return;
+  if (*pos > MAX_ATCMD_REPORT_SIZE - kLineEnd) return;
   line[(*pos)++] = '\r';
   line[(*pos)++] = '\n';
   if (raw_body_follows) *hcmgr_pending = 1;

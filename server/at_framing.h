@@ -10,6 +10,14 @@
 
 #include "server/at_msg.h"
 
+struct at_sms_header_t {
+  const char* literal;  ///< null in the last row
+};
+
+/// What handle_sms_at looks for, anywhere in a line.
+inline constexpr at_sms_header_t at_sms_headers[] = {
+    {"+CMGR"}, {"+CMGL"}, {"^HCMGR"}, {"+CBM"}, {nullptr}};
+
 /// Takes the next line off the stream. CR LF ends a line; a CR in front of anything else
 /// disappears; an LF alone is text.
 /// @param rcv_buffer  zero-filled, room for MAX_ATCMD_REPORT_SIZE bytes: no delivery is longer

@@ -1,11 +1,12 @@
-// Which row of a table of literals does a line hold? One pass over the line answers for all of
-// them.
+// Which rows of the server's tables of literals does a line hold? One look at the line answers for
+// all tables.
 //
-// Every literal has at least four bytes. So the line is skimmed, sixteen bytes at a time, for
-// places where a literal could start; only there four bytes are looked up in a small hash of the
-// literals' heads, and the rows that share this head are compared in full. When several rows occur
-// in a line the lowest wins, as if the table had been searched from the top with strstr. All of
-// this is arranged from the rows while compiling: the table stays the only place to edit.
+// Every literal has a byte that is rare in what modems say: a sign, or one of two letters. So the
+// line is skimmed for these bytes, sixteen at a time; only where one stands, four bytes are looked
+// up in a small hash of the literals' heads, and the rows that share this head are compared in
+// full. When several rows of a table occur in a line the lowest wins, as if the table had been
+// searched from the top with strstr. All of this is arranged from the tables while compiling: they
+// stay the only places to edit.
 #pragma once
 
 #include <algorithm>
@@ -18,66 +19,68 @@
 #include <string_view>
 #include <utility>
 
-/// The literals of the table `rows`, arranged for the search. Each row has a `literal`, the last
-/// row's is null.
-template <const auto& rows>
+/// The literals of some tables, arranged for the search. Each row of a table has a `literal` of at
+/// least four bytes, the last row's is null.
+template <const auto&... tables>
 class at_literals {
  public:
-  /// @return the lowest row that `line` holds, -1 when it holds none
-  static int32_t find(std::string_view line) {
-    size_t lowest = kRows;
-    if (line.size() <= kStep) {
-      char whole[kStep + 1] = {};
+  /// A row of each table, in the order of the tables; -1 where the line holds none.
+  using rows_t = std::array<int32_t, sizeof...(tables)>;
+
+  /// @return the lowest row of each table that `line` holds
+  static rows_t find(std::string_view line) {
+    static_assert(every_literal_has_its_rare_byte_in_place());
+    rows_t lowest;
+    lowest.fill(-1);
+    if (line.size() < kStep) {
+      char whole[kStep] = {};
       std::memcpy(whole, line.data(), line.size());
-      compare(line, 0, starts_within(whole), &lowest);
-    } else {
-      const size_t last = line.size() - kStep - 1;
-      for (size_t place = 0; place < last; place += kStep) {
-        compare(line, place, starts_within(line.data() + place), &lowest);
-      }
-      compare(line, last, starts_within(line.data() + last), &lowest);
+      look_up(line, 0, rare_bytes(whole), &lowest);
+      return lowest;
     }
-    return lowest == kRows ? -1 : static_cast<int32_t>(lowest);
+    const size_t last = line.size() - kStep;
+    for (size_t place = 0; place < last; place += kStep) {
+      look_up(line, place, rare_bytes(line.data() + place), &lowest);
+    }
+    look_up(line, last, rare_bytes(line.data() + last), &lowest);
+    return lowest;
   }
 
-  /// A row whose literal holds an earlier row's literal can never be the lowest, so it is
-  /// never found.
-  static constexpr bool is_hidden(size_t row) {
-    for (size_t earlier = 0; earlier < row; ++earlier) {
-      if (literal(row).find(literal(earlier)) != std::string_view::npos) return true;
-    }
-    return false;
+  /// A row whose literal holds an earlier row's can never be the lowest.
+  static constexpr bool is_hidden(const auto& rows, size_t row) {
+    const std::string_view literal = rows[row].literal;
+    return std::any_of(rows, rows + row, [literal](const auto& earlier) {
+      return literal.find(earlier.literal) != literal.npos;
+    });
   }
 
  private:
-  static constexpr size_t kRows = std::size(rows) - 1;
-  static constexpr size_t kHead = 4;     // bytes of a literal that are hashed
-  static constexpr size_t kStep = 16;    // bytes of a line that are skimmed at once
-  static constexpr size_t kSlots = 512;  // many for few heads, so that no two share one
-  static constexpr uint8_t kEmpty = 0xff;
+  static constexpr std::string_view kRareBytes = "^+XN";
+  static constexpr size_t kStep = 16;  // bytes of a line that are skimmed at once
+  static constexpr size_t kHead = 4;   // bytes of a literal that are hashed
+  static constexpr size_t kBuckets = 64;
+  static constexpr size_t kRows = ((std::size(tables) - 1) + ...);
+  static_assert(kRows < 0xff);
 
   using bytes_t = uint8_t __attribute__((vector_size(kStep)));
-  using places_t = std::array<uint64_t, kStep / sizeof(uint64_t)>;
+  using hits_t = std::array<uint64_t, kStep / sizeof(uint64_t)>;
   static_assert(std::endian::native == std::endian::little, "the first place is the lowest byte");
 
-  /// How a literal starts. A sign is rare in a line, a letter is not: there the second byte counts
-  /// too.
-  struct start_t {
-    char first;
-    char second;  // 0 for any
-    constexpr bool operator==(const start_t&) const = default;
+  struct entry_t {
+    const char* literal;
+    uint32_t head;
+    uint8_t length;
+    uint8_t table;
+    uint8_t row;
   };
 
   struct plan_t {
-    std::array<uint8_t, kRows> order;   // rows by head; rows of one head in the table's order
-    std::array<uint8_t, kSlots> first;  // where in `order` the rows of a head begin
-    uint32_t factor;                    // of the hash
-    std::array<start_t, kRows> starts;
-    size_t start_count;
-    size_t order_count;
+    std::array<entry_t, kRows> entries;  // by bucket
+    std::array<uint8_t, kBuckets + 1>
+        first;                      // of a bucket's entries; they end where the next's begin
+    std::array<uint8_t, 32> place;  // of a rare byte, by its low bits, in the literals it leads to
+    size_t count;                   // of the entries
   };
-
-  static constexpr std::string_view literal(size_t row) { return rows[row].literal; }
 
   static constexpr uint32_t head_of(const char* text) {
     uint32_t head = 0;
@@ -87,96 +90,93 @@ class at_literals {
     return head;
   }
 
-  static constexpr size_t slot_of(uint32_t head, uint32_t factor) { return head * factor >> 23; }
-
-  static constexpr void add_start(plan_t* plan, std::string_view text) {
-    const bool is_letter = text[0] >= 'A' && text[0] <= 'Z';
-    const start_t start = {text[0], is_letter ? text[1] : '\0'};
-    for (size_t i = 0; i < plan->start_count; ++i) {
-      if (plan->starts[i] == start) return;
-    }
-    plan->starts[plan->start_count++] = start;
+  static constexpr size_t bucket_of(uint32_t head) {
+    constexpr uint32_t kSpread = 0x9E3779B1;
+    return head * kSpread >> (32 - std::bit_width(kBuckets - 1));
   }
 
-  static constexpr bool fill_slots(plan_t* plan) {
-    plan->first.fill(kEmpty);
-    uint32_t before = 0;
-    for (size_t i = 0; i < plan->order_count; ++i) {
-      const uint32_t head = head_of(literal(plan->order[i]).data());
-      if (head == before) continue;
-      before = head;
-      uint8_t& slot = plan->first[slot_of(head, plan->factor)];
-      if (slot != kEmpty) return false;
-      slot = static_cast<uint8_t>(i);
+  static constexpr size_t place_index(char rare) { return static_cast<uint8_t>(rare) % 32; }
+
+  static constexpr void add_table(plan_t* plan, uint8_t table, const auto& rows) {
+    for (uint8_t row = 0; rows[row].literal != nullptr; ++row) {
+      if (is_hidden(rows, row)) continue;
+      const std::string_view literal = rows[row].literal;
+      plan->entries[plan->count++] = {literal.data(), head_of(literal.data()),
+                                      static_cast<uint8_t>(literal.size()), table, row};
     }
-    return true;
   }
 
   static constexpr plan_t arrange() {
     plan_t plan = {};
-    for (size_t row = 0; row < kRows; ++row) {
-      if (is_hidden(row)) continue;
-      plan.order[plan.order_count++] = static_cast<uint8_t>(row);
-      add_start(&plan, literal(row));
-    }
-    std::sort(plan.order.begin(), plan.order.begin() + plan.order_count, [](uint8_t a, uint8_t b) {
-      const uint32_t head_a = head_of(literal(a).data());
-      const uint32_t head_b = head_of(literal(b).data());
-      return head_a != head_b ? head_a < head_b : a < b;
-    });
-    for (plan.factor = 0x9E3779B1; !fill_slots(&plan); plan.factor += 2) {
+    uint8_t table = 0;
+    (add_table(&plan, table++, tables), ...);
+    std::sort(
+        plan.entries.begin(), plan.entries.begin() + plan.count,
+        [](const entry_t& a, const entry_t& b) { return bucket_of(a.head) < bucket_of(b.head); });
+    for (size_t i = 0; i < plan.count; ++i) {
+      const std::string_view literal(plan.entries[i].literal);
+      const size_t rare = literal.find_first_of(kRareBytes);
+      if (rare != literal.npos) plan.place[place_index(literal[rare])] = static_cast<uint8_t>(rare);
+      for (size_t bucket = bucket_of(plan.entries[i].head); bucket < kBuckets; ++bucket) {
+        ++plan.first[bucket + 1];
+      }
     }
     return plan;
   }
 
   static constexpr plan_t kPlan = arrange();
 
-  template <size_t... start>
-  static auto hits(const bytes_t& here, const bytes_t& next, std::index_sequence<start...>) {
-    return (hit<start>(here, next) | ...);
+  static constexpr bool every_literal_has_its_rare_byte_in_place() {
+    return std::all_of(
+        kPlan.entries.begin(), kPlan.entries.begin() + kPlan.count, [](const entry_t& entry) {
+          const std::string_view literal = entry.literal;
+          const size_t rare = literal.find_first_of(kRareBytes);
+          return rare != literal.npos && kPlan.place[place_index(literal[rare])] == rare;
+        });
   }
 
-  template <size_t start>
-  static auto hit(const bytes_t& here, const bytes_t& next) {
-    constexpr start_t kStart = kPlan.starts[start];
-    auto found = here == static_cast<uint8_t>(kStart.first);
-    if constexpr (kStart.second != '\0') found &= next == static_cast<uint8_t>(kStart.second);
-    return found;
+  template <size_t... rare>
+  static auto equal_to_one(const bytes_t& bytes, std::index_sequence<rare...>) {
+    return ((bytes == static_cast<uint8_t>(kRareBytes[rare])) | ...);
   }
 
-  /// The first kStep places where a literal could start, a byte each; reads one byte more.
-  static places_t starts_within(const char* text) {
-    bytes_t here;
-    bytes_t next;
-    std::memcpy(&here, text, kStep);
-    std::memcpy(&next, text + 1, kStep);
-    const auto found = hits(here, next, std::make_index_sequence<kPlan.start_count>());
-    places_t places;
-    std::memcpy(&places, &found, sizeof(places));
-    return places;
+  /// Of kStep bytes those that are rare: 0xff in their places.
+  static hits_t rare_bytes(const char* text) {
+    bytes_t bytes;
+    std::memcpy(&bytes, text, kStep);
+    const auto found = equal_to_one(bytes, std::make_index_sequence<kRareBytes.size()>());
+    hits_t hits;
+    std::memcpy(&hits, &found, sizeof(hits));
+    return hits;
   }
 
-  /// Lowers `*lowest` to the lowest row that stands at one of these places, counted from `place`.
-  static void compare(std::string_view line, size_t place, places_t places, size_t* lowest) {
-    if ((places[0] | places[1]) == 0) return;
-    for (uint64_t eight : places) {
+  /// Lowers `*lowest` by the rows that have a rare byte at one of these places, counted from
+  /// `place`.
+  static void look_up(std::string_view line, size_t place, hits_t hits, rows_t* lowest) {
+    if ((hits[0] | hits[1]) == 0) return;
+    for (uint64_t eight : hits) {
       while (eight != 0) {
         const auto byte = static_cast<size_t>(std::countr_zero(eight)) / 8;
-        compare_at(line, place + byte, lowest);
+        const size_t rare = place + byte;
+        const size_t before = kPlan.place[place_index(line[rare])];
+        if (rare >= before) compare(line.substr(rare - before), lowest);
         eight &= ~(uint64_t{0xff} << 8 * byte);
       }
       place += sizeof(eight);
     }
   }
 
-  static void compare_at(std::string_view line, size_t place, size_t* lowest) {
-    if (place + kHead > line.size()) return;
-    const uint32_t head = head_of(line.data() + place);
-    for (size_t i = kPlan.first[slot_of(head, kPlan.factor)]; i < kPlan.order_count; ++i) {
-      const size_t row = kPlan.order[i];
-      if (row >= *lowest || head_of(literal(row).data()) != head) return;
-      const std::string_view rest(line.data() + place, line.size() - place);
-      if (rest.starts_with(literal(row))) *lowest = row;
+  /// Lowers `*lowest` by the rows that `text` starts with.
+  static void compare(std::string_view text, rows_t* lowest) {
+    if (text.size() < kHead) return;
+    const uint32_t head = head_of(text.data());
+    const size_t bucket = bucket_of(head);
+    for (size_t i = kPlan.first[bucket]; i < kPlan.first[bucket + 1]; ++i) {
+      const entry_t& entry = kPlan.entries[i];
+      if (entry.head != head) continue;
+      int32_t& row = (*lowest)[entry.table];
+      const bool is_lower = row == -1 || entry.row < row;
+      if (is_lower && text.starts_with({entry.literal, entry.length})) row = entry.row;
     }
   }
 };

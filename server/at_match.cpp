@@ -4,12 +4,12 @@
 #include "server/at_match.h"
 
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
-#include "platform/at_fields.h"
+#include "channel/mdx_register.h"
 #include "platform/bounded.h"
 #include "reports/mdx_report_callback.h"
+#include "server/at_framing.h"
 #include "server/at_literals.h"
 #include "server/mdx_state.h"
 
@@ -116,12 +116,12 @@ const at_report_row_t* const at_report_table = kReportRows;
 
 namespace {
 
-using report_literals = at_literals<kReportRows>;
+using line_literals = at_literals<at_sms_headers, literal_notify_table, kReportRows>;
 
 constexpr bool every_row_can_be_hit_but_iring() {
-  for (size_t row = 0; row + 1 < std::size(kReportRows); ++row) {
+  for (size_t row = 0; kReportRows[row].literal != nullptr; ++row) {
     const bool is_iring = std::string_view(kReportRows[row].literal) == "IRING";
-    if (report_literals::is_hidden(row) != is_iring) return false;
+    if (line_literals::is_hidden(kReportRows, row) != is_iring) return false;
   }
   return true;
 }
@@ -130,15 +130,11 @@ static_assert(every_row_can_be_hit_but_iring(),
 
 bool holds(const char* line, const char* literal) { return std::strstr(line, literal) != nullptr; }
 
-struct entry_word_t {
-  const char* literal;  // null in the last row
-};
-constexpr entry_word_t kEntryWords[] = {{"RING"}, {"CONNECT"}, {nullptr}};
-
-/// The entry test: keeps ordinary response text out of the table search.
-bool may_be_report(std::string_view line) {
-  return line.starts_with('^') || line.starts_with('+') ||
-         at_literals<kEntryWords>::find(line) != -1;
+/// The entry test: keeps ordinary response text out of the table. Both words have rows, so a line
+/// that holds no row holds neither.
+bool may_be_report(const char* line, int32_t row) {
+  if (line[0] == '^' || line[0] == '+') return true;
+  return row != -1 && (holds(line, "RING") || holds(line, "CONNECT"));
 }
 
 /// True when the line's text up to its first colon occurs in the command in flight.
@@ -147,6 +143,20 @@ bool answers_command_in_flight(const char* line) {
   char prefix[kSentHeadSize] = {};
   if (strncat_s(prefix, sizeof(prefix), line, static_cast<size_t>(colon - line)) != 0) return false;
   return holds(mdx_state.sent_cmd_head, prefix);
+}
+
+/// The bytes that results start with, by their low bits: most lines start otherwise.
+constexpr uint32_t kResultStarts = [] {
+  uint32_t starts = 0;
+  for (const at_result_row_t& row : at_result_table) {
+    if (row.literal != nullptr) starts |= 1u << row.literal[0] % 32;
+  }
+  return starts;
+}();
+
+bool starts_with(const char* line, const char* literal) {
+  while (*literal != '\0' && *literal == *line) ++literal, ++line;
+  return *literal == '\0';
 }
 
 /// What becomes of a line that looks like a report and that no row knows: 0 dropped, -1 text.
@@ -164,15 +174,20 @@ int32_t sort_unknown_report(const at_msg_t& msg, const char* line) {
 
 }  // namespace
 
+at_findings_t at_look_through(const char* line) {
+  const auto [sms_header, notification, report] = line_literals::find(line);
+  return {sms_header, notification, report};
+}
+
 int32_t atcmd_match_result(const char* rcv_buf, int* err_code) {
   if (rcv_buf == nullptr || err_code == nullptr) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR,
               "atcmd_match_result : error,rcv_buf or  err_code is null!\n");
     return -1;
   }
+  if ((kResultStarts >> static_cast<uint8_t>(rcv_buf[0]) % 32 & 1) == 0) return -1;
   for (const at_result_row_t* row = at_result_table; row->literal != nullptr; ++row) {
-    if (rcv_buf[0] != row->literal[0]) continue;
-    if (std::strncmp(rcv_buf, row->literal, MDX_strlen_s(row->literal)) != 0) continue;
+    if (!starts_with(rcv_buf, row->literal)) continue;
     *err_code = row->code;
     return 0;
   }
@@ -185,17 +200,19 @@ int32_t Is_report_msg(const at_msg_t* msg, char* rcv_buf, int32_t len, int* inde
               "Is_report_msg : error,rcv_buf ,index or  err_code is null!\n");
     return -1;
   }
+  return at_take_report(*msg, rcv_buf, len, at_look_through(rcv_buf).report, index);
+}
+
+int32_t at_take_report(const at_msg_t& msg, char* line, int32_t len, int32_t row, int* index) {
   *index = -1;
-  if (rcv_buf[0] == '>') return 0;
-  const std::string_view line = rcv_buf;
-  if (!may_be_report(line)) {
+  if (line[0] == '>') return 0;
+  if (!may_be_report(line, row)) {
     MDX_TRACE(kSource, MDX_TRACE_MISSING, "the cmd string is not active report!\n");
     return -1;
   }
-  const int32_t hit = report_literals::find(line);
-  if (hit == -1) return sort_unknown_report(*msg, rcv_buf);
-  const at_report_row_t& row = kReportRows[hit];
-  *index = row.id;
-  if (row.handler != nullptr) row.handler(rcv_buf, len);
+  if (row == -1) return sort_unknown_report(msg, line);
+  const at_report_row_t& report = kReportRows[row];
+  *index = report.id;
+  if (report.handler != nullptr) report.handler(line, len);
   return 0;
 }

@@ -26,6 +26,16 @@ struct at_report_row_t {
 extern const at_result_row_t at_result_table[];
 extern const at_report_row_t* const at_report_table;
 
+/// What a line holds of the tables' literals: the lowest row of each table, -1 for none.
+struct at_findings_t {
+  int32_t sms_header;    ///< of at_sms_headers
+  int32_t notification;  ///< of literal_notify_table
+  int32_t report;        ///< of at_report_table
+};
+
+/// Looks a line through, once for all these tables. Bytes behind a NUL do not count.
+at_findings_t at_look_through(const char* line);
+
 /// Looks for a result code at the start of a line; more may follow it.
 /// @return 0 with the code in `*err_code`; -1 when there is none, or a pointer is null: `*err_code`
 ///         is untouched then
@@ -44,3 +54,6 @@ int32_t atcmd_match_result(const char* rcv_buf, int* err_code);
 /// @param err_code  never null; not written
 /// @return 0 when the line is dealt with, -1 when it is response text or a pointer is null
 int32_t Is_report_msg(const at_msg_t* msg, char* rcv_buf, int32_t len, int* index, int* err_code);
+
+/// The same for a line that has been looked through: `row` is the report row that was found.
+int32_t at_take_report(const at_msg_t& msg, char* line, int32_t len, int32_t row, int* index);

@@ -30,6 +30,7 @@ struct line_t {
   char* text;
   int32_t pos;            // its length, which counts NUL bytes in it
   int32_t hcmgr_pending;  // 1: a raw body follows
+  at_findings_t found;    // what it holds of the tables' literals
 };
 
 bool has_room_for(int32_t size) { return mdx_state.nas_response_legth + size <= kResponseMax; }
@@ -41,9 +42,11 @@ void append(std::string_view bytes) {
 
 std::string_view view(const line_t& line) { return {line.text, static_cast<size_t>(line.pos)}; }
 
-/// The line as the console shows it: no more than fits a record.
+/// The line as the console shows it: no more than fits a record. The NUL bytes that stand behind it
+/// in the line buffer make it whole words, which are quicker to store.
 std::string_view shown(const line_t& line) {
-  return {line.text, static_cast<size_t>(std::min(line.pos, MAX_ATCMD_REPORT_SIZE))};
+  const size_t whole_words = (static_cast<size_t>(line.pos) | (sizeof(uintptr_t) - 1)) + 1;
+  return {line.text, std::min<size_t>(whole_words, MAX_ATCMD_REPORT_SIZE)};
 }
 
 /// A header without line end can leave a line one byte longer than a response: it is cut.
@@ -171,7 +174,9 @@ bool holds_pattern(const at_msg_t& msg, const char* line) {
 pass_t sort_line(at_msg_t* msg, const line_t& line) {
   int err_code = 0;
   int index = 0;
-  if (mdx_instant_update(line.text) == 0) return take_instant_update(msg);
+  if (line.found.notification != -1 && mdx_instant_update(line.text) == 0) {
+    return take_instant_update(msg);
+  }
   if (holds_pattern(*msg, line.text)) {
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "match str = %s\n", msg->at_match_str);
     return take_pattern_line(msg, line);
@@ -179,7 +184,7 @@ pass_t sort_line(at_msg_t* msg, const line_t& line) {
   if (atcmd_match_result(line.text, &err_code) == 0 && mdx_state.result_received == 0) {
     return accept_result(msg, line, err_code);
   }
-  if (Is_report_msg(msg, line.text, line.pos, &index, &err_code) == 0) {
+  if (at_take_report(*msg, line.text, line.pos, line.found.report, &index) == 0) {
     return take_report(msg, line);
   }
   return take_text_line(msg, line);
@@ -191,13 +196,22 @@ void clear_line() {
   mdx_state.line_used = 0;
 }
 
+/// What the header gets may hold a literal, too.
+void complete_sms_header(const at_msg_t& msg, line_t* line) {
+  handle_sms_at(&msg, &line->pos, &line->hcmgr_pending);
+  line->found = at_look_through(line->text);
+}
+
 /// The next line, complete if it is an SMS header. It takes no more of the line buffer than was
 /// read for it, and the CR LF that a header gets back.
 /// @return false when the delivery is used up
 bool take_line(const at_msg_t& msg, line_t* line) {
   const char* start = mdx_state.stream.p_cur;
   const int32_t taken = at_sm_getline(line->text, &line->pos);
-  if (taken == 0 && line->pos != 0) handle_sms_at(&msg, &line->pos, &line->hcmgr_pending);
+  if (taken == 0 && line->pos != 0) {
+    line->found = at_look_through(line->text);
+    if (line->found.sms_header != -1) complete_sms_header(msg, line);
+  }
   mdx_state.line_used =
       static_cast<int32_t>(mdx_state.stream.p_cur - start) + static_cast<int32_t>(kLineEnd.size());
   return taken == 0;
@@ -210,7 +224,7 @@ int32_t parse_exc_result(at_msg_t* msg) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "parse_exc_result:error,msg is null!\n");
     return -1;
   }
-  line_t line = {mdx_state.line_buf, 0, 0};
+  line_t line = {mdx_state.line_buf, 0, 0, {}};
   pass_t pass = pass_t::kGoesOn;
   while (pass == pass_t::kGoesOn) {
     clear_line();
@@ -224,8 +238,7 @@ int32_t parse_exc_result(at_msg_t* msg) {
 
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "data from usb  = ***,and at_match_str  = <%s>,pos = %d!\n",
               msg->at_match_str, line.pos);
-    mdx_state.last_nas_msg.store_with_text(*msg, offsetof(at_msg_t, snd_rcv_msg),
-                                           MAX_ATCMD_REPORT_SIZE, shown(line));
+    mdx_state.last_nas_msg.store(*msg, shown(line));
     pass = sort_line(msg, line);
   }
   return pass == pass_t::kEndsDone ? 0 : -1;

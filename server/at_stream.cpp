@@ -81,15 +81,15 @@ int32_t at_sm_getchar(char* ch) {
   return 0;
 }
 
-int32_t at_sm_get_text(char* text) {
+int32_t at_sm_get_line(char* text) {
   at_stream_t& stream = mdx_state.stream;
   const auto unread = static_cast<size_t>(stream.p_end - stream.p_cur);
-  const void* cr = std::memchr(stream.p_cur, '\r', unread);
-  const char* end = cr == nullptr ? stream.p_end : static_cast<const char*>(cr);
-  const auto size = static_cast<size_t>(end - stream.p_cur);
+  const auto* cr = static_cast<const char*>(std::memchr(stream.p_cur, '\r', unread));
+  if (cr == nullptr || cr + 1 == stream.p_end || cr[1] != '\n') return -1;
+  const auto size = static_cast<size_t>(cr - stream.p_cur);
   std::memcpy(text, stream.p_cur, size);
-  std::memset(stream.p_cur, 0, size);
-  stream.p_cur += size;
+  std::memset(stream.p_cur, 0, size + 2);
+  stream.p_cur += size + 2;
   return static_cast<int32_t>(size);
 }
 

@@ -27,10 +27,12 @@ int32_t at_sm_is_rcv_buf_empty(const at_stream_t* p_strm);
 /// @return 0 with the byte in `*ch`; -1 when `ch` is null or the stream is empty
 int32_t at_sm_getchar(char* ch);
 
-/// Takes the bytes in front of the next CR, or all there are: the most of a line, at once.
-/// @param text  room for as many bytes as are unread; no terminator is written
-/// @return how many there were
-int32_t at_sm_get_text(char* text);
+/// Takes the bytes in front of the next CR together with that CR and the LF behind it, the way of
+/// nearly every line.
+/// @param text  room for as many bytes as are unread; gets neither CR nor LF, nor a terminator
+/// @return how many bytes stand in `text`; -1 when no CR comes, or no LF behind it: nothing is
+///         taken then
+int32_t at_sm_get_line(char* text);
 
 /// Takes `buf_length` bytes; the caller answers for the room. No terminator is written.
 /// @return 0 when all were read, also when `buf_length` is negative and nothing is; -1 for a null

@@ -5,85 +5,92 @@
 // looks at the counter before and after; what was written in between is copied again.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
-template <class Record>
+/// The `kTextRoom` bytes at `kTextAt` of a record are text, NUL bytes behind it: of them only the
+/// text is written.
+template <class Record, size_t kTextAt = 0, size_t kTextRoom = sizeof(Record)>
 class mdx_snapshot {
-  static_assert(sizeof(Record) % sizeof(uint32_t) == 0 && alignof(Record) <= alignof(uint32_t));
+  static_assert(std::is_trivially_copyable_v<Record> && kTextAt + kTextRoom <= sizeof(Record));
 
  public:
   /// Replaces the record. One thread only.
-  void store(const Record& record) {
-    begin();
-    put(0, reinterpret_cast<const char*>(&record), sizeof(Record));
-    end();
-  }
+  void store(const Record& record) { store(record, {bytes_of(record) + kTextAt, kTextRoom}); }
 
-  /// Replaces the record by `record`, but for the `room` bytes of text at `offset`, which become
-  /// `text` and NUL bytes behind it. Text and NUL bytes that stand there already are not written
-  /// again, so the cost is that of the longer of the two texts. Offset and room are multiples of 4;
-  /// a record is stored this way either always or never.
-  void store_with_text(const Record& record, size_t offset, size_t room, std::string_view text) {
-    const char* image = reinterpret_cast<const char*>(&record);
-    const size_t words = (text.size() + sizeof(uint32_t) - 1) / sizeof(uint32_t);
-    begin();
-    if (std::memcmp(words_, image, offset) != 0) put(0, image, offset);
-    put(offset, text.data(), text.size());
-    for (size_t i = words; i < text_words_; ++i) put_word(offset / sizeof(uint32_t) + i, 0);
-    put(offset + room, image + offset + room, sizeof(Record) - offset - room);
-    end();
-    text_words_ = words;
+  /// Replaces the record by `record`, with `text` in the place of its own. `text` fits the room.
+  void store(const Record& record, std::string_view text) {
+    const std::atomic_ref<word_t> version(version_);
+    version.store(version_ + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    put(head_.data(), bytes_of(record), kTextAt);
+    put(text_.data(), text.data(), text.size());
+    put(tail_.data(), bytes_of(record) + kTextAt + kTextRoom, kTail);
+    std::atomic_ref<word_t>(text_size_).store(text.size(), std::memory_order_relaxed);
+    version.store(version_ + 1, std::memory_order_release);
   }
 
   /// A copy that was whole at one moment. Any thread.
   Record load() const {
-    uint32_t copy[kWords];
-    uint32_t before = 0;
-    uint32_t after = 0;
+    Record record;
+    word_t before = 0;
+    word_t after = 0;
     do {
+      std::memset(&record, 0, sizeof(record));
+      char* bytes = reinterpret_cast<char*>(&record);
       before = load_word(version_, std::memory_order_acquire);
-      for (size_t i = 0; i < kWords; ++i) copy[i] = load_word(words_[i], std::memory_order_relaxed);
+      get(bytes, head_.data(), kTextAt);
+      get(bytes + kTextAt, text_.data(), load_word(text_size_, std::memory_order_relaxed));
+      get(bytes + kTextAt + kTextRoom, tail_.data(), kTail);
       std::atomic_thread_fence(std::memory_order_acquire);
       after = load_word(version_, std::memory_order_relaxed);
     } while (before != after || before % 2 != 0);
-    Record record;
-    std::memcpy(&record, copy, sizeof(Record));
     return record;
   }
 
  private:
-  static constexpr size_t kWords = sizeof(Record) / sizeof(uint32_t);
+  using word_t = uintptr_t;
+  static constexpr size_t kTail = sizeof(Record) - kTextAt - kTextRoom;
+  static constexpr size_t words_for(size_t size) {
+    return (size + sizeof(word_t) - 1) / sizeof(word_t);
+  }
 
-  static uint32_t load_word(const uint32_t& word, std::memory_order order) {
-    return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(word)).load(order);
+  static const char* bytes_of(const Record& record) {
+    return reinterpret_cast<const char*>(&record);
   }
-  void begin() {
-    std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
+  static word_t load_word(const word_t& word, std::memory_order order) {
+    return std::atomic_ref<word_t>(const_cast<word_t&>(word)).load(order);
   }
-  void put_word(size_t index, uint32_t word) {
-    std::atomic_ref<uint32_t>(words_[index]).store(word, std::memory_order_relaxed);
+  static void put_word(word_t* word, const char* bytes, size_t size) {
+    word_t value = 0;
+    std::memcpy(&value, bytes, size);
+    std::atomic_ref<word_t>(*word).store(value, std::memory_order_relaxed);
   }
-  /// The last word is filled up with NUL bytes.
-  void put(size_t offset, const char* bytes, size_t size) {
-    size_t index = offset / sizeof(uint32_t);
-    for (; size >= sizeof(uint32_t); size -= sizeof(uint32_t), bytes += sizeof(uint32_t)) {
-      uint32_t word;
-      std::memcpy(&word, bytes, sizeof(word));
-      put_word(index++, word);
+  static void put(word_t* words, const char* bytes, size_t size) {
+    const size_t whole = size / sizeof(word_t);
+    const size_t rest = size % sizeof(word_t);
+    for (size_t i = 0; i < whole; ++i)
+      put_word(words + i, bytes + i * sizeof(word_t), sizeof(word_t));
+    if (rest != 0) put_word(words + whole, bytes + whole * sizeof(word_t), rest);
+  }
+  static void get(char* bytes, const word_t* words, size_t size) {
+    while (size != 0) {
+      const word_t word = load_word(*words++, std::memory_order_relaxed);
+      const size_t count = size < sizeof(word) ? size : sizeof(word);
+      std::memcpy(bytes, &word, count);
+      bytes += count;
+      size -= count;
     }
-    if (size == 0) return;
-    uint32_t word = 0;
-    std::memcpy(&word, bytes, size);
-    put_word(index, word);
   }
-  void end() { std::atomic_ref<uint32_t>(version_).store(version_ + 1, std::memory_order_release); }
 
-  uint32_t version_ = 0;
-  size_t text_words_ = 0;  // the writer's: words of the text that are in place
-  uint32_t words_[kWords] = {};
+  word_t version_ = 0;
+  word_t text_size_ = 0;
+  std::array<word_t, words_for(kTextAt)> head_ = {};
+  std::array<word_t, words_for(kTextRoom)> text_ = {};
+  std::array<word_t, words_for(kTail)> tail_ = {};
 };

@@ -53,8 +53,9 @@ struct mdx_state_t {
 
   // What last passed.
   mdx_snapshot<at_msg_t> last_client_msg;  ///< the client record in service, as read
-  mdx_snapshot<at_msg_t> last_nas_msg;  ///< the record in hand, the modem's last line in its `rmsg`
-  at_answer_t rssi_report = {};         ///< the last ^RSSI line, `ret_val` 2
+  /// The record in hand, the modem's last line in its `rmsg`.
+  mdx_snapshot<at_msg_t, offsetof(at_msg_t, snd_rcv_msg), MAX_ATCMD_REPORT_SIZE> last_nas_msg;
+  at_answer_t rssi_report = {};            ///< the last ^RSSI line, `ret_val` 2
   char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
 
   int32_t sms_cancel_marker = -1;  ///< 0 makes a time-out send ESC; nothing sets it

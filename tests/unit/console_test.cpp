@@ -36,9 +36,8 @@ TEST(Console, ShowsWhatPassedUnmasked) {
   mdx_state = mdx_state_t{};
   at_msg_t msg = record({.text = "AT+CPIN=1234"});
   mdx_state.last_client_msg.store(msg);
-  constexpr size_t kText = offsetof(at_msg_t, snd_rcv_msg);
   for (const std::string& line : {"+CME ERROR: 16"s, "OK"s, std::string(1500, 'x')}) {
-    mdx_state.last_nas_msg.store_with_text(msg, kText, MAX_ATCMD_REPORT_SIZE, line);
+    mdx_state.last_nas_msg.store(msg, line);
     EXPECT_EQ(fake::console("display", "dialog"), dialog_text("AT+CPIN=1234", line));
   }
   std::memset(&msg.snd_rcv_msg, 'y', sizeof(msg.snd_rcv_msg));
@@ -62,8 +61,7 @@ TEST(Console, ShowsWholeTextsWhileTheyChange) {
       const at_msg_t msg = record({.text = text});
       while (displays.load() <= turn) std::this_thread::yield();
       mdx_state.last_client_msg.store(msg);
-      mdx_state.last_nas_msg.store_with_text(msg, offsetof(at_msg_t, snd_rcv_msg),
-                                             MAX_ATCMD_REPORT_SIZE, text);
+      mdx_state.last_nas_msg.store(msg, text);
     }
   });
   int torn = 0;

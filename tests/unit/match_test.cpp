@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "server/at_framing.h"
 #include "tests/unit/server_test.h"
 
 namespace unit {
@@ -89,37 +90,46 @@ TEST_F(Match, AnUnknownPlusOrCaretLineBelongsToTheCommandThatNamesIt) {
   }
 }
 
-/// Literals whole and cut, and what stands around them.
-std::string random_line(std::mt19937* random) {
-  constexpr std::string_view kOthers[] = {"+", "^", "R", ": 1,2", "\"SM\",", "OK", "\x80", "CC"};
-  const auto below = [random](size_t limit) { return (*random)() % limit; };
-  std::string line;
-  for (size_t pieces = below(9); pieces > 0; --pieces) {
-    const std::string literal = at_report_table[below(65)].literal;
-    switch (below(3)) {
-      case 0:
-        line += literal;
-        break;
-      case 1:  // a piece of it
-        line += literal.substr(below(literal.size()), 1 + below(literal.size()));
-        break;
-      default:
-        line += kOthers[below(std::size(kOthers))];
-    }
-  }
-  return line;
+std::vector<std::string> literals_of(const auto* row) {
+  std::vector<std::string> literals;
+  for (; row->literal != nullptr; ++row) literals.push_back(row->literal);
+  return literals;
 }
 
-TEST_F(Match, TheFirstRowThatStandsInALineIsHitWhereverItStands) {
+/// The first of them that stands in the line, -1 for none.
+int32_t first_in(const std::string& line, const std::vector<std::string>& literals) {
+  const auto hit = std::find_if(literals.begin(), literals.end(), [&](const std::string& literal) {
+    return std::strstr(line.c_str(), literal.c_str()) != nullptr;
+  });
+  return hit == literals.end() ? -1 : static_cast<int32_t>(hit - literals.begin());
+}
+
+TEST_F(Match, TheFirstRowOfEachTableIsFoundWhereverItStandsInALine) {
+  const auto headers = literals_of(at_sms_headers);
+  const auto notifications = literals_of(literal_notify_table);
+  const auto reports = literals_of(at_report_table);
+  std::vector<std::string> literals = reports;
+  literals.insert(literals.end(), headers.begin(), headers.end());
+  literals.insert(literals.end(), notifications.begin(), notifications.end());
+  const strings others = {"+", "^", "R", "N", ": 1,2", "\"SM\",", "OK", "\x80", "CC", "a\0b"s};
+
   const uint32_t seed = std::random_device{}();
   std::mt19937 random(seed);
+  const auto below = [&](size_t limit) { return random() % limit; };
+  const auto piece = [&] {
+    const std::string& literal = literals[below(literals.size())];
+    const size_t choice = below(3);
+    if (choice == 0) return literal;
+    if (choice == 1) return literal.substr(below(literal.size()), 1 + below(literal.size()));
+    return others[below(others.size())];
+  };
   for (int i = 0; i < 20000; ++i) {
-    const std::string line = "^" + random_line(&random);
-    const at_report_row_t* row = at_report_table;
-    while (row->literal != nullptr && line.find(row->literal) == std::string::npos) ++row;
-    is_report(ACTIVE_REPORT, line);
-    ASSERT_EQ(index, row->literal == nullptr ? -1 : row->id) << line << ", seed " << seed;
-    fake::journal.clear();
+    std::string line;
+    for (size_t pieces = below(9); pieces > 0; --pieces) line += piece();
+    const at_findings_t found = at_look_through(line.c_str());
+    ASSERT_EQ(found.sms_header, first_in(line, headers)) << line << ", seed " << seed;
+    ASSERT_EQ(found.notification, first_in(line, notifications)) << line << ", seed " << seed;
+    ASSERT_EQ(found.report, first_in(line, reports)) << line << ", seed " << seed;
   }
 }
 
