@@ -1,8 +1,6 @@
 // One server per machine, in a directory that can be trusted.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,23 +18,9 @@ using testing::HasSubstr;
 
 const fs::path kDirectory = kMdxDirectory;
 
-int serve() {
-  be_the_server();
-  OtherProcess::say_ready();
-  OtherProcess::wait_for_kill();
-}
-
 int claim_only() {
   be_the_server();
   return 0;
-}
-
-bool console_answers() {
-  const int fd = connect_to(kMdxConsolePath, SOCK_STREAM);
-  char text[16] = "";
-  const bool answered = write(fd, "test hello\n", 11) == 11 && read(fd, text, sizeof(text)) > 0;
-  close(fd);
-  return answered && std::string(text) == "hello 7\n";
 }
 
 class Claim : public testing::Test {
@@ -44,22 +28,6 @@ class Claim : public testing::Test {
   Claim() { fs::remove_all(kDirectory); }
   ~Claim() override { fs::remove_all(kDirectory); }
 };
-
-TEST_F(Claim, ASecondServerEndsAndTheFirstDoesNotNotice) {
-  OtherProcess first(serve);
-  ASSERT_TRUE(first.wait_ready());
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    OtherProcess second(claim_only);
-    EXPECT_EQ(second.wait(), 1);
-    EXPECT_THAT(second.errors(), HasSubstr("another server"));
-    EXPECT_TRUE(console_answers());
-  }
-  first.kill_now();
-  first.wait();
-  OtherProcess third(serve);
-  ASSERT_TRUE(third.wait_ready()) << third.errors();
-  EXPECT_TRUE(console_answers());
-}
 
 TEST_F(Claim, TheDirectoryGetsItsModeWhateverTheUmask) {
   OtherProcess server([] {

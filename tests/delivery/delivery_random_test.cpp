@@ -1,0 +1,72 @@
+// Random talk of a modem, cut at random: what must hold whatever it says.
+
+#include "tests/delivery/modem_line.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+/// Bytes that like to make up lines, echoes, headers, prompts and overflows.
+string random_talk(std::mt19937& random) {
+  static const script_t words = {
+      "\r",           "\n",           "\r\n",       "\r\r\n", "> ",       "AT+X",
+      "AT+X\r\r\n",   "OK",           "\r\nOK\r\n", "\x1a",   "\x1a\r\n", "+CMT: 1\r\n",
+      "^HCMGR:1\r\n", "+CMGL: 1\r\n", "\0"s,        "\xff",   "0791",     string(700, 'y')};
+  string talk;
+  for (size_t count = 1 + random() % 8; count > 0; --count) talk += words[random() % words.size()];
+  return talk;
+}
+
+/// What two texts have in common once all that may be left out is left out of both.
+string without_line_ends(const string& bytes) {
+  string rest;
+  std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(rest),
+               [](char byte) { return byte != '\r' && byte != '\n'; });
+  return rest;
+}
+
+bool only_blank_lines(const string& delivery) {
+  size_t at = 0;
+  while (delivery.compare(at, 2, "\r\n") == 0) at += 2;
+  return at == delivery.size();
+}
+
+void talk_at_random(uint32_t seed) {
+  constexpr size_t kEcho = 4;
+  std::mt19937 random(seed);
+  modem_line line(at_random(seed));
+  string said;
+  size_t sends = 0;
+  for (int step = 0; step < 200; ++step) {
+    if (random() % 4 == 0) {
+      line.send("AT+X\r");
+      ++sends;
+    }
+    const string talk = random_talk(random);
+    said += talk;
+    line.say(talk);
+    if (random() % 3 == 0) line.wait(random() % 60);
+  }
+  line.wait(5000);
+  string heard;
+  for (const string& delivery : line.deliveries) {
+    ASSERT_LE(delivery.size(), kDeliveryMaxBytes);
+    ASSERT_FALSE(delivery.ends_with('\r')) << readable(delivery);
+    ASSERT_FALSE(only_blank_lines(delivery)) << readable(delivery);
+    heard += delivery;
+  }
+  const size_t lost = without_line_ends(said).size() - without_line_ends(heard).size();
+  EXPECT_EQ(lost, kEcho * line.echoes_dropped());
+  EXPECT_LE(line.echoes_dropped(), sends);
+}
+
+TEST(DeliveryRandom, LosesNothingAndEndsNowhereElse) {
+  const uint32_t first_seed = std::random_device{}();
+  for (uint32_t seed = first_seed; seed < first_seed + 100; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    talk_at_random(seed);
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+}  // namespace
