@@ -10,31 +10,12 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "platform/linux/border.h"
 #include "platform/linux/event_fifo.h"
 #include "server/at_msg.h"
-
-/// A value that test and server share: no lock stands between them but the kernel's queues.
-template <typename T>
-class Guarded {
- public:
-  void set(const T& value) {
-    const std::lock_guard lock(mutex_);
-    value_ = value;
-  }
-  T get() {
-    const std::lock_guard lock(mutex_);
-    return value_;
-  }
-
- private:
-  std::mutex mutex_;
-  T value_{};
-};
 
 class StandInServer {
  public:

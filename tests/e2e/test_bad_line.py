@@ -37,17 +37,6 @@ class BadLine(WatchTest):
         status = pathlib.Path(f"/proc/{self.server.pid}/status").read_text()
         return int(re.search(r"VmRSS:\s+(\d+)", status)[1])
 
-    def test_a_megabyte_without_line_end(self):
-        self.start_with(lambda line: OK_LINE)
-        watcher, = self.start_watchers(WAKE_UP)
-        for filler in (b"A" * 1024, b"\0" * 1024, b"\r" * 1024, b"\r\n" * 512, bytes(range(128, 256)) * 8):
-            for _ in range(1024):
-                self.modem.say(filler)
-        self.modem.say(b"\r\n^WAKEUPIN: 7\r\n")
-        watcher.wait_for(1)
-        self.assertEqual(watcher.words(), ["EVT_AT_WAKEUP_IN value=7"])
-        self.assertEqual(self.at("AT+NEXT")["text"].strip(), "")
-
     def test_hang_up_inside_a_line_and_another_device_behind_the_link(self):
         log = SystemLog()
         self.start_with(lambda line: OK_LINE)

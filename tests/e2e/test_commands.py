@@ -1,10 +1,12 @@
 """A command and its answer through client, queues, server, terminal device and modem, and back."""
 
 import json
+import os
+import time
 import unittest
 
 from device import (NO_ANSWER, OK, REFUSED_BY_MODEM, REFUSED_BY_SERVER, DeviceTest, ScriptedModem,
-                    scaled, wait_until)
+                    record, scaled, wait_until)
 
 
 class Commands(DeviceTest):
@@ -33,6 +35,26 @@ class Commands(DeviceTest):
         self.start_modem("--quiet")
         wait_until(lambda: "channel_open 1" in self.console("platform", "stats"), 5, "it is back")
         self.assert_serves()
+
+    def test_flood_of_one_who_takes_no_answer_hurts_nobody_else(self):
+        """Whether it lives or cannot be woken."""
+        self.start_device()
+        for alive in (True, False):
+            child = os.fork()
+            if child == 0:
+                task = os.getpid() if alive else 4000000
+                if alive:
+                    os.mkfifo(f"/var/run/mdxgate/event.{task}")
+                    os.open(f"/var/run/mdxgate/event.{task}", os.O_RDWR)
+                while True:
+                    if not self.queues.send(record(b"AT", task), task):
+                        time.sleep(0.0002)
+            try:
+                for _ in range(scaled(100, 20)):
+                    self.assert_serves()
+            finally:
+                os.kill(child, 9)
+                os.waitpid(child, 0)
 
 
 if __name__ == "__main__":

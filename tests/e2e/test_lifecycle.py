@@ -42,7 +42,7 @@ class Lifecycle(DeviceTest):
         waiting = self.start_client("at", "--timeout", "60", "AT+HANG")
         wait_until(lambda: b"AT+HANG" in self.modem.heard, 5, "the command is under way")
         for _ in range(5):
-            self.assertTrue(self.queues.send(record(b"AT+OLD", msg_type=99)))
+            self.assertTrue(self.queues.send(record(b"AT+OLD", 99)))
 
         self.stop(self.server, signal.SIGKILL)
         killed = time.monotonic()

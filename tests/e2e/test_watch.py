@@ -3,7 +3,7 @@
 import signal
 import unittest
 
-from device import NO_SERVER, OK, ScriptedModem, scaled, wait_until
+from device import NO_SERVER, OK, ScriptedModem, wait_until
 from watching import WatchTest
 
 
@@ -21,21 +21,9 @@ class Watch(WatchTest):
         self.modem = ScriptedModem(answer)
         return watchers
 
-    def test_ten_watchers_see_every_report_in_order_and_once(self):
-        watchers = self.start_counting_device(*[("--module", "7")] * 10)
-        count = scaled(3000, 300)
-        code, _, err = self.ctl("at", "-", stdin="".join(
-            f"AT+SAY={said},{said + 10}\nAT+OTHER\n" for said in range(0, count, 10)))
-        self.assertEqual(code, OK, err)
-        for watcher in watchers:
-            watcher.wait_for(count)
-            self.assert_numbered(watcher, "file_type", count)
-            self.assertEqual(watcher.words()[-1], f"EVT_AT_SIM_REFRESH file_type={count - 1}")
-            self.assertEqual(watcher.end(), (0, ""))
-
-    def test_watcher_that_never_reads_harms_only_itself(self):
-        """What it missed is told in front of what it gets next, once it reads again."""
-        deaf, awake = self.start_counting_device(("--module", "7"), ("--module", "7"))
+    def test_watchers_see_all_in_order_but_for_what_they_never_read(self):
+        """What one missed is told in front of what it gets next, once it reads again."""
+        deaf, *awake = self.start_counting_device(*[("--module", "7")] * 5)
         deaf.client.send_signal(signal.SIGSTOP)
         said = 0
         while self.stats()["packets_lost"] < 50:
@@ -47,12 +35,11 @@ class Watch(WatchTest):
         deaf.wait_for(said - missed)
         self.at(f"AT+SAY={said},{said + 3}")
         deaf.wait_for(said + 3 - missed)
-        awake.wait_for(said + 3)
-
-        self.assertEqual(len(awake.packets()), said + 3)
-        for watcher in (awake, deaf):
+        for watcher in awake:
+            watcher.wait_for(said + 3)
+        for watcher in (deaf, *awake):
             self.assert_numbered(watcher, "file_type", said + 3)
-        self.assertEqual((deaf.end(), awake.end()), ((0, ""), (0, "")))
+            self.assertEqual(watcher.end(), (0, ""))
 
     def test_services_modules_and_counts(self):
         cms, sim, two = self.start_counting_device(
