@@ -9,6 +9,7 @@
 
 #include "platform/linux/border.h"
 #include "platform/linux/event_fifo.h"
+#include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
 
 namespace {
@@ -69,21 +70,34 @@ TEST_F(Claim, RefusesWhatCanBeAPlant) {
   }
 }
 
-TEST_F(Claim, RemovesWhatAnEarlierServerLeft) {
+TEST_F(Claim, RemovesWhatAnEarlierServerLeftAndOthersPlanted) {
+  const auto path = [](const std::string& name) { return (kDirectory / name).string(); };
   fs::create_directory(kDirectory);
-  const auto path = [](const char* name) { return (kDirectory / name).string(); };
   const int client = event_fifo_create(path("event.100").c_str());
   close(event_fifo_create(path("event.101").c_str()));
-  fs::create_symlink("/etc/passwd", path("event.102"));
-  fs::create_symlink(path("event.101"), path("queue.2"));
-  std::ofstream(path("hub"));
+  const fs::path victim = testing::TempDir() + "victim";
+  std::ofstream(victim.c_str());
+  fs::create_symlink(victim, path("event.102"));
+  fs::create_symlink(victim, path("queue.2"));
+  fs::create_symlink(victim, path("hub"));
+  fs::create_directories(path("console/in-the-way"));
   std::ofstream(path("client's own"));
-  OtherProcess server(claim_only);
+  OtherProcess server([&path] {
+    const std::string fifo = path("event." + std::to_string(getpid()));
+    fs::create_directory(fifo);
+    be_the_server();
+    MDX_event_init(7);
+    if (MDX_msgQex_create(kMdxRequestQueue, 10, kMdxRecordSize) < 0) return 1;
+    if (KRP_MSG_Init("mdxgate") != 0 || !fs::is_socket(path("console"))) return 2;
+    return fs::read_symlink(path("queue.2")) == fifo && fs::is_fifo(fifo) ? 0 : 3;
+  });
   EXPECT_EQ(server.wait(), 0) << server.errors();
-  for (const char* gone : {"event.101", "event.102", "queue.2", "hub"})
+  for (const char* gone : {"event.101", "event.102"})
     EXPECT_FALSE(fs::exists(fs::symlink_status(path(gone)))) << gone;
-  for (const char* kept : {"event.100", "client's own", "console"})
+  for (const char* kept : {"event.100", "client's own", "refused.console/in-the-way"})
     EXPECT_TRUE(fs::exists(path(kept))) << kept;
+  EXPECT_TRUE(fs::is_socket(fs::symlink_status(path("hub"))));
+  EXPECT_TRUE(fs::is_empty(victim));
   close(client);
 }
 

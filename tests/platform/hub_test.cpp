@@ -119,33 +119,26 @@ TEST_F(Hub, EachReceiverGetsWhatItAskedFor) {
   EXPECT_EQ(KRP_MSG_SendMsgData("dialup", 101, "ab", 2), 0);
   EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 102, 0), 0);
   EXPECT_EQ(KRP_MSG_SendSimpleMsg("dialup2", 103, 0), 0);
-  EXPECT_EQ(MDX_post_notify(12, 104, 0, 0), 0);
+  EXPECT_EQ(MDX_post_notify_ex(12, 104, "payload", 7, 5, -1), 0);
   EXPECT_EQ(MDX_post_notify(13, 105, 0, 0), 0);
-  EXPECT_EQ(KRP_UTIL_SendMsgToVoice2(8907, 3, 0, "v", 1), 0);
+  EXPECT_EQ(KRP_UTIL_SendMsgToVoice2(8907, 42, 0, "call", 4), 0);
   EXPECT_THAT(all.types_waiting(), ElementsAre(101, 102, 103, 104, 105, 8907));
   EXPECT_THAT(dialup.types_waiting(), ElementsAre(101));
-  EXPECT_THAT(voice.types_waiting(), ElementsAre(8907));
-  EXPECT_THAT(module12.types_waiting(), ElementsAre(104));
-  EXPECT_THAT(nothing.types_waiting(), ElementsAre());
-}
-
-TEST_F(Hub, PacketsCarryTheirValues) {
-  const Receiver all("*");
-  MDX_post_notify_ex(27, 27003, "payload", 7, 5, -1);
-  const Packet notification = all.next();
-  EXPECT_EQ(notification.header.type, 27003u);
-  EXPECT_EQ(notification.header.kind, MDX_PACKET_NOTIFICATION);
-  EXPECT_STREQ(notification.header.to, "");
-  EXPECT_EQ(notification.header.module, 27u);
-  EXPECT_EQ(notification.header.a, 5);
-  EXPECT_EQ(notification.header.b, -1);
-  EXPECT_EQ(notification.header.length, 7u);
-  EXPECT_EQ(notification.payload, "payload");
-  KRP_UTIL_SendMsgToVoice2(8907, 42, 0, "call", 4);
-  const Packet call = all.next();
+  const Packet call = voice.next();
+  EXPECT_EQ(call.header.type, 8907u);
   EXPECT_EQ(call.header.kind, MDX_PACKET_VOICE);
   EXPECT_EQ(call.header.a, 42);
   EXPECT_EQ(call.payload, "call");
+  const Packet notification = module12.next();
+  EXPECT_EQ(notification.header.type, 104u);
+  EXPECT_EQ(notification.header.kind, MDX_PACKET_NOTIFICATION);
+  EXPECT_EQ(notification.header.module, 12u);
+  EXPECT_EQ(notification.header.a, 5);
+  EXPECT_EQ(notification.header.b, -1);
+  EXPECT_EQ(notification.payload, "payload");
+  EXPECT_THAT(voice.types_waiting(), ElementsAre());
+  EXPECT_THAT(module12.types_waiting(), ElementsAre());
+  EXPECT_THAT(nothing.types_waiting(), ElementsAre());
 }
 
 TEST_F(Hub, RefusesWhatNoPacketHolds) {

@@ -243,26 +243,6 @@ int keep_rights_apart() {
   return wrong;
 }
 
-/// A member has planted things where the server's are going to be.
-int refuse_what_is_planted() {
-  const std::string directory = kMdxDirectory;
-  const std::string fifo = kMdxEventPrefix + std::to_string(getpid());
-  REQUIRE(mkdir(kMdxDirectory, 0) == 0 && chmod(kMdxDirectory, 03777) == 0);
-  REQUIRE(std::ofstream("/run/victim").good());
-  REQUIRE(symlink("/run/victim", (directory + "/hub").c_str()) == 0);
-  REQUIRE(mkdir((directory + "/console").c_str(), 0777) == 0);
-  REQUIRE(std::ofstream(directory + "/console/in-the-way").good());
-  REQUIRE(symlink("/run/victim", kMdxServerLink) == 0 && mkdir(fifo.c_str(), 0777) == 0);
-  for (const std::string& path : {directory + "/hub", directory + "/console", fifo})
-    REQUIRE(lchown(path.c_str(), kOtherUser, kServerUser) == 0);
-  REQUIRE(chmod(kMdxDirectory, 03770) == 0);
-  REQUIRE(start_up() == 0);
-  REQUIRE(connects(kMdxHubPath, SOCK_SEQPACKET) && connects(kMdxConsolePath, SOCK_STREAM));
-  REQUIRE(std::filesystem::read_symlink(kMdxServerLink) == fifo && opens(fifo, O_WRONLY));
-  REQUIRE(std::filesystem::file_size("/run/victim") == 0);
-  return 0;
-}
-
 /// The main thread may write anywhere until the ready flag is up; a device that is opened with that
 /// right could not be opened again.
 int leave_the_device_alone() {
@@ -291,7 +271,6 @@ class Root : public testing::Test {
 
 TEST_F(Root, IsGivenUpButForTheReadyFlag) { run_in_own_world(drop_and_raise_the_flag); }
 TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
-TEST_F(Root, RefusesWhatIsPlanted) { run_in_own_world(refuse_what_is_planted); }
 TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
