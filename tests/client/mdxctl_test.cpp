@@ -102,24 +102,4 @@ TEST(Mdxctl, ChoosesHowToCollect) {
   }
 }
 
-TEST(Mdxctl, TakesOnlyTheResultLineOff) {
-  collection_t collection;
-  collection.transparent = collection.for_reading = true;
-  // clang-format off
-  const struct { const char* text; int ret_val; const char* shown; } cases[] = {
-    {"a\r\nb\r\nOK\r\n",            2,  "a\r\nb"             }, {"OK\r\n", 2, ""    },
-    {"\r\n",                        2,  ""                   }, {"",       2, ""    },
-    {"a\r\n+CME ERROR: 3\r\n",      3,  "+CME ERROR: 3"      }, {"a",      2, "a"   },
-    {"a\r\n",                       -1, "a"                  }, {"x\r\n",  0, "x"},
-  };
-  // clang-format on
-  for (const auto& c : cases) {
-    mdx_result_t result = MDX_RESULT_INIT;
-    result.text = c.text;
-    result.length = static_cast<uint32_t>(std::strlen(c.text));
-    result.ret_val = c.ret_val;
-    EXPECT_EQ(shown_text(result, collection), c.shown) << c.text;
-  }
-}
-
 }  // namespace

@@ -1,10 +1,8 @@
 """The terminal of mdxsim, as a host finds it that opens it like any device."""
 
-import fcntl
 import os
 import pathlib
 import select
-import termios
 import unittest
 
 from device import CHANNEL, DeviceTest, wait_until
@@ -48,23 +46,6 @@ class Simulator(DeviceTest):
                 reads = self.ask(host, b"AT+CSQ\r")
                 self.assertEqual((b"".join(reads), len(reads)), (ANSWER, count), cut)
             self.stop(self.modem)
-
-    def test_next_host_finds_nothing_of_the_one_before(self):
-        self.start_modem("--quiet")
-        first = os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY)
-        fcntl.ioctl(first, termios.TIOCEXCL)
-        os.write(first, b"AT+CMGL=4\r")
-        self.assertTrue(select.select([first], [], [], 5)[0], "an answer that nobody reads")
-        os.close(first)
-
-        def is_free():
-            try:
-                os.close(os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY))
-                return True
-            except OSError:
-                return False
-        wait_until(is_free, 5, "exclusive use ends with the host")
-        self.assertEqual(b"".join(self.ask(self.open(), b"AT\r")), b"AT\r\r\nOK\r\n")
 
     def test_session_of_a_host_that_leaves_early_is_not_played(self):
         session = pathlib.Path("/tmp/session.txt")

@@ -123,13 +123,4 @@ TEST_F(Events, AreWrittenToFifosOnly) {
   }
 }
 
-TEST(EventsWithoutSet, FailInsteadOfWaiting) {
-  be_the_server();
-  std::thread([] {
-    uint32_t bits = kUntouched;
-    EXPECT_EQ(MDX_event_recv(kMask, -1, &bits), 0);
-    EXPECT_EQ(bits, kUntouched);
-  }).join();
-}
-
 }  // namespace

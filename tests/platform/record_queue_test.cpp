@@ -94,17 +94,6 @@ class RecordQueue : public testing::Test {
   int32_t ids_[3] = {-1, -1, -1};
 };
 
-TEST_F(RecordQueue, HoldsExactlyItsDepth) {
-  record_t record{1};
-  int error = kUntouched;
-  for (int i = 0; i < 10; ++i) ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0);
-  EXPECT_EQ(error, kUntouched);
-  EXPECT_EQ(MDX_msgQex_num(requests()), 10);
-  EXPECT_EQ(send_to_msgqueue(requests(), record.data(), &error), -1);
-  EXPECT_EQ(error, EAGAIN);
-  EXPECT_EQ(MDX_msgQex_num(requests()), 10);
-}
-
 TEST_F(RecordQueue, DropsForeignSizesAndServesTheRest) {
   struct {
     long type;

@@ -48,27 +48,27 @@ class SystemLog {
 
 // These stand first: a forked process decides for itself only if this one has not traced yet.
 
-TEST(Trace, AJournalGetsItsLevel) {
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  OtherProcess server([&ends] {
-    dup2(ends[1], STDERR_FILENO);
+/// A process that traces much more than `standard_error` holds, which nobody reads meanwhile.
+void trace_without_reader(int standard_error) {
+  OtherProcess server([standard_error] {
+    dup2(standard_error, STDERR_FILENO);
     for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 4, "%d\n", i);
     return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
   });
   EXPECT_EQ(server.wait(), 0);
+}
+
+TEST(Trace, AJournalGetsItsLevelAndHoldsNobodyUp) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  trace_without_reader(ends[1]);
   EXPECT_THAT(take(ends[0]), StartsWith("<4>mdxgate mdxgate:1: 0\n<4>mdxgate mdxgate:1: 1\n"));
 }
 
-TEST(Trace, ATerminalThatNobodyReadsHoldsNobodyUp) {
+TEST(Trace, ATerminalHoldsNobodyUp) {
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
   ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
-  OtherProcess server([terminal] {
-    dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDERR_FILENO);
-    for (int i = 0; i < 10000; ++i) KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%d\n", i);
-    return counter_value(COUNT_TRACES_LOST) > 0 ? 0 : 1;
-  });
-  EXPECT_EQ(server.wait(), 0);
+  trace_without_reader(open(ptsname(terminal), O_RDWR | O_NOCTTY));
   char text[100] = "";
   EXPECT_GT(read(terminal, text, sizeof(text) - 1), 0);
   EXPECT_THAT(text, StartsWith("mdxgate mdxgate:1: 0\r"));

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "tools/mdxsim/escape.h"
-#include "tools/mdxsim/message_store.h"
 
 namespace mdxsim {
 namespace {
@@ -128,22 +127,6 @@ TEST(LivingModem, MessageDialogue) {
   for (const auto* head : {"AT+CMGS=\r", "AT+CMGS=0\r", "AT+CMGS=165\r", "AT+CMGS=\"+49\"\r"}) {
     EXPECT_EQ(Host().say(head), invalid) << head;
   }
-}
-
-TEST(LivingModem, MessagesAreKept) {
-  const std::string pdu(kPdu);
-  Host host;
-  host.say("AT+CMGW=20\r");
-  EXPECT_EQ(host.say(pdu + "\x1a\r"), lines("+CMGW: 1"));
-  EXPECT_EQ(host.say("AT+CMGR=1\r"), lines("+CMGR: 2,,20\r\n" + pdu));
-  EXPECT_THAT(host.say("AT+CMGL=0\r"), HasSubstr("+CMGL: 0,0,,23\r\n"));
-  EXPECT_EQ(host.say("AT+CMGL=0\r"), kOk) << "a listed message is read";
-  EXPECT_EQ(host.say("AT+CMGD=0\r"), kOk);
-  EXPECT_EQ(host.say("AT+CMGD=0\r"), "\r\n+CMS ERROR: 321\r\n");
-  EXPECT_EQ(host.say("AT+CMGD=0,4;+CMGL=4\r"), kOk);
-  for (int i = 0; i < MessageStore::kCapacity; ++i) host.say("AT+CMGW=20\r" + pdu + "\x1a\r");
-  host.say("AT+CMGW=20\r");
-  EXPECT_EQ(host.say(pdu + "\x1a\r"), "\r\n+CMS ERROR: 322\r\n");
 }
 
 TEST(LivingModem, SlowAnswersHoldUpAnswersButNotReports) {
