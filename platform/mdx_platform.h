@@ -140,17 +140,20 @@ int32_t KRP_UTIL_SendMsgToVoice2(int32_t message, int32_t type, int32_t, const v
 // Modem channel
 // ------------------------------------------------------------------------------------------------
 
-/// Sends bytes to the modem. Blocks while the modem takes nothing, 5 seconds at most. 0 on success.
+/// Sends bytes to the modem; only for the task that bound the channel. Blocks while the modem takes
+/// nothing, 5 seconds at most. 0 on success.
 using mdx_send_function_t = int32_t (*)(int32_t channel, const char* data, uint32_t length);
 
-/// Takes a delivery, on a thread of the platform; 0 when it is taken, 1 when not: it is then
-/// offered again. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS prompt, or
+/// Takes a delivery; 0 when it is taken, 1 when not: it is then offered again. It is called by the
+/// task that bound the channel, from within the platform: while that task waits for events or for
+/// modem data, or sends. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS prompt, or
 /// where the modem fell silent inside a line; never between a CR and its LF.
 using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t length);
 
-/// Binds a modem channel. May be repeated until `*send` is filled, which is the sign of success:
-/// the channel is up from then on, and the slot stays filled when the device goes away and comes
-/// back.
+/// Binds a modem channel to the calling task, which from then on reads the modem whenever it waits
+/// for events or for modem data. May be repeated until `*send` is filled, which is the sign of
+/// success: the channel is up from then on, and the slot stays filled when the device goes away and
+/// comes back.
 /// @param channel  6 is /dev/smd6
 int32_t Q7_APP_RegCallBack(int32_t channel, mdx_receive_function_t receive,
                            mdx_send_function_t* send);

@@ -3,7 +3,7 @@
 // A raise inside the process sets bits in memory and writes the FIFO only while the task sleeps;
 // the sleeper says so first and looks at the bits again after, so that one of the two sees the
 // other. What comes out of the FIFO was written by other processes: whatever is no clean raise may
-// hide one.
+// hide one. The task that bound the modem's channel reads the modem while it sleeps here.
 
 #include "platform/linux/events.h"
 
@@ -22,6 +22,7 @@
 
 #include "platform/linux/counters.h"
 #include "platform/linux/event_fifo.h"
+#include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -97,15 +98,16 @@ void collect(event_set_t& set) {
   if (bits != 0) set.pending.fetch_or(bits);
 }
 
-/// Sleeps until something is raised, `wait_ms` at most.
+/// Sleeps until something is raised, `wait_ms` at most; may also return for no reason.
 /// @return false when it cannot wait
 bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
   set.sleeping.store(true);
   pollfd readable = {set.wait_fd, POLLIN, 0};
   int ready = 1;
-  if ((set.pending.load() & mask) == 0) ready = poll(&readable, 1, wait_ms);
+  if ((set.pending.load() & mask) == 0) ready = modem_channel_poll(&readable, wait_ms);
   const int error = errno;
   set.sleeping.store(false);
+  if ((readable.revents & POLLIN) != 0) collect(set);
   return (ready >= 0 || error == EINTR) && (readable.revents & (POLLNVAL | POLLERR)) == 0;
 }
 
@@ -197,7 +199,7 @@ int32_t MDX_event_send(int32_t task_id, uint32_t bits) {
   if (task_id <= 0) return 0;
   if (event_set_t* set = find_set(task_id)) {
     set->pending.fetch_or(bits);
-    if (set->sleeping.exchange(false)) write_raise(set->wake_fd, kLookAgain);
+    if (set != own_set && set->sleeping.exchange(false)) write_raise(set->wake_fd, kLookAgain);
     return 1;
   }
   pthread_mutex_lock(&recent_lock);
@@ -231,6 +233,5 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
       MDX_sleep(kFailureNapMs);
       return 0;
     }
-    collect(set);
   }
 }

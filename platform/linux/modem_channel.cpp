@@ -1,12 +1,14 @@
-// The channel to the modem: a device that comes and goes, one thread that reads it, sends from
-// others.
+// The channel to the modem: a device that comes and goes, read and written by the task that bound
+// it.
 //
-// The delivery thread alone opens, reads and closes the device: a right that only the binding
-// caller has would open a device that could not be opened again. What the thread reads goes through
-// the assembler to the server's callback. A refused delivery stops the reading, so that the
-// device's own flow control holds the modem back.
+// What is read goes through the assembler to the server's callback. A refused delivery stops the
+// reading, so that the device's own flow control holds the modem back. Another thread may end the
+// binding; it only says so, and the reading task gives the device up at its next wait.
+
+#include "platform/linux/modem_channel.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -19,6 +21,8 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
 #include "platform/linux/modem_device.h"
+#include "platform/linux/nas_queue.h"
+#include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -29,211 +33,207 @@ constexpr uint32_t kReopenMs = 200;
 constexpr uint32_t kOfferAgainMs = 50;
 constexpr size_t kReadSize = 4096;
 
-class lock_guard {
- public:
-  explicit lock_guard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-  ~lock_guard() { pthread_mutex_unlock(&mutex_); }
-  lock_guard(const lock_guard&) = delete;
-  lock_guard& operator=(const lock_guard&) = delete;
+/// What the threads share.
+pthread_mutex_t binding_lock = PTHREAD_MUTEX_INITIALIZER;  ///< held for the whole of a send
+constinit std::atomic<bool> bound{false};
+constinit std::atomic<int32_t> reading_task{0};
+constinit std::atomic<int> wake_fd{-1};  ///< eventfd
 
- private:
-  pthread_mutex_t& mutex_;
-};
-
-/// What the threads share. Where both locks are needed, the binding's comes first.
+/// The reading task's own.
 struct channel_t {
-  pthread_mutex_t binding_lock = PTHREAD_MUTEX_INITIALIZER;  ///< held for the whole of a send
-  modem_device_t device;  ///< changed by the delivery thread alone, under the lock
-  std::atomic<bool> bound{false};
-  bool has_thread = false;
-  pthread_cond_t tried = PTHREAD_COND_INITIALIZER;
-  bool has_tried = false;  ///< to open the device since the binding began
-  int open_error = 0;      ///< how that went
-  int told_error = 0;      ///< why the last attempt to bind failed, to say each reason once
-  int wake = -1;           ///< eventfd; set before the thread starts, as are the next three
-  int32_t number = 0;
-  mdx_receive_function_t receive = nullptr;
-  char path[sizeof(kMdxChannelPrefix) + 11] = {};
+  int32_t number;
+  mdx_receive_function_t receive;
+  char path[sizeof(kMdxChannelPrefix) + 11];
+  bool is_open;
+  bool was_open;   ///< before, since the binding
+  int told_error;  ///< why the last attempt to bind failed, to say each reason once
+  modem_device_t device;
+  uint64_t reopen_at;
 
-  pthread_mutex_t assembler_lock = PTHREAD_MUTEX_INITIALIZER;
-  delivery_assembler assembler;
+  char bytes[kReadSize];
+  size_t size;
+  size_t used;         ///< bytes that the assembler has taken
+  bool more_waiting;   ///< the last read left something behind
+  bool refused;        ///< a delivery is to be offered again
+  uint64_t looked_at;  ///< when the modem was last asked for bytes: silence is known up to here
+  uint32_t echoes;     ///< what the assembler's tallies were when they were last counted
+  uint32_t cuts;
 };
-
-/// What only the delivery thread knows.
-struct reader_t {
-  char bytes[kReadSize] = {};
-  size_t size = 0;
-  size_t used = 0;            ///< bytes that the assembler has taken
-  bool more_waiting = false;  ///< the last read left something behind
-  bool refused = false;       ///< a delivery is to be offered again
-  uint64_t looked_at =
-      0;  ///< when the device was last asked for bytes: silence is known up to here
-  uint64_t reopen_at = 0;
-  bool was_open = false;
-  uint32_t echoes = 0;  ///< what the assembler's tallies were when they were last counted
-  uint32_t cuts = 0;
-};
-
-constinit channel_t channel;
-constinit reader_t reader;
+constinit channel_t channel{};
+constinit delivery_assembler assembler;
 
 void count_changes() {
-  const uint32_t echoes = channel.assembler.echoes_dropped();
-  const uint32_t cuts = channel.assembler.deliveries_cut();
-  if (echoes != reader.echoes) counter_add(COUNT_ECHOES_DROPPED, echoes - reader.echoes);
-  if (cuts != reader.cuts) counter_add(COUNT_DELIVERIES_CUT, cuts - reader.cuts);
-  reader.echoes = echoes;
-  reader.cuts = cuts;
+  const uint32_t echoes = assembler.echoes_dropped();
+  const uint32_t cuts = assembler.deliveries_cut();
+  if (echoes != channel.echoes) counter_add(COUNT_ECHOES_DROPPED, echoes - channel.echoes);
+  if (cuts != channel.cuts) counter_add(COUNT_DELIVERIES_CUT, cuts - channel.cuts);
+  channel.echoes = echoes;
+  channel.cuts = cuts;
 }
 
 std::string_view next_delivery() {
-  lock_guard guard(channel.assembler_lock);
-  reader.used += channel.assembler.received(reader.bytes + reader.used, reader.size - reader.used,
-                                            reader.looked_at);
-  const bool more_waiting = reader.more_waiting || reader.used < reader.size;
-  const std::string_view delivery = channel.assembler.next(reader.looked_at, more_waiting);
+  channel.used += assembler.received(channel.bytes + channel.used, channel.size - channel.used,
+                                     channel.looked_at);
+  const bool more_waiting = channel.more_waiting || channel.used < channel.size;
+  const std::string_view delivery = assembler.next(channel.looked_at, more_waiting);
   count_changes();
   return delivery;
 }
 
-/// Hands over all that is ready, as long as it is taken.
-void hand_over() {
-  reader.refused = false;
+/// Who takes deliveries off the queue is who waits here: a callback that waited for room would wait
+/// for itself.
+bool is_taken(std::string_view delivery) {
+  if (nas_queue_is_full()) return false;
+  return channel.receive(channel.number, delivery.data(), static_cast<uint32_t>(delivery.size())) ==
+         0;
+}
+
+/// Hands over all that is ready, as long as it is taken. @return whether anything was
+bool hand_over() {
+  bool any = false;
+  channel.refused = false;
   for (;;) {
     const std::string_view delivery = next_delivery();
-    if (delivery.empty()) return;
-    const auto length = static_cast<uint32_t>(delivery.size());
-    if (channel.receive(channel.number, delivery.data(), length) != 0) {
+    if (delivery.empty()) return any;
+    if (!is_taken(delivery)) {
       counter_add(COUNT_DELIVERIES_HELD);
-      reader.refused = true;
-      return;
+      channel.refused = true;
+      return any;
     }
     counter_add(COUNT_DELIVERIES);
-    counter_add(COUNT_DELIVERY_BYTES, length);
-    lock_guard guard(channel.assembler_lock);
-    channel.assembler.taken();
+    counter_add(COUNT_DELIVERY_BYTES, delivery.size());
+    assembler.taken();
+    any = true;
   }
 }
 
 void close_device() {
-  {
-    lock_guard guard(channel.binding_lock);
-    modem_device_close(channel.device);
-    channel.device = {};
-    counter_add(COUNT_CHANNEL_CLOSED);
-  }
-  reader.more_waiting = false;
-  lock_guard guard(channel.assembler_lock);
-  channel.assembler.link_lost();
+  modem_device_close(channel.device);
+  channel.is_open = false;
+  channel.more_waiting = false;
+  assembler.link_lost();
+  counter_add(COUNT_CHANNEL_CLOSED);
 }
 
 void lose_device() {
   close_device();
-  reader.reopen_at = monotonic_ms() + kReopenMs;
+  channel.reopen_at = monotonic_ms() + kReopenMs;
   MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is gone\n", channel.path);
 }
 
-void open_device() {
-  const modem_device_t device = modem_device_open(channel.path);
-  const int error = device.fd < 0 ? errno : 0;
-  reader.reopen_at = monotonic_ms() + kReopenMs;
-  lock_guard guard(channel.binding_lock);
-  channel.device = device;
-  channel.open_error = error;
-  channel.has_tried = true;
-  pthread_cond_signal(&channel.tried);
-  if (error != 0) return;
-  if (reader.was_open) {
+/// @return 0, else an errno value
+int open_device() {
+  channel.reopen_at = monotonic_ms() + kReopenMs;
+  privileges_set_aside();  // what is opened with more could not be opened again
+  channel.device = modem_device_open(channel.path);
+  const int error = channel.device.fd >= 0 ? 0 : errno;
+  privileges_take_up();
+  channel.is_open = error == 0;
+  if (error != 0) return error;
+  if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
     MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is back\n", channel.path);
   } else {
     counter_add(COUNT_CHANNEL_OPENED);
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is open\n", channel.path);
   }
-  reader.was_open = true;
+  channel.was_open = true;
+  return 0;
 }
 
 /// The binding has ended: the device is left to others, and what was not handed over is forgotten.
-void rest() {
-  if (channel.device.fd >= 0) {
+void give_up() {
+  reading_task = 0;
+  if (channel.is_open) {
     close_device();
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is closed\n", channel.path);
   }
-  reader.size = reader.used = 0;
-  reader.refused = false;
-  reader.reopen_at = 0;
-  lock_guard guard(channel.assembler_lock);
-  channel.assembler = delivery_assembler();
-  reader.echoes = reader.cuts = 0;
+  channel.size = channel.used = 0;
+  channel.refused = false;
+  channel.echoes = channel.cuts = 0;
+  assembler = delivery_assembler();
 }
 
 /// Milliseconds until there is something to do without anybody saying so, -1 for never.
-int wait_ms() {
-  if (!channel.bound) return -1;
-  if (reader.refused) return kOfferAgainMs;
-  if (reader.more_waiting) return 0;
-  uint64_t due = channel.device.fd < 0 ? reader.reopen_at : delivery_assembler::kNever;
-  {
-    lock_guard guard(channel.assembler_lock);
-    if (channel.assembler.due() < due) due = channel.assembler.due();
-  }
+int due_in_ms() {
+  if (channel.refused) return kOfferAgainMs;
+  if (channel.more_waiting) return 0;
+  uint64_t due = channel.is_open ? delivery_assembler::kNever : channel.reopen_at;
+  if (assembler.due() < due) due = assembler.due();
   if (due == delivery_assembler::kNever) return -1;
   const uint64_t now = monotonic_ms();
   return due > now ? static_cast<int>(due - now) : 0;
 }
 
-void wait_and_read() {
-  const int device = reader.refused ? -1 : channel.device.fd;
-  pollfd sources[] = {{channel.wake, POLLIN, 0}, {device, POLLIN, 0}};
-  if (poll(sources, 2, wait_ms()) < 0) return;
-  if (sources[0].revents != 0) {
-    uint64_t wakes = 0;
-    [[maybe_unused]] const ssize_t size = read(channel.wake, &wakes, sizeof(wakes));
-  }
-  if (reader.refused) return;
-  reader.looked_at = monotonic_ms();
-  reader.more_waiting = false;
-  if (sources[1].revents == 0) return;
-  const ssize_t size = modem_device_read(channel.device, reader.bytes, sizeof(reader.bytes));
-  if (size < 0 || (size == 0 && (sources[1].revents & POLLIN) == 0)) {
-    lose_device();
+int sooner_ms(int one, int other) {
+  if (one < 0 || other < 0) return one < 0 ? other : one;
+  return one < other ? one : other;
+}
+
+pollfd device_source(short events) {
+  if (!channel.refused) events |= POLLIN;
+  return {channel.is_open && events != 0 ? channel.device.fd : -1, events, 0};
+}
+
+/// Takes what the modem has said, and hands over what is ready.
+void read_device(short revents) {
+  if (channel.refused) {  // then the device was not asked for bytes
+    if ((revents & ~POLLOUT) != 0) lose_device();
+    hand_over();
     return;
   }
-  reader.used = 0;
-  reader.size = static_cast<size_t>(size);
-  reader.more_waiting = reader.size == sizeof(reader.bytes);
-}
-
-/// The delivery thread.
-void serve_deliveries() {
-  for (;;) {
-    if (!channel.bound) {
-      rest();
+  channel.looked_at = monotonic_ms();
+  channel.more_waiting = false;
+  if ((revents & ~POLLOUT) != 0) {
+    const ssize_t size = modem_device_read(channel.device, channel.bytes, sizeof(channel.bytes));
+    if (size < 0 || (size == 0 && (revents & POLLIN) == 0)) {
+      lose_device();
     } else {
-      hand_over();
-      if (channel.device.fd < 0 && monotonic_ms() >= reader.reopen_at) open_device();
+      channel.used = 0;
+      channel.size = static_cast<size_t>(size);
+      channel.more_waiting = channel.size == sizeof(channel.bytes);
     }
-    wait_and_read();
   }
+  hand_over();
 }
 
-void wake_thread() {
-  const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t size = write(channel.wake, &one, sizeof(one));
+/// A modem that takes nothing may be waiting for us to take what it says.
+int wait_for_room(uint64_t deadline) {
+  const uint64_t now = monotonic_ms();
+  if (now >= deadline) return ETIMEDOUT;
+  pollfd source = device_source(POLLOUT);
+  const int ready = poll(&source, 1, sooner_ms(due_in_ms(), static_cast<int>(deadline - now)));
+  if (ready < 0) return errno == EINTR ? 0 : errno;
+  read_device(source.revents);
+  return channel.is_open ? 0 : EIO;
+}
+
+/// @return 0, else an errno value
+int write_device(const char* data, size_t size) {
+  const uint64_t deadline = monotonic_ms() + kSendPatienceMs;
+  for (;;) {
+    const ssize_t taken = modem_device_write(channel.device, data, size);
+    if (taken < 0) return errno;
+    data += taken;
+    size -= static_cast<size_t>(taken);
+    if (size == 0) return 0;
+    const int error = wait_for_room(deadline);
+    if (error == ETIMEDOUT) modem_device_discard_output(channel.device);
+    if (error != 0) return error;
+  }
 }
 
 int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (data == nullptr || length == 0) return -1;
-  lock_guard guard(channel.binding_lock);
-  int error = channel.bound && number == channel.number ? 0 : ENOTCONN;
-  if (error == 0 && channel.device.fd < 0) error = ENODEV;
+  pthread_mutex_lock(&binding_lock);
+  int error = 0;
+  if (!bound || number != channel.number || !modem_channel_is_read_here()) error = ENOTCONN;
+  if (error == 0 && !channel.is_open) error = ENODEV;
   if (error == 0) {
-    {
-      lock_guard assembler_guard(channel.assembler_lock);
-      channel.assembler.sent(data, length);
-    }
-    error = modem_device_write(channel.device, data, length, kSendPatienceMs);
+    assembler.sent(data, length);
+    error = write_device(data, length);
   }
+  pthread_mutex_unlock(&binding_lock);
   if (error != 0) {
     counter_add(COUNT_CHANNEL_SENDS_FAILED);
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "channel %d takes no bytes: %s\n", number, strerror(error));
@@ -244,34 +244,55 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   return 0;
 }
 
-/// @return 0, else an errno value
-int start_thread(int32_t number, mdx_receive_function_t receive) {
-  std::snprintf(channel.path, sizeof(channel.path), "%s%d", kMdxChannelPrefix, number);
-  if (channel.wake < 0) channel.wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  if (channel.wake < 0) return errno;
-  channel.number = number;
-  channel.receive = receive;
-  channel.has_thread = MDX_pthread_create(0, 0, 0, serve_deliveries, 0) != 0;
-  return channel.has_thread ? 0 : EAGAIN;
-}
-
-/// Has the thread open the device, and waits until it has tried once.
-/// @return 0 when the channel is up, else an errno value
-int begin_binding(int32_t number, mdx_receive_function_t receive) {
-  const int error = channel.has_thread ? 0 : start_thread(number, receive);
-  if (error != 0) return error;
-  if (number != channel.number || receive != channel.receive) return EBUSY;
-  if (!channel.bound && channel.device.fd >= 0) return EBUSY;  // not given up yet
-  if (!channel.bound) {
-    channel.has_tried = false;
-    channel.bound = true;
-    wake_thread();
+/// Makes this task the one that reads the modem, if there is none yet.
+/// @return 0 when the device is open, else an errno value
+int bind(int32_t number, mdx_receive_function_t receive) {
+  if (modem_channel_is_read_here() && !bound) give_up();
+  if (reading_task == 0) {
+    if (wake_fd < 0) wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (wake_fd < 0) return errno;
+    std::snprintf(channel.path, sizeof(channel.path), "%s%d", kMdxChannelPrefix, number);
+    channel.number = number;
+    channel.receive = receive;
+    channel.was_open = false;
+    bound = true;
+    reading_task = MDX_task_getid();
   }
-  while (!channel.has_tried) pthread_cond_wait(&channel.tried, &channel.binding_lock);
-  return channel.device.fd >= 0 ? 0 : channel.open_error;
+  if (!modem_channel_is_read_here()) return EBUSY;
+  if (number != channel.number || receive != channel.receive) return EBUSY;
+  return channel.is_open ? 0 : open_device();
 }
 
 }  // namespace
+
+bool modem_channel_is_read_here() {
+  return reading_task.load(std::memory_order_relaxed) == MDX_task_getid();
+}
+
+int modem_channel_poll(pollfd* own, int wait_ms) {
+  if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
+  if (channel.refused && hand_over()) return 0;
+  pollfd sources[] = {*own, {wake_fd, POLLIN, 0}, device_source(0)};
+  if (poll(sources, 3, sooner_ms(due_in_ms(), wait_ms)) < 0) return -1;
+  own->revents = sources[0].revents;
+  if (sources[1].revents != 0) {
+    uint64_t wakes = 0;
+    [[maybe_unused]] const ssize_t size = read(wake_fd, &wakes, sizeof(wakes));
+  }
+  if (!bound) {
+    give_up();
+    return 0;
+  }
+  read_device(sources[2].revents);
+  if (!channel.is_open && monotonic_ms() >= channel.reopen_at) open_device();
+  return 0;
+}
+
+void modem_channel_wake() {
+  const uint64_t one = 1;
+  if (wake_fd < 0) return;
+  [[maybe_unused]] const ssize_t size = write(wake_fd, &one, sizeof(one));
+}
 
 int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
                            mdx_send_function_t* send) {
@@ -279,8 +300,7 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "no channel %d without callback and slot\n", number);
     return -1;
   }
-  lock_guard guard(channel.binding_lock);
-  const int error = begin_binding(number, receive);
+  const int error = bind(number, receive);
   if (error != 0) {
     if (error != channel.told_error) {
       MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s%d is not there yet: %s\n", kMdxChannelPrefix,
@@ -294,8 +314,13 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
 }
 
 void Q7_App_Ungister() {
-  lock_guard guard(channel.binding_lock);
-  if (!channel.bound.exchange(false)) return;
-  MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is given up\n", channel.path);
-  wake_thread();
+  pthread_mutex_lock(&binding_lock);
+  if (bound.exchange(false)) {
+    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is given up\n", channel.path);
+    if (modem_channel_is_read_here())
+      give_up();
+    else
+      modem_channel_wake();
+  }
+  pthread_mutex_unlock(&binding_lock);
 }

@@ -3,7 +3,6 @@
 #include "platform/linux/modem_device.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -64,12 +63,6 @@ ssize_t write_some(const modem_device_t& device, const char* data, size_t size) 
   return write(device.fd, data, size);
 }
 
-int wait_for_room(int fd, int wait_ms) {
-  pollfd room{fd, POLLOUT, 0};
-  if (poll(&room, 1, wait_ms) < 0 && errno != EINTR) return errno;
-  return (room.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 ? EIO : 0;
-}
-
 }  // namespace
 
 uint64_t monotonic_ms() {
@@ -99,25 +92,14 @@ ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t siz
   return got < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : -1;
 }
 
-int modem_device_write(const modem_device_t& device, const char* data, size_t size,
-                       uint32_t patience_ms) {
-  const uint64_t deadline = monotonic_ms() + patience_ms;
-  while (size > 0) {
-    const ssize_t taken = write_some(device, data, size);
-    if (taken > 0) {
-      data += taken;
-      size -= static_cast<size_t>(taken);
-      continue;
-    }
-    if (taken < 0 && errno == EINTR) continue;
-    if (taken < 0 && errno != EAGAIN) return errno;
-    const uint64_t now = monotonic_ms();
-    if (now >= deadline) {
-      if (!device.is_socket) tcflush(device.fd, TCOFLUSH);
-      return ETIMEDOUT;
-    }
-    const int error = wait_for_room(device.fd, static_cast<int>(deadline - now));
-    if (error != 0) return error;
-  }
-  return 0;
+ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size) {
+  ssize_t taken = 0;
+  do {
+    taken = write_some(device, data, size);
+  } while (taken < 0 && errno == EINTR);
+  return taken < 0 && errno == EAGAIN ? 0 : taken;
+}
+
+void modem_device_discard_output(const modem_device_t& device) {
+  if (!device.is_socket) tcflush(device.fd, TCOFLUSH);
 }

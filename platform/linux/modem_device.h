@@ -1,6 +1,6 @@
 // The device behind a modem channel: a terminal device, a link to one, or a Unix stream socket.
 //
-// Nothing here keeps state or traces; all calls but a write return at once.
+// Nothing here keeps state or traces, and all calls return at once.
 #pragma once
 
 #include <sys/types.h>
@@ -25,12 +25,12 @@ void modem_device_close(const modem_device_t& device);
 /// @return bytes read, 0 when there is nothing now, -1 when the device is gone
 ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t size);
 
-/// Writes all bytes, and waits as long as allowed for the device to take them.
-///
-/// When it does not, those that have not left yet are discarded, if the device can do that.
-/// @return 0; ETIMEDOUT, or the error of a device that is gone
-int modem_device_write(const modem_device_t& device, const char* data, size_t size,
-                       uint32_t patience_ms);
+/// Writes what the device takes now.
+/// @return bytes taken, 0 when there is no room now, -1 with errno when the device is gone
+ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size);
+
+/// Discards what was written and has not left yet, if the device can do that.
+void modem_device_discard_output(const modem_device_t& device);
 
 /// Milliseconds since some time in the past; never goes back.
 uint64_t monotonic_ms();

@@ -1,10 +1,12 @@
-// Modem data on its way from the delivery thread to the main thread.
+// Modem data that waits for the state machine.
 //
-// All room is taken when the queue is created. A full queue is waited for: the modem's flow control
-// takes over then. A queue may be deleted under a waiting thread, which finds its generation gone.
+// The task that reads the modem also takes the elements: it reads on while it waits for one. Others
+// may send and receive too. All room is taken when the queue is created. A queue may be deleted
+// under a waiting thread, which finds its generation gone.
 
 #include "platform/linux/nas_queue.h"
 
+#include <poll.h>
 #include <pthread.h>
 
 #include <cerrno>
@@ -13,6 +15,7 @@
 #include <ctime>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -36,8 +39,12 @@ constinit nas_queue_t queue;
 
 class queue_lock {
  public:
-  queue_lock() { pthread_mutex_lock(&queue.lock); }
+  queue_lock() { take(); }
   ~queue_lock() { release(); }
+  void take() {
+    pthread_mutex_lock(&queue.lock);
+    held_ = true;
+  }
   void release() {
     if (held_) pthread_mutex_unlock(&queue.lock);
     held_ = false;
@@ -46,7 +53,7 @@ class queue_lock {
   queue_lock& operator=(const queue_lock&) = delete;
 
  private:
-  bool held_ = true;
+  bool held_ = false;
 };
 
 size_t slot_size() { return sizeof(uint32_t) + queue.element_size; }
@@ -83,6 +90,23 @@ bool wait_for(bool (*condition)(), int32_t milliseconds) {
   return false;
 }
 
+/// Waits for an element as the task that reads the modem, the lock held but for the waits.
+bool read_modem_for_element(queue_lock* lock, int32_t milliseconds) {
+  const uint32_t begin = MDX_elapse();
+  const uint32_t generation = queue.generation;
+  while (!has_element()) {
+    const uint32_t waited = MDX_elapse() - begin;
+    if (milliseconds <= 0 || waited >= static_cast<uint32_t>(milliseconds)) return false;
+    pollfd nothing = {-1, 0, 0};
+    lock->release();
+    const int ready = modem_channel_poll(&nothing, milliseconds - static_cast<int32_t>(waited));
+    const bool can_wait = ready >= 0 || errno == EINTR;
+    lock->take();
+    if (!can_wait || queue.generation != generation) return false;
+  }
+  return true;
+}
+
 bool make_condition_ready() {
   if (queue.ready) return true;
   pthread_condattr_t attributes;
@@ -98,6 +122,11 @@ bool make_condition_ready() {
 int32_t nas_queue_find() {
   const queue_lock lock;
   return queue.slots != nullptr ? kNasQueueNumber : -1;
+}
+
+bool nas_queue_is_full() {
+  const queue_lock lock;
+  return queue.slots != nullptr && !has_room();
 }
 
 int32_t MDX_msgQ_create(int32_t number, int32_t depth, int32_t size) {
@@ -143,12 +172,16 @@ int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
   ++queue.count;
   lock.release();
   pthread_cond_broadcast(&queue.changed);
+  if (!modem_channel_is_read_here()) modem_channel_wake();
   return 1;
 }
 
 int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) {
   queue_lock lock;
-  if (!is_queue(id) || buffer == nullptr || !wait_for(has_element, wait_ms)) return -1;
+  if (!is_queue(id) || buffer == nullptr) return -1;
+  const bool came = modem_channel_is_read_here() ? read_modem_for_element(&lock, wait_ms)
+                                                 : wait_for(has_element, wait_ms);
+  if (!came) return -1;
   const char* slot = slot_at(queue.head);
   uint32_t length = 0;
   memcpy(&length, slot, sizeof(length));

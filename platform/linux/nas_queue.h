@@ -7,3 +7,6 @@ constexpr int32_t kNasQueueNumber = 3;
 
 /// Id of the queue, -1 when there is none.
 int32_t nas_queue_find();
+
+/// Whether there is a queue, but no room in it.
+bool nas_queue_is_full();

@@ -30,12 +30,13 @@ constexpr unsigned long kModeBits = 07777;
 
 constinit std::atomic<bool> capability_held{false};
 
-/// Leaves the calling thread these capabilities of the first 32, and none else.
-bool set_capabilities(uint32_t kept) {
+/// Leaves the calling thread these capabilities of the first 32, and none else, to use now or
+/// later.
+bool set_capabilities(uint32_t kept, uint32_t usable) {
   __user_cap_header_struct header{};
   header.version = _LINUX_CAPABILITY_VERSION_3;
   __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};
-  data[0].effective = kept;
+  data[0].effective = usable;
   data[0].permitted = kept;
   return syscall(SYS_capset, &header, data) == 0;
 }
@@ -54,7 +55,15 @@ const char* change_user(const mdx_identity_t& identity) {
 void privileges_forbid_gain() { prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); }
 
 void privileges_enter_thread() {
-  if (capability_held.load()) set_capabilities(0);
+  if (capability_held.load()) set_capabilities(0, 0);
+}
+
+void privileges_set_aside() {
+  if (capability_held.load()) set_capabilities(kReadyFlagCapability, 0);
+}
+
+void privileges_take_up() {
+  if (capability_held.load()) set_capabilities(kReadyFlagCapability, kReadyFlagCapability);
 }
 
 void KRP_UTIL_DropAndroidRootPrivileges() {
@@ -76,7 +85,7 @@ void KRP_UTIL_DropAndroidRootPrivileges() {
               kMdxUser, refused);
     return;
   }
-  capability_held.store(set_capabilities(kReadyFlagCapability));
+  capability_held.store(set_capabilities(kReadyFlagCapability, kReadyFlagCapability));
   if (!capability_held.load())
     MDX_TRACE("platform", MDX_TRACE_ERROR, "capabilities are refused: %s\n", strerror(errno));
 }
@@ -90,5 +99,5 @@ void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
   } else if (chmod(path, static_cast<mode_t>(bits)) != 0) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path, strerror(errno));
   }
-  if (capability_held.exchange(false)) set_capabilities(0);
+  if (capability_held.exchange(false)) set_capabilities(0, 0);
 }

@@ -6,3 +6,7 @@ void privileges_forbid_gain();
 
 /// Gives up what the calling thread has inherited from the main thread. Each new thread calls it.
 void privileges_enter_thread();
+
+/// Between these two the calling thread uses nothing that it holds beyond the user's rights.
+void privileges_set_aside();
+void privileges_take_up();

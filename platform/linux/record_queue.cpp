@@ -5,6 +5,7 @@
 // out, leaves out what nobody will read, and puts back the rest, waking those clients again: one
 // that looked in between found nothing.
 
+#include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -21,6 +22,7 @@
 #include "platform/linux/event_fifo.h"
 #include "platform/linux/events.h"
 #include "platform/linux/identity.h"
+#include "platform/linux/modem_channel.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
@@ -283,7 +285,8 @@ bool put_answer(int32_t id, const record_message_t& message) {
     const bool receiver_reads = make_room(id, message.type);
     if (put_message(id, message)) return true;
     if (!receiver_reads || MDX_elapse() - begin > kUnreadLimitMs + kLongestNapMs) return false;
-    MDX_sleep(nap_ms);
+    pollfd nothing = {-1, 0, 0};
+    modem_channel_poll(&nothing, static_cast<int>(nap_ms));
   }
 }
 
