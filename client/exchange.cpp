@@ -27,14 +27,15 @@ constexpr int64_t kLookAgainMs = 500;
 /// Takes away what the server still holds of earlier requests.
 void drop_leftovers(mdx_client_t* client) {
   at_msg_t old;
-  while (server_link_take(client->link.request_queue, client->task, &old) == MDX_OK) continue;
-  while (server_link_take(client->link.response_queue, client->task, &old) == MDX_OK) continue;
+  while (server_link_take_request(&client->link, client->task, &old) == MDX_OK) continue;
+  while (server_link_take_answer(&client->link, client->task, &old) == MDX_OK) continue;
   event_fifo_take(client->event_fd);
 }
 
 /// Puts the request on the queue, once. A server that went away before it had the request took
 /// nothing with it, so one more is looked for.
-/// @return MDX_OK, MDX_ERR_BUSY when the queue is full, or why there is no use in trying again
+/// @return MDX_OK, MDX_ERR_BUSY when the queue is full or missing, or why there is no use in trying
+///         again
 int put_request(mdx_client_t* client) {
   int error = MDX_ERR_SERVER_GONE;
   for (int attempt = 0; attempt < 2 && error == MDX_ERR_SERVER_GONE; ++attempt) {
@@ -42,7 +43,7 @@ int put_request(mdx_client_t* client) {
     if (error != MDX_OK) return error;
     if (!client->settled) drop_leftovers(client);
     client->settled = false;
-    error = server_link_put(client->link, client->exchange.sent);
+    error = server_link_put(&client->link, client->exchange.sent);
     if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
   }
   return error == MDX_ERR_SERVER_GONE ? MDX_ERR_NO_SERVER : error;
@@ -84,17 +85,17 @@ int try_to_put(mdx_client_t* client) {
 }
 
 /// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there yet, or why it never will be
-int take_answer(const mdx_client_t* client, at_msg_t* answer) {
+int take_answer(mdx_client_t* client, at_msg_t* answer) {
   for (;;) {
-    const int error = server_link_take(client->link.response_queue, client->task, answer);
+    const int error = server_link_take_answer(&client->link, client->task, answer);
     if (error != MDX_OK || answer->seq == client->exchange.sent.seq) return error;
   }
 }
 
 /// Nobody shall run the request any more, unless it is already being run.
-bool withdraw(const mdx_client_t* client) {
+bool withdraw(mdx_client_t* client) {
   at_msg_t unserved;
-  return server_link_take(client->link.request_queue, client->task, &unserved) == MDX_OK;
+  return server_link_take_request(&client->link, client->task, &unserved) == MDX_OK;
 }
 
 int look_for_answer(mdx_client_t* client, mdx_result_t* result) {

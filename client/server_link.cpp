@@ -59,15 +59,50 @@ int open_event_fifo() {
   return event_fifo_open(path);
 }
 
+/// @return whether the queue is there; else errno tells more, ENOENT when it is missing
+bool find_queue(int32_t number, int* queue) {
+  if (*queue < 0) *queue = msgget(kMdxQueueKey + number, 0600);
+  return *queue >= 0;
+}
+
+int take(int queue, int32_t task, at_msg_t* record) {
+  queue_message_t message;
+  for (;;) {
+    const ssize_t size =
+        msgrcv(queue, &message, sizeof(message.record), task, IPC_NOWAIT | MSG_NOERROR);
+    if (size == static_cast<ssize_t>(sizeof(message.record))) {
+      *record = message.record;
+      return MDX_OK;
+    }
+    if (size < 0 && errno != EINTR) return error_of(errno);
+  }
+}
+
+/// A queue that was deleted may have been made again since.
+int take_from(int32_t number, int* queue, int32_t task, at_msg_t* record) {
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!find_queue(number, queue)) return errno == ENOENT ? MDX_ERR_TIMEOUT : error_of(errno);
+    const int error = take(*queue, task, record);
+    if (error != MDX_ERR_SERVER_GONE) return error;
+    *queue = -1;
+  }
+  return MDX_ERR_TIMEOUT;
+}
+
+int have_server_look(const server_link_t& link) {
+  event_fifo_raise(link.event_fd, kMdxEventRequest);
+  return MDX_ERR_BUSY;
+}
+
 }  // namespace
 
 int server_link_open(server_link_t* link) {
   *link = server_link_t{};
   link->event_fd = open_event_fifo();
-  if (link->event_fd >= 0) link->request_queue = msgget(kMdxQueueKey + kMdxRequestQueue, 0600);
-  if (link->request_queue >= 0)
-    link->response_queue = msgget(kMdxQueueKey + kMdxResponseQueue, 0600);
-  if (link->response_queue >= 0) return MDX_OK;
+  const bool is_open = link->event_fd >= 0 &&
+                       (find_queue(kMdxRequestQueue, &link->request_queue) || errno == ENOENT) &&
+                       (find_queue(kMdxResponseQueue, &link->response_queue) || errno == ENOENT);
+  if (is_open) return MDX_OK;
 
   const int system_error = errno;
   server_link_close(link);
@@ -85,26 +120,25 @@ bool server_link_alive(const server_link_t& link, int64_t deadline) {
   return poll_until(&server, 1, deadline) == 0;
 }
 
-int server_link_put(const server_link_t& link, const at_msg_t& record) {
+int server_link_put(server_link_t* link, const at_msg_t& record) {
+  if (!find_queue(kMdxRequestQueue, &link->request_queue)) {
+    return errno == ENOENT ? have_server_look(*link) : error_of(errno);
+  }
   queue_message_t message;
   message.type = record.msg_type;
   message.record = record;
   int sent = 0;
   do {
-    sent = msgsnd(link.request_queue, &message, sizeof(message.record), IPC_NOWAIT);
+    sent = msgsnd(link->request_queue, &message, sizeof(message.record), IPC_NOWAIT);
   } while (sent != 0 && errno == EINTR);
-  return sent == 0 ? MDX_OK : error_of(errno);
+  if (sent == 0) return MDX_OK;
+  return errno == EAGAIN ? have_server_look(*link) : error_of(errno);
 }
 
-int server_link_take(int queue, int32_t task, at_msg_t* record) {
-  queue_message_t message;
-  for (;;) {
-    const ssize_t size =
-        msgrcv(queue, &message, sizeof(message.record), task, IPC_NOWAIT | MSG_NOERROR);
-    if (size == static_cast<ssize_t>(sizeof(message.record))) {
-      *record = message.record;
-      return MDX_OK;
-    }
-    if (size < 0 && errno != EINTR) return error_of(errno);
-  }
+int server_link_take_answer(server_link_t* link, int32_t task, at_msg_t* record) {
+  return take_from(kMdxResponseQueue, &link->response_queue, task, record);
+}
+
+int server_link_take_request(server_link_t* link, int32_t task, at_msg_t* record) {
+  return take_from(kMdxRequestQueue, &link->request_queue, task, record);
 }

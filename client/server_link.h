@@ -6,10 +6,10 @@
 #include "server/at_msg.h"
 
 struct server_link_t {
-  int event_fd =
-      -1;  ///< write end of the server's event FIFO; polls POLLERR once the server is dead
-  int request_queue = -1;
-  int response_queue = -1;
+  /// Write end of the server's event FIFO; polls POLLERR once the server is dead.
+  int event_fd = -1;
+  int request_queue = -1;   ///< -1 while it is missing, as the next
+  int response_queue = -1;  ///< a server makes a queue again that somebody has removed
 };
 
 /// Finds the server that runs now.
@@ -22,13 +22,16 @@ void server_link_close(server_link_t* link);
 /// @return whether the server lives
 bool server_link_alive(const server_link_t& link, int64_t deadline);
 
-/// Puts a record on the request queue, once; a full queue is not waited for.
-/// @return MDX_OK; MDX_ERR_BUSY when the queue is full; MDX_ERR_SERVER_GONE when it was deleted;
-///         MDX_ERR_ACCESS, MDX_ERR_SYSTEM
-int server_link_put(const server_link_t& link, const at_msg_t& record);
+/// Puts a record on the request queue, once; a queue that is full or missing is not waited for, but
+/// a raise has the server look at it.
+/// @return MDX_OK; MDX_ERR_BUSY when the queue is full or missing; MDX_ERR_SERVER_GONE when it was
+///         deleted; MDX_ERR_ACCESS, MDX_ERR_SYSTEM
+int server_link_put(server_link_t* link, const at_msg_t& record);
 
-/// Takes the next record of message type `task` off a queue, without waiting; messages of a wrong
-/// size are thrown away.
-/// @return MDX_OK; MDX_ERR_TIMEOUT when there is none; MDX_ERR_SERVER_GONE when the queue was
-///         deleted; MDX_ERR_SYSTEM
-int server_link_take(int queue, int32_t task, at_msg_t* record);
+/// Takes the next answer to `task`, without waiting; messages of a wrong size are thrown away.
+/// @return MDX_OK; MDX_ERR_TIMEOUT when there is none; MDX_ERR_ACCESS, MDX_ERR_SYSTEM
+int server_link_take_answer(server_link_t* link, int32_t task, at_msg_t* record);
+
+/// Takes the next request of `task` back, without waiting.
+/// @return as server_link_take_answer
+int server_link_take_request(server_link_t* link, int32_t task, at_msg_t* record);

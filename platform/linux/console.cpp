@@ -26,6 +26,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/record_queue.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/mdx_platform.h"
 
@@ -95,8 +96,8 @@ void print_levels() {
       counter_value(COUNT_CHANNEL_OPENED) + counter_value(COUNT_CHANNEL_REOPENED);
   hub_receiver_t connected[kMaxReceivers];
   KRP_Debug_Print("channel_open %d\n", opened > counter_value(COUNT_CHANNEL_CLOSED) ? 1 : 0);
-  KRP_Debug_Print("requests_waiting %d\n", MDX_msgQex_num(MDX_get_msgQ_id(kMdxRequestQueue)));
-  KRP_Debug_Print("answers_waiting %d\n", MDX_msgQex_num(MDX_get_msgQ_id(kMdxResponseQueue)));
+  KRP_Debug_Print("requests_waiting %d\n", record_queue_depth(kMdxRequestQueue));
+  KRP_Debug_Print("answers_waiting %d\n", record_queue_depth(kMdxResponseQueue));
   KRP_Debug_Print("deliveries_waiting %d\n", MDX_msgQ_num(nas_queue_find()));
   KRP_Debug_Print("receivers_connected %zu\n", hub_receivers(connected, kMaxReceivers));
   KRP_Debug_Print("uptime_seconds %" PRId64 "\n", monotonic_seconds() - started_at);

@@ -20,12 +20,9 @@
 #include <iterator>
 
 #include "platform/linux/border.h"
-#include "platform/linux/claim.h"
-#include "platform/linux/console.h"
+#include "platform/linux/border_watch.h"
 #include "platform/linux/counters.h"
-#include "platform/linux/events.h"
 #include "platform/linux/local_socket.h"
-#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -34,7 +31,6 @@ constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr int kTurns = 8;                // of the CPU that a receiver gets which has kept up so far
 constexpr uint32_t kAcceptNapMs = 100;
-constexpr int kWatchMs = 2000;
 constexpr uint32_t kUninstall = 0x8805;
 constexpr char kVoiceService[] = "voice";
 constexpr char kEverything[] = "*";
@@ -198,44 +194,32 @@ void take_packet(receiver_t& receiver) {
 
 /// One round: whoever has something is served once. @return false when waiting fails
 bool dispatch_once() {
-  pollfd waiting[kMaxReceivers + 1];
-  receiver_t* waiting_for[kMaxReceivers + 1];
+  pollfd waiting[kMaxReceivers + 2];
+  receiver_t* waiting_for[kMaxReceivers + 2];
   nfds_t count = 0;
   waiting[count++] = {listener, POLLIN, 0};
+  waiting[count++] = {border_watch_fd(), POLLIN, 0};
   for (receiver_t& receiver : receivers) {
     if (receiver.fd < 0) continue;
     waiting_for[count] = &receiver;
     waiting[count++] = {receiver.fd, POLLIN, 0};
   }
-  if (poll(waiting, count, kWatchMs) < 0) return errno == EINTR;
-  for (nfds_t i = 1; i < count; ++i)
+  if (poll(waiting, count, border_watch_wait_ms()) < 0) return errno == EINTR;
+  for (nfds_t i = 2; i < count; ++i)
     if (waiting[i].revents != 0) take_packet(*waiting_for[i]);
   if ((waiting[0].revents & POLLIN) != 0) accept_receiver();
   return (waiting[0].revents & (POLLERR | POLLNVAL)) == 0;
 }
 
-void restore_hub() {
+}  // namespace
+
+void hub_restore() {
   if (access(kMdxHubPath, F_OK) == 0) return;
   const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
   if (fresh < 0) return;
   close(listener.exchange(fresh));
   MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
 }
-
-/// What clients find the server by is looked after from here: this thread never waits for long.
-void watch_border() {
-  static constinit uint32_t looked_at = 0;
-  const uint32_t now = MDX_elapse();
-  if (now - looked_at < static_cast<uint32_t>(kWatchMs)) return;
-  looked_at = now;
-  if (!directory_restore()) return;
-  restore_hub();
-  console_restore();
-  event_fifos_restore();
-  record_queues_restore();
-}
-
-}  // namespace
 
 size_t hub_receivers(hub_receiver_t* list, size_t room) {
   size_t count = 0;
@@ -272,7 +256,8 @@ void KRP_MSG_DefaultMsgProc(const void* packet) {
 
 void KRP_UTIL_SockBaseStart(int32_t) {
   if (listener < 0) return;
-  while (dispatch_once()) watch_border();
+  border_watch_begin();
+  while (dispatch_once()) border_watch_look();
 }
 
 int32_t KRP_MSG_SendMsgData(const char* service, uint32_t type, const void* data, uint32_t length) {

@@ -1,4 +1,4 @@
-// The hub as the console sees it: who receives, and how well it keeps up.
+// The hub, beyond what mdx_platform.h says: who receives, and how well it keeps up.
 #pragma once
 
 #include <sys/types.h>
@@ -22,3 +22,6 @@ struct hub_receiver_t {
 /// Copies the receivers that have subscribed. Any thread.
 /// @return how many were copied, at most `room`
 size_t hub_receivers(hub_receiver_t* list, size_t room);
+
+/// Makes the hub's socket again, should somebody have removed it. For the thread that dispatches.
+void hub_restore();

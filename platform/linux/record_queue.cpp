@@ -52,9 +52,9 @@ struct answer_t {
 
 /// A queue keeps the id that it was created with, whatever the kernel calls it now.
 struct border_queue_t {
-  std::atomic<int32_t> id{-1};
-  std::atomic<int32_t> kernel_id{-1};
-  std::atomic<int32_t> bytes{0};
+  int32_t id = -1;
+  int32_t kernel_id = -1;
+  int32_t bytes = 0;
 };
 
 constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
@@ -140,25 +140,29 @@ int32_t make_queue(int32_t number, int32_t bytes) {
   return -1;
 }
 
-/// Who may remove queues may also have put another in the place.
-void restore_queue(int32_t number) {
+/// Makes a queue again, if it is one of ours and `error` says that it is gone. Who may remove
+/// queues may also have put another in the place.
+/// @return whether it is there again
+bool restore_queue(int32_t id, int error) {
+  if (error != EINVAL && error != EIDRM) return false;
+  int32_t number = kMdxRequestQueue;
+  while (number > 0 && (id < 0 || border_queues[number].id != id)) --number;
+  if (number == 0) return false;
   border_queue_t& queue = border_queues[number];
-  msqid_ds status{};
-  if (queue.id < 0 || msgctl(queue.kernel_id, IPC_STAT, &status) == 0) return;
-  if (errno != EINVAL && errno != EIDRM) return;
-  int32_t id = make_queue(number, queue.bytes);
-  if (id < 0 && errno == EEXIST) {
+  int32_t fresh = make_queue(number, queue.bytes);
+  if (fresh < 0 && errno == EEXIST) {
     msgctl(msgget(kMdxQueueKey + number, 0), IPC_RMID, nullptr);
-    id = make_queue(number, queue.bytes);
+    fresh = make_queue(number, queue.bytes);
   }
-  if (id < 0) {
+  if (fresh < 0) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
               number, strerror(errno));
-    return;
+    return false;
   }
-  queue.kernel_id = id;
+  queue.kernel_id = fresh;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
             number);
+  return true;
 }
 
 void remember_put(int32_t type, uint32_t at) {
@@ -331,19 +335,23 @@ void MDX_msgQex_delete(int32_t id) {
     if (queue.id == id) queue.id = -1;
 }
 
-void record_queues_restore() {
-  restore_queue(kMdxResponseQueue);
-  restore_queue(kMdxRequestQueue);
-  const int32_t requests = border_queues[kMdxRequestQueue].id;
-  if (requests < 0 || serving_task == 0) return;
-  if (access(kMdxServerLink, F_OK) != 0) link_server();
-  if (MDX_msgQex_num(requests) > 0) MDX_event_send(serving_task, kMdxEventRequest);
+int32_t record_queue_depth(int32_t number) {
+  msqid_ds status{};
+  if (msgctl(MDX_get_msgQ_id(number), IPC_STAT, &status) != 0) return 0;
+  return static_cast<int32_t>(status.msg_qnum);
+}
+
+void server_link_restore() {
+  if (serving_task != 0 && access(kMdxServerLink, F_OK) != 0) link_server();
 }
 
 int32_t MDX_msgQex_num(int32_t id) {
   msqid_ds status{};
-  if (id < 0 || msgctl(kernel_id_of(id), IPC_STAT, &status) != 0) return 0;
-  return static_cast<int32_t>(status.msg_qnum);
+  if (id < 0) return 0;
+  if (msgctl(kernel_id_of(id), IPC_STAT, &status) == 0)
+    return static_cast<int32_t>(status.msg_qnum);
+  restore_queue(id, errno);
+  return 0;
 }
 
 int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode) {
@@ -371,8 +379,9 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   message.type = type > 0 ? type : kMdxOddMessageType;
 
   const bool is_answer = is_response_queue(id);
-  const int32_t kernel_id = kernel_id_of(id);
-  if (!(is_answer ? put_answer(kernel_id, message) : put_message(kernel_id, message))) {
+  const auto put = is_answer ? put_answer : put_message;
+  if (!put(kernel_id_of(id), message) &&
+      !(restore_queue(id, errno) && put(kernel_id_of(id), message))) {
     const int error = errno;
     if (is_answer) counter_add(COUNT_ANSWERS_REFUSED);
     return fail(retcode, error);

@@ -1,7 +1,14 @@
 // The queues between processes, beyond what mdx_platform.h says.
+//
+// A queue that somebody has removed is made again when it is missed: when the server looks how much
+// is in it, or puts an answer on it. The ids that were handed out stay good.
 #pragma once
 
-/// Makes queues again that somebody has removed, and the link to the task that serves queue 2. The
-/// ids that were handed out stay good. That task is woken when requests lie there: who put them may
-/// have died before its raise. Any thread.
-void record_queues_restore();
+#include <cstdint>
+
+/// Records that wait on queue 1 or 2 now, 0 when it is missing. Any thread.
+int32_t record_queue_depth(int32_t number);
+
+/// Makes the link to the task that serves queue 2 again, should somebody have removed it. Any
+/// thread.
+void server_link_restore();

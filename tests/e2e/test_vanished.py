@@ -10,7 +10,6 @@ from device import SERVER_LINK, DeviceTest, SystemLog, record, wait_until
 
 DIRECTORY = SERVER_LINK.parent
 ME = 77
-# The server looks after these every two seconds.
 WITHIN_S = 6
 
 
@@ -55,7 +54,7 @@ class Vanished(DeviceTest):
         self.assertGreaterEqual(self.queues.libc.msgget(self.queues.KEY + 2, 0o1666), 0)
         self.assert_next_client_is_served()
 
-    def test_requests_whose_clients_died_before_they_woke_the_server(self):
+    def test_requests_of_clients_that_died_before_they_woke_the_server(self):
         self.queues.wake = lambda: None
         while self.queues.send(record(b"AT", ME), ME):
             pass
