@@ -1,6 +1,5 @@
-// The modem's bytes come in on a thread that must not touch the parser, and go out through a
-// function that the platform lends. Both ends are thin: one element per delivery, one call per
-// command.
+// The modem's bytes come in where the parser must not be touched, and go out through a function
+// that the platform lends. Both ends are thin: one element per delivery, one call per command.
 
 #include "channel/mdx_register.h"
 

@@ -1,7 +1,7 @@
 // The one channel to the modem: binding, sending, receiving, and the literal notifications.
 //
-// The platform lends the channel. Deliveries come on a thread of the platform's: they are queued
-// for the main thread and nothing else happens to them here.
+// The platform lends the channel. Deliveries come while the main thread waits in the platform, in
+// the middle of whatever it is at: they are queued and nothing else happens to them here.
 #pragma once
 
 #include <cstddef>
@@ -46,8 +46,8 @@ int32_t mdx_register_nas_channel();
 /// @return 1 when the platform took the bytes, else 0
 int32_t mdx_send_data_to_nas(const char* data, uint16_t length);
 
-/// The receive callback: queues a delivery and wakes the main thread. Runs on the platform's
-/// thread.
+/// The receive callback: queues a delivery and wakes the main thread. Called from within the
+/// platform, on any thread.
 /// @return 0 when the delivery is on the queue, else 1
 int32_t mdx_get_data_from_nas(int32_t, const char* data, uint32_t length);
 

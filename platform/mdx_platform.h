@@ -146,8 +146,8 @@ using mdx_send_function_t = int32_t (*)(int32_t channel, const char* data, uint3
 
 /// Takes a delivery; 0 when it is taken, 1 when not: it is then offered again. It is called by the
 /// task that bound the channel, from within the platform: while that task waits for events or for
-/// modem data, or sends. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS prompt, or
-/// where the modem fell silent inside a line; never between a CR and its LF.
+/// modem data, or sends. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS
+/// prompt, or where the modem fell silent inside a line; never between a CR and its LF.
 using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t length);
 
 /// Binds a modem channel to the calling task, which from then on reads the modem whenever it waits

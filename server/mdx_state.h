@@ -1,8 +1,7 @@
 // The server's one global block.
 //
-// Everything in it belongs to the main thread. Three things look in from outside: the modem's
-// delivery thread reads `nas_queue_id` and `main_task_id`, both set before the channel is bound;
-// the platform fills `g_mdx_send_data_to_nas`; the console reads `at_state` and the two snapshots.
+// Everything in it belongs to the main thread. Two things look in from outside: the platform fills
+// `g_mdx_send_data_to_nas`; the console reads `at_state` and the two snapshots.
 #pragma once
 
 #include <pthread.h>

@@ -26,8 +26,8 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/local_socket.h"
-#include "platform/linux/record_queue.h"
 #include "platform/linux/nas_queue.h"
+#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 
 namespace {
