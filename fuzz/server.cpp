@@ -12,6 +12,10 @@ at_msg_t request(fuzz::input* input) {
   static constexpr const char* kMatches[] = {"", "+CSQ", "OK", "x"};
   const uint8_t how = input->byte();
   at_msg_t msg = {};
+  if (how == UINT8_MAX) {  // any record at all
+    input->take(sizeof(msg)).copy(reinterpret_cast<char*>(&msg), sizeof(msg));
+    return msg;
+  }
   msg.req_type = how % 8;
   msg.multi_line = how / 8 % 4 == 3 ? 7 : how / 8 % 2;
   msg.timeout = 3;

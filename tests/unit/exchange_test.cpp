@@ -6,21 +6,12 @@
 namespace unit {
 namespace {
 
-class Exchange : public Server {
+class Exchange : public Exchanging {
  protected:
-  at_msg_t msg = {};
-  int retcode = 99;
-  uint64_t took = 0;
-
-  /// Runs the exchange; the modem says this from the moment it gets the command.
+  /// The modem says this from the moment it gets the command.
   int exchange(const ask& asked, const fake::script& modem) {
-    msg = record(asked);
-    retcode = 99;
     if (!modem.empty()) fake::answer("", modem);
-    const uint64_t start = fake::now();
-    const int result = at_send_normal_cmd_msg(&msg, &retcode);
-    took = fake::now() - start;
-    return result;
+    return run(at_send_normal_cmd_msg, asked);
   }
 };
 

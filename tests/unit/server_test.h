@@ -90,4 +90,21 @@ class Server : public testing::Test {
   }
 };
 
+/// A server and one exchange with its modem.
+class Exchanging : public Server {
+ protected:
+  at_msg_t msg = {};
+  int retcode = 0;
+  uint64_t took = 0;
+
+  int run(int32_t (*exchange)(at_msg_t*, int*), const ask& asked) {
+    msg = record(asked);
+    retcode = 99;
+    const uint64_t start = fake::now();
+    const int result = exchange(&msg, &retcode);
+    took = fake::now() - start;
+    return result;
+  }
+};
+
 }  // namespace unit

@@ -6,19 +6,9 @@
 namespace unit {
 namespace {
 
-class SmsExchange : public Server {
+class SmsExchange : public Exchanging {
  protected:
-  at_msg_t msg = {};
-  int retcode = 99;
-  uint64_t took = 0;
-
-  int send(const ask& asked) {
-    msg = record(asked);
-    const uint64_t start = fake::now();
-    const int result = at_send_or_save_msg(&msg, &retcode);
-    took = fake::now() - start;
-    return result;
-  }
+  int send(const ask& asked) { return run(at_send_or_save_msg, asked); }
 };
 
 const std::string kText = "AT+CMGS=3\r001100\x1a";
