@@ -77,6 +77,13 @@ TEST_F(Parser, WhatComesBetweenExchangesGoesToTheNextAnswerUnlessAResultTakesItA
   EXPECT_EQ(text_of(answered({}, {"OK\r\n"})), "");
 }
 
+TEST_F(Parser, AResponseThatOutgrowsItsRoomIsTraced) {
+  answered({}, {x(1000) + "\r\n", x(500) + "\r\n"});
+  EXPECT_THAT(fake::traces(16),
+              IsSupersetOf({"(nas_response_legth + pos) >= MAX_ATCMD_REPORT_SIZE : 1500 \n",
+                            "line_buf : <***>\n", "msg->snd_rcv_msg.rmsg : <***>\n"}));
+}
+
 TEST_F(Parser, TheConsoleSeesTheLastLine) {
   answered({.text = "ATI"}, {"one\r\nOK\r\n"});
   EXPECT_EQ(text_of(mdx_state.last_nas_msg.load()), "OK");
