@@ -30,7 +30,7 @@ namespace {
 constexpr char kSource[] = "modem_channel";
 constexpr uint32_t kSendPatienceMs = 5000;
 constexpr uint32_t kReopenMs = 200;
-constexpr uint32_t kOfferAgainMs = 50;
+constexpr uint32_t kOfferAgainMs = 1000;
 constexpr size_t kReadSize = 4096;
 
 /// What the threads share.
@@ -44,15 +44,13 @@ struct channel_t {
   int32_t number;
   mdx_receive_function_t receive;
   char path[sizeof(kMdxChannelPrefix) + 11];
-  bool is_open;
   bool was_open;   ///< before, since the binding
   int told_error;  ///< why the last attempt to bind failed, to say each reason once
   modem_device_t device;
   uint64_t reopen_at;
 
-  char bytes[kReadSize];
-  size_t size;
-  size_t used;         ///< bytes that the assembler has taken
+  size_t size;         ///< bytes read last
+  size_t used;         ///< those that the assembler has taken
   bool more_waiting;   ///< the last read left something behind
   bool refused;        ///< a delivery is to be offered again
   uint64_t looked_at;  ///< when the modem was last asked for bytes: silence is known up to here
@@ -60,7 +58,10 @@ struct channel_t {
   uint32_t cuts;
 };
 constinit channel_t channel{};
+constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
+
+bool is_open() { return channel.device.fd >= 0; }
 
 void count_changes() {
   const uint32_t echoes = assembler.echoes_dropped();
@@ -72,8 +73,8 @@ void count_changes() {
 }
 
 std::string_view next_delivery() {
-  channel.used += assembler.received(channel.bytes + channel.used, channel.size - channel.used,
-                                     channel.looked_at);
+  channel.used +=
+      assembler.received(bytes + channel.used, channel.size - channel.used, channel.looked_at);
   const bool more_waiting = channel.more_waiting || channel.used < channel.size;
   const std::string_view delivery = assembler.next(channel.looked_at, more_waiting);
   count_changes();
@@ -109,7 +110,7 @@ bool hand_over() {
 
 void close_device() {
   modem_device_close(channel.device);
-  channel.is_open = false;
+  channel.device = {};
   channel.more_waiting = false;
   assembler.link_lost();
   counter_add(COUNT_CHANNEL_CLOSED);
@@ -126,9 +127,8 @@ int open_device() {
   channel.reopen_at = monotonic_ms() + kReopenMs;
   privileges_set_aside();  // what is opened with more could not be opened again
   channel.device = modem_device_open(channel.path);
-  const int error = channel.device.fd >= 0 ? 0 : errno;
+  const int error = is_open() ? 0 : errno;
   privileges_take_up();
-  channel.is_open = error == 0;
   if (error != 0) return error;
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
@@ -144,7 +144,7 @@ int open_device() {
 /// The binding has ended: the device is left to others, and what was not handed over is forgotten.
 void give_up() {
   reading_task = 0;
-  if (channel.is_open) {
+  if (is_open()) {
     close_device();
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is closed\n", channel.path);
   }
@@ -158,7 +158,7 @@ void give_up() {
 int due_in_ms() {
   if (channel.refused) return kOfferAgainMs;
   if (channel.more_waiting) return 0;
-  uint64_t due = channel.is_open ? delivery_assembler::kNever : channel.reopen_at;
+  uint64_t due = is_open() ? delivery_assembler::kNever : channel.reopen_at;
   if (assembler.due() < due) due = assembler.due();
   if (due == delivery_assembler::kNever) return -1;
   const uint64_t now = monotonic_ms();
@@ -172,7 +172,7 @@ int sooner_ms(int one, int other) {
 
 pollfd device_source(short events) {
   if (!channel.refused) events |= POLLIN;
-  return {channel.is_open && events != 0 ? channel.device.fd : -1, events, 0};
+  return {events != 0 ? channel.device.fd : -1, events, 0};
 }
 
 /// Takes what the modem has said, and hands over what is ready.
@@ -185,13 +185,13 @@ void read_device(short revents) {
   channel.looked_at = monotonic_ms();
   channel.more_waiting = false;
   if ((revents & ~POLLOUT) != 0) {
-    const ssize_t size = modem_device_read(channel.device, channel.bytes, sizeof(channel.bytes));
+    const ssize_t size = modem_device_read(channel.device, bytes, sizeof(bytes));
     if (size < 0 || (size == 0 && (revents & POLLIN) == 0)) {
       lose_device();
     } else {
       channel.used = 0;
       channel.size = static_cast<size_t>(size);
-      channel.more_waiting = channel.size == sizeof(channel.bytes);
+      channel.more_waiting = channel.size == sizeof(bytes);
     }
   }
   hand_over();
@@ -205,7 +205,7 @@ int wait_for_room(uint64_t deadline) {
   const int ready = poll(&source, 1, sooner_ms(due_in_ms(), static_cast<int>(deadline - now)));
   if (ready < 0) return errno == EINTR ? 0 : errno;
   read_device(source.revents);
-  return channel.is_open ? 0 : EIO;
+  return is_open() ? 0 : EIO;
 }
 
 /// @return 0, else an errno value
@@ -228,7 +228,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   pthread_mutex_lock(&binding_lock);
   int error = 0;
   if (!bound || number != channel.number || !modem_channel_is_read_here()) error = ENOTCONN;
-  if (error == 0 && !channel.is_open) error = ENODEV;
+  if (error == 0 && !is_open()) error = ENODEV;
   if (error == 0) {
     assembler.sent(data, length);
     error = write_device(data, length);
@@ -260,7 +260,7 @@ int bind(int32_t number, mdx_receive_function_t receive) {
   }
   if (!modem_channel_is_read_here()) return EBUSY;
   if (number != channel.number || receive != channel.receive) return EBUSY;
-  return channel.is_open ? 0 : open_device();
+  return is_open() ? 0 : open_device();
 }
 
 }  // namespace
@@ -284,7 +284,7 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
     return 0;
   }
   read_device(sources[2].revents);
-  if (!channel.is_open && monotonic_ms() >= channel.reopen_at) open_device();
+  if (!is_open() && monotonic_ms() >= channel.reopen_at) open_device();
   return 0;
 }
 
