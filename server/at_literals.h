@@ -39,11 +39,11 @@ class at_literals {
       return lowest;
     }
     const size_t last = line.size() - kStep;
-    for (size_t place = 0; place < last; place += kStep) {
-      look_up(line, place, rare_bytes(line.data() + place), &lowest);
+    for (size_t place = 0;; place = std::min(place + kStep, last)) {
+      const hits_t hits = rare_bytes(line.data() + place);
+      if ((hits[0] | hits[1]) != 0) look_up(line, place, hits, &lowest);
+      if (place == last) return lowest;
     }
-    look_up(line, last, rare_bytes(line.data() + last), &lowest);
-    return lowest;
   }
 
   /// A row whose literal holds an earlier row's can never be the lowest.
@@ -83,11 +83,8 @@ class at_literals {
   };
 
   static constexpr uint32_t head_of(const char* text) {
-    uint32_t head = 0;
-    for (size_t i = 0; i < kHead; ++i) {
-      head |= static_cast<uint32_t>(static_cast<uint8_t>(text[i])) << (8 * i);
-    }
-    return head;
+    const auto byte = [text](int i) { return uint32_t{static_cast<uint8_t>(text[i])} << (8 * i); };
+    return byte(0) | byte(1) | byte(2) | byte(3);
   }
 
   static constexpr size_t bucket_of(uint32_t head) {
@@ -153,13 +150,15 @@ class at_literals {
   /// Lowers `*lowest` by the rows that have a rare byte at one of these places, counted from
   /// `place`.
   static void look_up(std::string_view line, size_t place, hits_t hits, rows_t* lowest) {
-    if ((hits[0] | hits[1]) == 0) return;
     for (uint64_t eight : hits) {
       while (eight != 0) {
         const auto byte = static_cast<size_t>(std::countr_zero(eight)) / 8;
         const size_t rare = place + byte;
         const size_t before = kPlan.place[place_index(line[rare])];
-        if (rare >= before) compare(line.substr(rare - before), lowest);
+        if (rare >= before) {
+          const size_t start = rare - before;
+          compare({line.data() + start, line.size() - start}, lowest);
+        }
         eight &= ~(uint64_t{0xff} << 8 * byte);
       }
       place += sizeof(eight);

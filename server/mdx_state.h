@@ -38,15 +38,17 @@ constexpr size_t kSentHeadSize = 64;
 /// Bit of `query_flags`: "AT+COPS=3,2,," has succeeded.
 constexpr uint32_t COPS_FORMAT_DONE = 64;
 
+/// All zero at first, so that its 12 KiB are no part of the program file; mdx_state_init gives the
+/// ids, the ring's slots, `sms_cancel_marker` and `line_state` the values they start with.
 struct mdx_state_t {
   // State machine.
   int32_t at_state = AT_INIT_S;
-  int32_t req_queue_id = -1;
-  int32_t rsp_queue_id = -1;
-  int32_t nas_queue_id = -1;
-  int32_t main_task_id = -1;
-  int32_t ring_head = -1;                   ///< slot of the next push; negative before set-up
-  int32_t ring_tail = -1;                   ///< slot of the next pop
+  int32_t req_queue_id = 0;
+  int32_t rsp_queue_id = 0;
+  int32_t nas_queue_id = 0;
+  int32_t main_task_id = 0;
+  int32_t ring_head = 0;                    ///< slot of the next push; negative before set-up
+  int32_t ring_tail = 0;                    ///< slot of the next pop
   int32_t state_ring[kStateRingSize] = {};  ///< pending requests for AT_IDLE_S
   pthread_t msgproc_thread = 0;
 
@@ -57,12 +59,12 @@ struct mdx_state_t {
   at_answer_t rssi_report = {};            ///< the last ^RSSI line, `ret_val` 2
   char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
 
-  int32_t sms_cancel_marker = -1;  ///< 0 makes a time-out send ESC; nothing sets it
+  int32_t sms_cancel_marker = 0;  ///< 0 makes a time-out send ESC; nothing sets it
 
   // Modem link.
   mdx_send_function_t g_mdx_send_data_to_nas = nullptr;
   at_stream_t stream = {};
-  int32_t line_state = LINE_IN_TEXT;
+  int32_t line_state = 0;
 
   // Parser. The line buffer has a NUL behind it whatever it holds.
   char line_buf[MAX_ATCMD_REPORT_SIZE + 1] = {};
@@ -81,3 +83,6 @@ struct mdx_state_t {
 };
 
 extern mdx_state_t mdx_state;
+
+/// The first thing the process does.
+void mdx_state_init();

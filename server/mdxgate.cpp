@@ -251,6 +251,7 @@ void mdx_exit() {
 }
 
 int main() {
+  mdx_state_init();
   if (!start_up()) return -1;
   int32_t state = AT_INIT_S;
   for (;;) state = mdx_state_pass(state);

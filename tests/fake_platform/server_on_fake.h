@@ -13,6 +13,7 @@ namespace fake {
 inline void forget_server() {
   mdx_state.~mdx_state_t();
   new (&mdx_state) mdx_state_t();
+  mdx_state_init();
 }
 
 /// A server as it is before its first request. The world is the caller's to reset.
