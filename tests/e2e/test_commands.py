@@ -36,6 +36,19 @@ class Commands(DeviceTest):
         wait_until(lambda: "channel_open 1" in self.console("platform", "stats"), 5, "it is back")
         self.assert_serves()
 
+    def test_message_to_a_silent_modem_costs_two_budgets(self):
+        """One for the prompt and one for the result, and no more."""
+        head, pdu = "AT+CMGS=20", "0001000B914497381100000000A054747A0E4ACF41"
+        both = [head.encode(), pdu.encode() + b"\x1a"]
+        self.modem = ScriptedModem(lambda line: b"" if line in both else b"\r\nOK\r\n")
+        self.start_server()
+        start = time.monotonic()
+        code, _, err = self.ctl("sms-pdu", "--timeout", "2", head, pdu)
+        self.assertEqual(code, NO_ANSWER, err)
+        self.assertLess(time.monotonic() - start, 6)
+        self.assertEqual(self.modem.heard[-2:], both)
+        self.assertEqual(self.at("AT")["text"].strip(), "")
+
     def test_flood_of_one_who_takes_no_answer_hurts_nobody_else(self):
         """Whether it lives or cannot be woken."""
         self.start_device()

@@ -112,15 +112,16 @@ class Soak:
         ended = run.began
         for command, answer in zip(run.commands, answers):
             began, ended = ended, ended + answer["seconds"]
+            what = f"{began - self.start:.1f} to {ended - self.start:.1f} s: {answer}"
             tag = "+TAG: " + command.partition("=")[2]
             if answer["result"] and answer["text"].strip() not in (tag, ""):
-                self.oddity("misdelivered", answer)
+                self.oddity("misdelivered", what)
             elif answer["result"] and answer["result"]["number"] == 2 and answer["text"]:
                 self.count["answered"] += 1
             elif self.is_excused(began, ended):
                 self.count["refused" if "error" in answer else "timed out"] += 1
             else:
-                self.oddity("lost", f"{began - self.start:.1f} to {ended - self.start:.1f} s: {answer}")
+                self.oddity("lost", what)
         if run.killed:
             self.count["killed under way"] += len(answers) < len(run.commands)
         elif len(answers) != len(run.commands):
