@@ -53,7 +53,7 @@ struct channel_t {
   size_t used;         ///< those that the assembler has taken
   bool more_waiting;   ///< the last read left something behind
   bool refused;        ///< a delivery is to be offered again
-  uint64_t looked_at;  ///< when the modem was last asked for bytes: silence is known up to here
+  uint64_t looked_at;  ///< what the modem said before this has been read: silence is known so far
   uint32_t echoes;     ///< what the assembler's tallies were when they were last counted
   uint32_t cuts;
 };
@@ -155,13 +155,12 @@ void give_up() {
 }
 
 /// Milliseconds until there is something to do without anybody saying so, -1 for never.
-int due_in_ms() {
+int due_in_ms(uint64_t now) {
   if (channel.refused) return kOfferAgainMs;
   if (channel.more_waiting) return 0;
   uint64_t due = is_open() ? delivery_assembler::kNever : channel.reopen_at;
   if (assembler.due() < due) due = assembler.due();
   if (due == delivery_assembler::kNever) return -1;
-  const uint64_t now = monotonic_ms();
   return due > now ? static_cast<int>(due - now) : 0;
 }
 
@@ -176,13 +175,14 @@ pollfd device_source(short events) {
 }
 
 /// Takes what the modem has said, and hands over what is ready.
-void read_device(short revents) {
+/// @param asked_at  when it was asked; this thread may have been kept from running since
+void read_device(short revents, uint64_t asked_at) {
   if (channel.refused) {  // then the device was not asked for bytes
     if ((revents & ~POLLOUT) != 0) lose_device();
     hand_over();
     return;
   }
-  channel.looked_at = monotonic_ms();
+  channel.looked_at = asked_at;
   channel.more_waiting = false;
   if ((revents & ~POLLOUT) != 0) {
     const ssize_t size = modem_device_read(channel.device, bytes, sizeof(bytes));
@@ -192,6 +192,7 @@ void read_device(short revents) {
       channel.used = 0;
       channel.size = static_cast<size_t>(size);
       channel.more_waiting = channel.size == sizeof(bytes);
+      channel.looked_at = monotonic_ms();
     }
   }
   hand_over();
@@ -202,9 +203,9 @@ int wait_for_room(uint64_t deadline) {
   const uint64_t now = monotonic_ms();
   if (now >= deadline) return ETIMEDOUT;
   pollfd source = device_source(POLLOUT);
-  const int ready = poll(&source, 1, sooner_ms(due_in_ms(), static_cast<int>(deadline - now)));
+  const int ready = poll(&source, 1, sooner_ms(due_in_ms(now), static_cast<int>(deadline - now)));
   if (ready < 0) return errno == EINTR ? 0 : errno;
-  read_device(source.revents);
+  read_device(source.revents, now);
   return is_open() ? 0 : EIO;
 }
 
@@ -273,7 +274,8 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
   if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
   if (channel.refused && hand_over()) return 0;
   pollfd sources[] = {*own, {wake_fd, POLLIN, 0}, device_source(0)};
-  if (poll(sources, 3, sooner_ms(due_in_ms(), wait_ms)) < 0) return -1;
+  const uint64_t now = monotonic_ms();
+  if (poll(sources, 3, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
   own->revents = sources[0].revents;
   if (sources[1].revents != 0) {
     uint64_t wakes = 0;
@@ -283,7 +285,7 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
     give_up();
     return 0;
   }
-  read_device(sources[2].revents);
+  read_device(sources[2].revents, now);
   if (!is_open() && monotonic_ms() >= channel.reopen_at) open_device();
   return 0;
 }
