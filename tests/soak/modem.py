@@ -1,12 +1,14 @@
-"""A modem whose every word can be accounted for: modem.py LIFE SEED
+"""A modem whose every word can be accounted for: modem.py LIFE SEED LEDGER
 
-Each answer repeats the command's own tag, and each report carries the next number of this life.
+Each answer repeats the command's own tag, and each report carries the next number of this life. How many
+that are stands in the file LEDGER, eight bytes a life.
 """
 
 import os
 import pathlib
 import random
 import select
+import struct
 import sys
 import termios
 import time
@@ -30,7 +32,7 @@ def answer(line):
     return line + b"\r\r\n+TAG: " + line.partition(b"=")[2] + b"\r\n\r\nOK\r\n"
 
 
-def run(life, dice):
+def run(life, dice, ledger):
     master = plug()
     number = life * NUMBERS_A_LIFE
     heard, output = b"", b""
@@ -40,6 +42,7 @@ def run(life, dice):
             next_report = time.monotonic() + dice.expovariate(REPORTS_A_SECOND)
             output += b"\r\n^WAKEUPIN: %d\r\n" % number
             number += 1
+            os.pwrite(ledger, struct.pack("q", number % NUMBERS_A_LIFE), 8 * life)
         readable, writable, _ = select.select([master], [master] if output else [], [], 0.02)
         if readable:
             *lines, heard = (heard + os.read(master, 4096)).split(b"\r")
@@ -53,4 +56,4 @@ def run(life, dice):
 
 
 if __name__ == "__main__":
-    run(int(sys.argv[1]), random.Random(int(sys.argv[2])))
+    run(int(sys.argv[1]), random.Random(int(sys.argv[2])), os.open(sys.argv[3], os.O_WRONLY | os.O_CREAT))

@@ -12,6 +12,7 @@ import json
 import os
 import pathlib
 import random
+import struct
 import subprocess
 import sys
 import time
@@ -19,6 +20,7 @@ import time
 from modem import NUMBERS_A_LIFE
 
 HERE = pathlib.Path(__file__).parent
+LEDGER = pathlib.Path("/tmp/ledger")
 CLIENTS, WATCHERS = 20, 5
 TIMEOUT_S = 10
 # A command that the device took with it waits for its time-out, and the others wait behind it.
@@ -82,7 +84,7 @@ class Soak:
 
     def start_modem(self):
         self.modem = subprocess.Popen([sys.executable, "-B", HERE / "modem.py", str(self.life),
-                                       str(self.dice.getrandbits(32))])
+                                       str(self.dice.getrandbits(32)), LEDGER])
         self.life += 1
         self.wait_for(lambda: os.path.exists("/dev/smd6"))
 
@@ -143,6 +145,8 @@ class Soak:
                 self.oddity("lost or misordered", f"{before}, {number}, {lost} counted as lost")
             self.count["counted as lost"] += lost
             self.count["delivered"] += 1
+            if run is self.watchers[0]:
+                self.count["told of"] += lost + 1
             before = number
 
     def server_size(self):
@@ -209,13 +213,16 @@ class Soak:
         for run in self.watchers:
             run.kill()
             self.settle_watcher(run)
+        self.count["made"] = sum(struct.unpack(f"{self.life}q", LEDGER.read_bytes()))
+        self.count["gone with the modem"] = self.count["made"] - self.count["told of"]
 
     def balance(self):
         """Prints the accounts; true when nothing is missing."""
         for title, kinds in (
                 ("commands", ("sent", "answered", "refused", "timed out", "torn",
                               "killed under way", "lost", "misdelivered")),
-                ("reports", ("delivered", "counted as lost", "lost or misordered")),
+                ("reports", ("made", "gone with the modem", "delivered", "counted as lost",
+                             "lost or misordered")),
                 ("kills", [kind for kind in self.count if kind.startswith("kills")])):
             print(f"{title}: " + ", ".join(f"{self.count[kind]} {kind.removeprefix('kills: ')}"
                                            for kind in kinds))
