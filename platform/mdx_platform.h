@@ -180,7 +180,7 @@ extern std::atomic<uint32_t> mdx_trace_mask;
 /// @param line    where in its file
 /// @param module  "mdxgate"
 void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, uint32_t level,
-                         const char* format, ...) __attribute__((format(printf, 6, 7)));
+                         const char* format, ...) __attribute__((format(printf, 6, 7), cold));
 
 /// A trace that costs one load and a branch while its level is off: the values are not evaluated.
 #define MDX_TRACE(source, level, ...)                                              \

@@ -24,8 +24,38 @@ void store(char* line, int32_t* count, char ch) {
   line[(*count)++] = ch;
 }
 
+/// The next line where it does not stand in the stream as text and CR LF.
+[[gnu::cold]] int32_t get_line_by_bytes(char* line, int32_t* pos) {
+  int32_t count = 0;
+  char ch = '\0';
+  while (at_sm_getchar(&ch) == 0) {
+    if (ch == '\n' && mdx_state.line_state == LINE_CR_PENDING) {
+      line[count] = '\0';
+      mdx_state.line_state = LINE_DONE;
+      return 0;
+    }
+    if (ch != '\r') {
+      store(line, &count, ch);
+      continue;
+    }
+    if (at_sm_getchar(&ch) != 0) {
+      mdx_state.line_state = LINE_CR_PENDING;
+      return -1;
+    }
+    if (ch == '\n') {
+      line[count] = '\0';
+      mdx_state.line_state = LINE_DONE;
+      *pos += count;
+      return 0;
+    }
+    store(line, &count, ch);
+  }
+  *pos = count;
+  return count == 0 ? -1 : 0;
+}
+
 /// Joins the PDU of a cell broadcast to its header, which already has its CR LF back.
-void append_cbm_pdu(int32_t* pos) {
+[[gnu::cold]] void append_cbm_pdu(int32_t* pos) {
   char* line = mdx_state.line_buf;
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "at_sm_getline begin CBM1 pdu=%s\n", line);
   char pdu[sizeof(mdx_state.line_buf)] = {};
@@ -48,41 +78,12 @@ int32_t at_sm_getline(char* rcv_buffer, int32_t* pos) {
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "at_sm_getline: error ,rcv_buffer or pos is null!\n");
     return -1;
   }
-  if (mdx_state.line_state != LINE_CR_PENDING) {
-    const int32_t size = at_sm_get_line(rcv_buffer);
-    if (size >= 0) {
-      rcv_buffer[size] = '\0';
-      mdx_state.line_state = LINE_DONE;
-      *pos += size;
-      return 0;
-    }
-  }
-  int32_t count = 0;
-  char ch = '\0';
-  while (at_sm_getchar(&ch) == 0) {
-    if (ch == '\n' && mdx_state.line_state == LINE_CR_PENDING) {
-      rcv_buffer[count] = '\0';
-      mdx_state.line_state = LINE_DONE;
-      return 0;
-    }
-    if (ch != '\r') {
-      store(rcv_buffer, &count, ch);
-      continue;
-    }
-    if (at_sm_getchar(&ch) != 0) {
-      mdx_state.line_state = LINE_CR_PENDING;
-      return -1;
-    }
-    if (ch == '\n') {
-      rcv_buffer[count] = '\0';
-      mdx_state.line_state = LINE_DONE;
-      *pos += count;
-      return 0;
-    }
-    store(rcv_buffer, &count, ch);
-  }
-  *pos = count;
-  return count == 0 ? -1 : 0;
+  const int32_t size = mdx_state.line_state == LINE_CR_PENDING ? -1 : at_sm_get_line(rcv_buffer);
+  if (size < 0) return get_line_by_bytes(rcv_buffer, pos);
+  rcv_buffer[size] = '\0';
+  mdx_state.line_state = LINE_DONE;
+  *pos += size;
+  return 0;
 }
 
 void handle_sms_at(const at_msg_t* msg, int32_t* pos, int32_t* hcmgr_pending) {

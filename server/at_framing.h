@@ -32,11 +32,11 @@ int32_t at_sm_getline(char* rcv_buffer, int32_t* pos);
 /// @param msg            the record of the exchange
 /// @param pos            length of the line; raised by what was added
 /// @param hcmgr_pending  set to 1 when a raw body follows
-void handle_sms_at(const at_msg_t* msg, int32_t* pos, int32_t* hcmgr_pending);
+[[gnu::cold]] void handle_sms_at(const at_msg_t* msg, int32_t* pos, int32_t* hcmgr_pending);
 
 /// Moves the raw body of ^HCMGR into the response: all of the delivery up to its last Ctrl-Z, and
 /// the two bytes behind that. A body that the stream does not hold whole is dropped. One that the
 /// response has no room for is dropped with all that was collected, and collecting starts anew.
 /// @param dest           the end of the response text in `nas_response`
 /// @param hcmgr_pending  set to 0
-void parse_hcmgr_line(char* dest, int32_t* hcmgr_pending);
+[[gnu::cold]] void parse_hcmgr_line(char* dest, int32_t* hcmgr_pending);

@@ -32,15 +32,15 @@ class at_literals {
     static_assert(every_literal_has_its_rare_byte_in_place());
     rows_t lowest;
     lowest.fill(-1);
+    char whole_line[kStep] = {};
+    const char* text = line.data();
     if (line.size() < kStep) {
-      char whole[kStep] = {};
-      std::memcpy(whole, line.data(), line.size());
-      look_up(line, 0, rare_bytes(whole), &lowest);
-      return lowest;
+      std::memcpy(whole_line, text, line.size());
+      text = whole_line;
     }
-    const size_t last = line.size() - kStep;
+    const size_t last = std::max(line.size(), kStep) - kStep;
     for (size_t place = 0;; place = std::min(place + kStep, last)) {
-      const hits_t hits = rare_bytes(line.data() + place);
+      const hits_t hits = rare_bytes(text + place);
       if ((hits[0] | hits[1]) != 0) look_up(line, place, hits, &lowest);
       if (place == last) return lowest;
     }
@@ -67,8 +67,6 @@ class at_literals {
   static_assert(std::endian::native == std::endian::little, "the first place is the lowest byte");
 
   struct entry_t {
-    const char* literal;
-    uint32_t head;
     uint8_t length;
     uint8_t table;
     uint8_t row;
@@ -98,23 +96,32 @@ class at_literals {
     for (uint8_t row = 0; rows[row].literal != nullptr; ++row) {
       if (is_hidden(rows, row)) continue;
       const std::string_view literal = rows[row].literal;
-      plan->entries[plan->count++] = {literal.data(), head_of(literal.data()),
-                                      static_cast<uint8_t>(literal.size()), table, row};
+      plan->entries[plan->count++] = {static_cast<uint8_t>(literal.size()), table, row};
     }
+  }
+
+  static constexpr std::string_view literal_of(const entry_t& entry) {
+    const char* literal = nullptr;
+    uint8_t table = 0;
+    ((literal = table++ == entry.table ? tables[entry.row].literal : literal), ...);
+    return {literal, entry.length};
+  }
+
+  static constexpr size_t bucket_of(const entry_t& entry) {
+    return bucket_of(head_of(literal_of(entry).data()));
   }
 
   static constexpr plan_t arrange() {
     plan_t plan = {};
     uint8_t table = 0;
     (add_table(&plan, table++, tables), ...);
-    std::sort(
-        plan.entries.begin(), plan.entries.begin() + plan.count,
-        [](const entry_t& a, const entry_t& b) { return bucket_of(a.head) < bucket_of(b.head); });
+    std::sort(plan.entries.begin(), plan.entries.begin() + plan.count,
+              [](const entry_t& a, const entry_t& b) { return bucket_of(a) < bucket_of(b); });
     for (size_t i = 0; i < plan.count; ++i) {
-      const std::string_view literal(plan.entries[i].literal);
+      const std::string_view literal = literal_of(plan.entries[i]);
       const size_t rare = literal.find_first_of(kRareBytes);
       if (rare != literal.npos) plan.place[place_index(literal[rare])] = static_cast<uint8_t>(rare);
-      for (size_t bucket = bucket_of(plan.entries[i].head); bucket < kBuckets; ++bucket) {
+      for (size_t bucket = bucket_of(plan.entries[i]); bucket < kBuckets; ++bucket) {
         ++plan.first[bucket + 1];
       }
     }
@@ -126,7 +133,7 @@ class at_literals {
   static constexpr bool every_literal_has_its_rare_byte_in_place() {
     return std::all_of(
         kPlan.entries.begin(), kPlan.entries.begin() + kPlan.count, [](const entry_t& entry) {
-          const std::string_view literal = entry.literal;
+          const std::string_view literal = literal_of(entry);
           const size_t rare = literal.find_first_of(kRareBytes);
           return rare != literal.npos && kPlan.place[place_index(literal[rare])] == rare;
         });
@@ -172,10 +179,11 @@ class at_literals {
     const size_t bucket = bucket_of(head);
     for (size_t i = kPlan.first[bucket]; i < kPlan.first[bucket + 1]; ++i) {
       const entry_t& entry = kPlan.entries[i];
-      if (entry.head != head) continue;
+      const std::string_view literal = literal_of(entry);
+      if (head_of(literal.data()) != head) continue;
       int32_t& row = (*lowest)[entry.table];
       const bool is_lower = row == -1 || entry.row < row;
-      if (is_lower && text.starts_with({entry.literal, entry.length})) row = entry.row;
+      if (is_lower && text.starts_with(literal)) row = entry.row;
     }
   }
 };

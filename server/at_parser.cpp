@@ -63,7 +63,7 @@ std::string_view collected() {
 }
 
 /// The line would take the response past its bound: both are dropped, and collecting starts anew.
-pass_t drop_response(at_msg_t* msg) {
+[[gnu::cold]] pass_t drop_response(at_msg_t* msg) {
   MDX_TRACE(kSource, MDX_TRACE_DETAIL,
             "(nas_response_legth + pos) >= MAX_ATCMD_REPORT_SIZE : %d \n", MAX_ATCMD_REPORT_SIZE);
   msg->rsp_len = kResponseMax;
@@ -85,7 +85,7 @@ pass_t take_pattern_line(at_msg_t* msg, const line_t& line) {
 
 /// A line of a transparent answer, which also goes straight into `rmsg`: a client whose exchange
 /// times out gets what the last delivery held.
-pass_t take_transparent_line(at_msg_t* msg, const line_t& line) {
+[[gnu::cold]] pass_t take_transparent_line(at_msg_t* msg, const line_t& line) {
   if (!has_room_for(line.pos + static_cast<int32_t>(kLineEnd.size()))) return drop_response(msg);
   const int32_t start = mdx_state.nas_response_legth;
   append(view(line));
@@ -115,7 +115,7 @@ pass_t take_text_line(at_msg_t* msg, const line_t& line) {
 
 /// The response of a transparent command ends with the result line itself. A response that leaves
 /// no room for it gives way to it; a result line too long for its CR LF is cut.
-void answer_transparent(at_msg_t* msg, const line_t& line) {
+[[gnu::cold]] void answer_transparent(at_msg_t* msg, const line_t& line) {
   constexpr int32_t kLongest = kResponseMax - static_cast<int32_t>(kLineEnd.size());
   const auto size = static_cast<size_t>(std::min(line.pos, kLongest));
   if (!has_room_for(static_cast<int32_t>(size + kLineEnd.size()))) drop_response(msg);
@@ -145,7 +145,7 @@ pass_t accept_result(at_msg_t* msg, const line_t& line, int err_code) {
 }
 
 /// An instant update: neither a report nor text, and the end of the pass.
-pass_t take_instant_update(at_msg_t* msg) {
+[[gnu::cold]] pass_t take_instant_update(at_msg_t* msg) {
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "instant update\n");
   if (mdx_state.result_received == 0) {
     msg->ret_val = AT_NONE;

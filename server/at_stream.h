@@ -37,8 +37,8 @@ int32_t at_sm_get_line(char* text);
 /// Takes `buf_length` bytes; the caller answers for the room. No terminator is written.
 /// @return 0 when all were read, also when `buf_length` is negative and nothing is; -1 for a null
 ///         buffer, a length of 0, or a stream that ran out: what it held is in `msg_buf` then
-int32_t at_sm_get_buf(char* msg_buf, int32_t buf_length);
+[[gnu::cold]] int32_t at_sm_get_buf(char* msg_buf, int32_t buf_length);
 
 /// Looks for the last `ch` among the unread bytes.
 /// @return how many bytes there are up to and including it; 0 when there is none
-int32_t at_find_last_of_char(char ch);
+[[gnu::cold]] int32_t at_find_last_of_char(char ch);

@@ -1,9 +1,10 @@
 // Gives the parameters of a report their names.
 //
 // A report line holds values by position alone. The table says which position carries which name;
-// where a report has more than one form, the line itself tells which one it is. Nodes and values
-// leave in one block, so that a chain costs one allocation and one release.
+// where a report has more than one form, the line itself tells which one it is. Nodes, names and
+// values leave in one block, so that a chain costs one allocation and one release.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -28,54 +29,54 @@ struct field_row_t {
   const char* prefix;
   parameter_reader_t read;
   form_t form;
-  const char* names[kMostNames];  ///< by position; null behind the last
+  const char* names;  ///< by position, a blank between two
 };
 
 /// The name of a parameter that makes no field.
-constexpr char kNoField[] = "";
+constexpr std::string_view kNoField = "-";
 
 // Rows of one prefix stand together and are tried from the top: a form that only some lines have
 // comes before the one that all the others have. The network's time is two fields, date and time,
 // whether the modem quotes the pair or not.
 // clang-format off
 constexpr field_row_t field_table[] = {
-    {"^SYSINFO",     line,  six,   {"srv_status", "srv_domain", "roam_status", "sys_mode", "sim_state", "sys_submode"}},
-    {"^SYSINFO",     line,  any,   {"srv_status", "srv_domain", "roam_status", "sys_mode", "sim_state", "lock_state", "sys_submode"}},
-    {"^SRVST",       line,  any,   {"srv_status"}},
-    {"^MODE",        line,  any,   {"sys_mode", "sys_submode"}},
-    {"^SIMST",       line,  any,   {"sim_state", "lock_state"}},
-    {"^SIMREFRESH",  line,  any,   {"file_type"}},
-    {"^ANLEVEL",     line,  one,   {"level"}},
-    {"^ANLEVEL",     line,  any,   {"rscp", "ecio", "rssi", "level", "rsrp", "rsrq"}},
-    {"^LTESIGLEV",   line,  any,   {"level"}},
-    {"^HCSQ",        line,  any,   {"sysmode", "value1", "value2", "value3", "value4", "value5"}},
-    {"^HFREQINFO",   line,  any,   {"switch", "sysmode", "band_class", "dl_fcn1", "dl_freq1", "dl_bw1", "ul_fcn1", "ul_freq1", "ul_bw1"}},
-    {"^NWTIME",      comma, any,   {"date", "time", "dst"}},
-    {"^APROAMRPT",   line,  any,   {"roaming_status"}},
-    {"^REJINFO",     line,  any,   {"plmnid", "srvdomain", "rejectcause", "rattype"}},
-    {"^DCONN",       line,  any,   {"cid", "pdp_type"}},
-    {"^DEND",        line,  any,   {"cid", "endCause", "pdp_type"}},
-    {"^APDIALUPRPT", line,  any,   {}},
-    {"^NDISSTAT",    line,  fifth, {kNoField, "stat", "err_code", "wx_state", "PDP_type"}},
-    {"^NDISSTAT",    line,  any,   {"stat", "err_code", "wx_state", "PDP_type"}},
-    {"^NDISSTATEX",  line,  any,   {"cid", "stat", "err_code", "wx_state", "PDP_type"}},
-    {"^DSFLOWRPT",   line,  any,   {"curr_ds_time", "tx_rate", "rx_rate", "curr_tx_flow", "curr_rx_flow", "qos_tx_rate", "qos_rx_rate"}},
-    {"^TEMPPRT",     line,  any,   {"tempprotect_event", "tempprotect_param"}},
-    {"^WAKEUPIN",    line,  any,   {"value"}},
-    {"+CMT",         pdu,   one,   {"length"}},
-    {"+CMT",         pdu,   any,   {"alpha", "length"}},
-    {"+CDS",         pdu,   any,   {"length"}},
-    {"+CBM",         pdu,   any,   {"length"}},
-    {"+CMTI",        line,  any,   {"mem", "index"}},
-    {"+CDSI",        line,  any,   {"mem", "index"}},
-    {"^HCMGSS",      line,  any,   {"mr"}},
-    {"^HCMGSF",      line,  any,   {"errCode", "class"}},
-    {"^SMMEMFULL",   line,  any,   {"mem_type"}},
-    {"+CUSD",        ussd,  any,   {"rspType", "cusdStr", "codeType"}},
-    {"^STIN",        line,  any,   {"cmdTpye", "cmdIndex", "isTimeOut"}},
-    {"+CIREGU",      line,  any,   {"reg_info", "ext_info"}},
-    {"+CSSI",        line,  any,   {"code", "index"}},
-    {"+CSSU",        line,  any,   {"code", "index"}},
+    {"^SYSINFO",     line,  six,   "srv_status srv_domain roam_status sys_mode sim_state sys_submode"},
+    {"^SYSINFO",     line,  any,   "srv_status srv_domain roam_status sys_mode sim_state lock_state sys_submode"},
+    {"^SRVST",       line,  any,   "srv_status"},
+    {"^MODE",        line,  any,   "sys_mode sys_submode"},
+    {"^SIMST",       line,  any,   "sim_state lock_state"},
+    {"^SIMREFRESH",  line,  any,   "file_type"},
+    {"^ANLEVEL",     line,  one,   "level"},
+    {"^ANLEVEL",     line,  any,   "rscp ecio rssi level rsrp rsrq"},
+    {"^LTESIGLEV",   line,  any,   "level"},
+    {"^HCSQ",        line,  any,   "sysmode value1 value2 value3 value4 value5"},
+    {"^HFREQINFO",   line,  any,   "switch sysmode band_class dl_fcn1 dl_freq1 dl_bw1 ul_fcn1 ul_freq1 ul_bw1"},
+    {"^NWTIME",      comma, any,   "date time dst"},
+    {"^APROAMRPT",   line,  any,   "roaming_status"},
+    {"^REJINFO",     line,  any,   "plmnid srvdomain rejectcause rattype"},
+    {"^DCONN",       line,  any,   "cid pdp_type"},
+    {"^DEND",        line,  any,   "cid endCause pdp_type"},
+    {"^APDIALUPRPT", line,  any,   ""},
+    {"^NDISSTAT",    line,  fifth, "- stat err_code wx_state PDP_type"},
+    {"^NDISSTAT",    line,  any,   "stat err_code wx_state PDP_type"},
+    {"^NDISSTATEX",  line,  any,   "cid stat err_code wx_state PDP_type"},
+    {"^DSFLOWRPT",   line,  any,   "curr_ds_time tx_rate rx_rate curr_tx_flow curr_rx_flow qos_tx_rate qos_rx_rate"},
+    {"^TEMPPRT",     line,  any,   "tempprotect_event tempprotect_param"},
+    {"^WAKEUPIN",    line,  any,   "value"},
+    {"+CMT",         pdu,   one,   "length"},
+    {"+CMT",         pdu,   any,   "alpha length"},
+    {"+CDS",         pdu,   any,   "length"},
+    {"+CBM",         pdu,   any,   "length"},
+    {"+CMTI",        line,  any,   "mem index"},
+    {"+CDSI",        line,  any,   "mem index"},
+    {"^HCMGSS",      line,  any,   "mr"},
+    {"^HCMGSF",      line,  any,   "errCode class"},
+    {"^SMMEMFULL",   line,  any,   "mem_type"},
+    {"+CUSD",        ussd,  any,   "rspType cusdStr codeType"},
+    {"^STIN",        line,  any,   "cmdTpye cmdIndex isTimeOut"},
+    {"+CIREGU",      line,  any,   "reg_info ext_info"},
+    {"+CSSI",        line,  any,   "code index"},
+    {"+CSSU",        line,  any,   "code index"},
 };
 // clang-format on
 
@@ -88,20 +89,28 @@ constexpr bool every_special_form_has_a_row_behind_it() {
   return true;
 }
 static_assert(every_special_form_has_a_row_behind_it());
+
+constexpr bool every_row_has_room_for_its_names() {
+  return std::all_of(std::begin(field_table), std::end(field_table), [](const field_row_t& row) {
+    const std::string_view names = row.names;
+    return std::count(names.begin(), names.end(), ' ') < static_cast<ptrdiff_t>(kMostNames);
+  });
+}
+static_assert(every_row_has_room_for_its_names());
 static_assert(kMostNames <= parameter_list_t::kMost);
 
 /// The fields of one line on their way into a block.
 struct named_values_t {
   struct {
-    const char* name;
+    std::string_view name;
     std::string_view value;
   } fields[kMostNames + 1];
   size_t count = 0;
-  size_t text_size = 0;  ///< bytes of all values, each with its NUL
+  size_t text_size = 0;  ///< bytes of all names and values, each with its NUL
 
-  void add(const char* name, std::string_view value) {
+  void add(std::string_view name, std::string_view value) {
     fields[count++] = {name, value};
-    text_size += value.size() + 1;
+    text_size += name.size() + value.size() + 2;
   }
 };
 
@@ -130,14 +139,32 @@ bool has_form(const parameter_list_t& list, form_t form) {
   return true;
 }
 
+std::string_view take_word(const char** text) {
+  const std::string_view word(*text, std::strcspn(*text, " "));
+  *text += word.size();
+  if (**text == ' ') ++*text;
+  return word;
+}
+
 named_values_t name_values(const field_row_t* row, const parameter_list_t& list) {
   while (!has_form(list, row->form)) ++row;
   named_values_t named;
-  for (size_t i = 0; i < kMostNames && i < list.count && row->names[i] != nullptr; ++i) {
-    if (row->names[i] != kNoField) named.add(row->names[i], list.values[i]);
+  const char* rest = row->names;
+  for (size_t i = 0; i < kMostNames && i < list.count && *rest != '\0'; ++i) {
+    const std::string_view name = take_word(&rest);
+    if (name != kNoField) named.add(name, list.values[i]);
   }
   if (!list.pdu.empty()) named.add("pdu", list.pdu);
   return named;
+}
+
+/// Puts a text and its NUL at `*end`. @return where it stands
+const char* put_text(char** end, std::string_view text) {
+  char* start = *end;
+  std::memcpy(start, text.data(), text.size());
+  start[text.size()] = '\0';
+  *end += text.size() + 1;
+  return start;
 }
 
 /// Nodes first, their texts behind them. Null when there is no memory.
@@ -147,12 +174,9 @@ at_field_t* build_chain(const named_values_t& named) {
   auto* nodes = static_cast<at_field_t*>(block);
   auto* text = reinterpret_cast<char*>(nodes + named.count);
   for (size_t i = 0; i < named.count; ++i) {
-    const std::string_view value = named.fields[i].value;
-    at_field_t* next = i + 1 < named.count ? &nodes[i + 1] : nullptr;
-    nodes[i] = {named.fields[i].name, text, 0, next};
-    std::memcpy(text, value.data(), value.size());
-    text[value.size()] = '\0';
-    text += value.size() + 1;
+    const char* name = put_text(&text, named.fields[i].name);
+    const char* value = put_text(&text, named.fields[i].value);
+    nodes[i] = {name, value, 0, i + 1 < named.count ? &nodes[i + 1] : nullptr};
   }
   return nodes;
 }

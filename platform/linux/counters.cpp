@@ -2,8 +2,9 @@
 
 #include "platform/linux/counters.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
-#include <iterator>
 
 namespace {
 
@@ -49,12 +50,13 @@ constexpr counter_row_t counter_table[] = {
 };
 // clang-format on
 
-constexpr bool each_row_stands_at_its_counter() {
-  for (size_t i = 0; i < std::size(counter_table); ++i)
-    if (counter_table[i].counter != i) return false;
-  return std::size(counter_table) == COUNT_COUNTERS;
-}
-static_assert(each_row_stands_at_its_counter());
+constexpr auto names_by_counter = [] {
+  std::array<const char*, COUNT_COUNTERS> names = {};
+  for (const counter_row_t& row : counter_table) names[row.counter] = row.name;
+  return names;
+}();
+static_assert(std::find(names_by_counter.begin(), names_by_counter.end(), nullptr) ==
+              names_by_counter.end());
 
 constinit std::atomic<uint64_t> counters[COUNT_COUNTERS];
 static_assert(std::atomic<uint64_t>::is_always_lock_free);
@@ -73,4 +75,4 @@ uint64_t counter_value(mdx_counter_t counter) {
   return counters[counter].load(std::memory_order_relaxed);
 }
 
-const char* counter_name(mdx_counter_t counter) { return counter_table[counter].name; }
+const char* counter_name(mdx_counter_t counter) { return names_by_counter[counter]; }

@@ -36,7 +36,7 @@ constexpr char kVoiceService[] = "voice";
 constexpr char kEverything[] = "*";
 
 struct receiver_t {
-  int fd = -1;
+  int fd = 0;  ///< 0 in a free slot: standard input is nobody's connection
   uid_t user = 0;
   bool subscribed = false;
   char name[sizeof(mdx_packet_header_t::to)] = {};  ///< as in the subscription
@@ -69,7 +69,7 @@ bool set_name(char (&to)[sizeof(mdx_packet_header_t::to)], const char* name) {
 }
 
 bool wants(const receiver_t& receiver, const mdx_packet_header_t& header) {
-  if (receiver.fd < 0 || !receiver.subscribed) return false;
+  if (receiver.fd == 0 || !receiver.subscribed) return false;
   if (strcmp(receiver.name, kEverything) == 0) return true;
   if (receiver.name[0] == '\0')
     return header.kind == MDX_PACKET_NOTIFICATION && header.module == receiver.module;
@@ -127,7 +127,7 @@ void accept_receiver() {
     return;
   }
   receiver_t* slot = std::find_if(std::begin(receivers), std::end(receivers),
-                                  [](const receiver_t& receiver) { return receiver.fd < 0; });
+                                  [](const receiver_t& receiver) { return receiver.fd == 0; });
   ucred peer{};
   socklen_t size = sizeof(peer);
   if (slot == std::end(receivers) || getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
@@ -200,7 +200,7 @@ bool dispatch_once() {
   waiting[count++] = {listener, POLLIN, 0};
   waiting[count++] = {border_watch_fd(), POLLIN, 0};
   for (receiver_t& receiver : receivers) {
-    if (receiver.fd < 0) continue;
+    if (receiver.fd == 0) continue;
     waiting_for[count] = &receiver;
     waiting[count++] = {receiver.fd, POLLIN, 0};
   }
@@ -225,7 +225,7 @@ size_t hub_receivers(hub_receiver_t* list, size_t room) {
   size_t count = 0;
   pthread_mutex_lock(&receivers_lock);
   for (const receiver_t& receiver : receivers) {
-    if (receiver.fd < 0 || !receiver.subscribed || count == room) continue;
+    if (receiver.fd == 0 || !receiver.subscribed || count == room) continue;
     hub_receiver_t& entry = list[count++];
     entry = {receiver.process, receiver.user,      {},
              receiver.module,  receiver.sent_ever, receiver.lost_ever};

@@ -8,6 +8,8 @@
 #include <nss.h>
 #endif
 
+#include <cstdlib>
+
 #include "platform/linux/border.h"
 
 namespace {
@@ -26,12 +28,12 @@ void read_files_only() {
 
 mdx_identity_t look_up() {
   read_files_only();
-  static char buffer[kLookupSize];
   mdx_identity_t identity{};
+  auto* buffer = static_cast<char*>(malloc(kLookupSize));
+  if (buffer == nullptr) return identity;
   passwd user{};
   passwd* found_user = nullptr;
-  if (getpwnam_r(kMdxUser, &user, buffer, sizeof(buffer), &found_user) == 0 &&
-      found_user != nullptr) {
+  if (getpwnam_r(kMdxUser, &user, buffer, kLookupSize, &found_user) == 0 && found_user != nullptr) {
     identity.has_user = true;
     identity.user = user.pw_uid;
     identity.user_group = user.pw_gid;
@@ -40,11 +42,12 @@ mdx_identity_t look_up() {
   }
   group members{};
   group* found_group = nullptr;
-  if (getgrnam_r(kMdxGroup, &members, buffer, sizeof(buffer), &found_group) == 0 &&
+  if (getgrnam_r(kMdxGroup, &members, buffer, kLookupSize, &found_group) == 0 &&
       found_group != nullptr) {
     identity.has_group = true;
     identity.group = members.gr_gid;
   }
+  free(buffer);
   return identity;
 }
 

@@ -8,6 +8,9 @@
 
 #include <grp.h>
 #include <linux/capability.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -48,6 +51,13 @@ const char* change_user(const mdx_identity_t& identity) {
   if (setresgid(group, group, group) != 0) return "its group";
   if (setresuid(identity.user, identity.user, identity.user) != 0) return "its user id";
   return nullptr;
+}
+
+/// The start reads folders and writes files, whose buffers the C library would keep for good.
+void give_back_free_heap() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 }  // namespace
@@ -100,4 +110,5 @@ void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path, strerror(errno));
   }
   if (capability_held.exchange(false)) set_capabilities(0, 0);
+  give_back_free_heap();
 }
