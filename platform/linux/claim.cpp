@@ -82,9 +82,10 @@ refusal_t take_lock(int directory) {
   if (fstat(lock, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
       status.st_nlink != 1)
     return refuse_with(0, "/var/run/mdxgate/lock is not the lock of a server; remove it");
-  if (flock(lock, LOCK_EX | LOCK_NB) != 0)
+  if (flock(lock, LOCK_EX | LOCK_NB) != 0) {
     return refuse_with(errno == EWOULDBLOCK ? 0 : errno,
                        "another server runs on this machine; this one ends");
+  }
   fchmod(lock, 0600);
   return kGranted;
 }
@@ -129,9 +130,10 @@ void remove_leftovers(int directory) {
   DIR* entries = fdopendir(directory);
   if (entries == nullptr) return;
   while (const dirent* entry = readdir(entries)) {
-    if (is_leftover(entry->d_name) && !free_name(directory, entry->d_name))
+    if (is_leftover(entry->d_name) && !free_name(directory, entry->d_name)) {
       MDX_TRACE("platform", MDX_TRACE_MISSING, "%s/%s stays from an earlier run: %s\n",
                 kMdxDirectory, entry->d_name, strerror(errno));
+    }
   }
   closedir(entries);
 }
@@ -168,9 +170,10 @@ bool directory_restore() {
       status.st_dev == own_directory.st_dev)
     return true;
   const refusal_t why = make_directory_ours();
-  if (why != complaint && why != kGranted)
+  if (why != complaint && why != kGranted) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n",
               kMdxDirectory, why, strerror(errno));
+  }
   complaint = why;
   if (why != kGranted) return false;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxDirectory);
