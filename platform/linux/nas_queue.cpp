@@ -187,8 +187,8 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) 
   memcpy(&length, slot, sizeof(length));
   if (length > size) length = size;
   memcpy(buffer, slot + sizeof(length), length);
-  queue.head = (queue.head + 1) % queue.depth;
   --queue.count;
+  queue.head = queue.count == 0 ? 0 : (queue.head + 1) % queue.depth;  // the same memory again
   lock.release();
   pthread_cond_broadcast(&queue.changed);
   return static_cast<int32_t>(length);
