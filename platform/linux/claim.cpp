@@ -159,6 +159,7 @@ void claim_machine() {
   if (claimed.test_and_set()) return;
   occupy_standard_files();
   signal(SIGPIPE, SIG_IGN);
+  umask(022);  // an odd one would keep a server that is not root out of its own directory
   privileges_forbid_gain();
   const refusal_t why = make_directory_ours();
   if (why != kGranted) refuse(why, errno);
