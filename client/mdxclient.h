@@ -27,11 +27,11 @@ typedef enum mdx_error {
   MDX_ERR_NO_SERVER = -2,   /**< no server runs on this machine */
   MDX_ERR_SERVER_GONE = -3, /**< it died while it had the request; a command may have been run */
   MDX_ERR_TIMEOUT = -4,     /**< the deadline passed; the command may still be running */
-  MDX_ERR_BUSY = -5,   /**< the deadline passed and the request was never taken; nothing was run */
-  MDX_ERR_ACCESS = -6, /**< this user may not use the server */
-  MDX_ERR_THREAD = -7, /**< the thread has a handle already, or the handle is another thread's */
-  MDX_ERR_SYSTEM = -8, /**< a call of the system failed; errno tells which way */
-  MDX_ERR_PENDING = -9 /**< the handle has a request under way */
+  MDX_ERR_BUSY = -5,        /**< the deadline passed, the request was not taken and is not run */
+  MDX_ERR_ACCESS = -6,      /**< this user may not use the server */
+  MDX_ERR_THREAD = -7,      /**< a thread has one handle, and a handle one thread */
+  MDX_ERR_SYSTEM = -8,      /**< a call of the system failed; errno tells which way */
+  MDX_ERR_PENDING = -9      /**< the handle has a request under way */
 } mdx_error_t;
 
 /** How the exchange with the modem ended: `ret_val` of a result. */
@@ -57,18 +57,20 @@ typedef enum mdx_verdict {
 /** Longest match string, in bytes. */
 #define MDX_MATCH_MAX 63
 
-/** How a command is run. Start from MDX_OPTIONS_INIT: fields added later keep their meaning that
- * way. */
+/** How a command is run. Start from MDX_OPTIONS_INIT: a program goes on working when later
+ * libraries add fields. */
 typedef struct mdx_options {
-  uint32_t size;     /**< sizeof(mdx_options_t) of the caller */
-  int32_t timeout_s; /**< seconds that the modem gets; not negative */
-  int32_t
-      deadline_ms;   /**< the call returns within this; 0: what the time-out allows plus a second */
-  const char* match; /**< a line that holds this text is part of the response, even if it looks like
-                          a report; NULL or "": none */
-  int32_t multi_line; /**< 1: CR LF behind each line that holds `match`, and no text unless OK */
-  int32_t
-      transparent; /**< 1: every line with CR LF, the result line included; never with multi_line */
+  uint32_t size; /**< sizeof(mdx_options_t) of the caller */
+  /** Seconds that the modem gets; not negative. */
+  int32_t timeout_s;
+  /** The call returns within so many milliseconds; 0: what the time-out allows, plus a second. */
+  int32_t deadline_ms;
+  /** A line with this text is part of the answer, even if it looks like a report; may be NULL. */
+  const char* match;
+  /** 1: CR LF behind each line with `match`, and no text unless the result is OK. */
+  int32_t multi_line;
+  /** 1: every line with CR LF, the result line included; never with multi_line. */
+  int32_t transparent;
 } mdx_options_t;
 
 #define MDX_OPTIONS_INIT \
@@ -81,9 +83,9 @@ typedef struct mdx_result {
   const char* text;       /**< response text, NUL-terminated; valid until the handle is next used */
   uint32_t length;        /**< bytes of it, without the NUL */
   int32_t timeout_left_s; /**< what was left of timeout_s, by the server's count */
-  int32_t refused; /**< 1: ret_val 8 is the server's own word: it refused the request or could
-                        not write to the modem. For a PDU exchange also when the modem answered
-                        the PDU with COMMAND NOT SUPPORT and no text. */
+  /** 1: ret_val 8 is the server's own word: it refused the request or could not write to the modem;
+   * or the modem answered a PDU with COMMAND NOT SUPPORT and no text. */
+  int32_t refused;
 } mdx_result_t;
 
 #define MDX_RESULT_INIT \

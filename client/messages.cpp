@@ -21,16 +21,16 @@ const char* mdx_strerror(int error) {
       return "no answer came in time: allow a longer time-out, or check the modem";
     case MDX_ERR_BUSY:
       return "the server did not get to the request in time, and it was not run: try again, or "
-             "allow "
-             "a longer deadline";
+             "allow a longer deadline";
     case MDX_ERR_ACCESS:
-      return "permission denied: join the group mdxgate";
+      return "permission denied: join the group with \"usermod -aG mdxgate USER\", and log in "
+             "again";
     case MDX_ERR_THREAD:
       return "a handle belongs to one thread and a thread has one: open one in each thread, and "
              "again after a fork";
     case MDX_ERR_PENDING:
-      return "a request is under way: call mdx_finish when the descriptor is readable, or cancel "
-             "it";
+      return "a request is under way: call mdx_finish when the descriptor is readable, or "
+             "mdx_cancel";
     case MDX_ERR_SYSTEM:
       return "a call of the system failed: errno tells why";
     default:
