@@ -1,5 +1,7 @@
 #include "tools/mdxctl/answer.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -7,12 +9,14 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "platform/linux/border.h"
 #include "tools/mdxctl/exit_codes.h"
 
 using nlohmann::ordered_json;
 
 namespace {
 
+const std::string kModem = std::string(kMdxChannelPrefix) + "6";
 const std::string kRefused =
     "refused: the server could not write to the modem; check that it is plugged in: mdxctl status";
 
@@ -31,7 +35,12 @@ void print_lines(std::string text) {
 }  // namespace
 
 std::string error_text(int error) {
+  if (error == MDX_ERR_BUSY && access(kModem.c_str(), F_OK) != 0) {
+    return "the server waits for its modem, and nothing was run: " + kModem +
+           " is not there; plug the modem in, or make " + kModem + " a link to its AT port";
+  }
   std::string text = mdx_strerror(error);
+  if (error == MDX_ERR_BUSY) text += "; its log tells whether it can open " + kModem;
   if (error == MDX_ERR_SYSTEM) text += ": " + std::string(std::strerror(errno));
   return text;
 }

@@ -28,5 +28,6 @@ class answer_t {
   std::chrono::steady_clock::time_point start_;
 };
 
-/// `error` of the library in words, the system's own behind it where it has any.
+/// `error` of the library in words, with what this machine tells about it: the system's own words,
+/// or that there is no modem to serve a request.
 std::string error_text(int error);

@@ -177,6 +177,19 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
   watch->add_flag("--json", arguments.json, "one object a line, every field by its name");
 }
 
+/// What is wrong, and whose help tells how it is done.
+std::string usage_error(const CLI::App* app, const CLI::Error& error) {
+  std::string command = app->get_name();
+  for (; !app->get_subcommands().empty(); app = app->get_subcommands().front()) {
+    command += ' ' + app->get_subcommands().front()->get_name();
+  }
+  const std::vector<std::string> unknown = app->remaining();
+  const bool no_command = !app->get_subcommands({}).empty() && !unknown.empty();
+  const std::string reason =
+      no_command ? "there is no command '" + unknown.front() + "'" : error.what();
+  return "mdxctl: " + reason + "; see: " + command + " --help\n";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -185,6 +198,7 @@ int main(int argc, char** argv) {
   CLI::App app("Talks to mdxgate, the AT command server of this machine.", "mdxctl");
   app.set_version_flag("--version", "mdxctl " MDXGATE_VERSION);
   app.footer(kExitCodeHelp);
+  app.failure_message(usage_error);
   app.require_subcommand(1);
   add_at(app, arguments.at, code);
   add_sms_pdu(app, arguments.sms_pdu, code);

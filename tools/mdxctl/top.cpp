@@ -140,6 +140,11 @@ int run_top() {
     std::cerr << "mdxctl: top needs a terminal; for a script use: mdxctl stats --json" << std::endl;
     return EXIT_USAGE;
   }
+  if (!terminal_is_known()) {
+    std::cerr << "mdxctl: this kind of terminal is not known here; try: TERM=xterm mdxctl top"
+              << std::endl;
+    return EXIT_USAGE;
+  }
   const client_session_t session;
   if (session.error() != MDX_OK) return fail(session.error(), error_text(session.error()));
   std::string version;

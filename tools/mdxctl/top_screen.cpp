@@ -7,6 +7,7 @@
 #include <langinfo.h>
 #include <ncurses.h>
 #include <sys/ioctl.h>
+#include <term.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,8 @@
 #include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/server_queues.h"
 #include "tools/mdxctl/time_text.h"
+
+#undef columns  // a macro of term.h
 
 namespace {
 
@@ -165,6 +168,11 @@ int receiver_lines(const top_model_t& model, int left) {
 }
 
 }  // namespace
+
+bool terminal_is_known() {
+  int reason = 0;  // with room for it, setupterm does not end the program
+  return setupterm(nullptr, STDOUT_FILENO, &reason) == OK;
+}
 
 top_screen_t::top_screen_t() {
   std::setlocale(LC_ALL, "");

@@ -3,6 +3,9 @@
 
 #include "tools/mdxctl/top_model.h"
 
+/// Whether this machine knows how to draw on the terminal, by what TERM says.
+bool terminal_is_known();
+
 /// One at a time. Takes the whole terminal, and gives it back as it was, also when an exception
 /// passes.
 class top_screen_t {
