@@ -3,6 +3,8 @@
 # Ends with mdxctl's exit code when the modem or the server cannot be asked.
 set -eu
 
+command -v jq >/dev/null || { echo "signal.sh: jq is missing; install it: apt install jq" >&2; exit 2; }
+
 # ask COMMAND: the answer's text. mdxctl says on standard error what to do when it fails.
 ask() {
   answer=$(mdxctl at --json "$1") || {
