@@ -53,11 +53,16 @@ uint32_t first_seq() {
 
 }  // namespace
 
+void client_disconnect(mdx_client_t* client) {
+  watch_forget_server(client);
+  server_link_close(&client->link);
+}
+
 int client_connect(mdx_client_t* client) {
   if (client->task != gettid()) return MDX_ERR_THREAD;
   if (client->link.event_fd >= 0) {
     if (server_link_alive(client->link, now_ms())) return MDX_OK;
-    server_link_close(&client->link);
+    client_disconnect(client);
   }
   return server_link_open(&client->link);
 }

@@ -22,3 +22,6 @@ struct mdx_client {
 /// Makes sure that the handle's link leads to a living server.
 /// @return as server_link_open; MDX_ERR_THREAD when another thread calls
 int client_connect(mdx_client_t* client);
+
+/// Closes the link to the server.
+void client_disconnect(mdx_client_t* client);

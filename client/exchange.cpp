@@ -44,7 +44,7 @@ int put_request(mdx_client_t* client) {
     if (!client->settled) drop_leftovers(client);
     client->settled = false;
     error = server_link_put(&client->link, client->exchange.sent);
-    if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
+    if (error == MDX_ERR_SERVER_GONE) client_disconnect(client);
   }
   return error == MDX_ERR_SERVER_GONE ? MDX_ERR_NO_SERVER : error;
 }
@@ -56,7 +56,7 @@ void raise_server(mdx_client_t* client) {
 
 int end(mdx_client_t* client, int error) {
   client->exchange.phase = EXCHANGE_NONE;
-  if (error == MDX_ERR_SERVER_GONE) server_link_close(&client->link);
+  if (error == MDX_ERR_SERVER_GONE) client_disconnect(client);
   watch_update(client);
   return error;
 }
@@ -103,7 +103,8 @@ int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
   at_msg_t answer;
   int error = take_answer(client, &answer);
   if (error == MDX_ERR_TIMEOUT && !server_link_alive(client->link, now_ms())) {
-    // The last thing it did may have been our answer.
+    // Another server shall not run it. The last thing this one did may have been our answer.
+    withdraw(client);
     error = take_answer(client, &answer) == MDX_OK ? MDX_OK : MDX_ERR_SERVER_GONE;
   } else if (error == MDX_ERR_TIMEOUT) {
     if (now_ms() < client->exchange.deadline) return pending(client, EXCHANGE_SENT, kLookAgainMs);

@@ -64,6 +64,10 @@ void watch_update(mdx_client_t* client) {
   set_timer(client->timer_fd, exchange.look_at);
 }
 
+void watch_forget_server(mdx_client_t* client) {
+  if (client->watch_fd >= 0) forget(client->watch_fd, client->link.event_fd);
+}
+
 void watch_close(mdx_client_t* client) {
   if (client->watch_fd >= 0) close(client->watch_fd);
   if (client->timer_fd >= 0) close(client->timer_fd);

@@ -6,4 +6,8 @@
 /// Brings the descriptor in line with the exchange; does nothing when nobody has asked for it.
 void watch_update(mdx_client_t* client);
 
+/// To be called before the link to the server is closed: a forked child may have it open too, and
+/// then it would be watched for ever.
+void watch_forget_server(mdx_client_t* client);
+
 void watch_close(mdx_client_t* client);

@@ -158,7 +158,8 @@ using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t l
 int32_t Q7_APP_RegCallBack(int32_t channel, mdx_receive_function_t receive,
                            mdx_send_function_t* send);
 
-/// Ends the binding. Any thread; waits for a send that is under way. Every send after it fails.
+/// Ends the binding. Any thread, but not from within the receive callback; waits for a send that is
+/// under way. Every send after it fails.
 void Q7_App_Ungister();
 
 // ------------------------------------------------------------------------------------------------

@@ -1,11 +1,14 @@
 // Removals come in bursts, as when a whole directory goes, and who removes it is to find it empty.
-// So the look comes a moment after the last of them. Where the kernel has no watch to give, or what
-// is missing could not be made again, the look is repeated.
+// So the look comes a moment after the first of them. Where the kernel has no watch to give, or
+// what is missing could not be made again, the look is repeated.
 
 #include "platform/linux/border_watch.h"
 
 #include <sys/inotify.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
 
 #include "platform/linux/border.h"
 #include "platform/linux/claim.h"
@@ -37,25 +40,25 @@ bool drain() {
   return any;
 }
 
-/// The directory may be another one than before.
-bool watch_directory() {
-  return watch >= 0 && inotify_add_watch(watch, kMdxDirectory, kRemovals | IN_ONLYDIR) >= 0;
-}
-
+/// The directory may be another one than before. What goes while this looks is told afterwards.
+/// @return whether all is there and watched
 bool restore_all() {
-  if (!directory_restore() || !watch_directory()) return false;
-  hub_restore();
-  console_restore();
-  event_fifos_restore();
-  server_link_restore();
-  return true;
+  if (!directory_restore()) return false;
+  const bool all[] = {
+      inotify_add_watch(watch, kMdxDirectory, kRemovals | IN_ONLYDIR) >= 0,
+      hub_restore(),
+      console_restore(),
+      event_fifos_restore(),
+      server_link_restore(),
+  };
+  return std::find(std::begin(all), std::end(all), false) == std::end(all);
 }
 
 }  // namespace
 
 void border_watch_begin() {
   watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (!watch_directory()) look_in(kRepeatMs);
+  look_in(0);
 }
 
 int border_watch_fd() { return watch; }
@@ -67,7 +70,8 @@ int border_watch_wait_ms() {
 }
 
 void border_watch_look() {
-  if (drain()) look_in(kSettleMs);
+  const int wait_ms = border_watch_wait_ms();
+  if (drain() && (wait_ms < 0 || wait_ms > static_cast<int>(kSettleMs))) look_in(kSettleMs);
   if (border_watch_wait_ms() != 0) return;
   look_is_due = false;
   if (!restore_all()) look_in(kRepeatMs);

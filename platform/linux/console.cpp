@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 
 #include "platform/linux/border.h"
@@ -26,6 +25,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
@@ -67,13 +67,7 @@ constinit thread_local bool client_lost = false;
 constinit thread_local const char* argument = nullptr;
 
 std::atomic<int> listener{-1};
-int64_t started_at = 0;  ///< monotonic_seconds
-
-int64_t monotonic_seconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec;
-}
+uint64_t started_at = 0;  ///< monotonic_us
 
 int32_t print_or_set_trace_mask() {
   if (argument != nullptr) {
@@ -100,7 +94,7 @@ void print_levels() {
   KRP_Debug_Print("answers_waiting %d\n", record_queue_depth(kMdxResponseQueue));
   KRP_Debug_Print("deliveries_waiting %d\n", MDX_msgQ_num(nas_queue_find()));
   KRP_Debug_Print("receivers_connected %zu\n", hub_receivers(connected, kMaxReceivers));
-  KRP_Debug_Print("uptime_seconds %" PRId64 "\n", monotonic_seconds() - started_at);
+  KRP_Debug_Print("uptime_seconds %" PRIu64 "\n", (monotonic_us() - started_at) / 1000000u);
 }
 
 int32_t print_stats() {
@@ -219,7 +213,7 @@ void console_thread() {
 
 void start_console() {
   if (listener >= 0) return;
-  started_at = monotonic_seconds();
+  started_at = monotonic_us();
   listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
   if (listener >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
 }
@@ -236,15 +230,16 @@ void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* command
   start_console();
 }
 
-void console_restore() {
+bool console_restore() {
   const int old = listener.load();
-  if (old < 0 || access(kMdxConsolePath, F_OK) == 0) return;
+  if (old < 0 || access(kMdxConsolePath, F_OK) == 0) return true;
   const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
-  if (fresh < 0) return;
+  if (fresh < 0) return false;
   listener.store(fresh);
   shutdown(old, SHUT_RDWR);  // ends an accept that waits in it
   close(old);
   MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxConsolePath);
+  return true;
 }
 
 void KRP_Debug_Print(const char* format, ...) {

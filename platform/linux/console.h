@@ -2,4 +2,5 @@
 #pragma once
 
 /// Makes the console's socket again, should somebody have removed it. Any thread but the console's.
-void console_restore();
+/// @return whether it is there
+bool console_restore();

@@ -36,7 +36,7 @@ struct event_set_t {
   std::atomic<int32_t> task_id{0};
   std::atomic<uint32_t> pending{0};
   std::atomic<bool> sleeping{false};
-  uint32_t mask = 0;
+  std::atomic<uint32_t> mask{0};
   int wait_fd = -1;
   int wake_fd = -1;
   bool is_public = false;
@@ -74,21 +74,23 @@ void open_set(event_set_t& set, int32_t task_id) {
 }
 
 /// Puts a new FIFO behind the set's descriptor. A sleeper is woken in the old one, and goes on in
-/// the new one.
-void restore_fifo(const event_set_t& set, int32_t task_id) {
+/// the new one, as if everything had been raised: what the old one still held is gone.
+/// @return whether it is there
+bool restore_fifo(const event_set_t& set, int32_t task_id) {
   char path[kEventPathSize];
   struct stat status {};
   event_fifo_path(task_id, path);
-  if (lstat(path, &status) == 0) return;
+  if (lstat(path, &status) == 0) return true;
   const int fresh = event_fifo_create(path, kEventOwnMode);
-  if (fresh < 0) return;
+  if (fresh < 0) return false;
   const int old = fcntl(set.wait_fd, F_DUPFD_CLOEXEC, 0);
   dup3(fresh, set.wait_fd, O_CLOEXEC);
-  event_fifo_raise(fresh, kLookAgain);
+  event_fifo_raise(fresh, set.mask);
   close(fresh);
   if (old >= 0) event_fifo_raise(old, kLookAgain);
   if (old >= 0) close(old);
   MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", path);
+  return true;
 }
 
 /// Moves what other processes raised to the bits in memory.
@@ -150,11 +152,13 @@ bool raise_other_process(int32_t task_id, uint32_t bits) {
 
 }  // namespace
 
-void event_fifos_restore() {
+bool event_fifos_restore() {
+  bool all = true;
   for (event_set_t& set : event_sets) {
     const int32_t task_id = set.task_id.load(std::memory_order_acquire);
-    if (task_id > 0 && set.is_public) restore_fifo(set, task_id);
+    if (task_id > 0 && set.is_public && !restore_fifo(set, task_id)) all = false;
   }
+  return all;
 }
 
 bool event_set_is_public() { return own_set != nullptr && own_set->is_public; }

@@ -5,7 +5,8 @@
 
 /// Makes the FIFOs of this process's tasks again that somebody has removed. Any thread; the tasks
 /// may be asleep in them.
-void event_fifos_restore();
+/// @return whether they are there
+bool event_fifos_restore();
 
 /// Whether the calling task has an event set that other processes can find.
 bool event_set_is_public();

@@ -213,12 +213,13 @@ bool dispatch_once() {
 
 }  // namespace
 
-void hub_restore() {
-  if (access(kMdxHubPath, F_OK) == 0) return;
+bool hub_restore() {
+  if (access(kMdxHubPath, F_OK) == 0) return true;
   const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
-  if (fresh < 0) return;
+  if (fresh < 0) return false;
   close(listener.exchange(fresh));
   MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
+  return true;
 }
 
 size_t hub_receivers(hub_receiver_t* list, size_t room) {

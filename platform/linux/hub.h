@@ -24,4 +24,5 @@ struct hub_receiver_t {
 size_t hub_receivers(hub_receiver_t* list, size_t room);
 
 /// Makes the hub's socket again, should somebody have removed it. For the thread that dispatches.
-void hub_restore();
+/// @return whether it is there
+bool hub_restore();

@@ -21,6 +21,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
 #include "platform/linux/modem_device.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
@@ -30,22 +31,25 @@ namespace {
 constexpr char kSource[] = "modem_channel";
 constexpr uint32_t kSendPatienceMs = 5000;
 constexpr uint32_t kReopenMs = 200;
+constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening takes long
 constexpr uint32_t kOfferAgainMs = 1000;
 constexpr size_t kReadSize = 4096;
 
-/// What the threads share.
-pthread_mutex_t binding_lock = PTHREAD_MUTEX_INITIALIZER;  ///< held for the whole of a send
+/// What the threads share. The lock is held while a binding begins or ends, and for the whole of a
+/// send.
+pthread_mutex_t binding_lock = PTHREAD_MUTEX_INITIALIZER;
 constinit std::atomic<bool> bound{false};
 constinit std::atomic<int32_t> reading_task{0};
 constinit std::atomic<int> wake_fd{-1};  ///< eventfd
 
-/// The reading task's own.
+/// The first four change under the lock; all else is the reading task's own.
 struct channel_t {
   int32_t number;
   mdx_receive_function_t receive;
   char path[sizeof(kMdxChannelPrefix) + 11];
-  bool was_open;   ///< before, since the binding
   int told_error;  ///< why the last attempt to bind failed, to say each reason once
+
+  bool was_open;  ///< before, since the binding
   modem_device_t device;
   uint64_t reopen_at;
 
@@ -122,13 +126,16 @@ void lose_device() {
   MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is gone\n", channel.path);
 }
 
+/// A sick modem may take its time; the task has others to serve.
 /// @return 0, else an errno value
 int open_device() {
-  channel.reopen_at = monotonic_ms() + kReopenMs;
+  const uint64_t begin = monotonic_ms();
   privileges_set_aside();  // what is opened with more could not be opened again
   channel.device = modem_device_open(channel.path);
   const int error = is_open() ? 0 : errno;
   privileges_take_up();
+  const uint64_t end = monotonic_ms();
+  channel.reopen_at = end + kReopenMs + kPauseShare * (end - begin);
   if (error != 0) return error;
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
@@ -143,7 +150,6 @@ int open_device() {
 
 /// The binding has ended: the device is left to others, and what was not handed over is forgotten.
 void give_up() {
-  reading_task = 0;
   if (is_open()) {
     close_device();
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is closed\n", channel.path);
@@ -152,6 +158,7 @@ void give_up() {
   channel.refused = false;
   channel.echoes = channel.cuts = 0;
   assembler = delivery_assembler();
+  reading_task = 0;
 }
 
 /// Milliseconds until there is something to do without anybody saying so, -1 for never.
@@ -178,7 +185,6 @@ pollfd device_source(short events) {
 /// @param asked_at  when it was asked; this thread may have been kept from running since
 void read_device(short revents, uint64_t asked_at) {
   if (channel.refused) {  // then the device was not asked for bytes
-    if ((revents & ~POLLOUT) != 0) lose_device();
     hand_over();
     return;
   }
@@ -188,7 +194,7 @@ void read_device(short revents, uint64_t asked_at) {
     const ssize_t size = modem_device_read(channel.device, bytes, sizeof(bytes));
     if (size < 0 || (size == 0 && (revents & POLLIN) == 0)) {
       lose_device();
-    } else {
+    } else if (size > 0) {
       channel.used = 0;
       channel.size = static_cast<size_t>(size);
       channel.more_waiting = channel.size == sizeof(bytes);
@@ -228,7 +234,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (data == nullptr || length == 0) return -1;
   pthread_mutex_lock(&binding_lock);
   int error = 0;
-  if (!bound || number != channel.number || !modem_channel_is_read_here()) error = ENOTCONN;
+  if (!modem_channel_is_read_here() || !bound || number != channel.number) error = ENOTCONN;
   if (error == 0 && !is_open()) error = ENODEV;
   if (error == 0) {
     assembler.sent(data, length);
@@ -236,6 +242,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   }
   pthread_mutex_unlock(&binding_lock);
   if (error != 0) {
+    modem_channel_sleep(0);  // nobody waits between sends that fail at once: notices what goes on
     counter_add(COUNT_CHANNEL_SENDS_FAILED);
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "channel %d takes no bytes: %s\n", number, strerror(error));
     return -1;
@@ -247,7 +254,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
 
 /// Makes this task the one that reads the modem, if there is none yet.
 /// @return 0 when the device is open, else an errno value
-int bind(int32_t number, mdx_receive_function_t receive) {
+int bind_channel(int32_t number, mdx_receive_function_t receive) {
   if (modem_channel_is_read_here() && !bound) give_up();
   if (reading_task == 0) {
     if (wake_fd < 0) wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
@@ -272,7 +279,8 @@ bool modem_channel_is_read_here() {
 
 int modem_channel_poll(pollfd* own, int wait_ms) {
   if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
-  if (channel.refused && hand_over()) return 0;
+  if (!bound) give_up();
+  if (!bound || (channel.refused && hand_over())) return 0;
   pollfd sources[] = {*own, {wake_fd, POLLIN, 0}, device_source(0)};
   const uint64_t now = monotonic_ms();
   if (poll(sources, 3, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
@@ -290,6 +298,16 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
   return 0;
 }
 
+void modem_channel_sleep(uint32_t milliseconds) {
+  const uint64_t end = monotonic_ms() + milliseconds;
+  pollfd nothing = {-1, 0, 0};
+  int64_t left = milliseconds;
+  do {
+    if (modem_channel_poll(&nothing, static_cast<int>(left)) < 0 && errno != EINTR) return;
+    left = static_cast<int64_t>(end - monotonic_ms());
+  } while (left > 0);
+}
+
 void modem_channel_wake() {
   const uint64_t one = 1;
   if (wake_fd < 0) return;
@@ -302,15 +320,15 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
     MDX_TRACE(kSource, MDX_TRACE_ERROR, "no channel %d without callback and slot\n", number);
     return -1;
   }
-  const int error = bind(number, receive);
-  if (error != 0) {
-    if (error != channel.told_error) {
-      MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s%d is not there yet: %s\n", kMdxChannelPrefix,
-                number, strerror(error));
-    }
-    channel.told_error = error;
-    return -1;
+  pthread_mutex_lock(&binding_lock);
+  const int error = bind_channel(number, receive);
+  if (error != 0 && error != channel.told_error) {
+    MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s%d is not there yet: %s\n", kMdxChannelPrefix, number,
+              strerror(error));
   }
+  channel.told_error = error;
+  pthread_mutex_unlock(&binding_lock);
+  if (error != 0) return -1;
   *send = send_to_channel;
   return 0;
 }

@@ -4,18 +4,22 @@
 // events or for modem data. So what the modem says changes no thread on its way.
 #pragma once
 
+#include <cstdint>
+
 struct pollfd;
 
 /// Whether the calling task is the one that bound the channel.
 bool modem_channel_is_read_here();
 
 /// Waits for a descriptor like poll, and reads the modem meanwhile, if this task bound its channel.
-/// Then it also returns, with any value but -1, when a delivery has been handed over, when the
-/// binding has ended, or for no reason.
+/// It may return early, as when a delivery has been handed over: look again, and come back.
 /// @param own      what the caller waits for; its descriptor may be -1
 /// @param wait_ms  -1: no time-out
 /// @return -1 with errno when it cannot wait
 int modem_channel_poll(pollfd* own, int wait_ms);
+
+/// MDX_sleep, but that the modem is read meanwhile, if this task bound its channel.
+void modem_channel_sleep(uint32_t milliseconds);
 
 /// Ends the wait that the reading task may be in. Any thread.
 void modem_channel_wake();

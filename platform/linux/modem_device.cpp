@@ -13,7 +13,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
 namespace {
 
@@ -65,12 +64,6 @@ ssize_t write_some(const modem_device_t& device, const char* data, size_t size) 
 
 }  // namespace
 
-uint64_t monotonic_ms() {
-  timespec time{};
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return static_cast<uint64_t>(time.tv_sec) * 1000 + static_cast<uint64_t>(time.tv_nsec) / 1000000;
-}
-
 modem_device_t modem_device_open(const char* path) {
   struct stat status {};
   if (stat(path, &status) != 0) return {};
@@ -81,8 +74,12 @@ modem_device_t modem_device_open(const char* path) {
 }
 
 void modem_device_close(const modem_device_t& device) {
-  // A pseudo terminal would stay exclusive for as long as its other side is open.
-  if (!device.is_socket) ioctl(device.fd, TIOCNXCL);
+  if (!device.is_socket) {
+    // A pseudo terminal would stay exclusive for as long as its other side is open, and a serial
+    // line would keep us until its modem has taken everything.
+    ioctl(device.fd, TIOCNXCL);
+    tcflush(device.fd, TCOFLUSH);
+  }
   close(device.fd);
 }
 

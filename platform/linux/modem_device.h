@@ -18,7 +18,7 @@ struct modem_device_t {
 ///         is neither terminal nor socket
 modem_device_t modem_device_open(const char* path);
 
-/// Closes the device and lets others have it.
+/// Closes the device and lets others have it. What it has not taken yet is discarded.
 void modem_device_close(const modem_device_t& device);
 
 /// Reads what is there.
@@ -31,6 +31,3 @@ ssize_t modem_device_write(const modem_device_t& device, const char* data, size_
 
 /// Discards what was written and has not left yet, if the device can do that.
 void modem_device_discard_output(const modem_device_t& device);
-
-/// Milliseconds since some time in the past; never goes back.
-uint64_t monotonic_ms();

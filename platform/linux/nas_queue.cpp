@@ -62,6 +62,11 @@ bool is_queue(int32_t id) { return id == kNasQueueNumber && queue.slots != nullp
 bool has_room() { return queue.count < queue.depth; }
 bool has_element() { return queue.count > 0; }
 
+void tell_change() {
+  pthread_cond_broadcast(&queue.changed);
+  if (!modem_channel_is_read_here()) modem_channel_wake();
+}
+
 timespec deadline_in(int32_t milliseconds) {
   timespec deadline{};
   clock_gettime(CLOCK_MONOTONIC, &deadline);
@@ -148,7 +153,7 @@ void MDX_msgQ_delete(int32_t id) {
   free(queue.slots);
   queue.slots = nullptr;
   ++queue.generation;
-  pthread_cond_broadcast(&queue.changed);
+  tell_change();
 }
 
 int32_t MDX_msgQ_num(int32_t id) {
@@ -171,8 +176,7 @@ int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
   if (size != 0) memcpy(slot + sizeof(size), data, size);
   ++queue.count;
   lock.release();
-  pthread_cond_broadcast(&queue.changed);
-  if (!modem_channel_is_read_here()) modem_channel_wake();
+  tell_change();
   return 1;
 }
 
@@ -190,6 +194,6 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) 
   --queue.count;
   queue.head = queue.count == 0 ? 0 : (queue.head + 1) % queue.depth;  // the same memory again
   lock.release();
-  pthread_cond_broadcast(&queue.changed);
+  tell_change();
   return static_cast<int32_t>(length);
 }

@@ -60,23 +60,7 @@ void give_back_free_heap() {
 #endif
 }
 
-}  // namespace
-
-void privileges_forbid_gain() { prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); }
-
-void privileges_enter_thread() {
-  if (capability_held.load()) set_capabilities(0, 0);
-}
-
-void privileges_set_aside() {
-  if (capability_held.load()) set_capabilities(kReadyFlagCapability, 0);
-}
-
-void privileges_take_up() {
-  if (capability_held.load()) set_capabilities(kReadyFlagCapability, kReadyFlagCapability);
-}
-
-void KRP_UTIL_DropAndroidRootPrivileges() {
+void drop_root() {
   const mdx_identity_t& identity = mdx_identity();
   if (geteuid() != 0) {
     MDX_TRACE("platform", MDX_TRACE_MISSING, "not started as root: stays user %u\n",
@@ -100,6 +84,27 @@ void KRP_UTIL_DropAndroidRootPrivileges() {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "capabilities are refused: %s\n", strerror(errno));
 }
 
+}  // namespace
+
+void privileges_forbid_gain() { prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); }
+
+void privileges_enter_thread() {
+  if (capability_held.load()) set_capabilities(0, 0);
+}
+
+void privileges_set_aside() {
+  if (capability_held.load()) set_capabilities(kReadyFlagCapability, 0);
+}
+
+void privileges_take_up() {
+  if (capability_held.load()) set_capabilities(kReadyFlagCapability, kReadyFlagCapability);
+}
+
+void KRP_UTIL_DropAndroidRootPrivileges() {
+  drop_root();
+  give_back_free_heap();
+}
+
 void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
   if (path == nullptr || mode == nullptr) return;
   char* end = nullptr;
@@ -110,5 +115,4 @@ void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
     MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path, strerror(errno));
   }
   if (capability_held.exchange(false)) set_capabilities(0, 0);
-  give_back_free_heap();
 }

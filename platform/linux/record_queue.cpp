@@ -5,7 +5,6 @@
 // out, leaves out what nobody will read, and puts back the rest, waking those clients again: one
 // that looked in between found nothing.
 
-#include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -14,7 +13,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 
 #include "platform/linux/border.h"
@@ -23,6 +21,7 @@
 #include "platform/linux/events.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
@@ -55,6 +54,7 @@ struct border_queue_t {
   int32_t id = -1;
   int32_t kernel_id = -1;
   int32_t bytes = 0;
+  int complaint = 0;  ///< why it could not be made again, said once
 };
 
 constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
@@ -66,12 +66,6 @@ constinit answer_t answers[kMaxDepth] = {};
 // Of the request that the calling thread has in hand, for what it takes.
 constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
 constinit thread_local uint64_t sends_before_request = 0;
-
-uint64_t monotonic_us() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000u + static_cast<uint64_t>(now.tv_nsec) / 1000u;
-}
 
 void note_request() {
   counter_add(COUNT_REQUESTS);
@@ -111,15 +105,16 @@ bool set_up_queue(int32_t id, int32_t bytes) {
 }
 
 /// Tells clients whom to wake: the link appears whole or not at all.
-void link_server() {
+bool link_server() {
   char target[kEventPathSize];
   char fresh[sizeof(kMdxServerLink) + sizeof(".new")];
   event_fifo_path(serving_task, target);
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
   if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
-    return;
+    return true;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "clients cannot find the server: %s\n", strerror(errno));
+  return false;
 }
 
 int32_t kernel_id_of(int32_t id) {
@@ -155,10 +150,15 @@ bool restore_queue(int32_t id, int error) {
     fresh = make_queue(number, queue.bytes);
   }
   if (fresh < 0) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
-              number, strerror(errno));
+    const int why = errno;
+    if (why != queue.complaint)
+      MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
+                number, strerror(why));
+    queue.complaint = why;
+    errno = error;
     return false;
   }
+  queue.complaint = 0;
   queue.kernel_id = fresh;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
             number);
@@ -289,8 +289,7 @@ bool put_answer(int32_t id, const record_message_t& message) {
     const bool receiver_reads = make_room(id, message.type);
     if (put_message(id, message)) return true;
     if (!receiver_reads || MDX_elapse() - begin > kUnreadLimitMs + kLongestNapMs) return false;
-    pollfd nothing = {-1, 0, 0};
-    modem_channel_poll(&nothing, static_cast<int>(nap_ms));
+    modem_channel_sleep(nap_ms);
   }
 }
 
@@ -341,8 +340,8 @@ int32_t record_queue_depth(int32_t number) {
   return static_cast<int32_t>(status.msg_qnum);
 }
 
-void server_link_restore() {
-  if (serving_task != 0 && access(kMdxServerLink, F_OK) != 0) link_server();
+bool server_link_restore() {
+  return serving_task == 0 || access(kMdxServerLink, F_OK) == 0 || link_server();
 }
 
 int32_t MDX_msgQex_num(int32_t id) {

@@ -11,4 +11,5 @@ int32_t record_queue_depth(int32_t number);
 
 /// Makes the link to the task that serves queue 2 again, should somebody have removed it. Any
 /// thread.
-void server_link_restore();
+/// @return whether it is there
+bool server_link_restore();
