@@ -4,6 +4,7 @@ Each test runs in a box of its own (see CMakeLists.txt), so paths and queue keys
 nothing needs to be put back. MDX_E2E_SHORT in the environment makes the long tests short.
 """
 
+import contextlib
 import ctypes
 import fcntl
 import json
@@ -33,6 +34,20 @@ OK, REFUSED_BY_MODEM, USAGE, NO_ANSWER, NO_SERVER, REFUSED_BY_SERVER = range(6)
 
 def scaled(full, short):
     return short if SHORT else full
+
+
+@contextlib.contextmanager
+def over_and_over(act):
+    """Another process does it without pause meanwhile."""
+    child = os.fork()
+    if child == 0:
+        while True:
+            act()
+    try:
+        yield
+    finally:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
 
 
 def wait_until(condition, seconds, what):

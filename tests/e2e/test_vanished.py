@@ -1,12 +1,14 @@
 """What clients and server meet by is removed, stolen or filled with rubbish, and comes back."""
 
+import contextlib
 import os
 import pathlib
 import shutil
 import subprocess
+import time
 import unittest
 
-from device import SERVER_LINK, DeviceTest, SystemLog, record, wait_until
+from device import SERVER_LINK, DeviceTest, SystemLog, over_and_over, record, wait_until
 
 DIRECTORY = SERVER_LINK.parent
 ME = 77
@@ -27,6 +29,23 @@ class Vanished(DeviceTest):
         wait_until(lambda: self.ctl("at", "--timeout", "1", "AT+CSQ")[0] == 0, WITHIN_S, "served")
 
     def test_whatever_is_removed_comes_back(self):
+        """Also while others come and go in the directory."""
+        with over_and_over(self.come_and_go):
+            self.remove_one_after_the_other()
+        shutil.rmtree(DIRECTORY)
+        self.assert_next_client_is_served()
+        self.assertEqual(oct(DIRECTORY.stat().st_mode & 0o7777), oct(0o3770))
+        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=10)
+        self.assertEqual(second.returncode, 1, "the directory is locked again")
+
+    @staticmethod
+    def come_and_go():
+        with contextlib.suppress(OSError):
+            (DIRECTORY / "event.4000001").touch()
+            (DIRECTORY / "event.4000001").unlink()
+        time.sleep(0.05)
+
+    def remove_one_after_the_other(self):
         fifo = pathlib.Path(os.readlink(SERVER_LINK))
         for name, remove, trace in (
                 ("answers", lambda: self.remove_queue(1), "queue 1 was removed"),
@@ -35,7 +54,7 @@ class Vanished(DeviceTest):
                 ("FIFO", fifo.unlink, "event.* was removed"),
                 ("hub", (DIRECTORY / "hub").unlink, "hub was removed"),
                 ("console", (DIRECTORY / "console").unlink, "console was removed"),
-                ("directory", lambda: shutil.rmtree(DIRECTORY), "mdxgate was removed"),
+                ("directory", lambda: DIRECTORY.rename("/run/gone"), "mdxgate was removed"),
         ):
             with self.subTest(name):
                 remove()
@@ -45,9 +64,6 @@ class Vanished(DeviceTest):
                            "the console is back")
                 if trace:
                     wait_until(lambda: self.log.has(trace), 1, trace)
-        self.assertEqual(oct(DIRECTORY.stat().st_mode & 0o7777), oct(0o3770))
-        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=10)
-        self.assertEqual(second.returncode, 1, "the directory is locked again")
 
     def test_queue_put_in_the_place_of_a_removed_one(self):
         self.remove_queue(2)
@@ -61,17 +77,10 @@ class Vanished(DeviceTest):
         self.assert_serves(WITHIN_S)
 
     def test_rubbish_without_pause_in_the_event_fifo(self):
-        writer = os.fork()
-        if writer == 0:
-            fifo = os.open(SERVER_LINK, os.O_WRONLY)
-            while True:
-                os.write(fifo, os.urandom(65535))
-        try:
+        fifo = os.open(SERVER_LINK, os.O_WRONLY)
+        with over_and_over(lambda: os.write(fifo, os.urandom(65535))):
             for _ in range(3):
                 self.assert_serves(WITHIN_S)
-        finally:
-            os.kill(writer, 9)
-            os.waitpid(writer, 0)
 
 
 if __name__ == "__main__":
