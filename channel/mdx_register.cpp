@@ -72,8 +72,8 @@ int32_t mdx_nas_data_enqueue(const char* data, uint32_t length) {
 int32_t mdx_instant_update(const char* line) {
   if (line == nullptr) return -1;
   for (const literal_notify_entry& row : literal_notify_table) {
-    if (row.literal == nullptr) break;
-    if (std::strstr(line, row.literal) == nullptr) continue;
+    if (row.text == nullptr) break;
+    if (std::strstr(line, row.text) == nullptr) continue;
     if (row.handler != nullptr) row.handler(row.id);
     return 0;
   }

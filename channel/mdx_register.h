@@ -20,7 +20,7 @@ static_assert(sizeof(nas_element_t) == 1502 && offsetof(nas_element_t, length) =
 
 struct literal_notify_entry {
   int32_t id;
-  const char* literal;  ///< null in the last row
+  const char* text;  ///< null in the last row
   void (*handler)(int32_t id);
 };
 

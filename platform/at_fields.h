@@ -31,8 +31,7 @@ struct at_field_t {
 /// @param kind    what `text` is: 3 a report line, 0 collected response text
 ///                Both only describe the caller: no field depends on them.
 /// @return 0 on success; -1 when a pointer is null, no such prefix is known, `text` does not hold
-/// it
-///         or memory is short: `*chain` is untouched and nothing is to be released then
+///         it, or memory is short: `*chain` is untouched and nothing is to be released then
 int at_cmd_parse(at_field_t** chain, const char* prefix, const char* text, int group, int kind);
 
 /// Releases a chain that at_cmd_parse made. Null is allowed.

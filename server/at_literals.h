@@ -19,8 +19,16 @@
 #include <string_view>
 #include <utility>
 
-/// The literals of some tables, arranged for the search. Each row of a table has a `literal` of at
-/// least four bytes, the last row's is null.
+/// What a table's row is found by: its `literal`, or its `text`. Null in the last row.
+constexpr const char* at_row_text(const auto& row) {
+  if constexpr (requires { row.text; }) {
+    return row.text;
+  } else {
+    return row.literal;
+  }
+}
+
+/// The literals of some tables, arranged for the search; each has at least four bytes.
 template <const auto&... tables>
 class at_literals {
  public:
@@ -48,9 +56,9 @@ class at_literals {
 
   /// A row whose literal holds an earlier row's can never be the lowest.
   static constexpr bool is_hidden(const auto& rows, size_t row) {
-    const std::string_view literal = rows[row].literal;
+    const std::string_view literal = at_row_text(rows[row]);
     return std::any_of(rows, rows + row, [literal](const auto& earlier) {
-      return literal.find(earlier.literal) != literal.npos;
+      return literal.find(at_row_text(earlier)) != literal.npos;
     });
   }
 
@@ -93,9 +101,9 @@ class at_literals {
   static constexpr size_t place_index(char rare) { return static_cast<uint8_t>(rare) % 32; }
 
   static constexpr void add_table(plan_t* plan, uint8_t table, const auto& rows) {
-    for (uint8_t row = 0; rows[row].literal != nullptr; ++row) {
+    for (uint8_t row = 0; at_row_text(rows[row]) != nullptr; ++row) {
       if (is_hidden(rows, row)) continue;
-      const std::string_view literal = rows[row].literal;
+      const std::string_view literal = at_row_text(rows[row]);
       plan->entries[plan->count++] = {static_cast<uint8_t>(literal.size()), table, row};
     }
   }
@@ -103,7 +111,7 @@ class at_literals {
   static constexpr std::string_view literal_of(const entry_t& entry) {
     const char* literal = nullptr;
     uint8_t table = 0;
-    ((literal = table++ == entry.table ? tables[entry.row].literal : literal), ...);
+    ((literal = table++ == entry.table ? at_row_text(tables[entry.row]) : literal), ...);
     return {literal, entry.length};
   }
 
@@ -131,12 +139,13 @@ class at_literals {
   static constexpr plan_t kPlan = arrange();
 
   static constexpr bool every_literal_has_its_rare_byte_in_place() {
-    return std::all_of(
-        kPlan.entries.begin(), kPlan.entries.begin() + kPlan.count, [](const entry_t& entry) {
-          const std::string_view literal = literal_of(entry);
-          const size_t rare = literal.find_first_of(kRareBytes);
-          return rare != literal.npos && kPlan.place[place_index(literal[rare])] == rare;
-        });
+    return std::all_of(kPlan.entries.begin(), kPlan.entries.begin() + kPlan.count,
+                       [](const entry_t& entry) {
+                         const std::string_view literal = literal_of(entry);
+                         const size_t rare = literal.find_first_of(kRareBytes);
+                         return literal.size() >= kHead && rare != literal.npos &&
+                                kPlan.place[place_index(literal[rare])] == rare;
+                       });
   }
 
   template <size_t... rare>

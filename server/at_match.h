@@ -28,9 +28,9 @@ extern const at_report_row_t* const at_report_table;
 
 /// What a line holds of the tables' literals: the lowest row of each table, -1 for none.
 struct at_findings_t {
-  int32_t sms_header;    ///< of at_sms_headers
-  int32_t notification;  ///< of literal_notify_table
-  int32_t report;        ///< of at_report_table
+  int32_t sms_header = -1;    ///< of at_sms_headers
+  int32_t notification = -1;  ///< of literal_notify_table
+  int32_t report = -1;        ///< of at_report_table
 };
 
 /// Looks a line through, once for all these tables. Bytes behind a NUL do not count.

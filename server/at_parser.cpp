@@ -229,6 +229,7 @@ int32_t parse_exc_result(at_msg_t* msg) {
   while (pass == pass_t::kGoesOn) {
     clear_line();
     line.pos = 0;
+    line.found = {};
     if (line.hcmgr_pending == 1) {
       parse_hcmgr_line(mdx_state.nas_response + mdx_state.nas_response_legth, &line.hcmgr_pending);
       continue;

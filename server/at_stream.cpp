@@ -84,6 +84,7 @@ int32_t at_sm_getchar(char* ch) {
 int32_t at_sm_get_line(char* text) {
   at_stream_t& stream = mdx_state.stream;
   const auto unread = static_cast<size_t>(stream.p_end - stream.p_cur);
+  if (unread == 0) return -1;
   const auto* cr = static_cast<const char*>(std::memchr(stream.p_cur, '\r', unread));
   if (cr == nullptr || cr + 1 == stream.p_end || cr[1] != '\n') return -1;
   const auto size = static_cast<size_t>(cr - stream.p_cur);

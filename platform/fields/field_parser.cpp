@@ -93,6 +93,8 @@ static_assert(every_special_form_has_a_row_behind_it());
 constexpr bool every_row_has_room_for_its_names() {
   return std::all_of(std::begin(field_table), std::end(field_table), [](const field_row_t& row) {
     const std::string_view names = row.names;
+    if (names.starts_with(' ') || names.ends_with(' ')) return false;
+    if (names.find("  ") != names.npos) return false;
     return std::count(names.begin(), names.end(), ' ') < static_cast<ptrdiff_t>(kMostNames);
   });
 }

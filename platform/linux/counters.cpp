@@ -55,6 +55,7 @@ constexpr auto names_by_counter = [] {
   for (const counter_row_t& row : counter_table) names[row.counter] = row.name;
   return names;
 }();
+static_assert(std::size(counter_table) == COUNT_COUNTERS);
 static_assert(std::find(names_by_counter.begin(), names_by_counter.end(), nullptr) ==
               names_by_counter.end());
 

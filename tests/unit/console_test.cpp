@@ -24,7 +24,7 @@ TEST(Console, ShowsTheStateByItsName) {
       {4, ""}, {-1, ""}};
   // clang-format on
   for (const auto& [state, name] : cases) {
-    mdx_state = mdx_state_t{};
+    fake::forget_server();
     mdx_state.at_state = state;
     EXPECT_EQ(fake::console("display", "state"), state_text(name)) << state;
   }
@@ -33,7 +33,7 @@ TEST(Console, ShowsTheStateByItsName) {
 }
 
 TEST(Console, ShowsWhatPassedUnmasked) {
-  mdx_state = mdx_state_t{};
+  fake::forget_server();
   at_msg_t msg = record({.text = "AT+CPIN=1234"});
   mdx_state.last_client_msg.store(msg);
   for (const std::string& line : {"+CME ERROR: 16"s, "OK"s, std::string(1500, 'x')}) {
@@ -52,7 +52,7 @@ constexpr int kReads = 50'000;
 TEST(Console, ShowsWholeTextsWhileTheyChange) {
   // As many records as displays, each at a moment of its own: the writer starts when a display
   // does.
-  mdx_state = mdx_state_t{};
+  fake::forget_server();
   std::atomic<int> displays = 0;
   std::thread server([&] {
     for (int turn = 0; turn < kReads; ++turn) {

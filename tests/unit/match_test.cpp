@@ -1,4 +1,5 @@
 // Which line is a result, which a report, and for whom an unknown plus or caret line is text.
+#include "server/at_literals.h"
 #include "server/at_match.h"
 
 #include <random>
@@ -92,7 +93,7 @@ TEST_F(Match, AnUnknownPlusOrCaretLineBelongsToTheCommandThatNamesIt) {
 
 std::vector<std::string> literals_of(const auto* row) {
   std::vector<std::string> literals;
-  for (; row->literal != nullptr; ++row) literals.push_back(row->literal);
+  for (; at_row_text(*row) != nullptr; ++row) literals.push_back(at_row_text(*row));
   return literals;
 }
 

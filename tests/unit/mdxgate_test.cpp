@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <array>
+
 #include "tests/unit/server_test.h"
 
 int mdxgate_main();
@@ -85,6 +87,14 @@ TEST_F(Mdxgate, OnlyWithoutNotificationsDoesTheProcessEnd) {
     EXPECT_EQ(fake::packets().size(), c.result == 0 ? 1u : 0u) << c.line << ": news to cms";
     EXPECT_EQ(fake::file_exists("/var/mdx_ready.flg"), c.result == 0) << c.line;
   }
+}
+
+TEST_F(Mdxgate, WhatCouldNotBeMadeHasNoId) {
+  fake::forget_server();
+  fake::fail.queue_create = 2;
+  run();
+  EXPECT_THAT((std::array{mdx_state.req_queue_id, mdx_state.rsp_queue_id, mdx_state.nas_queue_id}),
+              testing::Each(-1));
 }
 
 TEST_F(Mdxgate, AReadyFlagThatCannotBeMadeGetsItsRightsAllTheSame) {

@@ -50,6 +50,7 @@ TEST_F(Parser, TheClientFinds) {
     {"behind a body",  {.text = "AT^HCMGR=1"}, {raw + "more\r\nOK\r\n"},       raw + "more",    25, 2},
     {"raw header",     {.req_type = transparent}, {"^HCMGR:1\r\nhi\x1a\r\nOK\r\n"}, "^HCMGR:1\r\nhi\x1a\r\nOK\r\n", 19, 2},
     {"broadcast",      {},                  {"+CBM: 2\r\n0123\r\nx\r\nOK\r\n"}, "x",            1, 2},
+    {"broadcast, upd.", {},                 {"+CBM: 2\r\n^CPINNTY:READY\r\n"},       "",              0, -1},
     {"broadcast, cut", {},                  {"+CBM: 2\r\n", "0123\r\nOK\r\n"}, "0123",            4, 2},
     {"body cut off",   {.text = "AT^HCMGR=1"}, {"^HCMGR:1\r\n", "hi\x1a\r\nOK\r\n"}, "^HCMGR:1\r\nhi\x1a", 13, 2},
     {"body fits",      {.text = "AT^HCMGR=1"}, {x(1286) + "\r\n", body + "OK\r\n"}, x(1286) + body, 1499, 2},
