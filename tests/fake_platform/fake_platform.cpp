@@ -81,6 +81,10 @@ std::string bytes(const void* data, size_t length) {
 void offer_deliveries() {
   while (the_world.receive != nullptr && !the_world.undelivered.empty()) {
     const std::string next = the_world.undelivered.front();
+    if (fail.deliveries > 0) {
+      --fail.deliveries;
+      fail.allocations = 1;
+    }
     if (the_world.receive(0, next.data(), static_cast<uint32_t>(next.size())) != 0) return;
     the_world.undelivered.pop_front();
   }

@@ -259,7 +259,7 @@ void world::say(uint32_t when, std::string talk) {
 
 void world::deliver(uint32_t when, const std::string& bytes) {
   fake::at(when, [this, delivery = bytes.substr(0, kDeliveryMax)] {
-    if (chance(200)) fake::fail.allocations = 1;
+    if (chance(200)) fake::fail.deliveries = 1;
     witness_.said(delivery);
     fake::deliver({{0, delivery}});
   });
