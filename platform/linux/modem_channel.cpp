@@ -65,6 +65,10 @@ constinit channel_t channel{};
 constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
 
+void tell(uint32_t level, const char* news) {
+  MDX_TRACE(kSource, level, "%s is %s\n", channel.path, news);
+}
+
 bool is_open() { return channel.device.fd >= 0; }
 
 void count_changes() {
@@ -123,7 +127,7 @@ void close_device() {
 void lose_device() {
   close_device();
   channel.reopen_at = monotonic_ms() + kReopenMs;
-  MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is gone\n", channel.path);
+  tell(MDX_TRACE_MISSING, "gone");
 }
 
 /// A sick modem may take its time; the task has others to serve.
@@ -139,10 +143,10 @@ int open_device() {
   if (error != 0) return error;
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
-    MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s is back\n", channel.path);
+    tell(MDX_TRACE_MISSING, "back");
   } else {
     counter_add(COUNT_CHANNEL_OPENED);
-    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is open\n", channel.path);
+    tell(MDX_TRACE_FLOW, "open");
   }
   channel.was_open = true;
   return 0;
@@ -152,7 +156,7 @@ int open_device() {
 void give_up() {
   if (is_open()) {
     close_device();
-    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is closed\n", channel.path);
+    tell(MDX_TRACE_FLOW, "closed");
   }
   channel.size = channel.used = 0;
   channel.refused = false;
@@ -336,7 +340,7 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
 void Q7_App_Ungister() {
   pthread_mutex_lock(&binding_lock);
   if (bound.exchange(false)) {
-    MDX_TRACE(kSource, MDX_TRACE_FLOW, "%s is given up\n", channel.path);
+    tell(MDX_TRACE_FLOW, "given up");
     if (modem_channel_is_read_here())
       give_up();
     else
