@@ -22,8 +22,8 @@ static_assert(offsetof(dialup_conn_msg, cid) == 0 && offsetof(dialup_conn_msg, e
 
 /// DIALUP_MSG_NET_CHANGE from ^SRVST and ^MODE; from +CREG and +CGREG it comes without data.
 struct dialup_net_change_msg {
-  int32_t
-      status;  ///< `srv_status` of ^SRVST or `sys_mode` of ^MODE: the message does not tell which
+  /// `srv_status` of ^SRVST or `sys_mode` of ^MODE: the message does not tell which.
+  int32_t status;
 };
 static_assert(sizeof(dialup_net_change_msg) == 4);
 
@@ -46,8 +46,8 @@ static_assert(offsetof(at_dsflow_cms_info, curr_rx_flow) == 16);
 
 /// EVT_AT_HCSQ. What the values measure depends on `sysmode`.
 struct at_hcsq_info {
-  int32_t
-      sysmode;  ///< 0 GSM, 1 WCDMA, 2 LTE, 3 CDMA, 4 EVDO, 5 TD-SCDMA, 6 CDMA-EVDO, -1 no service
+  /// 0 GSM, 1 WCDMA, 2 LTE, 3 CDMA, 4 EVDO, 5 TD-SCDMA, 6 CDMA-EVDO, -1 no service.
+  int32_t sysmode;
   int32_t value1;
   int32_t value2;
   int32_t value3;
