@@ -16,8 +16,7 @@ struct collection_t {
 
 /// The way that gives a person every line of the answer, each by itself.
 /// @param timeout_given  the user's time-out binds the server too, which gives a transparent
-/// network
-///                       search one of its own
+///                       network search one of its own
 /// @return nothing for a command that waits for a PDU, which no way of collecting gives it
 std::optional<collection_t> collection_for(std::string_view command, bool timeout_given);
 
