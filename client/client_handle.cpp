@@ -13,7 +13,7 @@
 
 #include "client/wait_clock.h"
 #include "client/watch.h"
-#include "platform/linux/event_fifo.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include "client/client_handle.h"
 #include "client/wait_clock.h"
 #include "client/watch.h"
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 
 #include "client/mdxclient.h"
 #include "client/wait_clock.h"
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

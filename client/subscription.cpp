@@ -17,7 +17,7 @@
 
 #include "client/mdxclient.h"
 #include "client/wait_clock.h"
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 struct mdx_subscription {
   int fd;

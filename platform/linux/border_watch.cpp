@@ -10,13 +10,13 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/linux/border.h"
 #include "platform/linux/claim.h"
 #include "platform/linux/console.h"
 #include "platform/linux/events.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 
 namespace {
 

@@ -18,11 +18,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

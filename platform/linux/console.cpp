@@ -19,7 +19,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "platform/linux/border.h"
 #include "platform/linux/claim.h"
 #include "platform/linux/console.h"
 #include "platform/linux/counters.h"
@@ -29,6 +28,7 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 
 namespace {
 

@@ -21,9 +21,9 @@
 #include <iterator>
 
 #include "platform/linux/counters.h"
-#include "platform/linux/event_fifo.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

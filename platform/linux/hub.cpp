@@ -19,11 +19,11 @@
 #include <cstring>
 #include <iterator>
 
-#include "platform/linux/border.h"
 #include "platform/linux/border_watch.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/local_socket.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 
 namespace {
 

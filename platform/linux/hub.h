@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 constexpr size_t kMaxReceivers = 128;
 

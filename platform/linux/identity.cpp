@@ -10,7 +10,7 @@
 
 #include <cstdlib>
 
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 namespace {
 

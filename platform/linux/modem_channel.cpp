@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
 #include "platform/linux/modem_device.h"
@@ -25,6 +24,7 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 
 namespace {
 

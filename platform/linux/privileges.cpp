@@ -21,9 +21,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/linux/border.h"
 #include "platform/linux/identity.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 
 namespace {
 

@@ -15,9 +15,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
-#include "platform/linux/event_fifo.h"
 #include "platform/linux/events.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
@@ -25,6 +23,8 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

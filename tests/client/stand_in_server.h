@@ -13,9 +13,9 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
 #include "server/at_msg.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 class StandInServer {
  public:

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "client/mdxclient.h"
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
 #include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
 #include "tests/platform/other_process.h"
+#include "wire/border.h"
 
 namespace {
 

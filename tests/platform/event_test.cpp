@@ -8,10 +8,10 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/border.h"
-#include "platform/linux/event_fifo.h"
 #include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

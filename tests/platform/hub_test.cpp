@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
 #include "tests/platform/other_process.h"
+#include "wire/border.h"
 
 namespace {
 

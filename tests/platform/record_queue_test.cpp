@@ -10,11 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
-#include "platform/linux/event_fifo.h"
 #include "tests/platform/other_process.h"
 #include "tests/platform/shifted_clock.h"
+#include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 

@@ -18,10 +18,10 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/border.h"
 #include "platform/linux/counters.h"
 #include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
+#include "wire/border.h"
 
 namespace {
 

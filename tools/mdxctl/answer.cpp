@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "platform/linux/border.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "wire/border.h"
 
 using nlohmann::ordered_json;
 

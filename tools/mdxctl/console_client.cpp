@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "client/mdxclient.h"
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 std::optional<queue_depth_t> queue_depth(int32_t number) {
   msqid_ds status{};

@@ -8,7 +8,6 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "platform/linux/border.h"
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
@@ -16,6 +15,7 @@
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/platform_stats.h"
 #include "tools/mdxctl/server_queues.h"
+#include "wire/border.h"
 
 using nlohmann::ordered_json;
 

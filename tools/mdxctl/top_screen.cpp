@@ -15,10 +15,10 @@
 #include <cstring>
 #include <string>
 
-#include "platform/linux/border.h"
 #include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/server_queues.h"
 #include "tools/mdxctl/time_text.h"
+#include "wire/border.h"
 
 #undef columns  // a macro of term.h
 

@@ -1,6 +1,6 @@
 // The four-byte writes of event sets, and the checks that keep them from going anywhere else.
 
-#include "platform/linux/event_fifo.h"
+#include "wire/event_fifo.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "platform/linux/border.h"
+#include "wire/border.h"
 
 namespace {
 
