@@ -5,7 +5,7 @@
 // headers.
 #pragma once
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 struct plain_sorter_t {
   char stream[1532];

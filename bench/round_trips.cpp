@@ -9,7 +9,7 @@
 
 #include "bench/roads.h"
 #include "client/mdxclient.h"
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "client/mdxclient.h"
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// A request that can be served, and how long its answer is waited for.
 struct request_t {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 struct server_link_t {
   /// Write end of the server's event FIFO; polls POLLERR once the server is dead.

@@ -9,7 +9,7 @@
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
 #include "reports/report_records.h"
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 namespace {
 

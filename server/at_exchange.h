@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// Runs one command against the modem. Blocks, at most `timeout` seconds, and before that for as
 /// long as the platform needs to send.

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 struct at_sms_header_t {
   const char* literal;  ///< null in the last row

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 struct at_result_row_t {
   int32_t code;         ///< becomes `ret_val`

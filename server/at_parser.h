@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// Works through the delivery in the receive stream, to its end.
 ///

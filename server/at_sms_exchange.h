@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// @return 0 when the text holds one of the commands that send or store a message, anywhere, in
 ///         upper case; -1 when it does not or is null. Mind the sense.

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
 #include "server/mdx_state.h"
+#include "wire/at_msg.h"
 
 /// Takes the next delivery off the NAS queue into the receive stream.
 ///

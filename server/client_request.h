@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// Serves one request, whatever its outcome.
 /// @param retcode  never null

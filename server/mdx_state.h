@@ -9,8 +9,8 @@
 #include <cstdint>
 
 #include "platform/mdx_platform.h"
-#include "server/at_msg.h"
 #include "server/mdx_snapshot.h"
+#include "wire/at_msg.h"
 
 enum at_state_t : int32_t {
   AT_INIT_S = 0,            ///< waits for the modem channel, sets the modem up

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 /// Switches on error numbers in the modem's answers. As all here: blocks up to 3 seconds.
 /// @param retcode  never null

@@ -9,7 +9,7 @@
 #include "channel/mdx_register.h"
 #include "platform/bounded.h"
 #include "platform/mdx_platform.h"
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "platform/mdx_platform.h"
-#include "server/at_msg.h"
+#include "wire/at_msg.h"
 
 namespace fake {
 

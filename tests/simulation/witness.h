@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "server/at_msg.h"
 #include "tests/fake_platform/fake_platform.h"
 #include "tests/simulation/line_rules.h"
+#include "wire/at_msg.h"
 
 namespace simulation {
 

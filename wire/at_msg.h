@@ -6,8 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
-
-#include "platform/bounded.h"
+#include <cstring>
 
 /// Size of a response text and of the response collector, and the most that a line can have.
 constexpr int32_t MAX_ATCMD_REPORT_SIZE = 1500;
@@ -91,5 +90,5 @@ inline const char* at_answer_area(const at_msg_t* msg) { return msg->at_match_st
 
 /// Clears the answer area: no pattern, no text, `ret_val` 0.
 inline void clear_answer_area(at_msg_t* msg) {
-  memset_s(at_answer_area(msg), sizeof(at_answer_t), 0, sizeof(at_answer_t));
+  std::memset(at_answer_area(msg), 0, sizeof(at_answer_t));
 }
