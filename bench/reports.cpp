@@ -12,7 +12,7 @@
 
 #include "bench/roads.h"
 #include "client/mdxclient.h"
-#include "reports/report_records.h"
+#include "wire/report_records.h"
 
 namespace {
 

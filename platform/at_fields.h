@@ -1,8 +1,8 @@
 // What a report line says, by name: the field parser, the call records, and the small text services
 // that every reader of a line needs.
 //
-// The parser's table of prefixes and the records' layouts live in platform/fields/. All functions
-// may be called from any thread; none keeps a pointer to what it was given.
+// The parser's table of prefixes lives in platform/fields/, the records' layouts in wire/. All
+// functions may be called from any thread; none keeps a pointer to what it was given.
 #pragma once
 
 #include <cstddef>
@@ -38,7 +38,7 @@ int at_cmd_parse(at_field_t** chain, const char* prefix, const char* text, int g
 void free_at_cmd(at_field_t* chain);
 
 /// Call records: each parser reads one report line into the fixed record whose layout stands in
-/// platform/fields/call_records.h.
+/// wire/call_records.h.
 /// @param text    the whole line, NUL-terminated
 /// @param record  room for the record's size, which the comment gives in bytes
 /// @return 0 when the whole record is written; -1 when a pointer is null, the line lacks the prefix

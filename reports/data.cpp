@@ -1,10 +1,10 @@
 // Reports of data connections: up or down, IPv6 or not, reduced to one message for the dial-up
 // service. Nothing is remembered, so a report that comes twice is told twice.
 
-#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "reports/report_records.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <limits>
 
 #include "platform/bounded.h"
-#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "reports/report_records.h"
 #include "server/mdx_state.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

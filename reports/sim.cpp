@@ -5,11 +5,11 @@
 
 #include <algorithm>
 
-#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "reports/report_records.h"
 #include "wire/at_msg.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 
 #include <cstring>
 
-#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "reports/report_records.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

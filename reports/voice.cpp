@@ -1,11 +1,11 @@
 // Reports of voice calls: each becomes one call record for the voice service, which this server
 // does not look into. A line that the record's parser refuses is dropped.
 
-#include "platform/fields/call_records.h"
-#include "reports/destinations.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "reports/report_records.h"
+#include "wire/call_records.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

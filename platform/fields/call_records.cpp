@@ -3,7 +3,7 @@
 // A report counts when the one value is there that gives it its sense: without it the voice service
 // would be told about no call. Everything else may be missing.
 
-#include "platform/fields/call_records.h"
+#include "wire/call_records.h"
 
 #include <cstring>
 #include <limits>

@@ -2,10 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/fields/call_records.h"
-#include "reports/destinations.h"
-#include "reports/report_records.h"
 #include "tools/mdxctl/packet_words.h"
+#include "wire/call_records.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

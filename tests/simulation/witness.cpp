@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "channel/mdx_register.h"
-#include "reports/destinations.h"
+#include "wire/destinations.h"
 
 namespace simulation {
 namespace {

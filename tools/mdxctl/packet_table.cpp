@@ -3,9 +3,9 @@
 #include <type_traits>
 
 #include "client/mdxclient.h"
-#include "platform/fields/call_records.h"
-#include "reports/destinations.h"
-#include "reports/report_records.h"
+#include "wire/call_records.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 

@@ -231,7 +231,7 @@ static_assert(offsetof(at_stin_info, cmdTpye) == 0 && offsetof(at_stin_info, cmd
 static_assert(offsetof(at_stin_info, isTimeOut) == 2 && offsetof(at_stin_info, reserved) == 3);
 
 // ---------------------------------------------------------------------------------------------------
-// Voice. The other call records stand in platform/fields/call_records.h.
+// Voice. The other call records stand in call_records.h.
 // ---------------------------------------------------------------------------------------------------
 
 /// VOICE_RING: a call is coming in.

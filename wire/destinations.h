@@ -73,7 +73,7 @@ enum service_message_t : uint32_t {
 inline constexpr int32_t VOICE_MSG = 8907;
 
 /// Its types; behind each the record it carries. All but the ring record are call records of
-/// platform/fields/call_records.h.
+/// call_records.h.
 enum voice_type_t : int32_t {
   VOICE_ORIG = 9,            ///< ^ORIG
   VOICE_CLIP = 10,           ///< +CLIP
