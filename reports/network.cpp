@@ -10,7 +10,7 @@
 #include "platform/bounded.h"
 #include "reports/mdx_report_callback.h"
 #include "reports/report_frame.h"
-#include "server/mdx_state.h"
+#include "reports/stored_report.h"
 #include "wire/destinations.h"
 #include "wire/report_records.h"
 
@@ -203,7 +203,7 @@ void rssi_report_callback(char* rptbuf, int32_t) {
     return;
   }
 
-  at_answer_t& stored = mdx_state.rssi_report;
+  at_answer_t& stored = mdx_rssi_report;
   memset_s(&stored, sizeof(stored), 0, sizeof(stored));
   memcpy_s(stored.snd_rcv_msg.rmsg, sizeof(stored.snd_rcv_msg.rmsg), rptbuf, rssi_length);
   stored.ret_val = AT_OK;

@@ -8,6 +8,7 @@
 #include "platform/at_fields.h"
 #include "platform/bounded.h"
 #include "platform/mdx_platform.h"
+#include "reports/stored_report.h"
 #include "server/at_exchange.h"
 #include "server/at_sms_exchange.h"
 #include "server/at_stream.h"
@@ -117,7 +118,7 @@ int32_t get_report(at_msg_t* pmsg, int* retcode) {
     *retcode = kNoSuchReport;
     return -1;
   }
-  memcpy_s(at_answer_area(pmsg), sizeof(at_answer_t), &mdx_state.rssi_report, sizeof(at_answer_t));
+  memcpy_s(at_answer_area(pmsg), sizeof(at_answer_t), &mdx_rssi_report, sizeof(at_answer_t));
   return 0;
 }
 

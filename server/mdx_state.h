@@ -38,7 +38,7 @@ constexpr size_t kSentHeadSize = 64;
 /// Bit of `query_flags`: "AT+COPS=3,2,," has succeeded.
 constexpr uint32_t COPS_FORMAT_DONE = 64;
 
-/// All zero at first, so that its 12 KiB are no part of the program file; mdx_state_init gives the
+/// All zero at first, so that its 11 KiB are no part of the program file; mdx_state_init gives the
 /// ids, the ring's slots, `sms_cancel_marker` and `line_state` the values they start with.
 struct mdx_state_t {
   // State machine.
@@ -56,7 +56,6 @@ struct mdx_state_t {
   mdx_snapshot<at_msg_t> last_client_msg;  ///< the client record in service, as read
   /// The record in hand, the modem's last line in its `rmsg`.
   mdx_snapshot<at_msg_t, offsetof(at_msg_t, snd_rcv_msg), MAX_ATCMD_REPORT_SIZE> last_nas_msg;
-  at_answer_t rssi_report = {};            ///< the last ^RSSI line, `ret_val` 2
   char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
 
   int32_t sms_cancel_marker = 0;  ///< 0 makes a time-out send ESC; nothing sets it

@@ -13,6 +13,7 @@
 #include "channel/mdx_register.h"
 #include "platform/bounded.h"
 #include "platform/mdx_platform.h"
+#include "reports/stored_report.h"
 #include "server/at_stream.h"
 #include "server/client_request.h"
 #include "server/mdx_msgproc.h"
@@ -81,7 +82,7 @@ void write_pid_file() {
 
 void clear_stores() {
   at_stream_t& stream = mdx_state.stream;
-  at_answer_t& report = mdx_state.rssi_report;
+  at_answer_t& report = mdx_rssi_report;
   memset_s(stream.data, sizeof(stream.data), 0, sizeof(stream.data));
   memset_s(&report, sizeof(report), 0, sizeof(report));
   report.ret_val = AT_OK;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "channel/mdx_register.h"
+#include "reports/stored_report.h"
 #include "server/mdx_state.h"
 #include "tests/fake_platform/fake_platform.h"
 
@@ -14,6 +15,7 @@ inline void forget_server() {
   mdx_state.~mdx_state_t();
   new (&mdx_state) mdx_state_t();
   mdx_state_init();
+  mdx_rssi_report = {};
 }
 
 /// A server as it is before its first request. The world is the caller's to reset.

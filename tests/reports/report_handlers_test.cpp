@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "reports/mdx_report_callback.h"
+#include "reports/stored_report.h"
 #include "server/mdx_state.h"
 #include "tests/fake_platform/fake_platform.h"
 #include "tests/reports/report_journal.h"
@@ -20,7 +21,7 @@ namespace {
 constexpr char kFlow[] = "^DSFLOWRPT:0,5,6,100000007,8";
 
 std::string stored_rssi() {
-  const at_answer_t& stored = mdx_state.rssi_report;
+  const at_answer_t& stored = mdx_rssi_report;
   return {stored.snd_rcv_msg.rmsg, strnlen(stored.snd_rcv_msg.rmsg, MAX_ATCMD_REPORT_SIZE)};
 }
 
@@ -44,12 +45,12 @@ TEST(Rssi, KeepsTheLastLineWhole) {
   };
   // clang-format on
   for (const auto& c : cases) {
-    std::memset(&mdx_state.rssi_report.rsp_len, 0xff, sizeof(int32_t));
+    std::memset(&mdx_rssi_report.rsp_len, 0xff, sizeof(int32_t));
     hand_to(rssi_report_callback, c.line);
     EXPECT_THAT(journal_now(), ElementsAre(c.trace));
     EXPECT_EQ(stored_rssi(), c.stored);
-    EXPECT_EQ(mdx_state.rssi_report.ret_val, AT_OK);
-    EXPECT_EQ(mdx_state.rssi_report.rsp_len, c.line == c.stored ? 0 : -1) << c.line;
+    EXPECT_EQ(mdx_rssi_report.ret_val, AT_OK);
+    EXPECT_EQ(mdx_rssi_report.rsp_len, c.line == c.stored ? 0 : -1) << c.line;
   }
 }
 

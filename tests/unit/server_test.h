@@ -57,7 +57,7 @@ inline std::string text_of(const at_msg_t& msg) {
 /// The modem's last ^RSSI line, as clients get it: the report whose handler leaves a mark in the
 /// server.
 inline std::string stored_rssi() {
-  return text_of(mdx_state.rssi_report.snd_rcv_msg.rmsg, MAX_ATCMD_REPORT_SIZE);
+  return text_of(mdx_rssi_report.snd_rcv_msg.rmsg, MAX_ATCMD_REPORT_SIZE);
 }
 
 class Server : public testing::Test {
