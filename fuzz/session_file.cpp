@@ -3,15 +3,15 @@
 #include <sstream>
 
 #include "fuzz/fuzz.h"
-#include "tools/mdxsim/escape.h"
-#include "tools/mdxsim/session.h"
+#include "tools/line/escape.h"
+#include "tools/line/session_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));
   try {
-    for (const mdxsim::SessionStep& step : mdxsim::parse_session(text, "fuzz").steps)
-      fuzz::require(mdxsim::unescape(mdxsim::escape(step.bytes)) == step.bytes);
-  } catch (const mdxsim::SessionError& error) {
+    for (const mdxline::SessionStep& step : mdxline::parse_session(text, "fuzz").steps)
+      fuzz::require(mdxline::unescape(mdxline::escape(step.bytes)) == step.bytes);
+  } catch (const mdxline::SessionError& error) {
     fuzz::require(std::strncmp(error.what(), "fuzz:", 5) == 0);
   }
   return 0;

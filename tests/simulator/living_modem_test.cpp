@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {

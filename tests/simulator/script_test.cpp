@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 #include "tools/mdxsim/scripted_modem.h"
 
 namespace mdxsim {

@@ -1,4 +1,4 @@
-#include "tools/mdxsim/session.h"
+#include "tools/mdxsim/session_player.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {

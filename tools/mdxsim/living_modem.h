@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/mdxsim/at_line.h"
+#include "tools/line/at_line.h"
 #include "tools/mdxsim/message_store.h"
 #include "tools/mdxsim/modem.h"
 #include "tools/mdxsim/outbox.h"

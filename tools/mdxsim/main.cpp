@@ -10,12 +10,12 @@
 #include <optional>
 #include <string>
 
+#include "tools/line/pty.h"
 #include "tools/mdxsim/cutter.h"
 #include "tools/mdxsim/living_modem.h"
-#include "tools/mdxsim/pty.h"
 #include "tools/mdxsim/script.h"
 #include "tools/mdxsim/scripted_modem.h"
-#include "tools/mdxsim/session.h"
+#include "tools/mdxsim/session_player.h"
 #include "tools/mdxsim/simulator.h"
 
 namespace {
@@ -223,7 +223,7 @@ int signals_that_end() {
 
 int serve(mdxsim::Modem& modem, mdxsim::Cutter cutter, const Options& options) {
   const int signal_fd = signals_that_end();
-  mdxsim::Pty pty(options.link);
+  mdxline::Pty pty(options.link);
   std::cerr << "mdxsim: " << options.link << " is " << pty.node() << '\n';
   const auto ending =
       mdxsim::Simulator(modem, pty, std::move(cutter), signal_fd, options.log).run();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/mdxsim/at_line.h"
+#include "tools/line/at_line.h"
 #include "tools/mdxsim/living_modem.h"
 
 namespace mdxsim {

@@ -6,46 +6,17 @@
 #include <cstdint>
 #include <optional>
 #include <utility>
-#include <vector>
+
+#include "tools/line/octets.h"
 
 namespace mdxsim {
 namespace {
 
+using namespace mdxline;
+
 constexpr size_t kMostCharacters = 160;
 constexpr uint8_t kInternational = 0x91;
 constexpr uint8_t kNational = 0x81;
-using Octets = std::vector<uint8_t>;
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
-std::optional<Octets> from_hex(std::string_view hex) {
-  if (hex.size() % 2 != 0) return std::nullopt;
-  Octets octets;
-  for (size_t at = 0; at < hex.size(); at += 2) {
-    const int high = hex_digit(hex[at]);
-    const int low = hex_digit(hex[at + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    octets.push_back(static_cast<uint8_t>(high * 16 + low));
-  }
-  return octets;
-}
-
-template <typename Range>
-std::string to_hex(const Range& octets) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string hex;
-  for (const uint8_t octet : octets) {
-    hex += kDigits[octet >> 4U];
-    hex += kDigits[octet & 0x0FU];
-  }
-  return hex;
-}
-
 // What the alphabets share, but for "@" and "$" which only sit elsewhere.
 uint8_t to_gsm(char c) {
   if (c == '@') return 0;
@@ -62,23 +33,15 @@ char from_gsm(uint8_t septet) {
   return to_gsm(c) == septet ? c : '?';
 }
 
-Octets pack_septets(std::string_view text) {
-  Octets packed((text.size() * 7 + 7) / 8);
-  for (size_t i = 0; i < text.size(); ++i) {
-    const unsigned bits = static_cast<unsigned>(to_gsm(text[i])) << (i * 7 % 8);
-    packed[i * 7 / 8] = static_cast<uint8_t>(packed[i * 7 / 8] | (bits & 0xFFU));
-    if (bits > 0xFFU) packed[i * 7 / 8 + 1] = static_cast<uint8_t>(bits >> 8U);
-  }
-  return packed;
+std::string to_septets(std::string_view text) {
+  std::string septets;
+  for (const char c : text) septets += static_cast<char>(to_gsm(c));
+  return septets;
 }
 
-std::string unpack_septets(const Octets& packed, size_t count) {
+std::string from_septets(std::string_view septets) {
   std::string text;
-  for (size_t i = 0; i < count && (i * 7 + 6) / 8 < packed.size(); ++i) {
-    unsigned bits = packed[i * 7 / 8];
-    if (i * 7 / 8 + 1 < packed.size()) bits |= static_cast<unsigned>(packed[i * 7 / 8 + 1]) << 8U;
-    text += from_gsm((bits >> (i * 7 % 8)) & 0x7FU);
-  }
+  for (const char septet : septets) text += from_gsm(static_cast<uint8_t>(septet));
   return text;
 }
 
@@ -139,7 +102,7 @@ std::string submit_pdu(std::string_view number, std::string_view text) {
     octets.push_back(static_cast<uint8_t>(high * 16 + (number[i] - '0')));
   }
   octets.insert(octets.end(), {0, 0, static_cast<uint8_t>(text.size())});
-  const Octets packed = pack_septets(text);
+  const Octets packed = pack_septets(to_septets(text));
   octets.insert(octets.end(), packed.begin(), packed.end());
   return to_hex(octets);
 }
@@ -158,7 +121,8 @@ MessageText read_pdu(std::string_view pdu_hex) {
   if (submitted && validity == 2) reader.skip(1);
   const size_t length = reader.next();
   const bool plain_text = coding == 0 && (type & 0x40U) == 0;
-  message.text = plain_text ? unpack_septets(reader.rest(), length) : to_hex(reader.rest());
+  message.text =
+      plain_text ? from_septets(unpack_septets(reader.rest(), length)) : to_hex(reader.rest());
   return message;
 }
 

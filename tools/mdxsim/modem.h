@@ -5,7 +5,12 @@
 #include <string>
 #include <string_view>
 
+/// What stands on the line is told by tools/line.
+namespace mdxline {}
+
 namespace mdxsim {
+
+using namespace mdxline;
 
 /// Milliseconds since the simulator began. Modems never read a clock; they are told the time.
 using Time = std::chrono::milliseconds;

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/mdxsim/at_line.h"
+#include "tools/line/at_line.h"
 #include "tools/mdxsim/living_modem.h"
 
 namespace mdxsim {

@@ -9,8 +9,8 @@
 #include <regex>
 #include <stdexcept>
 
-#include "tools/mdxsim/at_line.h"
-#include "tools/mdxsim/escape.h"
+#include "tools/line/at_line.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {

@@ -9,7 +9,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "tools/line/pty.h"
 #include "tools/mdxsim/cutter.h"
 #include "tools/mdxsim/modem.h"
-#include "tools/mdxsim/pty.h"
 
 namespace mdxsim {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace mdxsim {
+namespace mdxline {
 
 /// A pseudo terminal with a symbolic link to it: the device that the host opens.
 ///
@@ -74,4 +74,4 @@ class Pty {
   bool plugged_ = true;
 };
 
-}  // namespace mdxsim
+}  // namespace mdxline

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace mdxsim {
+namespace mdxline {
 
 /// One command of a line. Names are in capitals: "E", "&F", "D", "+CSQ", "^SYSINFO".
 struct AtCommand {
@@ -35,4 +35,4 @@ std::string quoted(std::string_view text);
 /// A whole decimal number from 0 to 99999999; nullopt for anything else.
 std::optional<int> parse_number(std::string_view digits);
 
-}  // namespace mdxsim
+}  // namespace mdxline

@@ -1,14 +1,14 @@
-// Reads session files and plays them against a host.
+// Plays sessions against a host.
 //
 // The host's bytes come torn anywhere, and may come before the reads that stand in front of them in
 // the file: a host that has its answer does not wait for the reports behind it. So they are kept,
 // and compared as soon as the session reaches them.
-#include "tools/mdxsim/session.h"
+#include "tools/mdxsim/session_player.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 namespace mdxsim {
 namespace {
@@ -31,34 +31,6 @@ size_t common_prefix(std::string_view a, std::string_view b) {
 }
 
 }  // namespace
-
-SessionError::SessionError(const std::string& name, int line, const std::string& problem)
-    : std::runtime_error(name + ":" + std::to_string(line) + ": " + problem) {}
-
-Session parse_session(std::istream& text, std::string name) {
-  Session session{std::move(name), {}};
-  std::string line;
-  int number = 0;
-  while (std::getline(text, line)) {
-    ++number;
-    if (!line.empty() && line.back() == '\r') line.pop_back();  // an editor's line end
-    if (line.empty() || line == "#" || line.starts_with("# ")) continue;
-    const bool from_host = line.starts_with("> ");
-    if (!from_host && !line.starts_with("< ")) {
-      throw SessionError(session.name, number, "a line begins with '> ', '< ' or '# '");
-    }
-    try {
-      session.steps.push_back({from_host, unescape(std::string_view(line).substr(2)), number});
-    } catch (const std::invalid_argument& problem) {
-      throw SessionError(session.name, number, problem.what());
-    }
-    if (session.steps.back().bytes.empty()) {
-      throw SessionError(session.name, number, "nothing is sent or read here");
-    }
-  }
-  if (session.steps.empty()) throw SessionError(session.name, number, "the session is empty");
-  return session;
-}
 
 SessionPlayer::SessionPlayer(Session session, ReplayOptions options)
     : session_(std::move(session)), options_(options) {

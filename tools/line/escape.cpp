@@ -1,20 +1,15 @@
 // Session files, the log and error messages show control characters as text, and all in the same
 // way, so that a line of the log can be pasted into a session file.
-#include "tools/mdxsim/escape.h"
+#include "tools/line/escape.h"
 
 #include <stdexcept>
 
-namespace mdxsim {
+#include "tools/line/octets.h"
+
+namespace mdxline {
 namespace {
 
 bool printable(char c) { return c >= ' ' && c <= '~'; }
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 // Reads the escape whose backslash stands right before `rest`, and drops it from there.
 char take_escape(std::string_view& rest) {
@@ -71,4 +66,4 @@ std::string unescape(std::string_view text) {
   return bytes;
 }
 
-}  // namespace mdxsim
+}  // namespace mdxline

@@ -1,11 +1,11 @@
 // Reads what stands in one command line. It may be typed by hand: lower case, blanks, several
 // commands.
-#include "tools/mdxsim/at_line.h"
+#include "tools/line/at_line.h"
 
 #include <algorithm>
 #include <cctype>
 
-namespace mdxsim {
+namespace mdxline {
 namespace {
 
 constexpr size_t kMostDigits = 8;
@@ -132,4 +132,4 @@ std::optional<int> parse_number(std::string_view digits) {
   return number;
 }
 
-}  // namespace mdxsim
+}  // namespace mdxline

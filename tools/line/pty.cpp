@@ -4,7 +4,7 @@
 // was written, and an exclusive lock of a host that was killed can only be lifted through it. The
 // price is that the master sees no hang-up, so openings, closings and reads are watched on the node
 // itself.
-#include "tools/mdxsim/pty.h"
+#include "tools/line/pty.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -23,7 +23,7 @@
 #include <system_error>
 #include <utility>
 
-namespace mdxsim {
+namespace mdxline {
 namespace {
 
 constexpr mode_t kNodeMode = 0666;
@@ -164,4 +164,4 @@ bool Pty::host_has_read_all() const {
   return ::poll(&line, 1, 0) == 0;
 }
 
-}  // namespace mdxsim
+}  // namespace mdxline

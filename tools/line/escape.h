@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace mdxsim {
+namespace mdxline {
 
 /// The bytes as a session file writes them: \r, \n, \\, and \xHH for any other byte outside
 /// printable ASCII. Blanks stay blanks.
@@ -13,4 +13,4 @@ std::string escape(std::string_view bytes);
 /// escape, or no printable character; bytes above 127 are taken as they are.
 std::string unescape(std::string_view text);
 
-}  // namespace mdxsim
+}  // namespace mdxline

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <istream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace mdxline {
+
+/// One line of a session: what the host sends, or one read that it gets from the modem.
+struct SessionStep {
+  bool from_host;
+  std::string bytes;
+  int line;  ///< in the file, from 1
+};
+
+struct Session {
+  std::string name;  ///< stands in front of line numbers
+  std::vector<SessionStep> steps;
+};
+
+/// What is wrong with a session file; `what()` begins with "name:line: ".
+class SessionError : public std::runtime_error {
+ public:
+  SessionError(const std::string& name, int line, const std::string& problem);
+};
+
+/// Reads a session: "> " what the host sent, "< " one read from the modem, "# " a remark, bytes
+/// escaped as in escape.h; empty lines are skipped. Throws SessionError, also when there is no step
+/// at all.
+Session parse_session(std::istream& text, std::string name);
+
+}  // namespace mdxline
