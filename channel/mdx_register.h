@@ -16,7 +16,8 @@ struct nas_element_t {
   char data[1500];  ///< the delivered bytes, the rest zero
   uint16_t length;  ///< number of delivered bytes
 };
-static_assert(sizeof(nas_element_t) == 1502 && offsetof(nas_element_t, length) == 1500);
+static_assert(sizeof(nas_element_t) == 1502);
+static_assert(offsetof(nas_element_t, data) == 0 && offsetof(nas_element_t, length) == 1500);
 
 struct literal_notify_entry {
   int32_t id;

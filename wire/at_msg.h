@@ -82,6 +82,7 @@ static_assert(offsetof(at_msg_t, timeout) == 24 && offsetof(at_msg_t, at_match_s
 static_assert(offsetof(at_msg_t, snd_rcv_msg) == 92 && offsetof(at_text_t, command.cmd_len) == 640);
 static_assert(offsetof(at_msg_t, ret_val) == 1592 && offsetof(at_msg_t, rsp_len) == 1596);
 static_assert(sizeof(at_answer_t) == sizeof(at_msg_t) - offsetof(at_msg_t, at_match_str));
+static_assert(offsetof(at_answer_t, at_match_str) == 0 && offsetof(at_answer_t, snd_rcv_msg) == 64);
 static_assert(offsetof(at_answer_t, ret_val) == 1564 && offsetof(at_answer_t, rsp_len) == 1568);
 
 /// The answer area inside a record, as the bytes that an at_answer_t is copied from and to.

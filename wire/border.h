@@ -51,6 +51,7 @@ struct mdx_packet_header_t {
 };
 
 static_assert(sizeof(mdx_packet_header_t) == 40);
+static_assert(offsetof(mdx_packet_header_t, type) == 0);
 static_assert(offsetof(mdx_packet_header_t, kind) == 4 && offsetof(mdx_packet_header_t, to) == 8);
 static_assert(offsetof(mdx_packet_header_t, lost) == 20);
 static_assert(offsetof(mdx_packet_header_t, module) == 24);

@@ -25,7 +25,7 @@ struct dialup_net_change_msg {
   /// `srv_status` of ^SRVST or `sys_mode` of ^MODE: the message does not tell which.
   int32_t status;
 };
-static_assert(sizeof(dialup_net_change_msg) == 4);
+static_assert(sizeof(dialup_net_change_msg) == 4 && offsetof(dialup_net_change_msg, status) == 0);
 
 /// CMS_MSG_FLOW_REPORT: traffic of the data connection, at every tenth ^DSFLOWRPT.
 struct at_dsflow_cms_info {
@@ -137,7 +137,7 @@ static_assert(offsetof(at_dsflow_info, qos_rx_rate) == 36);
 struct at_norstfact_info {
   int32_t value;  ///< always 5
 };
-static_assert(sizeof(at_norstfact_info) == 4);
+static_assert(sizeof(at_norstfact_info) == 4 && offsetof(at_norstfact_info, value) == 0);
 
 // ---------------------------------------------------------------------------------------------------
 // SMS. `id` tells which report a record comes from, for events that several reports share.
