@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How often does the daemon ask for heap? The C library's own entry points are taken over, so its
 // inner calls count too; the console's `bench allocations` tells the number.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every handler of the report table, doing nothing but leave its name: sorting is measured, not
 // what comes of it.
 

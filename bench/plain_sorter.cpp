@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "bench/plain_sorter.h"
 
 #include <cstring>

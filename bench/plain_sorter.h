@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The line sorter as one would write it down first: the baseline that the server's own is held
 // against, in speed and in every answer.
 //

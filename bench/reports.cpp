@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From the modem's write of a report to its receiver's read. The receiver asks the modem for
 // reports, then waits; the modem notes the time right before it writes, where the receiver can read
 // it.

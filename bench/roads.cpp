@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The roads of a command and of a report, walked through the real server, and beside each the least
 // that the kernel takes for the same. Runs in a box, on the one CPU that bench/run gives it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the measurements of mdx_bench_roads share: terminals, the processes at their ends, and the
 // printing of what was measured.
 //

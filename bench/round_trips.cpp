@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From a command to its answer. The ways take turns in short blocks, so that whatever disturbs the
 // machine disturbs all of them.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What does it cost to tell what a line is? The server's parser and the plain one, in turns, on the
 // same deliveries; first each of their answers is compared. Prints "name value" lines for
 // bench/run, values in nanoseconds a line.

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /* Hello world with a second thread, asleep: what a process takes that does nothing. */
 #include <pthread.h>
 #include <stdio.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The modem's bytes come in where the parser must not be touched, and go out through a function
 // that the platform lends. Both ends are thin: one element per delivery, one call per command.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The one channel to the modem: binding, sending, receiving, and the literal notifications.
 //
 // The platform lends the channel. Deliveries come while the main thread waits in the platform, in

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opening and closing. The thread's id is its address at the server, so there is one handle a
 // thread, and a forked child, which is another task, must not take its parent's event set away.
 

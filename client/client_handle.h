@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client as the library sees it: a task of the system with an event set of its own.
 #pragma once
 

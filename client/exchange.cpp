@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One request to the server and its answer, by a deadline, as steps between which the caller may
 // wait where it likes.
 //

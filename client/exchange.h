@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The request that a handle has under way.
 #pragma once
 

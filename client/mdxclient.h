@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /* libmdxclient: AT commands and reports for other processes, over the server of this machine.
  *
  * A handle sends one command at a time and waits for its answer, or leaves the waiting to the

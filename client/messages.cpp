@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The words for errors and result codes.
 
 #include "client/mdxclient.h"

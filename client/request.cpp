@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A record that the server drops without a reply would cost its sender the whole deadline, and one
 // that it cuts would run another command than was meant. Both are refused here.
 

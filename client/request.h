@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From what a caller gives to the record that goes to the server. Pure: nothing is sent here.
 #pragma once
 

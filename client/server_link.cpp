@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server leaves a symbolic link to the event FIFO of the task that serves requests. A dead
 // server leaves link, FIFO and queues behind: only a FIFO with a reader is a server.
 

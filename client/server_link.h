@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The way to the server: its event FIFO, which also tells whether it lives, and the two queues.
 #pragma once
 

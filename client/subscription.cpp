@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A receiver at the hub: one subscription goes out, packets come in.
 //
 // A packet is read whole, whatever its size. What is no packet (too short, or its length field

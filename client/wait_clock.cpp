@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "client/wait_clock.h"
 
 #include <cerrno>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Deadlines: a point on the monotonic clock, in milliseconds, and a poll that keeps to one.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An epoll descriptor can itself be polled. While no request is under way it holds nothing but a
 // timer that is not set: a dead server, or an answer that nobody wants any more, would otherwise
 // keep a caller's loop busy.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One descriptor for all that a request under way waits for: answer, server's death, time.
 #pragma once
 

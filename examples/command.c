@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /* Sends one command and prints the answer: command AT+CSQ
  *
  * Exit code: 0 when the modem said OK, 1 when it said anything else, 2 when there is no answer. */

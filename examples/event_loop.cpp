@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Asks for the signal once a second and prints all reports meanwhile, on one thread that waits in
 // one place: event_loop SECONDS
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints what the server tells the device, without any library: reports.py [COUNT]
 
 One packet of the hub is a header of 40 bytes and its payload; docs/wire-formats.md has every field.

@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+
 # Prints one line for a monitoring script: signal in dBm, operator, and whether the modem is registered.
 # Ends with mdxctl's exit code when the modem or the server cannot be asked.
 set -eu

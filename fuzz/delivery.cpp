@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A modem's bytes to the assembler of deliveries. A tilde and the byte behind it stand for what
 // happens between bytes: something is sent, time passes, the link is lost.
 

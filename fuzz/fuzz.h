@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What every fuzz target shares: the bytes of one run, taken apart from the front.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Packets that receivers send to the hub, one after the other: two bytes of length before each.
 //
 // The hub's source is part of this target, because what takes a packet apart is nobody's business

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A line to every handler of reports, whatever report it is, and through them to the parsers of
 // fields and call records. Its memory ends with it.
 

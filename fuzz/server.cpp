@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client's request, the modem's bytes in answer, and what comes when nobody waits. A tilde ends
 // the request's text and each delivery.
 

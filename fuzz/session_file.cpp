@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A session file: it is refused with a word about the line, or it is written again as it was read.
 
 #include <sstream>

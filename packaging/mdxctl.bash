@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Completion of mdxctl. Subcommands and options are read from its own --help, so they are always
 # those of the installed version.
 

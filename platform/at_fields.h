@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a report line says, by name: the field parser, the call records, and the small text services
 // that every reader of a line needs.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Copies, clears and joins that know how large their destination is.
 //
 // What does not fit is refused whole: nothing is written, and the error says so. A caller that

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Everything the server asks of the device it runs on: queues, time, tasks and events, the message
 // bus, the modem channel, traces, the debug console.
 //

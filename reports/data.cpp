@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of data connections: up or down, IPv6 or not, reduced to one message for the dial-up
 // service. Nothing is remembered, so a report that comes twice is told twice.
 

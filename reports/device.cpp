@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of the device itself, temperature, wake-up, factory, MMI, and of its data traffic.
 //
 // Traffic is told to its module at every report and to "cms" at every tenth.

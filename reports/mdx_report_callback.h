@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The report handlers: one for each unsolicited report that leads anywhere.
 //
 // A handler digests one line and passes the news to the rest of the device (destinations.h,

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of the radio network: registration, service, mode, signal, frequencies, roaming, time.
 //
 // Most become an event for the modules that show or manage the network; mode and service are told

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The one walk over a report's fields, and the ways a value gets into a record.
 
 #include "reports/report_frame.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the report handlers share: parse the line, tell of a failure, walk the fields, release them.
 //
 // A handler says how its line is parsed and where each field goes, as two tables that stand in it,

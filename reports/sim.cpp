@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of the SIM card, USSD, the SIM toolkit and supplementary services.
 //
 // The state of the SIM goes to five receivers. USSD text may hold zero bytes, which would end it

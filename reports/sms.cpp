@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of short messages: arrived, stored, sent, not sent, no room left. All go to module 1,
 // where records of different reports share an event and the `id` in them tells which one it was.
 

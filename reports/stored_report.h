@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The report that is kept: clients ask for it without the modem being asked.
 //
 // Its handler fills it, the server answers from it and gives it its first text.

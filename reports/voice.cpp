@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports of voice calls: each becomes one call record for the voice service, which this server
 // does not look into. A line that the record's parser refuses is dropped.
 

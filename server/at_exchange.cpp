@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Write, then read and parse until a result has come or the budget is spent. The budget runs out
 // faster than the clock: each delivery that leaves the answer open is charged in whole seconds.
 

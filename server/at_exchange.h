@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One AT command and its answer.
 //
 // Writes the command, reads deliveries until a result has come or the budget is spent. Nothing ties

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the modem ends with CR LF is a line; the SMS headers, whose second half is not a line of its
 // own, are put together here, before anything is matched.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cuts the bytes of a delivery into lines.
 //
 // A delivery can end anywhere, also between a CR and its LF. What has to survive from one delivery

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which rows of the server's tables of literals does a line hold? One look at the line answers for
 // all tables.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Two tables, searched from the top, and the colon test, which tells the answer to the command in
 // flight from a report that merely came during it.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Is this line a result code? Is it a report? Two tables answer, and their order is part of the
 // answer.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A delivery is worked through in passes. A pass takes line after line until a result or an instant
 // update ends it, or the delivery does; then the next pass goes on with what is left. The response
 // text waits in a collector of its own, because each read clears the record's.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sorts a delivery line by line: results, reports, and the text of the answer.
 //
 // Everything the modem says comes through here, in any mix. Text is collected across deliveries

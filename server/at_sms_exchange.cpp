@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The command's text holds both halves of the dialogue, and the first read would clear it. So the
 // reads work on a copy of the record, and the client's own record is overwritten only when both
 // halves are out.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sending or storing a message in PDU mode: command line, prompt, PDU, result.
 //
 // The client hands over both halves at once, a CR between them and a Ctrl-Z behind.

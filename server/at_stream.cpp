@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One static block and two cursors. An element of the NAS queue is received straight into the
 // block, so the delivered bytes start at its first byte and the element's length lies behind them.
 

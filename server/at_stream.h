@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The receive stream: the one delivery that the main thread is working on.
 //
 // A read takes the next delivery off the NAS queue and throws away what was left of the one before.

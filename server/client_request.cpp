@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Records come from any process and may hold anything. What they ask for is decided here, one after
 // the other; that is what serialises all clients onto the one modem channel.
 

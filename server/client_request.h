@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves one client request: takes it off queue 2, has it done, puts the answer on queue 1.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Looks in from another thread at what the main thread goes on writing: the state is one atomic
 // word, the two records are snapshots.
 

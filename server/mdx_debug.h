@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a person at the device's console can look at: the state, and what last passed over the
 // channel.
 //

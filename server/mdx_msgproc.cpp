@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs beside the main thread and shares nothing with it: the one message it acts on goes straight
 // to the platform.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server's ear on the device's message bus, on a thread of its own.
 //
 // One message is meant for it: the uninstall message, which ends the modem binding.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A record that one thread replaces and any other may look at, without a lock.
 //
 // The console shows what last passed over the channel while the main thread goes on writing it. The

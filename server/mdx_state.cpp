@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The one instance. Static, so that it costs no heap and lives for the process.
 
 #include "server/mdx_state.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server's one global block.
 //
 // Everything in it belongs to the main thread. Two things look in from outside: the platform fills

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The process, as a table of contents: what has to exist before the first command can be served,
 // and the state machine that from then on decides what the main thread does next.
 

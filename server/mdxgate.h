@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The process: start-up, the ring of pending requests, the state machine.
 #pragma once
 

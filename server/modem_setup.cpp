@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server's own commands differ in their texts alone; what they share stands once.
 
 #include "server/modem_setup.h"

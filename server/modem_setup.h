@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server's own commands to the modem.
 //
 // Each builds a local record, runs it through the normal exchange and counts "OK" alone as success.

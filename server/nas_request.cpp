@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The same parser as for answers, with a record that nobody reads: what counts here is what the
 // report handlers do.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Works off what the modem has said by itself while no exchange was running.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The preparation moves forward only: nothing done, identity read, operator format set. What was
 // done is kept in the global block, so each query does what is still missing and no more.
 

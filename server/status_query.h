@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Asks the modem how it stands, and completes a one-time preparation once the SIM allows it:
 // reading the subscriber identity, and putting the operator format in numeric form.
 //

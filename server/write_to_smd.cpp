@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Clients end their commands as they like; the modem gets one CR, and never more than fits its
 // line.
 

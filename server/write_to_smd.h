@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The gate through which every AT text goes out to the modem.
 #pragma once
 

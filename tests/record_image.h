@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The bytes of a record or payload as a test writes them down: pieces, joined with +.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The record that carries one AT exchange, on the queues to the clients and inside the server.
 //
 // It crosses a process border as a flat image of 1600 bytes, so its layout is a wire format: 32-bit

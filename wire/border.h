@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What other processes see of the platform: paths, queue keys, and the hub's packet.
 //
 // The client library and the platform both stand on this file. It is a wire format:

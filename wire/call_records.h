@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the voice service gets of a call report: one fixed record each, in the bytes of voice
 // message 8907.
 //

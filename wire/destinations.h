@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Who is told what: the modules, services and message numbers that reports are sent to.
 //
 // The numbers are the receivers' and cannot be changed from here. Most event numbers are the

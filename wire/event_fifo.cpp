@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The four-byte writes of event sets, and the checks that keep them from going anywhere else.
 
 #include "wire/event_fifo.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An event set as other processes see it: a FIFO that takes four bytes a raise.
 //
 // Both sides of the process border stand on this file: the platform, which raises at clients, and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The payloads that leave the server: what a packet of the hub holds behind its header.
 //
 // Receivers are other processes, so every record is a wire format: fixed widths, the host's

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Turns a call report into the fixed record that the voice service reads.
 //
 // A report counts when the one value is there that gives it its sense: without it the voice service

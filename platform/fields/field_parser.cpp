@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Gives the parameters of a report their names.
 //
 // A report line holds values by position alone. The table says which position carries which name;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the parameters of a line, forgiving what modems are known to get wrong.
 //
 // Every byte is looked at a fixed number of times, so a hostile line costs what its length costs.

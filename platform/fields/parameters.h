@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From a line to its parameters: where they start, where each ends, what belongs to its value.
 //
 // A modem puts blanks anywhere, quotes around anything or around nothing, and forgets to close

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Small text services: comparing, converting, cutting. All of them take what a modem may send.
 
 #include <cerrno>

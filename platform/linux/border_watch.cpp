@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Removals come in bursts, as when a whole directory goes, and who removes it is to find it empty.
 // So the look comes a moment after the first of them. Where the kernel has no watch to give, or
 // what is missing could not be made again, the look is repeated.

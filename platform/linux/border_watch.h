@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Looks after what other processes find the server by: directory, sockets, FIFOs, link.
 //
 // Somebody may remove them while the server runs; they are made again then. It costs nothing until

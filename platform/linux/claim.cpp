@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Before anything else is touched: is this the only server, and is the directory really ours?
 //
 // The directory's group may write in it, so each name in it can have been planted: links are never

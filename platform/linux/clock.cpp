@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Milliseconds that do not jump with the wall clock.
 
 #include <cerrno>

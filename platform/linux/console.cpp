@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The debug console: a person connects, sends one line, reads the answer until it is closed.
 //
 // One client at a time, on one thread. So each client has a deadline for its line and one for

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The debug console, beyond what mdx_platform.h says.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Names and values of the platform's counters.
 
 #include "platform/linux/counters.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What passed through the platform and what it dropped, in one place that a person can read: the
 // console's `platform stats` prints every row.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The rules by which a modem's bytes become deliveries.
 //
 // One buffer holds what is not handed over yet, its CRs already sorted out. Its end is an

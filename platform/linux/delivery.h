@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Turns what a modem says into deliveries that the server can take apart.
 //
 // Bytes come cut anywhere. The server loses a line that is cut between CR and LF, takes a stray

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Raises and waits: the hot path of each command, so each system call counts.
 //
 // A raise inside the process sets bits in memory and writes the FIFO only while the task sleeps;

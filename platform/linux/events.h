@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Event sets as the rest of the platform needs them, beyond what mdx_platform.h says.
 #pragma once
 

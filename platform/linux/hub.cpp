@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The bus: what the server tells the rest of the device goes to whoever subscribed to it.
 //
 // The main thread sends, and never waits: a receiver whose buffer is full gets the CPU a few times,

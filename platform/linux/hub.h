@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The hub, beyond what mdx_platform.h says: who receives, and how well it keeps up.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Looks up user and group once; the lookup may read files that a daemon without rights cannot.
 
 #include "platform/linux/identity.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Who may use the server and who it is once it has given up root: group and user `mdxgate`, where
 // the device has them.
 #pragma once

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Binds a socket so that its mode is never wider than asked, whatever the umask says.
 
 #include "platform/linux/local_socket.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Listening sockets of this machine: the console's and the hub's.
 #pragma once
 

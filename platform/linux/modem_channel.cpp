@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The channel to the modem: a device that comes and goes, read and written by the task that bound
 // it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The modem's part in the waits of the task that bound its channel.
 //
 // That task is the only one that reads the modem, and it does so whenever it waits, be it for

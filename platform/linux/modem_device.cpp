@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // System calls on a modem's device, and what their errors mean.
 
 #include "platform/linux/modem_device.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The device behind a modem channel: a terminal device, a link to one, or a Unix stream socket.
 //
 // Nothing here keeps state or traces, and all calls return at once.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A clock that never goes back, finer and longer than MDX_elapse.
 #pragma once
 

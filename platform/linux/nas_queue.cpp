@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Modem data that waits for the state machine.
 //
 // The task that reads the modem also takes the elements: it reads on while it waits for one. Others

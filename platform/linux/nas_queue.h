@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The queue inside the process, as the rest of the platform sees it.
 #pragma once
 

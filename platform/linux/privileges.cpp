@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From root to user `mdxgate`, with one capability held back for one file.
 //
 // The ready flag is made in a folder that only root may write, after root was given up. So the main

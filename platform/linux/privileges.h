@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the threads of the server are allowed to do, beyond what mdx_platform.h says.
 #pragma once
 

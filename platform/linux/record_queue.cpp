@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Requests and answers between processes: System V queues, which the kernel keeps over a crash.
 //
 // Only the server puts answers on queue 1, and clients take them; one that does not must not starve

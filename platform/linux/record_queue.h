@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The queues between processes, beyond what mdx_platform.h says.
 //
 // A queue that somebody has removed is made again when it is missed: when the server looks how much

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Threads that take no signals and have no rights beyond the user's.
 
 #include <signal.h>

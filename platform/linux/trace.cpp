@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Traces to the system's log and, where a person or a journal reads along, to standard error.
 //
 // A trace must not hold up an exchange: the C library's syslog() waits for a log that does not keep

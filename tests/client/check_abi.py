@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The shared library exports what its header declares and nothing else, under its name.
 
     check_abi.py NM HEADER LIBRARY SONAME

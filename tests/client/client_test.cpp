@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the library promises a caller, whatever the server does.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl beside a server that does as it is told: what people and scripts see of an answer.
 
 #include <gmock/gmock.h>

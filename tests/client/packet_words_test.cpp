@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl watch: packets in words.
 
 #include <gmock/gmock.h>

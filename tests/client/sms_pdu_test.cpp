@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Texts and the PDUs that carry them.
 
 #include "tools/mdxctl/sms_pdu.h"

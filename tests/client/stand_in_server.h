@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A server that does as it is told: the kernel objects of the real one, answers scripted by the
 // test.
 #pragma once

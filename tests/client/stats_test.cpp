@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform's figures, taken apart and shown.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a subscriber gets from a hub that behaves, misbehaves, and goes away.
 
 #include <gmock/gmock.h>

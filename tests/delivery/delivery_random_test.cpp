@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Random talk of a modem, cut at random: what must hold whatever it says.
 
 #include "tests/delivery/modem_line.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What becomes of a modem's bytes, whatever way they are cut.
 //
 // A case is a script of lines: "> " what is sent, "< " what the modem says, "~20" milliseconds of

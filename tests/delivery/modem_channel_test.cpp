@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The modem channel on real devices: a pseudo terminal or a socket stands at /dev/smd6 of the box.
 // The test is the task that binds the channel, so the modem is read while it waits.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A modem's line to an assembler: bytes are said at a chosen cut, deliveries are taken and noted.
 #pragma once
 

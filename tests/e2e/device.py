@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A device in the box: modem, server and clients as real processes, and what tests ask of them.
 
 Each test runs in a box of its own (see CMakeLists.txt), so paths and queue keys are the real ones and

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A modem on its bad days: what it says torn, late, endless, or broken off."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A command and its answer through client, queues, server, terminal device and modem, and back."""
 
 import json

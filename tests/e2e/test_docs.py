@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the documents tell people to paste works as told, and so does the demo's tour."""
 
 import pathlib

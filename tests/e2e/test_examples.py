@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The examples, as a reader runs them."""
 
 import json

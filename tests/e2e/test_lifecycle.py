@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Starting, dying and coming back: the server, its modem and its clients in any order."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The example scripts of mdxsim, played to the real server."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """No trace shows what commands and modem say, but the few whose purpose it is."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Recorded modem sessions, replayed strictly through the real server, torn in three ways."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The terminal of mdxsim, as a host finds it that opens it like any device."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """mdxctl shell and top on a terminal: keys go in through tmux, its screen is what is looked at."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What clients and server meet by is removed, stolen or filled with rubbish, and comes back."""
 
 import contextlib

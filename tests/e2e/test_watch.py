@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Watchers of a living device: each sees every report, in order and once, and none holds up others."""
 
 import signal

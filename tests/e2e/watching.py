@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What tests see of `mdxctl watch --json` while it runs."""
 
 import json

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/fake_platform/fake_files.h"
 
 #include <dirent.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The C library's part of the world: files below /var, the heap, the end of a thread. The linker
 // hands the server's calls over (--wrap).
 #pragma once

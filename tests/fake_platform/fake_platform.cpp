@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The contract of platform/mdx_platform.h over one in-memory world: see the header for how it
 // behaves.
 #include "tests/fake_platform/fake_platform.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform in memory: a virtual clock, a scripted modem, clients that ask by the timetable, and
 // a journal of all that the server did.
 //

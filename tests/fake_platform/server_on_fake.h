@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A server whose queues and channel are up, on the platform in memory.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the handlers may rely on: which line yields which fields, and that no line does harm.
 
 #include <gtest/gtest.h>

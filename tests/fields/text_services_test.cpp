@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The small text services at the borders of what they hold.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What an integrator gets: the packages install, serve, explain themselves, and leave nothing behind.
 
 Runs in the box with the programs of the packages on PATH. MDXGATE_ROOT is where they are unpacked.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One server per machine, in a directory that can be trusted.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One line in, text out, whatever the client is like.
 
 #include <gmock/gmock.h>

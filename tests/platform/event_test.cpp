@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A raise is never lost, whoever raises and whatever else is written into the FIFO.
 
 #include <fcntl.h>

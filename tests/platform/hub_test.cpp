@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Who gets which packet, what a receiver is told about those it missed, and what the hub takes from
 // it.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Modem data between two threads: order, room, and the time-outs of both sides.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/platform/other_process.h"
 
 #include <signal.h>

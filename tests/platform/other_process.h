@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The other side of the process border: a forked process that does one thing, and what it said.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What clients rely on: the depth, who gets which answer, and that nobody can block the others.
 
 #include <gmock/gmock.h>

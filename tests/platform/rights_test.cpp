@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Modes are what was asked for, and threads get no signals.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Giving up root for real: needs root, and a view of the machine of its own with a user `mdxgate`
 // in it. Where either is not to be had, as in a box, the tests are skipped.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Stands in the place of the platform's clock.
 
 #include "tests/platform/shifted_clock.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform's clock with an offset, so that no test sits out the limits counted in seconds.
 #pragma once
 

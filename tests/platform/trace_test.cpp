@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where a trace goes, what it looks like there, and that it holds nobody up.
 
 #include <fcntl.h>

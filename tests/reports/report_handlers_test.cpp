@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What handlers promise beyond one line: the stored ^RSSI line, the count of traffic reports, and
 // calls that no report table makes.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The words of the report tests: a line goes in, and what it left behind comes out as text.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the rest of the device is told, line by line: every row of the report table, then the lines
 // that modems send when they leave things out or overdo them.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/simulation/line_rules.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the modem's lines mean, told a second time: strings and searches from the top, without
 // bounds to mind, buffers to keep or speed to gain. Whatever bytes come, the server must read them
 // in the same way.

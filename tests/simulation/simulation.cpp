@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets the server live through random worlds until the time is up or a rule is broken.
 //
 // simulation [--seed N] [--seconds S]: worlds N, N + 1 ... of a day each until so many seconds have

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Watches the server from outside and says what it must do next.
 //
 // What crossed the platform's border is read entry by entry, in its order: a request or a delivery

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A device's life at random: clients that ask for anything, a modem with every fault, reports at
 // any byte.
 #pragma once

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tools/mdxsim/living_modem.h"
 
 #include <gmock/gmock.h>

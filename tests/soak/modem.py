@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A modem whose every word can be accounted for: modem.py LIFE SEED LEDGER
 
 Each answer repeats the command's own tag, and each report carries the next number of this life. How many

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Server, modem, 20 clients and 5 watchers for as long as asked, with kills at random; then the balance.
 
   scripts/box python3 tests/soak/soak.py [--minutes N] [--seed N]

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The modem channel: deliveries come in whole or not at all, and each wakes the main thread.
 #include "tests/unit/server_test.h"
 

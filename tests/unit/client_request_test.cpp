@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From queue 2 to queue 1: who gets an answer, and which.
 #include "server/client_request.h"
 

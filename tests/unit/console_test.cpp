@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a person at the console sees, at any moment of the server's life.
 #include <atomic>
 #include <thread>

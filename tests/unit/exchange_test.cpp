@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One command and its answer: what goes out, when the exchange ends, what it has cost.
 #include "server/at_exchange.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lines out of deliveries that end anywhere.
 #include "server/at_framing.h"
 

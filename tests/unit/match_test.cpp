@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which line is a result, which a report, and for whom an unknown plus or caret line is text.
 #include "server/at_literals.h"
 #include "server/at_match.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From the start of the process to its main loop: the order of things, what may fail, what is
 // served when.
 #include "server/mdxgate.h"

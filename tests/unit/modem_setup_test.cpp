@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The server's own commands: what they send, and that only "OK" counts.
 #include "server/modem_setup.h"
 

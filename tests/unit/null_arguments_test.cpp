@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A null argument is refused with a word, and nothing else happens.
 #include "server/at_exchange.h"
 #include "server/at_match.h"

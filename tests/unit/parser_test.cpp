@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a client finds in its record, whatever the modem mixes into the answer.
 #include "server/at_parser.h"
 

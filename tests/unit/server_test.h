@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The words of these tests: a server whose queues and channel are up, what clients ask, what the
 // modem says, and what came of it.
 #pragma once

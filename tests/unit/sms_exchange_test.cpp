@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The two turns of an SMS in PDU mode: command line and prompt, PDU and result.
 #include "server/at_sms_exchange.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Asking the modem how it stands: what each answer leads to, and that what was done once is not
 // done again.
 #include "server/status_query.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What reaches the modem of a text, and what the message procedure makes of the bus.
 #include "server/write_to_smd.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads what stands in one command line. It may be typed by hand: lower case, blanks, several
 // commands.
 #include "tools/line/at_line.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Session files, the log and error messages show control characters as text, and all in the same
 // way, so that a line of the log can be pasted into a session file.
 #include "tools/line/escape.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Octets as modems write them: in hexadecimal, and with eight characters packed into seven.
 #include "tools/line/octets.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the pseudo terminal that stands for a modem's serial port.
 //
 // The host's side stays open here as well: only there can be seen whether the host has read what

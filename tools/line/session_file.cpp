@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads session files.
 //
 // They are recorded, pasted from logs and written by hand: what is wrong is told with its line.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows answers: text to standard output, the result to standard error, or all as one JSON object.
 #pragma once
 

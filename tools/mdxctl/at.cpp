@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl at and sms-pdu: commands to the modem, one answer each.
 
 #include <iostream>

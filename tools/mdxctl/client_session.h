@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A handle of the library for the length of a subcommand.
 #pragma once
 

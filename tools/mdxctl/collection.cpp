@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Plain collection runs lines together, and gives a line whose prefix is also a report's to the
 // report's receivers. A match string keeps such lines and sets them apart, but only them.
 // Transparent collection sets all lines apart, but does not keep reports. So a query (AT+CREG?),

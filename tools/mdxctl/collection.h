@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How the response to a command is collected, where the user leaves that open.
 #pragma once
 

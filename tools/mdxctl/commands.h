@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The subcommands: what the command line gives to each. Each returns mdxctl's exit code.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl console: one line to the server's debug console, and what it prints.
 
 #include <iostream>

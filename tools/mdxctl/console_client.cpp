@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The console serves one client at a time and closes behind its answer. Another client may hold it
 // for some seconds, so the wait is long at first and short once something has come.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tools/mdxctl/exit_codes.h"
 
 exit_code_t exit_code_of_error(int error) {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What mdxctl's exit code says, to people and scripts.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl: the server's clients on the command line.
 
 #include <CLI/CLI.hpp>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tools/mdxctl/packet_table.h"
 
 #include <type_traits>

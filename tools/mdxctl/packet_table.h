@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What each packet means and how its payload is laid out: one row for each event, message and call
 // report.
 #pragma once

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The row is found by destination, type and payload length together. A packet of another length
 // than its event is known with is named, and its bytes are shown as they are.
 

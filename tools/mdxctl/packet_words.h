@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Packets of the hub in words: who is told, what happened, and each value by its name.
 #pragma once
 

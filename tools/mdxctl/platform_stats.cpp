@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Names and units are the server's; what they mean, and what kind of figure they are for a
 // monitoring system, stands in the one table here. A value that the table does not know is shown
 // all the same.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform's figures: the text that the server's console prints, taken apart and shown.
 #pragma once
 

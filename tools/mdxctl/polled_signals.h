@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Signals as something to poll, so that none of them cuts a line or a screen in two.
 #pragma once
 

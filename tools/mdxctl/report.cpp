@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl report: what the server has stored of the modem's reports.
 
 #include "tools/mdxctl/answer.h"

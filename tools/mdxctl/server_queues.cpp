@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tools/mdxctl/server_queues.h"
 
 #include <sys/ipc.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How long the queues between clients and server are, as any client may see.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl shell: commands typed by a person, their answers, and reports as they come.
 //
 // Keys, reports, answers and signals are waited for in one place. While a command is with the modem

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a person types at the shell's prompt.
 #pragma once
 

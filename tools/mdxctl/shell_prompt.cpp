@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // readline knows one terminal and calls back without an argument, so the one prompt is found
 // through a static member.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A line editor at the bottom of the terminal; what else there is to say scrolls by above it.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Both alphabets come down to a list of units, septets or 16-bit words, and to places where the
 // list must not be cut: behind an escape, and between the halves of a surrogate pair. What a part
 // holds is counted in units, and so is the length that the TPDU states for septets.

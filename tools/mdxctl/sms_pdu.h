@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A text message as the modem takes it: SMS-SUBMIT TPDUs in hexadecimal digits, one for each part.
 //
 // Number and text are checked first. 3GPP TS 23.040 lays out the TPDU, 3GPP TS 23.038 the

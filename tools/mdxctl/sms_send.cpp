@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl sms send: a text becomes PDUs, and each goes through the modem's dialogue. A message is
 // whole only when all of its parts went out, so the first that fails ends it.
 

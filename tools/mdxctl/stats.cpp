@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl stats: what passed through the server and what it dropped.
 
 #include <iostream>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl status: is there a server, does the modem answer, is anything piling up.
 //
 // A member of the group sees most of it; what only the console tells (version, uptime) is left out

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The time now, as it stands in front of what came.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl top: the server at work, on the whole screen.
 //
 // Once a second the console is asked for figures and the server for the last signal report; other

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What `mdxctl top` knows: taken in as it comes, read off when the screen is drawn. No I/O.
 #pragma once
 

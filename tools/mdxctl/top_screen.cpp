@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // From top to bottom: fixed lines of figures; the signal's plot; reports and receivers, which share
 // what lines are left. Each part gets a window of the screen as rows from and to, and what does not
 // fit is left out.

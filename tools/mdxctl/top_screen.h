@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The terminal as `mdxctl top` fills it.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxctl watch: what the device is told, one line a packet, until Ctrl-C.
 
 #include <poll.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tears deliveries into pieces that the host gets as separate reads.
 //
 // Random pieces are short ones mostly: the interesting cuts (between a CR and its LF, inside a

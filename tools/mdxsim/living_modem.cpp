@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A small modem that lives by itself.
 //
 // Whatever comes in, it must come to an end with it: lines and messages of any length, control

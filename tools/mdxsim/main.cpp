@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // mdxsim: a modem for those who have none at hand, or want the same one each time.
 #include <signal.h>
 #include <sys/signalfd.h>

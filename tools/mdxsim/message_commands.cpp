@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The commands of 3GPP TS 27.005: messages on the card, and those that are sent.
 #include "tools/mdxsim/message_commands.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps messages as PDUs, and reads and makes as much of a PDU as text mode needs: 3GPP TS 23.040,
 // the 7-bit alphabet of 23.038 as far as it is ASCII.
 #include "tools/mdxsim/message_store.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the living modem's commands do.
 #include "tools/mdxsim/modem_commands.h"
 

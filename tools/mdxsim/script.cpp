@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the scripts of a modem that is made up for a test.
 //
 // They are written in a hurry by people who know AT commands and not this program: a line that is

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Plays a script.
 //
 // Whatever the script leaves open is the living modem's, so a line of the host is first kept here

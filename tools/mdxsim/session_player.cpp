@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Plays sessions against a host.
 //
 // The host's bytes come torn anywhere, and may come before the reads that stand in front of them in

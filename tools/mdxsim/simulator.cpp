@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Carries bytes between a modem and its terminal.
 #include "tools/mdxsim/simulator.h"
 
