@@ -62,7 +62,7 @@ TEST_F(Subscription, YieldsPacketsWholeAndInOrder) {
   say({18002, 2, "elevenbyteX", 3, 18, -1, INT32_MIN, 0}, large);
   say({8907, 3, {}, 0, 0, 11, 0, 0}, "");
   pollfd ready = {mdx_subscription_fd(receiver_), POLLIN, 0};
-  EXPECT_EQ(poll(&ready, 1, 1000), 1);
+  EXPECT_EQ(poll(&ready, 1, 60000), 1);
   ASSERT_EQ(next(-1), MDX_OK);
   EXPECT_EQ(packet_.type, 18002u);
   EXPECT_EQ(packet_.kind, MDX_KIND_NOTIFICATION);

@@ -29,6 +29,8 @@ SERVER_LINK = pathlib.Path("/var/run/mdxgate/queue.2")
 CHANNEL = pathlib.Path("/dev/smd6")
 CUTS = ("whole", "byte", "random:7")
 SHORT = bool(os.environ.get("MDX_E2E_SHORT"))
+# Ends a test that would wait for ever; nothing is promised within it, since the machine may be busy.
+PATIENCE_S = 60
 
 OK, REFUSED_BY_MODEM, USAGE, NO_ANSWER, NO_SERVER, REFUSED_BY_SERVER = range(6)
 
@@ -52,13 +54,11 @@ def over_and_over(act):
 
 
 def wait_until(condition, seconds, what):
-    """Waits for a condition and returns the seconds it took."""
     start = time.monotonic()
     while not condition():
         if time.monotonic() - start > seconds:
             raise AssertionError(f"{what}: not within {seconds} s")
         time.sleep(0.005)
-    return time.monotonic() - start
 
 
 class Queues:
@@ -194,7 +194,7 @@ class DeviceTest(unittest.TestCase):
             if process is self.server:
                 self.server = None
         try:
-            process.wait(5)
+            process.wait(PATIENCE_S)
         except subprocess.TimeoutExpired:
             process.kill()
             process.wait()
@@ -205,7 +205,7 @@ class DeviceTest(unittest.TestCase):
 
     def start_modem(self, *options):
         self.modem = self.start("mdxsim", *options)
-        wait_until(CHANNEL.is_symlink, 5, "mdxsim links its terminal")
+        wait_until(CHANNEL.is_symlink, PATIENCE_S, "mdxsim links its terminal")
 
     def start_server(self, ready=True):
         READY_FLAG.unlink(missing_ok=True)
@@ -213,9 +213,9 @@ class DeviceTest(unittest.TestCase):
             # A server that is gone has left it exclusive; a real device forgets that when it is closed.
             fcntl.ioctl(self.modem.slave, termios.TIOCNXCL)
         self.server = self.start("mdxgate")
-        wait_until(self.server_is_reachable, 10, "mdxgate can be reached")
+        wait_until(self.server_is_reachable, PATIENCE_S, "mdxgate can be reached")
         if ready:
-            wait_until(READY_FLAG.exists, 10, "mdxgate is ready")
+            wait_until(READY_FLAG.exists, PATIENCE_S, "mdxgate is ready")
 
     @staticmethod
     def server_is_reachable():
@@ -248,7 +248,7 @@ class DeviceTest(unittest.TestCase):
         return client
 
     @staticmethod
-    def finish(client, seconds=60):
+    def finish(client, seconds=PATIENCE_S):
         """Waits for a client: (exit code, stdout, stderr)."""
         try:
             code = client.wait(seconds)
@@ -261,7 +261,7 @@ class DeviceTest(unittest.TestCase):
                 texts.append(stream.read())
         return code, *texts
 
-    def ctl(self, *arguments, stdin="", seconds=60):
+    def ctl(self, *arguments, stdin="", seconds=PATIENCE_S):
         return self.finish(self.start_client(*arguments, stdin=stdin), seconds)
 
     def at(self, command, *options, expect=OK):
@@ -270,8 +270,6 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual(code, expect, f"{command!r}: {out}{err}")
         return json.loads(out) if out else {}
 
-    def assert_serves(self, seconds=5):
-        """A fresh client gets an answer, and soon."""
-        start = time.monotonic()
+    def assert_serves(self):
+        """A fresh client gets an answer within its budget."""
         self.assertIn("+CSQ:", self.at("AT+CSQ")["text"])
-        self.assertLess(time.monotonic() - start, seconds)

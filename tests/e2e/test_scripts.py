@@ -5,7 +5,7 @@ import os
 import pathlib
 import unittest
 
-from device import CHANNEL, NO_ANSWER, OK, REFUSED_BY_MODEM, DeviceTest, wait_until
+from device import CHANNEL, NO_ANSWER, OK, PATIENCE_S, REFUSED_BY_MODEM, DeviceTest, wait_until
 
 EXAMPLES = pathlib.Path(__file__).parent.parent.parent / "examples" / "mdxsim"
 PDU = "0001000B914497381100000000A054747A0E4ACF41"
@@ -17,14 +17,14 @@ class Scripts(DeviceTest):
         self.start_server()
 
     def wait_for_log(self, text):
-        wait_until(lambda: text in self.log_of(self.modem), 10, f"the modem says {text}")
+        wait_until(lambda: text in self.log_of(self.modem), PATIENCE_S, f"the modem says {text}")
 
     def assert_played(self):
         self.assertEqual(self.modem.wait(70), 0, self.log_of(self.modem))
 
     def test_signal(self):
         self.start_script("signal")
-        wait_until(lambda: "^RSSI:" in self.ctl("report", "rssi")[1], 10, "a report is stored")
+        wait_until(lambda: "^RSSI:" in self.ctl("report", "rssi")[1], PATIENCE_S, "a report is stored")
         for _ in range(2):
             self.assertRegex(self.at("AT+CSQ")["text"], r"^\+CSQ: (1[0-9]|2[0-9]|3[01]),99\b")
         self.assertEqual(self.at("AT+CSQ")["text"].strip(), "+CSQ: 99,99")
@@ -47,11 +47,11 @@ class Scripts(DeviceTest):
         self.assertEqual(self.ctl("at", "--timeout", "2", "AT+COPS=?")[0], NO_ANSWER)
         self.wait_for_log("HOME")
         self.ctl("at", "--timeout", "1", "AT+CFUN=1,1")
-        wait_until(lambda: not CHANNEL.is_symlink(), 10, "the device goes")
-        wait_until(CHANNEL.is_symlink, 10, "the device comes back")
+        wait_until(lambda: not CHANNEL.is_symlink(), PATIENCE_S, "the device goes")
+        wait_until(CHANNEL.is_symlink, PATIENCE_S, "the device comes back")
         self.assertNotEqual(os.readlink(CHANNEL), node)
         wait_until(lambda: "11.1.2" in self.ctl("at", "AT+CGMR")[1]
-                   or self.modem.poll() is not None, 30, "a command is served again")
+                   or self.modem.poll() is not None, PATIENCE_S, "a command is served again")
         self.assert_played()
 
 

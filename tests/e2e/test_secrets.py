@@ -5,7 +5,7 @@ import re
 import time
 import unittest
 
-from device import DeviceTest, ScriptedModem, SystemLog, wait_until
+from device import PATIENCE_S, DeviceTest, ScriptedModem, SystemLog, wait_until
 
 PIN, IMSI, PDU = "47110815", "262011234509876", "0001000B914497381100000000A054747A0E4ACF41"
 INCOMING, USSD, UNKNOWN = "07913366003051F5040B913366634081F9", "Your secret balance", "+WORDS: plain"
@@ -40,7 +40,7 @@ class Secrets(DeviceTest):
             self.modem.say(b"\r\n" + report.encode() + b"\r\n")
             time.sleep(0.2)
         self.at("AT+LAST")
-        wait_until(lambda: log.has(r"AT cmd= \*\*\*"), 5, "the levels are on")
+        wait_until(lambda: log.has(r"AT cmd= \*\*\*"), PATIENCE_S, "the levels are on")
         shown = [line for line in log.lines if not re.search(MAY_SHOW, line)
                  and any(secret in line for secret in (PIN, IMSI, PDU, INCOMING, USSD, UNKNOWN))]
         self.assertEqual(shown, [])

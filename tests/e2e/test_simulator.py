@@ -6,7 +6,7 @@ import pathlib
 import select
 import unittest
 
-from device import CHANNEL, DeviceTest, wait_until
+from device import CHANNEL, PATIENCE_S, DeviceTest, wait_until
 
 ANSWER = b"\r\n+CSQ: 20,99\r\n\r\nOK\r\n"
 
@@ -22,21 +22,26 @@ class Simulator(DeviceTest):
         os.write(host, command)
         reads = []
         while not b"".join(reads).endswith(end):
-            self.assertTrue(select.select([host], [], [], 5)[0], reads)
+            self.assertTrue(select.select([host], [], [], PATIENCE_S)[0], reads)
             reads.append(os.read(host, 4096))
         return reads
 
     def test_link_is_its_own(self):
         CHANNEL.write_text("precious")
-        self.assertEqual(self.start("mdxsim").wait(5), 3)
+        self.assertEqual(self.start("mdxsim").wait(PATIENCE_S), 3)
         self.assertEqual(CHANNEL.read_text(), "precious")
         CHANNEL.unlink()
         CHANNEL.symlink_to("/nowhere")
         self.start_modem()
-        wait_until(CHANNEL.is_char_device, 5, "a link that leads nowhere is replaced")
+        wait_until(CHANNEL.is_char_device, PATIENCE_S, "a link that leads nowhere is replaced")
         self.assertEqual(oct(CHANNEL.stat().st_mode & 0o777), oct(0o666))
         self.stop(self.modem)
         self.assertFalse(CHANNEL.is_symlink())
+        self.start_modem()
+        CHANNEL.unlink()
+        CHANNEL.symlink_to("/nowhere")
+        self.stop(self.modem)
+        self.assertTrue(CHANNEL.is_symlink(), "another's link in its place")
 
     def test_each_piece_is_a_read(self):
         for cut, count in (("whole", 1), ("byte", len(ANSWER))):

@@ -9,7 +9,7 @@ import subprocess
 import time
 import unittest
 
-from device import DeviceTest, wait_until
+from device import PATIENCE_S, DeviceTest, wait_until
 
 
 @unittest.skipIf(shutil.which("tmux") is None, "tmux is missing: scripts/install-packages check")
@@ -26,7 +26,7 @@ class Terminal(DeviceTest):
 
     @staticmethod
     def tmux(*arguments):
-        return subprocess.run(("tmux", *arguments), capture_output=True, text=True, timeout=20).stdout
+        return subprocess.run(("tmux", *arguments), capture_output=True, text=True, timeout=PATIENCE_S).stdout
 
     def screen(self):
         return self.tmux("capture-pane", "-p")
@@ -36,9 +36,9 @@ class Terminal(DeviceTest):
         for key in keys or ("Enter",):
             self.tmux("send-keys", key)
 
-    def see(self, *texts, seconds=10):
+    def see(self, *texts):
         try:
-            wait_until(lambda: all(text in self.screen() for text in texts), seconds, "")
+            wait_until(lambda: all(text in self.screen() for text in texts), PATIENCE_S, "")
         except AssertionError:
             self.fail(f"{texts} not on the screen:\n{self.screen()}")
 
@@ -54,7 +54,7 @@ class Terminal(DeviceTest):
         self.see("at> AT+GCAP", "+GCAP: ", "OK")
         before = self.screen().count("EVT_AT_HCSQ")
         self.type("half a line", "Left")
-        wait_until(lambda: self.screen().count("EVT_AT_HCSQ") > before, 10, "a report meanwhile")
+        wait_until(lambda: self.screen().count("EVT_AT_HCSQ") > before, PATIENCE_S, "a report meanwhile")
         self.assertEqual(self.screen().rstrip().splitlines()[-1], "at> half a line")
         self.tmux("send-keys", "C-c")
         self.type("reports off")
@@ -79,14 +79,14 @@ class Terminal(DeviceTest):
         self.type("mdxctl top")
         self.see("modem open", "latency", "requests 0/10", "dBm", "EVT_AT_HCSQ", "q ends")
         busy = self.start_client("at", "-", stdin="AT+CSQ\n" * 100000)
-        wait_until(lambda: re.search(r"commands +\d+ +[1-9]\d*\.\d/s", self.screen()), 10, "a rate")
+        wait_until(lambda: re.search(r"commands +\d+ +[1-9]\d*\.\d/s", self.screen()), PATIENCE_S, "a rate")
         busy.kill()
         self.finish(busy)
         self.see("RECEIVER", "  *   ")
         for columns, lines in ((120, 40), (44, 12), (10, 2), (80, 24)):
             self.tmux("resize-window", "-x", str(columns), "-y", str(lines))
             end = "q ends" if lines >= 10 else "mdxctl top"
-            wait_until(lambda: end in self.screen().splitlines()[0 if lines < 10 else -1], 10,
+            wait_until(lambda: end in self.screen().splitlines()[0 if lines < 10 else -1], PATIENCE_S,
                        f"drawn in {columns}x{lines}")
         self.stop(self.server)
         self.server = None

@@ -4,7 +4,7 @@
 import signal
 import unittest
 
-from device import NO_SERVER, OK, ScriptedModem, wait_until
+from device import NO_SERVER, OK, PATIENCE_S, ScriptedModem, wait_until
 from watching import WatchTest
 
 
@@ -49,13 +49,13 @@ class Watch(WatchTest):
         sim.wait_for(3)
         seen = [f"EVT_AT_SIM_REFRESH file_type={n}" for n in (5, 6, 7)]
         self.assertEqual((cms.words(), sim.words()), (["CMS_MSG_DATACARD_INSERTED"], seen))
-        self.assertEqual((two.client.wait(10), two.words()), (OK, seen[:2]))
+        self.assertEqual((two.client.wait(PATIENCE_S), two.words()), (OK, seen[:2]))
 
     def test_server_that_is_lost(self):
         self.start_device()
         ends, follows = self.start_watchers((), ("--follow", "--service", "cms"))
         self.stop(self.server, signal.SIGKILL)
-        code, _, err = self.finish(ends.client, 10)
+        code, _, err = self.finish(ends.client)
         self.assertEqual(code, NO_SERVER)
         self.assertIn("the server is gone", err)
         code, _, err = self.ctl("watch")
@@ -63,7 +63,7 @@ class Watch(WatchTest):
         self.assertTrue(err)
 
         self.start_server(ready=False)
-        wait_until(lambda: self.stats()["receivers"] == 1, 10, "the watcher is there again")
+        wait_until(lambda: self.stats()["receivers"] == 1, PATIENCE_S, "the watcher is there again")
         self.assertIsNone(follows.client.poll())
         self.assertEqual(follows.end()[0], OK)
 

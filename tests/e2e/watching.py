@@ -5,7 +5,7 @@ import json
 import os
 import signal
 
-from device import DeviceTest, wait_until
+from device import PATIENCE_S, DeviceTest, wait_until
 
 
 def words(packet):
@@ -28,14 +28,14 @@ class Watcher:
     def words(self):
         return [words(packet) for packet in self.packets()]
 
-    def wait_for(self, count, seconds=60):
-        wait_until(lambda: len(self.lines()) >= count, seconds,
+    def wait_for(self, count):
+        wait_until(lambda: len(self.lines()) >= count, PATIENCE_S,
                    f"{count} packets at a watcher")
 
     def end(self):
         """Ctrl-C: (exit code, stderr)."""
         self.client.send_signal(signal.SIGINT)
-        code, _, err = DeviceTest.finish(self.client, 10)
+        code, _, err = DeviceTest.finish(self.client)
         return code, err
 
 
@@ -50,7 +50,7 @@ class WatchTest(DeviceTest):
         """One watcher for each tuple of options; all of them are subscribed when this returns."""
         before = self.stats()["receivers"]
         watchers = [Watcher(*own) for own in options]
-        wait_until(lambda: self.stats()["receivers"] == before + len(watchers), 10,
+        wait_until(lambda: self.stats()["receivers"] == before + len(watchers), PATIENCE_S,
                    "the watchers are subscribed")
         return watchers
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/linux/events.h"
 #include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
 #include "wire/border.h"
@@ -66,7 +67,7 @@ TEST_F(Events, NoRaiseOfAThreadIsLost) {
     }
   });
   uint32_t bits = 0;
-  while (received < kRounds && MDX_event_recv(kMask, 5000, &bits) == 1) ++received;
+  while (received < kRounds && MDX_event_recv(kMask, 60000, &bits) == 1) ++received;
   EXPECT_EQ(received, kRounds);
   sent = kRounds;
   raiser.join();
@@ -104,6 +105,15 @@ TEST_F(Events, RubbishHidesNoRaise) {
     EXPECT_EQ(got & ~kMask, 0u) << what;
     EXPECT_EQ(pending(), 0u) << what;
   }
+}
+
+TEST_F(Events, ARaiseInAFifoThatIsRemovedIsNotLost) {
+  const int fd = event_fifo_open(path_);
+  unlink(path_);
+  ASSERT_EQ(event_fifo_raise(fd, 1), 0);
+  close(fd);
+  ASSERT_TRUE(event_fifos_restore());
+  EXPECT_EQ(pending() & 1u, 1u);
 }
 
 TEST_F(Events, AreWrittenToFifosOnly) {

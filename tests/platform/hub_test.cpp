@@ -22,7 +22,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int kWaitMs = 5000;
+constexpr int kWaitMs = 60000;
 
 struct Packet {
   mdx_packet_header_t header{};

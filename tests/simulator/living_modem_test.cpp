@@ -131,6 +131,16 @@ TEST(LivingModem, MessageDialogue) {
   }
 }
 
+TEST(LivingModem, AFullStoreRefusesMessages) {
+  Host host;
+  const std::string store = "AT+CMGW=20\r" + std::string(kPdu) + "\x1a";
+  for (int index = 1; index < MessageStore::kCapacity; ++index)  // one is there from the start
+    ASSERT_EQ(host.say(store), "\r\n> " + lines("+CMGW: " + std::to_string(index)));
+  EXPECT_EQ(host.say(store), "\r\n> \r\n+CMS ERROR: 322\r\n");
+  EXPECT_EQ(host.say("AT+CMGD=7\r"), kOk);
+  EXPECT_EQ(host.say(store), "\r\n> " + lines("+CMGW: 7"));
+}
+
 TEST(LivingModem, SlowAnswersHoldUpAnswersButNotReports) {
   LivingOptions options = quiet();
   options.scan_time = Time{2000};
