@@ -343,10 +343,11 @@ void Q7_App_Ungister() {
   pthread_mutex_lock(&binding_lock);
   if (bound.exchange(false)) {
     tell(MDX_TRACE_FLOW, "given up");
-    if (modem_channel_is_read_here())
+    if (modem_channel_is_read_here()) {
       give_up();
-    else
+    } else {
       modem_channel_wake();
+    }
   }
   pthread_mutex_unlock(&binding_lock);
 }

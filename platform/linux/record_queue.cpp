@@ -153,9 +153,10 @@ bool restore_queue(int32_t id, int error) {
   }
   if (fresh < 0) {
     const int why = errno;
-    if (why != queue.complaint)
+    if (why != queue.complaint) {
       MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
                 number, strerror(why));
+    }
     queue.complaint = why;
     errno = error;
     return false;
