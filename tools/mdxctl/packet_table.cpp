@@ -2,6 +2,8 @@
 
 #include "tools/mdxctl/packet_table.h"
 
+#include <iterator>
+#include <string_view>
 #include <type_traits>
 
 #include "client/mdxclient.h"
@@ -240,6 +242,22 @@ constexpr bool fields_fit() {
   return true;
 }
 static_assert(fields_fit());
+
+constexpr bool same_packet(const packet_row_t& one, const packet_row_t& other) {
+  if (one.kind != other.kind || one.number != other.number || one.type != other.type) return false;
+  const bool same_service = one.to == nullptr || std::string_view(one.to) == other.to;
+  return same_service && one.length == other.length;
+}
+
+constexpr bool rows_differ() {
+  for (const packet_row_t& row : kPackets) {
+    for (const packet_row_t* other = &row + 1; other != std::end(kPackets); ++other) {
+      if (same_packet(row, *other)) return false;
+    }
+  }
+  return true;
+}
+static_assert(rows_differ());
 
 }  // namespace
 
