@@ -42,6 +42,13 @@ class Terminal(DeviceTest):
         except AssertionError:
             self.fail(f"{texts} not on the screen:\n{self.screen()}")
 
+    def see_a_report(self):
+        """A new one, with nothing typed meanwhile."""
+        def reports():
+            return re.findall(r"^\d\d:\d\d:\d\d\.\d{3} ", self.screen(), re.M)[-1:]
+        before = reports()
+        wait_until(lambda: reports() != before, PATIENCE_S, "a report")
+
     def assert_terminal_is_as_before(self):
         self.type("clear; stty -a | grep -o ' icanon' && stty -a | grep -o ' echo ' && echo so''und")
         self.see("sound")
@@ -52,10 +59,13 @@ class Terminal(DeviceTest):
         self.see("at>")
         self.type("at+gc", "Tab", "Enter")
         self.see("at> AT+GCAP", "+GCAP: ", "OK")
-        before = self.screen().count("EVT_AT_HCSQ")
-        self.type("half a line", "Left")
-        wait_until(lambda: self.screen().count("EVT_AT_HCSQ") > before, PATIENCE_S, "a report meanwhile")
-        self.assertEqual(self.screen().rstrip().splitlines()[-1], "at> half a line")
+        self.type("half a line", "Left", "Escape")
+        self.see_a_report()
+        wait_until(lambda: self.screen().rstrip().endswith("\nat> half a line"), PATIENCE_S, "the line")
+        self.tmux("send-keys", "C-c", "C-r")
+        self.tmux("send-keys", "-l", "GC")
+        self.see("bck:GC")
+        self.see_a_report()
         self.tmux("send-keys", "C-c")
         self.type("reports off")
         self.type('AT+CPIN="1234"')

@@ -8,6 +8,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <iostream>
@@ -24,7 +25,7 @@
 
 namespace {
 
-constexpr int kLookForServerMs = 1000;
+constexpr std::chrono::milliseconds kLookForServer{1000};
 
 /// Lines end in LF, the last one too, and nothing in them moves the terminal's cursor.
 std::string shown_lines(const std::string& text) {
@@ -43,7 +44,8 @@ class shell_t {
   explicit shell_t(mdx_client_t* client)
       : client_(client),
         signal_fd_(signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP})),
-        prompt_([this](const std::string& line) { run_line(line); }, [this] { done_ = true; }) {}
+        prompt_({[this](const std::string& line) { run_line(line); }, [this] { done_ = true; },
+                 [this](int timeout_ms) { return wait_for_key(timeout_ms); }}) {}
   ~shell_t() {
     mdx_unsubscribe(reports_);
     close(signal_fd_);
@@ -55,24 +57,52 @@ class shell_t {
     subscribe();
     while (!done_) {
       if (waiting_.empty()) prompt_.show();
-      wait();
+      switch (next_arrival(milliseconds::max())) {
+        case ARRIVED_SIGNAL:
+          take_signal(next_signal(signal_fd_));
+          break;
+        case ARRIVED_KEY:
+          prompt_.read_key();
+          break;
+        case ARRIVED_NOTHING:
+          break;
+      }
     }
   }
 
  private:
-  void wait() {
-    const bool look_for_server = reports_wanted_ && reports_ == nullptr;
+  using milliseconds = std::chrono::milliseconds;
+  enum arrival_t { ARRIVED_NOTHING, ARRIVED_SIGNAL, ARRIVED_KEY };
+
+  /// Takes answers and reports. Keys and signals are left to the caller.
+  arrival_t next_arrival(milliseconds time) {
+    if (reports_wanted_ && reports_ == nullptr) time = std::min(time, kLookForServer);
     pollfd fds[] = {{prompt_.shown() ? 0 : -1, POLLIN, 0},
                     {signal_fd_, POLLIN, 0},
                     {mdx_client_fd(client_), POLLIN, 0},
                     {mdx_subscription_fd(reports_), POLLIN, 0}};
-    const int ready = poll(fds, std::size(fds), look_for_server ? kLookForServerMs : -1);
+    const int wait_ms = time == milliseconds::max() ? -1 : static_cast<int>(time.count());
+    const int ready = poll(fds, std::size(fds), wait_ms);
     if (ready == 0) subscribe();
-    if (ready <= 0) return;
-    if (fds[1].revents != 0) take_signal(next_signal(signal_fd_));
+    if (ready <= 0) return ARRIVED_NOTHING;
+    if (fds[1].revents != 0) return ARRIVED_SIGNAL;
     if (fds[2].revents != 0) take_answer();
     if (fds[3].revents != 0) take_report();
-    if (fds[0].revents != 0 && prompt_.shown()) prompt_.read_key();
+    return fds[0].revents != 0 ? ARRIVED_KEY : ARRIVED_NOTHING;
+  }
+
+  /// For the prompt, within a key. A signal is not taken: it ends the key first.
+  bool wait_for_key(int timeout_ms) {
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
+    while (true) {
+      const auto left =
+          std::max(ceil<milliseconds>(deadline - steady_clock::now()), milliseconds(0));
+      const milliseconds time = timeout_ms < 0 ? milliseconds::max() : left;
+      const arrival_t arrival = next_arrival(time);
+      if (arrival != ARRIVED_NOTHING) return arrival == ARRIVED_KEY;
+      if (time == milliseconds(0)) return false;
+    }
   }
 
   void take_signal(int signal) {

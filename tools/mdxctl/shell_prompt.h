@@ -5,17 +5,28 @@
 
 #include <functional>
 #include <string>
+#include <vector>
+
+struct editline;  // of libedit, as is the next
+struct history;
 
 /// One at a time. Reads standard input, which is a terminal; the terminal is as it was before while
 /// the prompt is hidden, and at the end.
 class shell_prompt_t {
  public:
-  using line_handler_t = std::function<void(const std::string& line)>;
+  struct handlers_t {
+    /// Gets each line that was entered, with the prompt hidden.
+    std::function<void(const std::string& line)> line;
+    /// End of file, or the terminal is gone.
+    std::function<void()> end;
+    /// Waits until standard input has a key, and serves what else comes meanwhile; for keys that
+    /// take more keys, such as those of a search. False when something came that ends the editing
+    /// of this key, or after `timeout_ms`; a negative one waits for good.
+    std::function<bool(int timeout_ms)> wait_for_key;
+  };
 
   /// Reads the history of earlier shells.
-  /// @param on_line  gets each line that was entered, with the prompt hidden
-  /// @param on_end   called for end of file
-  shell_prompt_t(line_handler_t on_line, std::function<void()> on_end);
+  explicit shell_prompt_t(handlers_t handlers);
   ~shell_prompt_t();
   shell_prompt_t(const shell_prompt_t&) = delete;
   shell_prompt_t& operator=(const shell_prompt_t&) = delete;
@@ -25,7 +36,7 @@ class shell_prompt_t {
   void hide();
   bool shown() const { return shown_; }
 
-  /// Takes a key that waits on standard input.
+  /// Takes a key that waits on standard input, and those behind it that belong to it.
   void read_key();
   /// Forgets what was typed.
   void clear_line();
@@ -35,12 +46,38 @@ class shell_prompt_t {
   void print(const std::string& lines);
 
  private:
-  static void take_line(char* line);
+  struct typed_t {
+    std::wstring text;
+    int behind_cursor = 0;  ///< characters of it
+  };
 
-  static shell_prompt_t* self_;
-  line_handler_t on_line_;
-  std::function<void()> on_end_;
+  static shell_prompt_t& of(struct editline* editor);
+  static int next_character(struct editline* editor, wchar_t* character);
+  static unsigned char complete_line(struct editline* editor, int key);
+  static unsigned char delete_or_end(struct editline* editor, int key);
+
+  void set_up_editor();
+  void read_history();
+  void write_history();
+  bool read_byte(char* byte);
+  void enter(const std::string& line);
+  void end();
+  unsigned char complete();
+  void offer(const std::vector<std::string>& words);
+  typed_t typed() const;
+  void leave();
+  void start_again(const typed_t& typed);
+  void wipe();
+
+  handlers_t handlers_;
+  struct editline* editor_;
+  struct history* history_;
   std::string history_file_;
-  std::string typed_;
+  typed_t typed_;          ///< while the prompt is hidden
+  std::string completed_;  ///< what the last completion led to
+  int bytes_of_key_ = 0;   ///< taken since read_key() was called
+  bool key_is_escape_ = false;
+  bool given_up_ = false;  ///< the rest of a key did not come
+  bool ended_ = false;
   bool shown_ = false;
 };
