@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The shared library exports what its header declares and nothing else, under its name.
+"""The shared library exports what its header declares and nothing else, each name in a version node, and
+every struct of the header that can be filled begins with its size.
 
     check_abi.py NM HEADER LIBRARY SONAME
 """
@@ -16,13 +17,19 @@ def run(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-declared = set(re.findall(r"^MDX_API [^;]*?(\w+)\(", pathlib.Path(header).read_text(), re.M))
-# Sanitizers add names of their own, which begin with two underscores.
-exported = {name for name in re.findall(r" (\w+)$", run(nm, "-D", "--defined-only", library), re.M)
-            if not name.startswith("__")}
+text = pathlib.Path(header).read_text()
+declared = set(re.findall(r"^MDX_API [^;]*?(\w+)\(", text, re.M))
+symbols = run(nm, "-D", "--defined-only", "--with-symbol-versions", library)
+versions = dict(re.findall(r" [^A] (\w+)(?:@@(\w+))?$", symbols, re.M))
+exported = set(versions)
+without_node = sorted(name for name, node in versions.items() if not node.startswith("MDXCLIENT_"))
 names = re.findall(r"\(SONAME\).*\[(.*)\]", run("readelf", "-d", library))
-if not declared or exported != declared or names != [soname]:
+structs = re.findall(r"^typedef struct (\w+) \{\n( *\w.*)", text, re.M)
+fixed = [name for name, first in structs if not first.startswith("  uint32_t size;")]
+if not declared or exported != declared or without_node or names != [soname] or fixed or not structs:
     print("declared, not exported:", sorted(declared - exported))
     print("exported, not declared:", sorted(exported - declared))
+    print("exported without a version node:", without_node)
     print("name:", names, "wanted:", soname)
+    print("structs that cannot grow:", fixed)
     sys.exit(1)

@@ -1,0 +1,40 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+
+/* What programs were compiled with stays true: the size that each struct had in its first version,
+ * and where its fields are. New fields go behind the last one. This is C99, and compiling it is
+ * all. */
+
+#include "client/mdxclient.h"
+
+#define IS(name, condition) typedef char name[(condition) ? 1 : -1]
+#define AT(type, field, offset) IS(type##_##field, offsetof(type, field) == (offset))
+#define POINTER sizeof(void*)
+
+AT(mdx_options_t, size, 0);
+AT(mdx_options_t, timeout_s, 4);
+AT(mdx_options_t, deadline_ms, 8);
+AT(mdx_options_t, match, 8 + POINTER);
+AT(mdx_options_t, multi_line, 8 + 2 * POINTER);
+AT(mdx_options_t, transparent, 12 + 2 * POINTER);
+
+AT(mdx_result_t, size, 0);
+AT(mdx_result_t, ret_val, 4);
+AT(mdx_result_t, text, 8);
+AT(mdx_result_t, length, 8 + POINTER);
+AT(mdx_result_t, timeout_left_s, 12 + POINTER);
+AT(mdx_result_t, refused, 16 + POINTER);
+
+AT(mdx_packet_t, size, 0);
+AT(mdx_packet_t, type, 4);
+AT(mdx_packet_t, kind, 8);
+AT(mdx_packet_t, to, 12);
+AT(mdx_packet_t, lost, 28);
+AT(mdx_packet_t, module, 32);
+AT(mdx_packet_t, a, 36);
+AT(mdx_packet_t, b, 40);
+AT(mdx_packet_t, length, 44);
+AT(mdx_packet_t, payload, 48);
+
+const mdx_options_t abi_options = MDX_OPTIONS_INIT;
+const mdx_result_t abi_result = MDX_RESULT_INIT;
+const mdx_packet_t abi_packet = MDX_PACKET_INIT;
