@@ -12,6 +12,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 #include "client/client_handle.h"
 #include "client/wait_clock.h"
 #include "client/watch.h"
@@ -25,12 +27,17 @@ constexpr int64_t kLongestRetryMs = 50;
 /// The answer is also looked for without a raise this often, should the server fail to reach our
 /// FIFO.
 constexpr int64_t kLookAgainMs = 500;
+/// More than a queue holds. Somebody who puts records there in our name, as fast as we take them,
+/// must not keep us beyond the deadline.
+constexpr int kMostAtOnce = 2 * kMdxQueueDepth;
 
 /// Takes away what the server still holds of earlier requests.
 void drop_leftovers(mdx_client_t* client) {
   at_msg_t old;
-  while (server_link_take_request(&client->link, client->task, &old) == MDX_OK) continue;
-  while (server_link_take_answer(&client->link, client->task, &old) == MDX_OK) continue;
+  for (const auto take : {server_link_take_request, server_link_take_answer}) {
+    for (int i = 0; i < kMostAtOnce && take(&client->link, client->task, &old) == MDX_OK; ++i)
+      continue;
+  }
   event_fifo_take(client->event_fd);
 }
 
@@ -86,18 +93,27 @@ int try_to_put(mdx_client_t* client) {
   return pending(client, EXCHANGE_SENT, kLookAgainMs);
 }
 
+using take_t = int (*)(server_link_t* link, int32_t task, at_msg_t* record);
+
+/// Takes the request's own record off a queue, and what lies before it in our name.
+/// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there, or what is wrong with the queue
+int take_own(mdx_client_t* client, take_t take, at_msg_t* record) {
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    const int error = take(&client->link, client->task, record);
+    if (error != MDX_OK || record->seq == client->exchange.sent.seq) return error;
+  }
+  return MDX_ERR_TIMEOUT;
+}
+
 /// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there yet, or why it never will be
 int take_answer(mdx_client_t* client, at_msg_t* answer) {
-  for (;;) {
-    const int error = server_link_take_answer(&client->link, client->task, answer);
-    if (error != MDX_OK || answer->seq == client->exchange.sent.seq) return error;
-  }
+  return take_own(client, server_link_take_answer, answer);
 }
 
 /// Nobody shall run the request any more, unless it is already being run.
 bool withdraw(mdx_client_t* client) {
   at_msg_t unserved;
-  return server_link_take_request(&client->link, client->task, &unserved) == MDX_OK;
+  return take_own(client, server_link_take_request, &unserved) == MDX_OK;
 }
 
 int look_for_answer(mdx_client_t* client, mdx_result_t* result) {

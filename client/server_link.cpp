@@ -67,9 +67,10 @@ bool find_queue(int32_t number, int* queue) {
   return *queue >= 0;
 }
 
+/// What is no record is passed over, as much as a queue holds.
 int take(int queue, int32_t task, at_msg_t* record) {
   queue_message_t message;
-  for (;;) {
+  for (int i = 0; i < kMdxQueueDepth; ++i) {
     const ssize_t size =
         msgrcv(queue, &message, sizeof(message.record), task, IPC_NOWAIT | MSG_NOERROR);
     if (size == static_cast<ssize_t>(sizeof(message.record))) {
@@ -78,6 +79,7 @@ int take(int queue, int32_t task, at_msg_t* record) {
     }
     if (size < 0 && errno != EINTR) return error_of(errno);
   }
+  return MDX_ERR_TIMEOUT;
 }
 
 /// A queue that was deleted may have been made again since.

@@ -26,6 +26,7 @@ constexpr char kMdxUser[] = "mdxgate";
 constexpr int32_t kMdxQueueKey = 0x4D445800;
 constexpr int32_t kMdxResponseQueue = 1;
 constexpr int32_t kMdxRequestQueue = 2;
+constexpr int32_t kMdxQueueDepth = 10;
 constexpr uint32_t kMdxRecordSize = 1600;
 /// Message type of a record whose `msg_type` is not positive.
 constexpr int32_t kMdxOddMessageType = 0x7fffffff;

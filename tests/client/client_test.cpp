@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 
 #include <chrono>
@@ -11,6 +12,19 @@
 
 #include "client/mdxclient.h"
 #include "tests/client/stand_in_server.h"
+
+namespace {
+/// While this is not 0, a queue gives messages of this size for ever, of whatever type is asked
+/// for.
+ssize_t flood_size = 0;
+}  // namespace
+
+/// Stands in the place of the C library's.
+extern "C" ssize_t msgrcv(int queue, void* message, size_t room, long type, int flags) {
+  if (flood_size == 0) return syscall(SYS_msgrcv, queue, message, room, type, flags);
+  std::memset(message, 0, sizeof(long) + room);
+  return flood_size;
+}
 
 namespace {
 
@@ -322,6 +336,37 @@ TEST(Client, CancelTellsWhetherTheCommandMayRun) {
     ASSERT_EQ(mdx_begin(client, "ATclose", nullptr), MDX_OK);
   }
   EXPECT_EQ(server.waiting(2), 0) << "a closed handle leaves nothing to be run";
+}
+
+TEST(Client, WhoFloodsTheQueuesInItsNameDoesNotKeepItBeyondItsDeadline) {
+  StandInServer server(ignore, false);
+  Handle client;
+  const mdx_options_t options = within(100);
+  mdx_result_t result = MDX_RESULT_INIT;
+  for (const size_t size : {sizeof(at_msg_t), size_t{10}}) {
+    flood_size = static_cast<ssize_t>(size);
+    EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_TIMEOUT) << size;
+    flood_size = 0;
+  }
+}
+
+TEST(Client, OnlyItsOwnRequestIsWithdrawn) {
+  StandInServer server(ignore, false);
+  Handle client;
+  at_msg_t planted{};
+  ASSERT_EQ(mdx_begin(client, "ATold", nullptr), MDX_OK);
+  ASSERT_TRUE(server.take(&planted));
+  planted.seq -= 1;
+  server.put(2, planted, planted.msg_type, sizeof(planted));
+  EXPECT_EQ(mdx_cancel(client), MDX_ERR_TIMEOUT) << "the server has it";
+
+  ASSERT_EQ(mdx_begin(client, "ATnew", nullptr), MDX_OK);
+  at_msg_t own{};
+  ASSERT_TRUE(server.take(&own));
+  server.put(2, planted, planted.msg_type, sizeof(planted));
+  server.put(2, own, own.msg_type, sizeof(own));
+  EXPECT_EQ(mdx_cancel(client), MDX_OK);
+  EXPECT_EQ(server.waiting(2), 0) << "its own has gone, and what stood before it";
 }
 
 TEST(Client, AnswerGivenJustBeforeDeathCounts) {
