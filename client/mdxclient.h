@@ -38,8 +38,10 @@ typedef enum mdx_error {
 
 /** How the exchange with the modem ended: `ret_val` of a result. */
 typedef enum mdx_verdict {
-  MDX_RESULT_NONE = -1,      /**< the modem did not answer within the time-out */
-  MDX_RESULT_NO_VERDICT = 0, /**< a PDU exchange that broke off without a result */
+  MDX_RESULT_NONE = -1, /**< the modem did not answer within the time-out */
+  /** A PDU exchange that broke off without a result, or whose OK came without the message's
+   * reference: nobody knows whether the message was sent. */
+  MDX_RESULT_NO_VERDICT = 0,
   MDX_RESULT_OK = 2,
   MDX_RESULT_CME_ERROR = 3, /**< the text is the error line with its number */
   MDX_RESULT_CMS_ERROR = 4, /**< the same */
@@ -78,6 +80,22 @@ typedef struct mdx_options {
 #define MDX_OPTIONS_INIT \
   { sizeof(mdx_options_t), 10, 0, NULL, 0, 0 }
 
+/** What makes a request one that can never be served. */
+typedef enum mdx_mistake {
+  MDX_MISTAKE_NONE = 0,
+  MDX_MISTAKE_OPTIONS = 1,
+  MDX_MISTAKE_MATCH_TOO_LONG = 2,
+  MDX_MISTAKE_MATCH_CONTROL = 3,   /**< a control character (0 to 31, 127) in the match string */
+  MDX_MISTAKE_NOT_AT = 4,          /**< also a command that is NULL */
+  MDX_MISTAKE_CONTROL = 5,         /**< a control character in the command, or in the head */
+  MDX_MISTAKE_TOO_LONG = 6,        /**< the command, or head and PDU together */
+  MDX_MISTAKE_NEEDS_PDU = 7,       /**< the modem would wait for a message: mdx_send_pdu */
+  MDX_MISTAKE_UNKNOWN_PROMPT = 8,  /**< it would, and the server cannot give it one */
+  MDX_MISTAKE_NOT_TRANSPARENT = 9, /**< asks about a message command, and is not transparent */
+  MDX_MISTAKE_NO_MESSAGE = 10,     /**< the head does not end in a command that takes a message */
+  MDX_MISTAKE_PDU = 11             /**< no pairs of hexadecimal digits */
+} mdx_mistake_t;
+
 /** The answer. Start from MDX_RESULT_INIT. */
 typedef struct mdx_result {
   uint32_t size;          /**< sizeof(mdx_result_t) of the caller */
@@ -88,10 +106,13 @@ typedef struct mdx_result {
   /** 1: ret_val 8 is the server's own word: it refused the request or could not write to the modem;
    * or the modem answered a PDU with COMMAND NOT SUPPORT and no text. */
   int32_t refused;
+  /** 1: the modem's answer was longer than the 1499 bytes that an answer has room for, and text is
+   * missing. Without match, multi_line and transparent the server does not tell. */
+  int32_t truncated;
 } mdx_result_t;
 
 #define MDX_RESULT_INIT \
-  { sizeof(mdx_result_t), MDX_RESULT_NONE, "", 0, 0, 0 }
+  { sizeof(mdx_result_t), MDX_RESULT_NONE, "", 0, 0, 0, 0 }
 
 /** One client of the server: a thread's. It is used and closed by the thread that opened it. */
 typedef struct mdx_client mdx_client_t;
@@ -113,8 +134,9 @@ MDX_API void mdx_close(mdx_client_t* client);
  * After MDX_ERR_SERVER_GONE the handle stays good: the next call looks for the server again. A
  * request that nobody took by the deadline is withdrawn and not run later.
  * @param command  starts with AT in either case; MDX_COMMAND_MAX bytes at most, CR and LF at its
- * end not counted. One that sends or stores a message (+CMGS, +CMGW, ^HCMGS, ^HCMGW) goes through
- * mdx_send_pdu, unless it is transparent.
+ * end not counted, and no other control characters. One that makes the modem wait for a message
+ * (+CMGS, +CMGW, ^HCMGS, ^HCMGW) goes through mdx_send_pdu; a query about one (AT+CMGS=?) has to be
+ * transparent.
  * @param options  NULL for the defaults
  * @param result   filled when MDX_OK is returned; its ret_val tells what the modem said
  */
@@ -123,8 +145,9 @@ MDX_API int mdx_send(mdx_client_t* client, const char* command, const mdx_option
 
 /** Sends or stores a message in PDU mode: command line, the modem's prompt, PDU.
  *
- * The time-out counts twice, once for the prompt and once for the answer.
- * @param head  the command line, such as AT+CMGS=22
+ * The time-out counts twice, once for the prompt and once for the answer. An OK counts
+ * only behind the message's reference (+CMGS: 12), unless the match drops that.
+ * @param head  the command line, such as AT+CMGS=22; sent in capitals and without blanks
  * @param pdu   hexadecimal digits, an even number; with the head 636 bytes at most
  * @param options  as mdx_send; `transparent` must be 0. A NULL match stands for the head's own
  * prefix, so that the line with the message reference becomes the text; "" drops that line.
@@ -173,6 +196,20 @@ MDX_API int mdx_finish(mdx_client_t* client, mdx_result_t* result);
  * been or may still be running, and its answer is lost; MDX_ERR_ARGUMENT when none is under way
  */
 MDX_API int mdx_cancel(mdx_client_t* client);
+
+/** Tells why a request would come back with MDX_ERR_ARGUMENT. Needs no handle and sends nothing.
+ *
+ * @param command  as mdx_send, or the head of mdx_send_pdu
+ * @param pdu      NULL for mdx_send and mdx_begin
+ * @param position  set to the offset of the byte that is wrong, in the match string, command or PDU
+ *                  that the mistake names, where it is one byte; may be NULL
+ * @return mdx_mistake_t
+ */
+MDX_API int mdx_check(const char* command, const char* pdu, const mdx_options_t* options,
+                      uint32_t* position);
+
+/** What is wrong, and what to do instead: one sentence. Never NULL. */
+MDX_API const char* mdx_mistake_text(int mistake);
 
 /** The library's version, such as "1.2.3". Never NULL. */
 MDX_API const char* mdx_version(void);

@@ -11,9 +11,7 @@ const char* mdx_strerror(int error) {
     case MDX_OK:
       return "the request was served";
     case MDX_ERR_ARGUMENT:
-      return "the request can never be served: check that the command starts with AT, that "
-             "command, "
-             "match string and PDU are not too long, and that a message goes with its PDU";
+      return "the request can never be served: mdx_check tells what is wrong with it";
     case MDX_ERR_NO_SERVER:
       return "no server is running: start it with \"systemctl start mdxgate\", or run mdxgate";
     case MDX_ERR_SERVER_GONE:
@@ -37,6 +35,42 @@ const char* mdx_strerror(int error) {
       return "a call of the system failed: errno tells why";
     default:
       return "unknown error: it is no value of mdx_error_t";
+  }
+}
+
+const char* mdx_mistake_text(int mistake) {
+  switch (mistake) {
+    case MDX_MISTAKE_NONE:
+      return "nothing is wrong with the request";
+    case MDX_MISTAKE_OPTIONS:
+      return "the options are wrong: start from MDX_OPTIONS_INIT, no time is negative, and "
+             "transparent goes neither with multi_line nor with a PDU";
+    case MDX_MISTAKE_MATCH_TOO_LONG:
+      return "the match string is too long: 63 bytes are the most";
+    case MDX_MISTAKE_MATCH_CONTROL:
+      return "the match string holds a control character, which no line of an answer does";
+    case MDX_MISTAKE_NOT_AT:
+      return "the command does not begin with AT";
+    case MDX_MISTAKE_CONTROL:
+      return "the command holds a control character, at which the modem would end or change it: "
+             "send each command by itself, and such characters of a text in hexadecimal";
+    case MDX_MISTAKE_TOO_LONG:
+      return "the command is too long: 638 bytes are the most, 636 with a PDU";
+    case MDX_MISTAKE_NEEDS_PDU:
+      return "the modem would wait for a message behind this command: send it with mdx_send_pdu";
+    case MDX_MISTAKE_UNKNOWN_PROMPT:
+      return "the modem would wait for a PDU behind this command, and the server cannot give it "
+             "one: use AT+CNMA without a length; AT+CMGC cannot be used here";
+    case MDX_MISTAKE_NOT_TRANSPARENT:
+      return "the server would wait for a PDU behind this command: set transparent to ask the "
+             "modem about a message command";
+    case MDX_MISTAKE_NO_MESSAGE:
+      return "the head does not end in a command that sends or stores a message: +CMGS, +CMGW, "
+             "^HCMGS or ^HCMGW with its value";
+    case MDX_MISTAKE_PDU:
+      return "the PDU is not made of pairs of hexadecimal digits";
+    default:
+      return "unknown mistake: it is no value of mdx_mistake_t";
   }
 }
 

@@ -15,7 +15,7 @@ struct request_t {
 };
 
 /// Each fills `request` but for the sender's fields (`msg_type`, `seq`), zeroed.
-/// @return MDX_OK or MDX_ERR_ARGUMENT
+/// @return MDX_OK or MDX_ERR_ARGUMENT; mdx_check tells why
 int request_command(const char* command, const mdx_options_t* options, request_t* request);
 int request_pdu(const char* head, const char* pdu, const mdx_options_t* options,
                 request_t* request);

@@ -21,7 +21,8 @@ int main(int argc, char** argv) {
   error = mdx_open(&client);
   if (error == MDX_OK) error = mdx_send(client, argv[1], &options, &result);
   if (error != MDX_OK) {
-    fprintf(stderr, "%s\n", mdx_strerror(error));
+    const int mistake = mdx_check(argv[1], NULL, &options, NULL);
+    fprintf(stderr, "%s\n", mistake ? mdx_mistake_text(mistake) : mdx_strerror(error));
     mdx_close(client);
     return 2;
   }

@@ -84,39 +84,157 @@ TEST(Client, RefusesWhatCanNeverBeServed) {
   StandInServer server(ignore, false);
   Handle client;
   mdx_result_t result = MDX_RESULT_INIT;
+  constexpr int kServed = MDX_MISTAKE_NONE;
   const std::string fits = "AT" + std::string(636, 'x');
   // clang-format off
-  const struct { std::string command; void (*change)(mdx_options_t&); int error; } cases[] = {
-    {fits,               nullptr,                                          MDX_ERR_BUSY    },
-    {fits + "x",         nullptr,                                          MDX_ERR_ARGUMENT},
-    {"",                 nullptr,                                          MDX_ERR_ARGUMENT},
-    {"A",                nullptr,                                          MDX_ERR_ARGUMENT},
-    {"at",               nullptr,                                          MDX_ERR_BUSY    },
-    {"AT+CMGS=22",       nullptr,                                          MDX_ERR_ARGUMENT},
-    {"AT+CMGS=?",        [](mdx_options_t& o) { o.transparent = 1; },      MDX_ERR_BUSY    },
-    {"AT",               [](mdx_options_t& o) { o.transparent = 1;
-                                                o.multi_line = 1; },       MDX_ERR_ARGUMENT},
-    {"AT",               [](mdx_options_t& o) { o.multi_line = 2; },       MDX_ERR_ARGUMENT},
-    {"AT",               [](mdx_options_t& o) { o.timeout_s = -1; },       MDX_ERR_ARGUMENT},
-    {"AT",               [](mdx_options_t& o) {
-                           static const std::string text(64, 'm');
-                           o.match = text.c_str(); },                      MDX_ERR_ARGUMENT},
+  const struct { std::string command; int mistake; int transparently; } cases[] = {
+    {fits + "\r\n",             kServed,                     kServed                    },
+    {fits + "x",                MDX_MISTAKE_TOO_LONG,        MDX_MISTAKE_TOO_LONG       },
+    {"",                        MDX_MISTAKE_NOT_AT,          MDX_MISTAKE_NOT_AT         },
+    {"A",                       MDX_MISTAKE_NOT_AT,          MDX_MISTAKE_NOT_AT         },
+    {"at",                      kServed,                     kServed                    },
+    {"AT\rAT+ECHO=1",           MDX_MISTAKE_CONTROL,         MDX_MISTAKE_CONTROL        },
+    {"AT\nAT+ECHO=1",           MDX_MISTAKE_CONTROL,         MDX_MISTAKE_CONTROL        },
+    {"AT\x1a",                  MDX_MISTAKE_CONTROL,         MDX_MISTAKE_CONTROL        },
+    {"AT+X=\"\x1b\"",           MDX_MISTAKE_CONTROL,         MDX_MISTAKE_CONTROL        },
+    {"AT+X\x7f",                MDX_MISTAKE_CONTROL,         MDX_MISTAKE_CONTROL        },
+    {"AT+X=\"\xc3\xa9 ~\"",     kServed,                     kServed                    },
+    {"AT+CMGS=22",              MDX_MISTAKE_NEEDS_PDU,       MDX_MISTAKE_NEEDS_PDU      },
+    {"at+cmgs=22",              MDX_MISTAKE_NEEDS_PDU,       MDX_MISTAKE_NEEDS_PDU      },
+    {"AT + C MGW =5",           MDX_MISTAKE_NEEDS_PDU,       MDX_MISTAKE_NEEDS_PDU      },
+    {"AT+CMGF=1;+CMGW",         MDX_MISTAKE_NEEDS_PDU,       MDX_MISTAKE_NEEDS_PDU      },
+    {"AT+X=\"a;b\";^hcmgs=\"1\"", MDX_MISTAKE_NEEDS_PDU,     MDX_MISTAKE_NEEDS_PDU      },
+    {"AT+CMGC=5",               MDX_MISTAKE_UNKNOWN_PROMPT,  MDX_MISTAKE_UNKNOWN_PROMPT },
+    {"AT+CNMA=1,5",             MDX_MISTAKE_UNKNOWN_PROMPT,  MDX_MISTAKE_UNKNOWN_PROMPT },
+    {"AT+CNMA=1;+X=1,2",        kServed,                     kServed                    },
+    {"AT+CMSS=1",               kServed,                     kServed                    },
+    {"at+cmgs=?",               kServed,                     kServed                    },
+    {"AT+CMGS=?",               MDX_MISTAKE_NOT_TRANSPARENT, kServed                    },
+    {"AT+CMGW?",                MDX_MISTAKE_NOT_TRANSPARENT, kServed                    },
+    {"AT+CMGSX=1",              MDX_MISTAKE_NOT_TRANSPARENT, kServed                    },
+    {"AT+CUSD=1,\"+CMGS=1\"",   MDX_MISTAKE_NOT_TRANSPARENT, kServed                    },
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    for (const int transparent : {0, 1}) {
+      const int mistake = transparent == 0 ? c.mistake : c.transparently;
+      mdx_options_t options = within(1);
+      options.transparent = transparent;
+      EXPECT_EQ(mdx_check(c.command.c_str(), nullptr, &options, nullptr), mistake) << c.command;
+      EXPECT_EQ(mdx_send(client, c.command.c_str(), &options, &result),
+                mistake == kServed ? MDX_ERR_BUSY : MDX_ERR_ARGUMENT)
+          << c.command << " transparent " << transparent;
+    }
+  }
+}
+
+TEST(Client, RefusesOptionsThatCanNeverBeServed) {
+  StandInServer server(ignore, false);
+  Handle client;
+  mdx_result_t result = MDX_RESULT_INIT;
+  // clang-format off
+  const struct { int mistake; void (*change)(mdx_options_t&); } cases[] = {
+    {MDX_MISTAKE_OPTIONS,        [](mdx_options_t& o) { o.transparent = o.multi_line = 1; }},
+    {MDX_MISTAKE_OPTIONS,        [](mdx_options_t& o) { o.multi_line = 2; }},
+    {MDX_MISTAKE_OPTIONS,        [](mdx_options_t& o) { o.timeout_s = -1; }},
+    {MDX_MISTAKE_MATCH_TOO_LONG, [](mdx_options_t& o) { static const std::string text(64, 'm');
+                                                        o.match = text.c_str(); }},
+    {MDX_MISTAKE_MATCH_CONTROL,  [](mdx_options_t& o) { o.match = "OK\r"; }},
   };
   // clang-format on
   for (const auto& c : cases) {
     mdx_options_t options = within(1);
-    if (c.change != nullptr) c.change(options);
-    EXPECT_EQ(mdx_send(client, c.command.c_str(), &options, &result), c.error) << c.command;
+    c.change(options);
+    EXPECT_EQ(mdx_check("AT", nullptr, &options, nullptr), c.mistake);
+    EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_ARGUMENT) << c.mistake;
+    EXPECT_EQ(mdx_get_report(client, MDX_REPORT_RSSI, &options, &result), MDX_ERR_ARGUMENT);
   }
+}
+
+TEST(Client, MessageGoesOutAsTheServerKnowsIt) {
+  StandInServer server(ignore, false);
+  Handle client;
   // clang-format off
-  const struct { const char* head; std::string pdu; } pdus[] = {
-    {"AT+CMGS=2",   ""                  }, {"AT+CMGS=2", "0"   }, {"AT+CMGS=2", "0G"},
-    {"AT+CMGS=2",   std::string(628, '0')}, {"AT+CSQ",    "00"  }, {"AT+CMGS=2\r", "00"},
+  const struct { const char* head; std::string pdu; int mistake; const char* sent; } cases[] = {
+    {"AT+CMGS=2",            "00",                MDX_MISTAKE_NONE,  "AT+CMGS=2\r00\x1a"            },
+    {"at + cmgs =2",         "aF",                MDX_MISTAKE_NONE,  "AT+CMGS=2\raF\x1a"            },
+    {"at+x=\"a b\";^hcmgw=1", "00",               MDX_MISTAKE_NONE,  "AT+X=\"a b\";^HCMGW=1\r00\x1a"},
+    {"AT+CMGS=2",            "",                  MDX_MISTAKE_PDU,   nullptr},
+    {"AT+CMGS=2",            "0",                 MDX_MISTAKE_PDU,   nullptr},
+    {"AT+CMGS=2",            "0G",                MDX_MISTAKE_PDU,   nullptr},
+    {"AT+CMGS=2",            std::string(628, '0'), MDX_MISTAKE_TOO_LONG, nullptr},
+    {"AT+CSQ",               "00",                MDX_MISTAKE_NO_MESSAGE, nullptr},
+    {"AT+CMGS=?",            "00",                MDX_MISTAKE_NO_MESSAGE, nullptr},
+    {"AT+CMGS=2;+CSQ",       "00",                MDX_MISTAKE_NO_MESSAGE, nullptr},
+    {"AT+CMGC=2",            "00",                MDX_MISTAKE_UNKNOWN_PROMPT, nullptr},
+    {"AT+CMGS=2\r",          "00",                MDX_MISTAKE_CONTROL, nullptr},
   };
   // clang-format on
-  for (const auto& c : pdus) {
-    EXPECT_EQ(mdx_send_pdu(client, c.head, c.pdu.c_str(), nullptr, &result), MDX_ERR_ARGUMENT)
-        << c.head << ' ' << c.pdu;
+  for (const auto& c : cases) {
+    EXPECT_EQ(mdx_check(c.head, c.pdu.c_str(), nullptr, nullptr), c.mistake) << c.head;
+    const int error = mdx_begin_pdu(client, c.head, c.pdu.c_str(), nullptr);
+    ASSERT_EQ(error, c.mistake == MDX_MISTAKE_NONE ? MDX_OK : MDX_ERR_ARGUMENT) << c.head;
+    if (error != MDX_OK) continue;
+    at_msg_t taken;
+    ASSERT_TRUE(server.take(&taken));
+    EXPECT_STREQ(taken.snd_rcv_msg.smsg, c.sent);
+    mdx_cancel(client);
+  }
+}
+
+/// A message counts as sent when the modem has given its reference, and not before.
+TEST(Client, OkWithoutReferenceIsNoSuccess) {
+  // clang-format off
+  static const struct { const char* head; const char* match; const char* text; int said; int counts_as; } cases[] = {
+    {"AT+CMGS=2",       nullptr, "+CMGS: 12",       MDX_RESULT_OK,      MDX_RESULT_OK        },
+    {"at+cmgw=2",       nullptr, "+CSQ: 9+CMGW :0", MDX_RESULT_OK,      MDX_RESULT_OK        },
+    {"AT+CMGS=2",       nullptr, "",                MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       nullptr, "+CSQ: 17,99",     MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       nullptr, "+CMGS: ",         MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       nullptr, "",                MDX_RESULT_CONNECT, MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       nullptr, nullptr,           MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       "",      nullptr,           MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       "+CMGS:", "",               MDX_RESULT_OK,      MDX_RESULT_NO_VERDICT},
+    {"AT+CMGS=2",       "",      "",                MDX_RESULT_OK,      MDX_RESULT_OK        },
+    {"AT^HCMGS=\"1\"",  nullptr, "",                MDX_RESULT_OK,      MDX_RESULT_OK        },
+    {"AT+CMGS=2",       nullptr, "",                MDX_RESULT_ERROR,   MDX_RESULT_ERROR     },
+  };
+  // clang-format on
+  StandInServer server([](StandInServer& self, at_msg_t record) {
+    const auto& c = cases[record.timeout];
+    record.ret_val = c.said;  // when the head ends it, the text is still the request's own
+    self.answer(c.text == nullptr ? record : with_text(record, c.text, c.said));
+  });
+  Handle client;
+  for (const auto& c : cases) {
+    mdx_options_t options = within(0, static_cast<int32_t>(&c - cases));
+    options.match = c.match;
+    mdx_result_t result = MDX_RESULT_INIT;
+    const char* text = c.text == nullptr ? "" : c.text;
+    ASSERT_EQ(mdx_send_pdu(client, c.head, "00", &options, &result), MDX_OK);
+    EXPECT_EQ(result.ret_val, c.counts_as) << c.head << ' ' << text;
+    EXPECT_STREQ(result.text, text);
+  }
+}
+
+TEST(Client, TellsThatTextIsMissing) {
+  static const std::string full(1499, 'x');
+  // clang-format off
+  static const struct { std::string_view text; int32_t rsp_len; int truncated; } cases[] = {
+    {full, 1499, 0}, {full, 1500, 1}, {"tail", 1499, 1}, {"tail", 4, 0}, {"tail", 20, 0}, {"", 1500, 1},
+  };
+  // clang-format on
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    at_msg_t answer = with_text(record, cases[record.timeout].text);
+    answer.rsp_len = cases[record.timeout].rsp_len;
+    self.answer(answer);
+  });
+  Handle client;
+  for (const auto& c : cases) {
+    const mdx_options_t options = within(0, static_cast<int32_t>(&c - cases));
+    mdx_result_t result = MDX_RESULT_INIT;
+    ASSERT_EQ(mdx_send(client, "AT", &options, &result), MDX_OK);
+    EXPECT_EQ(result.truncated, c.truncated) << c.text.size() << ' ' << c.rsp_len;
   }
 }
 
