@@ -56,19 +56,31 @@ double answer_t::seconds() const {
 }
 
 int answer_t::show(const mdx_result_t& result, const std::string& text) const {
+  return show(result, text, exit_code_of_result(result) == EXIT_REFUSED ? kRefused : "");
+}
+
+int answer_t::show_message(const mdx_result_t& result, const std::string& text) const {
+  if (exit_code_of_result(result) == EXIT_NO_ANSWER) return show(result, text, kUnconfirmed);
+  return show(result, text);
+}
+
+int answer_t::show(const mdx_result_t& result, const std::string& text,
+                   const std::string& error) const {
   const exit_code_t code = exit_code_of_result(result);
   const std::string name = mdx_result_name(result.ret_val);
+  if (result.truncated != 0) std::cerr << "mdxctl: " << kTruncated << std::endl;
   if (json_) {
     ordered_json object = {{"command", command_},
                            {"result", {{"name", name}, {"number", result.ret_val}}},
                            {"text", text},
+                           {"truncated", result.truncated != 0},
                            {"seconds", seconds()}};
-    if (code == EXIT_REFUSED) object["error"] = kRefused;
+    if (!error.empty()) object["error"] = error;
     print(object);
     return code;
   }
   print_lines(text);
-  std::cerr << (code == EXIT_REFUSED ? kRefused : name) << std::endl;
+  std::cerr << (error.empty() ? name : error) << std::endl;
   return code;
 }
 

@@ -16,6 +16,8 @@ class answer_t {
   /// Shows an answer with its text.
   /// @return the exit code
   int show(const mdx_result_t& result, const std::string& text) const;
+  /// The same for a message: that it was not confirmed is said in so many words.
+  int show_message(const mdx_result_t& result, const std::string& text) const;
 
   /// Says why there is no answer.
   /// @return the exit code
@@ -23,12 +25,21 @@ class answer_t {
   int fail(int error, const std::string& reason) const;
 
  private:
+  int show(const mdx_result_t& result, const std::string& text, const std::string& error) const;
   double seconds() const;
 
   std::string command_;
   bool json_;
   std::chrono::steady_clock::time_point start_;
 };
+
+/// For an answer of which a part is missing.
+inline constexpr char kTruncated[] =
+    "the answer was longer than 1499 bytes, and a part of it is missing: ask in parts, such as "
+    "AT+CMGR=N instead of AT+CMGL";
+/// For a message whose exchange ended without the modem's word.
+inline constexpr char kUnconfirmed[] =
+    "the modem did not confirm the message: it may not have been sent, or it may have been";
 
 /// `error` of the library in words, with what this machine tells about it: the system's own words,
 /// or that there is no modem to serve a request.

@@ -32,20 +32,12 @@ std::string queried_name(const std::string& capitals) {
   return extended && is_name(std::string_view(name).substr(1)) ? name : "";
 }
 
-bool waits_for_pdu(const std::string& capitals) {
-  for (const char* name : {"+CMGS=", "+CMGW=", "^HCMGS=", "^HCMGW="}) {
-    const size_t at = capitals.find(name);
-    if (at != std::string::npos && !capitals.ends_with("=?")) return true;
-  }
-  return false;
-}
-
 /// The prefix that the lines of the answer begin with, empty where they are better not matched.
 std::string answer_prefix(const std::string& capitals, bool timeout_given) {
   if (timeout_given && capitals == "AT+COPS=?") return "+COPS:";
   const std::string name = queried_name(capitals);
   for (const char* sms : {"+CMGS", "+CMGW", "^HCMGS", "^HCMGW"}) {
-    if (name == sms) return "";
+    if (name.starts_with(sms)) return "";  // the server would wait for a PDU
   }
   return name.empty() || name.size() >= MDX_MATCH_MAX ? "" : name + ":";
 }
@@ -61,9 +53,8 @@ std::string without_result(const std::string& text, int32_t ret_val) {
 
 }  // namespace
 
-std::optional<collection_t> collection_for(std::string_view command, bool timeout_given) {
+collection_t collection_for(std::string_view command, bool timeout_given) {
   const std::string capitals = in_capitals(command);
-  if (waits_for_pdu(capitals)) return std::nullopt;
   collection_t collection;
   collection.match = answer_prefix(capitals, timeout_given);
   collection.multi_line = !collection.match.empty();

@@ -3,7 +3,6 @@
 // How the response to a command is collected, where the user leaves that open.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,8 +18,7 @@ struct collection_t {
 /// The way that gives a person every line of the answer, each by itself.
 /// @param timeout_given  the user's time-out binds the server too, which gives a transparent
 ///                       network search one of its own
-/// @return nothing for a command that waits for a PDU, which no way of collecting gives it
-std::optional<collection_t> collection_for(std::string_view command, bool timeout_given);
+collection_t collection_for(std::string_view command, bool timeout_given);
 
 /// The response text of `result` as it is shown. For reading the result line is off it, but for an
 /// error with a number, whose line then is the text.

@@ -21,7 +21,7 @@ inline constexpr char kExitCodeHelp[] =
     "     console, stats: the server answered\n"
     "  1  the modem answered with any other result, COMMAND NOT SUPPORT included\n"
     "  2  wrong usage, or a command that can never be served\n"
-    "  3  no answer in time\n"
+    "  3  no answer in time, or a message that was not confirmed\n"
     "  4  no server running, or it died meanwhile\n"
     "  5  the server refused the request or could not write to the modem, or access was denied";
 

@@ -39,7 +39,8 @@ void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::
 }
 
 void add_json(CLI::App* command, bool& json) {
-  command->add_flag("--json", json, "one object: command, result (name, number), text, seconds");
+  command->add_flag("--json", json,
+                    "one object: command, result (name, number), text, truncated, seconds");
 }
 
 void add_at(CLI::App& app, at_arguments_t& arguments, int& code) {

@@ -19,6 +19,17 @@ inline int signals_to_poll(std::initializer_list<int> numbers) {
   return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// Ends the program as the signal does when nobody takes it, so that whoever started it sees that.
+[[noreturn]] inline void end_by_signal(int number) {
+  signal(number, SIG_DFL);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, number);
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+  raise(number);
+  _exit(128 + number);
+}
+
 /// The next signal, 0 when there is none.
 inline int next_signal(int fd) {
   signalfd_siginfo signal{};

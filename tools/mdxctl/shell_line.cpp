@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "tools/mdxctl/mistakes.h"
 #include "tools/mdxctl/sms_pdu.h"
 
 namespace {
@@ -53,12 +54,12 @@ std::string trimmed(const std::string& line) {
 shell_line_t mistake(std::string error) { return {SHELL_MISTAKE, {}, std::move(error)}; }
 
 shell_line_t at_line(const std::string& command) {
-  const std::optional<collection_t> collection = collection_for(command, false);
-  if (!collection) {
-    return mistake("the modem would wait for a PDU; use: sms NUMBER TEXT, or: pdu " + command +
-                   " PDU");
-  }
-  return {SHELL_SEND, {{command, "", *collection, kTimeoutS}}, ""};
+  const collection_t collection = collection_for(command, false);
+  mdx_options_t options = MDX_OPTIONS_INIT;
+  options.transparent = collection.transparent ? 1 : 0;
+  const std::string error = command_mistake(command, options, kInShell);
+  if (!error.empty()) return mistake(error);
+  return {SHELL_SEND, {{command, "", collection, kTimeoutS}}, ""};
 }
 
 shell_line_t sms_line(std::string rest, uint8_t reference) {
@@ -76,6 +77,9 @@ shell_line_t sms_line(std::string rest, uint8_t reference) {
 shell_line_t pdu_line(std::string rest) {
   const std::string head = take_word(&rest);
   if (head.empty() || rest.empty()) return mistake("use: pdu AT+CMGS=LENGTH PDU");
+  const mdx_options_t options = MDX_OPTIONS_INIT;
+  const std::string error = message_mistake(head, rest, options, kInShell);
+  if (!error.empty()) return mistake(error);
   return {SHELL_SEND, {{head, rest, {}, kNetworkTimeoutS}}, ""};
 }
 

@@ -11,6 +11,7 @@
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/request.h"
 #include "tools/mdxctl/sms_pdu.h"
 
 using nlohmann::ordered_json;
@@ -34,12 +35,13 @@ uint8_t fresh_reference() {
 
 /// The number in "+CMGS: 12".
 ordered_json reference_in(const std::string& text) {
-  const size_t digits = text.find_first_of("0123456789", text.find(':'));
+  const size_t digits = text.find_first_of("0123456789", text.find("+CMGS"));
   if (digits == std::string::npos) return nullptr;
   return std::stoi(text.substr(digits, 9));
 }
 
 std::string refusal(const mdx_result_t& result, const std::string& text) {
+  if (exit_code_of_result(result) == EXIT_NO_ANSWER) return kUnconfirmed;
   if (result.refused != 0) {
     return "the server could not write to the modem: check that it is plugged in with: mdxctl "
            "status";
@@ -54,16 +56,16 @@ void send_part(mdx_client_t* client, const sms_part_t& part, int32_t timeout_s,
   mdx_options_t options = MDX_OPTIONS_INIT;
   options.timeout_s = timeout_s;
   mdx_result_t result = MDX_RESULT_INIT;
-  const int error = mdx_send_pdu(client, part.head.c_str(), part.pdu.c_str(), &options, &result);
+  const int error = send_message(client, part.head, part.pdu, options, &result);
   ordered_json shown = {{"head", part.head}, {"pdu", part.pdu}, {"result", nullptr}};
   if (error != MDX_OK) {
     progress->code = exit_code_of_error(error);
-    progress->error = error_text(error);
+    progress->error = error == MDX_ERR_TIMEOUT ? kUnconfirmed : error_text(error);
   } else {
     const std::string text(result.text, result.length);
     shown["result"] = {{"name", mdx_result_name(result.ret_val)}, {"number", result.ret_val}};
-    shown["reference"] = reference_in(text);
     progress->code = exit_code_of_result(result);
+    shown["reference"] = progress->code == EXIT_OK ? reference_in(text) : ordered_json();
     if (progress->code != EXIT_OK) progress->error = refusal(result, text);
   }
   progress->parts.push_back(shown);

@@ -16,6 +16,7 @@
 #include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/platform_stats.h"
+#include "tools/mdxctl/request.h"
 #include "tools/mdxctl/server_queues.h"
 #include "wire/border.h"
 
@@ -40,7 +41,7 @@ void ask_modem(mdx_client_t* client, status_t* status) {
   options.timeout_s = kModemWaitS;
   mdx_result_t result = MDX_RESULT_INIT;
   const auto start = std::chrono::steady_clock::now();
-  const int error = mdx_send(client, "AT", &options, &result);
+  const int error = send_command(client, "AT", options, &result);
   status->modem_seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (error != MDX_OK) {

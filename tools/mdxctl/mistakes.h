@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What is wrong with a command that can never be served, named to the one who gave it.
+#pragma once
+
+#include <string>
+
+#include "client/mdxclient.h"
+
+/// How a message is sent from where the command was given.
+struct message_words_t {
+  const char* text;  ///< a text, such as "mdxctl sms send NUMBER TEXT"
+  const char* pdu;   ///< a PDU, without head and PDU
+};
+inline constexpr message_words_t kOnCommandLine = {"mdxctl sms send NUMBER TEXT", "mdxctl sms-pdu"};
+inline constexpr message_words_t kInShell = {"sms NUMBER TEXT", "pdu"};
+
+/// @return one sentence that says what is wrong and what to do; empty when nothing is
+std::string command_mistake(const std::string& command, const mdx_options_t& options,
+                            const message_words_t& words);
+std::string message_mistake(const std::string& head, const std::string& pdu,
+                            const mdx_options_t& options, const message_words_t& words);

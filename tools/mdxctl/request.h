@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Requests that end with the one who made them.
+//
+// A signal that ends mdxctl takes the request back first: a command that waits for its turn would
+// be run later, and nobody would know.
+#pragma once
+
+#include <string>
+
+#include "client/mdxclient.h"
+
+/// Each as the function of the library, but for the signals that end programs (SIGINT, SIGTERM,
+/// SIGHUP, SIGQUIT): then it says what became of the request, and the program ends by the signal.
+int send_command(mdx_client_t* client, const std::string& command, const mdx_options_t& options,
+                 mdx_result_t* result);
+int send_message(mdx_client_t* client, const std::string& head, const std::string& pdu,
+                 const mdx_options_t& options, mdx_result_t* result);
+int fetch_report(mdx_client_t* client, int32_t report, mdx_result_t* result);
