@@ -3,13 +3,16 @@
 
 import os
 import pathlib
+import pty
 import re
+import select
 import shutil
+import signal
 import subprocess
 import time
 import unittest
 
-from device import PATIENCE_S, DeviceTest, wait_until
+from device import PATIENCE_S, DeviceTest, ScriptedModem, wait_until
 
 
 @unittest.skipIf(shutil.which("tmux") is None, "tmux is missing: scripts/install-packages check")
@@ -105,6 +108,49 @@ class Terminal(DeviceTest):
         self.see("modem open")
         self.type("q", "C-l")
         self.assert_terminal_is_as_before()
+
+
+class Interrupted(DeviceTest):
+    """The shell on a bare terminal, where nobody but the test stops and continues it."""
+
+    def start_shell(self):
+        self.shell, self.keys = pty.fork()
+        if self.shell == 0:
+            os.execlp("mdxctl", "mdxctl", "shell")
+        self.shown = ""
+        self.see("at>")
+
+    def see(self, text):
+        """Reads what the shell shows, up to the text, which is new since the last call."""
+        deadline = time.monotonic() + PATIENCE_S
+        while text not in self.shown:
+            if not select.select([self.keys], [], [], max(0, deadline - time.monotonic()))[0]:
+                self.fail(f"{text} is not in {self.shown!r}")
+            self.shown += os.read(self.keys, 4096).decode()
+        before, _, self.shown = self.shown.partition(text)
+        return before
+
+    def test_interrupt_while_the_command_has_news(self):
+        """Both are there when the shell looks: it is stopped until they are."""
+        self.modem = ScriptedModem(lambda line: b"" if line == b"AT+HANG" else b"\r\nOK\r\n")
+        self.start_server()
+        self.start_shell()
+        os.write(self.keys, b"AT+HANG\r")
+        wait_until(lambda: b"AT+HANG" in self.modem.heard, PATIENCE_S, "the command is under way")
+        os.kill(self.shell, signal.SIGSTOP)
+        os.waitpid(self.shell, os.WUNTRACED)
+        time.sleep(0.7)  # twice a second it looks for the answer without being told
+        os.kill(self.shell, signal.SIGINT)
+        os.kill(self.shell, signal.SIGCONT)
+        self.see("given up; the modem may still be at it")
+        self.assertNotIn("can never be served", self.see("at>"))
+
+        self.modem.say(b"\r\nOK\r\n")
+        os.write(self.keys, b"AT+HANG\r")
+        wait_until(lambda: self.modem.heard.count(b"AT+HANG") == 2, PATIENCE_S, "and another one")
+        os.kill(self.shell, signal.SIGTERM)
+        self.see("given up")
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(self.shell, 0)[1]), -signal.SIGTERM)
 
 
 if __name__ == "__main__":

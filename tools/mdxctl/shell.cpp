@@ -43,7 +43,7 @@ class shell_t {
  public:
   explicit shell_t(mdx_client_t* client)
       : client_(client),
-        signal_fd_(signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP})),
+        signal_fd_(signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGWINCH, SIGTSTP})),
         prompt_({[this](const std::string& line) { run_line(line); }, [this] { done_ = true; },
                  [this](int timeout_ms) { return wait_for_key(timeout_ms); }}) {}
   ~shell_t() {
@@ -53,7 +53,8 @@ class shell_t {
   shell_t(const shell_t&) = delete;
   shell_t& operator=(const shell_t&) = delete;
 
-  void run() {
+  /// @return the signal that ended it, or 0
+  int run() {
     subscribe();
     while (!done_) {
       if (waiting_.empty()) prompt_.show();
@@ -68,6 +69,7 @@ class shell_t {
           break;
       }
     }
+    return ended_by_;
   }
 
  private:
@@ -85,6 +87,7 @@ class shell_t {
     const int ready = poll(fds, std::size(fds), wait_ms);
     if (ready == 0) subscribe();
     if (ready <= 0) return ARRIVED_NOTHING;
+    // Nothing else is looked at then: what a signal gives up is no longer to be asked for.
     if (fds[1].revents != 0) return ARRIVED_SIGNAL;
     if (fds[2].revents != 0) take_answer();
     if (fds[3].revents != 0) take_report();
@@ -117,7 +120,10 @@ class shell_t {
         return;
       case SIGTERM:
       case SIGHUP:
+      case SIGQUIT:
+        if (!waiting_.empty()) give_up();
         done_ = true;
+        ended_by_ = signal;
         return;
       default:
         return;
@@ -176,17 +182,19 @@ class shell_t {
     if (error != MDX_OK) return fail(error);
     const shell_request_t& request = waiting_.front();
     prompt_.print(shown_lines(shown_text(result, request.collection)));
-    prompt_.print(result_line(result));
+    if (result.truncated != 0) prompt_.print(std::string(kTruncated) + '\n');
+    prompt_.print(result_line(request, result));
     waiting_.pop_front();
     if (exit_code_of_result(result) != EXIT_OK) waiting_.clear();
     if (!waiting_.empty()) send_next();
   }
 
-  static std::string result_line(const mdx_result_t& result) {
+  static std::string result_line(const shell_request_t& request, const mdx_result_t& result) {
     switch (exit_code_of_result(result)) {
       case EXIT_REFUSED:
         return "refused: the server could not write to the modem; check that it is plugged in\n";
       case EXIT_NO_ANSWER:
+        if (!request.pdu.empty()) return std::string(kUnconfirmed) + '\n';
         return "no answer in time: check the modem, or try again\n";
       default:
         return std::string(mdx_result_name(result.ret_val)) + '\n';
@@ -200,8 +208,9 @@ class shell_t {
   }
 
   void fail(int error) {
+    const bool message = !waiting_.front().pdu.empty();
     waiting_.clear();
-    prompt_.print(error_text(error) + '\n');
+    prompt_.print((message && error == MDX_ERR_TIMEOUT ? kUnconfirmed : error_text(error)) + '\n');
   }
 
   // Reports
@@ -234,6 +243,7 @@ class shell_t {
   bool reports_wanted_ = true;
   bool server_lost_ = false;
   bool done_ = false;
+  int ended_by_ = 0;
   std::deque<shell_request_t> waiting_;  ///< the first is with the server
   shell_prompt_t prompt_;
 };
@@ -245,12 +255,16 @@ int run_shell() {
     std::cerr << "mdxctl: the shell needs a terminal; for a script use: mdxctl at -" << std::endl;
     return EXIT_USAGE;
   }
-  const client_session_t session;
-  if (session.error() != MDX_OK) {
-    std::cerr << "mdxctl: " << error_text(session.error()) << std::endl;
-    return exit_code_of_error(session.error());
+  int ended_by = 0;
+  {
+    const client_session_t session;
+    if (session.error() != MDX_OK) {
+      std::cerr << "mdxctl: " << error_text(session.error()) << std::endl;
+      return exit_code_of_error(session.error());
+    }
+    std::cout << "AT commands go to the modem; help shows what else there is." << std::endl;
+    ended_by = shell_t(session.client()).run();
   }
-  std::cout << "AT commands go to the modem; help shows what else there is." << std::endl;
-  shell_t(session.client()).run();
+  if (ended_by != 0) end_by_signal(ended_by);
   return EXIT_OK;
 }
