@@ -33,6 +33,10 @@ int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size);
 void MDX_msgQex_delete(int32_t id);
 
 /// Elements waiting, 0 for an unknown id.
+///
+/// Asking for queue 2 says that no exchange is under way. While the modem may still say something
+/// that belongs to an earlier one the number is 0, whatever waits; bit 1 is raised at the task that
+/// serves the queue as soon as that is over, at most 5 seconds after the exchange's end.
 int32_t MDX_msgQex_num(int32_t id);
 
 /// Creates the queue inside the process (number 3); arguments and result as above.
@@ -50,13 +54,16 @@ int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t flags
 
 /// Takes the oldest element off the queue inside the process.
 /// @param size     room in `buffer`; a longer element is cut
-/// @param wait_ms  how long to wait for one; 0 does not wait
+/// @param wait_ms  how long to wait for one; 0 does not wait. For the task that bound the modem's
+///                 channel the wait is over early when the client whose request it took last is
+///                 gone, or the modem has gone away since something was sent to it
 /// @return bytes of the element; -1 when nothing came, `buffer` is untouched then
 int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms);
 
 /// Takes one 1600-byte record off a queue between processes, without waiting.
 ///
-/// A message of another size is dropped with a trace and counts as a failure.
+/// A message of another size is dropped with a trace and counts as a failure, and so is a request
+/// on queue 2 whose sender's event FIFO has no reader any more.
 /// @param record   room for the record
 /// @param type     the message type wanted, 0 for any: the server takes any, a client its own
 /// @param retcode  an errno value on failure; not written on success
@@ -143,13 +150,18 @@ int32_t KRP_UTIL_SendMsgToVoice2(int32_t message, int32_t type, int32_t, const v
 // ------------------------------------------------------------------------------------------------
 
 /// Sends bytes to the modem; only for the task that bound the channel. Blocks while the modem takes
-/// nothing, 5 seconds at most. 0 on success.
+/// nothing, 5 seconds at most; a device just opened is first listened to until it is silent, a
+/// second at most, or 5 where an earlier server died with a command under way. 0 on success.
+/// Refused, with nothing sent, when the client that it is for is gone, or when the modem is not the
+/// one that the exchange began with.
 using mdx_send_function_t = int32_t (*)(int32_t channel, const char* data, uint32_t length);
 
 /// Takes a delivery; 0 when it is taken, 1 when not: it is then offered again. It is called by the
 /// task that bound the channel, from within the platform: while that task waits for events or for
 /// modem data, or sends. A delivery has 1 to 1499 bytes and ends behind a line, behind the SMS
-/// prompt, or where the modem fell silent inside a line; never between a CR and its LF.
+/// prompt, or where the modem fell silent inside a line; never between a CR and its LF. What nobody
+/// waits for is left out: results and text of an exchange that has ended. Where that leaves text
+/// with the server which no result will end, a delivery with an OK of the platform's own comes.
 using mdx_receive_function_t = int32_t (*)(int32_t, const char* data, uint32_t length);
 
 /// Binds a modem channel to the calling task, which from then on reads the modem whenever it waits

@@ -39,7 +39,7 @@ walk_t find_sim_store(const at_field_t& field, void* target, size_t) {
 
 }  // namespace
 
-// +CBM: 88 CR LF <PDU>; +CMT: ,35 and +CDS: 25 come with their PDU cut off
+// +CBM: 88 CR LF <PDU>; +CMT: ,35 LF <PDU>; +CDS: 25 LF <PDU>
 void sms_content_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sms_content_report_callback] enter!\n");

@@ -12,20 +12,26 @@
 
 enum mdx_counter_t : uint32_t {
   // Modem channel
-  COUNT_DELIVERIES,          ///< taken by the server
-  COUNT_DELIVERY_BYTES,      ///< bytes in them
-  COUNT_DELIVERIES_HELD,     ///< offered, not taken, kept to be offered again
-  COUNT_DELIVERIES_CUT,      ///< ended at the size limit, not where they wanted to
-  COUNT_ECHOES_DROPPED,      ///< lines that repeated what was sent
-  COUNT_CHANNEL_SENDS,       ///< taken by the device
-  COUNT_CHANNEL_SEND_BYTES,  ///< bytes in them
+  COUNT_DELIVERIES,             ///< taken by the server
+  COUNT_DELIVERY_BYTES,         ///< bytes in them
+  COUNT_DELIVERIES_HELD,        ///< offered, not taken, kept to be offered again
+  COUNT_DELIVERIES_CUT,         ///< ended at the size limit, not where they wanted to
+  COUNT_ECHOES_DROPPED,         ///< lines that repeated what was sent
+  COUNT_LINES_DROPPED,          ///< lines that nobody had asked for and that are no report
+  COUNT_ANSWERS_TOO_LONG,       ///< answers that do not fit a record
+  COUNT_LATE_ANSWERS_ABSORBED,  ///< results whose exchange had ended before
+  COUNT_PATIENCE_RAN_OUT,       ///< an answer or a result to an ESC was waited for in vain
+  COUNT_PROMPTS_ESCAPED,        ///< an ESC went to a modem that waited for a message
+  COUNT_CHANNEL_SENDS,          ///< taken by the device
+  COUNT_CHANNEL_SEND_BYTES,     ///< bytes in them
   COUNT_CHANNEL_SENDS_FAILED,
   COUNT_CHANNEL_OPENED,
   COUNT_CHANNEL_REOPENED,  ///< came back after it had gone away
   COUNT_CHANNEL_CLOSED,    ///< went away or was given up
   // Clients
   COUNT_REQUESTS,
-  COUNT_REQUESTS_MISSIZED,  ///< dropped: not the size of a record
+  COUNT_REQUESTS_MISSIZED,     ///< dropped: not the size of a record
+  COUNT_REQUESTS_OF_THE_DEAD,  ///< dropped: its client is gone
   COUNT_ANSWERS,
   COUNT_COMMANDS,                  ///< answers for which something was sent to the modem
   COUNT_COMMAND_MICROSECONDS,      ///< what those took, from request to answer

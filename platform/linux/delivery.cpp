@@ -9,11 +9,15 @@
 
 #include "platform/linux/delivery.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
 constexpr char kCtrlZ = 0x1A;
+constexpr auto kNowhere = std::string_view::npos;
+/// Ends what an exchange without result has left in the server, when the modem never does.
+constexpr std::string_view kOwnResult = "OK\r\n";
 
 // clang-format off
 constexpr std::string_view kResultWords[] = {
@@ -22,7 +26,13 @@ constexpr std::string_view kResultWords[] = {
 };
 constexpr std::string_view kPrompt = "> ";
 constexpr std::string_view kRawHeader = "^HCMGR";
-constexpr std::string_view kLineHeaders[] = {"+CBM", "+CMT", "+CDS", "+CMGR", "+CMGL"};
+constexpr std::string_view kLineHeaders[] = {"+CBM", "+CMGR", "+CMGL"};
+/// With their bodies these are one report each.
+constexpr std::string_view kJoinedHeaders[] = {"+CMT", "+CDS"};
+/// These come only when asked for.
+constexpr std::string_view kAnswerHeaders[] = {"+CMGR", "+CMGL", "^HCMGR"};
+/// What the server looks for in lines of every kind.
+constexpr std::string_view kNewsInLines[] = {"RING", "CONNECT", "^CPINNTY:", "^CARDLOCKNTY:"};
 // clang-format on
 
 bool starts_with(std::string_view text, std::string_view start) {
@@ -45,24 +55,42 @@ bool is_header(std::string_view line, std::string_view name) {
   return colon < line.size() && line[colon] == ':';
 }
 
-bool is_line_header(std::string_view line) {
-  for (const std::string_view name : kLineHeaders) {
-    if (is_header(line, name)) return true;
-  }
-  return false;
+template <size_t count>
+bool is_any_header(std::string_view line, const std::string_view (&names)[count]) {
+  return std::any_of(names, names + count,
+                     [line](std::string_view name) { return is_header(line, name); });
+}
+
+/// In text mode a status report has all its fields in the header.
+bool has_joined_body(std::string_view line) {
+  if (!is_any_header(line, kJoinedHeaders)) return false;
+  return is_header(line, "+CMT") || line.find(',') == kNowhere;
+}
+
+/// Whether the server does anything with the line but keep it as text.
+bool is_news(std::string_view line) {
+  if (line[0] == '^' || line[0] == '+' || line[0] == '>') return true;
+  return std::any_of(std::begin(kNewsInLines), std::end(kNewsInLines),
+                     [line](std::string_view word) { return line.find(word) != kNowhere; });
+}
+
+std::string_view without_crs(std::string_view line) {
+  while (!line.empty() && line.front() == '\r') line.remove_prefix(1);
+  return line;
 }
 
 }  // namespace
 
 void delivery_assembler::sent(const char* bytes, size_t size) {
-  owed_ = true;
+  debt_.sent({bytes, size});
+  answer_ = 0;
   echo_at_ = 0;
   echo_size_ = size <= sizeof(echo_) ? static_cast<uint32_t>(size) : 0;
   std::memcpy(echo_, bytes, echo_size_);
 }
 
 void delivery_assembler::link_lost() {
-  owed_ = false;
+  debt_.link_lost();
   echo_size_ = 0;
   echo_at_ = 0;
   behind_echo_ = false;
@@ -71,8 +99,10 @@ void delivery_assembler::link_lost() {
 }
 
 size_t delivery_assembler::received(const char* bytes, size_t size, uint64_t now) {
-  if (size > 0) last_byte_ = now;
-  if (size > 0) link_lost_ = false;
+  if (size == 0) return 0;
+  if (body_is_dropped_ && now - last_byte_ >= kBodyWaitMs) body_ = body_t::none;
+  last_byte_ = now;
+  link_lost_ = false;
   size_t used = 0;
   while (used < size && ready_ == 0) {
     const char byte = bytes[used];
@@ -96,25 +126,45 @@ size_t delivery_assembler::received(const char* bytes, size_t size, uint64_t now
 
 std::string_view delivery_assembler::next(uint64_t now, bool more_waiting) {
   if (ready_ != 0) return {bytes_, ready_};
+  if (shows_own_result_) return kOwnResult;
   if (more_waiting) return {};
   settle(silent_size(now - last_byte_));
   if (ready_ > whole_) body_ = body_t::none;
-  return {bytes_, ready_};
+  shows_own_result_ =
+      ready_ == 0 && debt_.needs_result() && debt_.is_silent(now, last_byte_) && end_of_text() == 0;
+  return shows_own_result_ ? kOwnResult : std::string_view(bytes_, ready_);
 }
 
 void delivery_assembler::taken() {
+  if (ready_ == 0 || ends_with_result_) debt_.handed_over_result();
+  shows_own_result_ = ends_with_result_ = false;
   std::memmove(bytes_, bytes_ + ready_, size_ - ready_);
   size_ -= ready_;
   line_ = line_ > ready_ ? line_ - ready_ : 0;
   whole_ = whole_ > ready_ ? whole_ - ready_ : 0;
+  header_ = header_ > ready_ ? header_ - ready_ : 0;
   ready_ = 0;
 }
 
+delivery_assembler::step_t delivery_assembler::step(uint64_t now) {
+  if (debt_.in_exchange() || debt_.is_clean()) return step_t::none;
+  debt_.pass(now);
+  if (debt_.escape_is_due(now)) return step_t::escape;
+  if (!debt_.is_silent(now, last_byte_)) return step_t::none;
+  debt_.end_opening();
+  return next(now, false).empty() && !holds_text() ? step_t::clean : step_t::none;
+}
+
 uint64_t delivery_assembler::due() const {
-  if (ready_ != 0) return last_byte_;
-  if (whole_ != 0) return last_byte_ + (owed_ ? kSilenceMs : 0);
-  if (link_lost_ && end_of_text() != 0) return last_byte_;
-  return end_of_text() != 0 ? last_byte_ + tail_wait_ms() : kNever;
+  const uint64_t text = text_due();
+  if (text != kNever && debt_.waits_for_silence()) return text;
+  return std::min(text, debt_.due(last_byte_));
+}
+
+uint64_t delivery_assembler::text_due() const {
+  if (ready_ != 0 || shows_own_result_) return last_byte_;
+  if (end_of_text() == 0 || debt_.is_opening()) return kNever;
+  return last_byte_ + (link_lost_ ? 0 : wait_ms());
 }
 
 // Behind an echo's CR stands the LF of its line end, or the blank line that opens the answer.
@@ -135,43 +185,102 @@ void delivery_assembler::drop_surplus_crs() {
 }
 
 // Called at each CR. The line behind a header is what it announces, even if it reads like the
-// command.
+// command. A CR in front belongs to the echo, too: modems repeat the one behind a Ctrl-Z.
 void delivery_assembler::drop_echo() {
   const std::string_view echo = expected_echo();
   if (echo.empty() || body_ != body_t::none) return;
-  if (size_ - 1 - line_ != echo.size()) return;
-  if (std::memcmp(bytes_ + line_, echo.data(), echo.size()) != 0) return;
+  if (without_crs({bytes_ + line_, size_ - 1 - line_}) != echo) return;
   size_ = line_;
   ++echoes_dropped_;
+  debt_.echoed();
   echo_at_ += static_cast<uint32_t>(echo.size()) + 1;
   behind_echo_ = true;
 }
 
 void delivery_assembler::end_line() {
   const std::string_view line(bytes_ + line_, size_ - line_ - 2);
-  line_ = size_;
-  if (line.empty()) return;
-  if (body_ == body_t::raw && line[line.size() - 1] != kCtrlZ) return;
-  if (body_ != body_t::raw && is_header(line, kRawHeader)) {
-    body_ = body_t::raw;
+  if (line.empty() || (body_ == body_t::raw && line.back() != kCtrlZ)) {
+    if (!line.empty() && body_is_dropped_) return drop_line();
+    line_ = size_;
     return;
   }
-  if (body_ != body_t::raw && is_line_header(line)) {
-    body_ = body_t::line;
-    return;
+  if (body_ == body_t::none || body_ == body_t::line) {
+    if (end_header(line)) return;
   }
-  const bool answered = owed_ && body_ != body_t::raw && is_result(line);
-  body_ = body_t::none;
-  whole_ = size_;
-  if (!answered) return;
-  owed_ = false;
-  ready_ = size_;
+  if (body_ != body_t::none) return end_body(line);
+  if (is_result(line)) return end_answer(line);
+  if (!is_for_somebody(line)) return drop_line();
+  measure_answer(line);
+  whole_ = line_ = size_;
 }
 
-// A prompt ends the answer, unless the PDU it asks for is out already.
+/// @return whether the line announces a body; a delivery does not end between the two
+bool delivery_assembler::end_header(std::string_view line) {
+  body_t body = body_t::none;
+  if (is_any_header(line, kLineHeaders)) body = body_t::line;
+  if (is_header(line, kRawHeader)) body = body_t::raw;
+  if (has_joined_body(line)) body = body_t::joined_line;
+  if (body == body_t::none) return false;
+  body_ = body;
+  body_is_dropped_ = !debt_.is_awaited() && is_any_header(line, kAnswerHeaders);
+  if (body_is_dropped_) {
+    drop_line();
+    return true;
+  }
+  measure_answer(line);
+  header_ = line_ = size_;
+  return true;
+}
+
+void delivery_assembler::end_body(std::string_view line) {
+  const bool joins = body_ == body_t::joined_line && header_ != 0;
+  body_ = body_t::none;
+  if (body_is_dropped_) return drop_line();
+  measure_answer(line);
+  if (joins) join_body();
+  whole_ = line_ = size_;
+}
+
+/// The line end, and blank lines, between header and body become an LF.
+void delivery_assembler::join_body() {
+  const uint32_t lf = header_ - 2;
+  bytes_[lf] = '\n';
+  std::memmove(bytes_ + lf + 1, bytes_ + line_, size_ - line_);
+  size_ -= line_ - lf - 1;
+}
+
+void delivery_assembler::end_answer(std::string_view result) {
+  if (!debt_.result(result)) return drop_line();
+  answer_ = 0;
+  ends_with_result_ = true;
+  whole_ = line_ = ready_ = size_;
+}
+
+void delivery_assembler::drop_line() {
+  ++lines_dropped_;
+  size_ = line_;
+}
+
+/// Outside an exchange a line is news or nobody's. In front of an echo stands what was given up; of
+/// that, a line with the name that the command in flight asks for would be taken for its answer.
+bool delivery_assembler::is_for_somebody(std::string_view line) const {
+  const bool is_late = debt_.is_in_front_of_echo();
+  if (debt_.is_awaited() && !is_late) return true;
+  if (!is_news(line)) return false;
+  return !is_late || expected_echo().find(line.substr(0, line.find(':'))) == kNowhere;
+}
+
+void delivery_assembler::measure_answer(std::string_view line) {
+  if (!debt_.is_awaited()) return;
+  const bool fitted = answer_ <= kDeliveryMaxBytes;
+  answer_ += static_cast<uint32_t>(line.size());
+  if (fitted && answer_ > kDeliveryMaxBytes) ++answers_too_long_;
+}
+
+// A prompt ends the answer, unless the body it asks for is out already.
 void delivery_assembler::end_prompt() {
-  if (!owed_ || body_ != body_t::none || size_ - line_ != 2 || bytes_[line_] != '>') return;
-  owed_ = std::memchr(echo_, kCtrlZ, echo_size_) != nullptr;
+  if (body_ != body_t::none || size_ - line_ != 2 || bytes_[line_] != '>') return;
+  if (!debt_.prompt()) return drop_line();
   ready_ = size_;
 }
 
@@ -190,14 +299,33 @@ void delivery_assembler::cut_full_buffer() {
 // A delivery that ends inside a line: the server takes its end for a line, and so do we.
 void delivery_assembler::settle(uint32_t size) {
   ready_ = size;
-  if (size > line_ && is_result({bytes_ + line_, size - line_})) owed_ = false;
+  if (size <= line_) return;
+  const std::string_view tail(bytes_ + line_, size - line_);
+  bool stays = debt_.is_awaited();
+  if (body_ == body_t::none) {
+    ends_with_result_ = is_result(tail);
+    stays = ends_with_result_                         ? debt_.result(tail)
+            : starts_with(kPrompt, without_crs(tail)) ? debt_.prompt()
+                                                      : is_for_somebody(tail);
+  }
+  if (stays) return;
+  ends_with_result_ = false;
+  drop_line();
+  ready_ = whole_;
 }
 
 uint32_t delivery_assembler::silent_size(uint64_t silence) const {
   if (link_lost_) return end_of_text();
-  if (!owed_ && whole_ != 0) return whole_;
-  if (silence < kSilenceMs) return 0;
+  if (debt_.is_opening() || silence < wait_ms()) return 0;
   return silence < tail_wait_ms() ? whole_ : end_of_text();
+}
+
+/// How long the modem has to be silent until something is handed over.
+uint32_t delivery_assembler::wait_ms() const {
+  const uint32_t tail = tail_wait_ms();
+  if (!debt_.is_awaited()) return whole_ != 0 ? 0 : tail;
+  if (unfinished_line() == kPrompt.substr(0, 1)) return tail;
+  return whole_ != 0 ? kLineWaitMs : std::max(kLineWaitMs, tail);
 }
 
 // Where a delivery of all that is held has to end: in front of CRs whose LF may yet come, and of
@@ -215,8 +343,8 @@ uint32_t delivery_assembler::end_of_lines() const {
 }
 
 uint32_t delivery_assembler::tail_wait_ms() const {
-  const std::string_view line = unfinished_line();
-  const bool is_text = line.find_first_not_of('\r') != std::string_view::npos;
+  const std::string_view line = without_crs(unfinished_line());
+  const bool is_text = !line.empty();
   if (is_text && body_ == body_t::none && starts_with(expected_echo(), line)) return kEchoWaitMs;
   if (is_text && !starts_with(kPrompt, line)) return kLineWaitMs;
   return body_ != body_t::none ? kBodyWaitMs : kSilenceMs;

@@ -7,20 +7,26 @@
 // lines are collected here, an answer up to its result, and echo and doubled CRs are taken out.
 // There is no I/O and no clock: the caller says what came and what time it is.
 //
-// What is left out, and nothing else: the echo with its line end; all but one of the CRs in front
-// of an LF; CRs and blank lines that fill the whole buffer by themselves, but for a last CR.
+// What is left out, and nothing else: the echo with its line end and CRs in front of it; all but
+// one of the CRs in front of an LF; CRs and blank lines that fill the whole buffer by themselves,
+// but for a last CR; and what belongs to nobody: a result that no exchange waits for, and outside
+// an exchange every line that the server would keep as text. One line end becomes a bare LF: that
+// between the header of a message and its body, which are one report.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
+#include "platform/linux/line_debt.h"
+
 constexpr uint32_t kDeliveryMaxBytes = 1499;
-/// An answer without result, or a prompt without its blank, is waited for this long.
+/// The blank of a prompt is waited for this long.
 constexpr uint32_t kSilenceMs = 20;
-/// The rest of a line is waited for this long, counted from the last byte: a busy machine or a USB
-/// adapter stops for a while in the middle, and half a line is worth nothing. Lines in front of it
-/// are not held.
+/// The rest of an answer, or of a line, is waited for this long, counted from the last byte. Each
+/// part of an answer costs its client a whole second, so waiting costs nothing; a busy machine or a
+/// USB adapter stops for a while in the middle, and half a line is worth nothing. Outside an
+/// exchange lines in front of half a line are not held.
 constexpr uint32_t kLineWaitMs = 300;
 /// A header's body is waited for this long, counted from the last byte.
 constexpr uint32_t kBodyWaitMs = 50;
@@ -37,8 +43,8 @@ class delivery_assembler {
  public:
   static constexpr uint64_t kNever = UINT64_MAX;
 
-  /// Notes what goes out to the modem: an answer is owed from now on, and an echo expected. Call it
-  /// before the first byte leaves. Bytes held so far stay.
+  /// Notes what goes out to the modem for an exchange: an answer is owed from now on, and an echo
+  /// expected. Call it before the first byte leaves. Bytes held so far stay.
   ///
   /// A text of several lines is echoed line by line. The echo of more than 1499 bytes is not
   /// recognised.
@@ -47,6 +53,22 @@ class delivery_assembler {
   /// Notes that the modem is gone: no answer, echo or body will come. Text held so far becomes due,
   /// and is not joined with what the next modem says.
   void link_lost();
+
+  /// Who owes what. The caller tells it of openings and of the ends of exchanges; bytes, sends and
+  /// time it learns from here.
+  line_debt& debt() { return debt_; }
+  const line_debt& debt() const { return debt_; }
+
+  enum class step_t : uint8_t {
+    none,    ///< nothing yet; `next` may have something, else look again when `due` is reached
+    escape,  ///< send an ESC and call `debt().escaped`
+    clean,   ///< once the server has read all deliveries, call `debt().settled`
+  };
+  /// What is to be done now, between two exchanges, to make the line clean.
+  step_t step(uint64_t now);
+
+  /// Whether bytes are held that will be handed over, or dropped, without more of them.
+  bool holds_text() const { return ready_ != 0 || shows_own_result_ || end_of_text() != 0; }
 
   /// Takes bytes of the modem, as far as the first point where a delivery has to end.
   /// @return the bytes taken; fewer than `size`, even 0, while a delivery waits in `next`
@@ -61,21 +83,35 @@ class delivery_assembler {
   /// Removes the delivery that `next` has shown.
   void taken();
 
-  /// When `next` will have a delivery if no more bytes come; kNever when silence changes nothing.
+  /// When `next` will have a delivery, or `debt` something to do, if no more bytes come; kNever
+  /// when silence changes nothing.
   uint64_t due() const;
 
   /// Lines dropped because they repeated what was sent, ever.
   uint32_t echoes_dropped() const { return echoes_dropped_; }
   /// Deliveries ended at the size limit, ever.
   uint32_t deliveries_cut() const { return deliveries_cut_; }
+  /// Lines that belonged to nobody, ever.
+  uint32_t lines_dropped() const { return lines_dropped_; }
+  /// Answers whose lines, without their ends, have more bytes than a record holds, ever.
+  uint32_t answers_too_long() const { return answers_too_long_; }
 
  private:
-  enum class body_t : uint8_t { none, line, raw };
+  enum class body_t : uint8_t { none, line, joined_line, raw };
 
   bool behind_echo(char byte);
   void drop_surplus_crs();
   void drop_echo();
   void end_line();
+  bool end_header(std::string_view line);
+  void end_body(std::string_view line);
+  void end_answer(std::string_view result);
+  void join_body();
+  void drop_line();
+  void measure_answer(std::string_view line);
+  bool is_for_somebody(std::string_view line) const;
+  uint32_t wait_ms() const;
+  uint64_t text_due() const;
   void end_prompt();
   void cut_full_buffer();
   void settle(uint32_t size);
@@ -94,11 +130,18 @@ class delivery_assembler {
   uint32_t ready_ = 0;  ///< length of the delivery shown or settled, 0 for none
   uint32_t echo_size_ = 0;
   uint32_t echo_at_ = 0;  ///< the echo's lines in front of this have come
+  uint32_t header_ = 0;   ///< end of the header whose body is to be joined to it
+  uint32_t answer_ = 0;   ///< bytes in the answer's lines so far
   uint32_t echoes_dropped_ = 0;
   uint32_t deliveries_cut_ = 0;
-  uint64_t last_byte_ = 0;      ///< when the modem last said something
-  body_t body_ = body_t::none;  ///< what the last header announced and is still to come
-  bool owed_ = false;
+  uint32_t lines_dropped_ = 0;
+  uint32_t answers_too_long_ = 0;
+  uint64_t last_byte_ = 0;         ///< when the modem last said something
+  body_t body_ = body_t::none;     ///< what the last header announced and is still to come
+  bool body_is_dropped_ = false;   ///< as its header was
+  bool ends_with_result_ = false;  ///< the delivery shown
+  bool shows_own_result_ = false;
   bool link_lost_ = false;    ///< what is held is all there will be
   bool behind_echo_ = false;  ///< the echo's text is dropped, its line end is to follow
+  line_debt debt_;
 };

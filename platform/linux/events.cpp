@@ -105,6 +105,7 @@ void collect(event_set_t& set) {
 /// Sleeps until something is raised, `wait_ms` at most; may also return for no reason.
 /// @return false when it cannot wait
 bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
+  modem_channel_is_clean();  // who waits for events is in no exchange
   set.sleeping.store(true);
   pollfd readable = {set.wait_fd, POLLIN, 0};
   int ready = 1;
@@ -126,30 +127,45 @@ bool write_raise(int fd, uint32_t bits) {
   return written >= 0 || errno == EAGAIN;
 }
 
-bool raise_recent(int32_t task_id, uint32_t bits) {
-  for (recent_task_t& recent : recent_tasks) {
-    if (recent.task_id != task_id) continue;
-    if (write_raise(recent.fd, bits)) return true;
-    close(recent.fd);
-    recent = {0, -1};
-  }
-  return false;
+recent_task_t* find_recent(int32_t task_id) {
+  for (recent_task_t& recent : recent_tasks)
+    if (recent.task_id == task_id) return &recent;
+  return nullptr;
 }
 
-bool raise_other_process(int32_t task_id, uint32_t bits) {
+void forget(recent_task_t* recent) {
+  close(recent->fd);
+  *recent = {0, -1};
+}
+
+/// @return a descriptor that is kept open, or -1 with errno
+int open_task(int32_t task_id) {
   char path[kEventPathSize];
   event_fifo_path(task_id, path);
   const int fd = event_fifo_open(path);
-  if (fd < 0) return false;
-  if (!write_raise(fd, bits)) {
-    close(fd);
-    return false;
-  }
+  if (fd < 0) return -1;
   recent_task_t& replaced = recent_tasks[oldest_recent];
   oldest_recent = (oldest_recent + 1) % std::size(recent_tasks);
   if (replaced.task_id != 0) close(replaced.fd);
   replaced = {task_id, fd};
-  return true;
+  return fd;
+}
+
+bool raise_recent(int32_t task_id, uint32_t bits) {
+  recent_task_t* recent = find_recent(task_id);
+  if (recent == nullptr) return false;
+  if (write_raise(recent->fd, bits)) return true;
+  forget(recent);
+  return false;
+}
+
+bool raise_other_process(int32_t task_id, uint32_t bits) {
+  return raise_recent(task_id, bits) || (open_task(task_id) >= 0 && raise_recent(task_id, bits));
+}
+
+bool has_reader(int fd) {
+  pollfd fifo = {fd, 0, 0};
+  return poll(&fifo, 1, 0) == 0;
 }
 
 }  // namespace
@@ -164,6 +180,26 @@ bool event_fifos_restore() {
 }
 
 bool event_set_is_public() { return own_set != nullptr && own_set->is_public; }
+
+int event_task_fd(int32_t task_id) {
+  pthread_mutex_lock(&recent_lock);
+  const recent_task_t* recent = find_recent(task_id);
+  const int fd = recent != nullptr ? recent->fd : -1;
+  pthread_mutex_unlock(&recent_lock);
+  return fd;
+}
+
+int event_task_open(int32_t task_id) {
+  pthread_mutex_lock(&recent_lock);
+  recent_task_t* recent = find_recent(task_id);
+  if (recent != nullptr && !has_reader(recent->fd)) {
+    forget(recent);
+    recent = nullptr;
+  }
+  const int fd = recent != nullptr ? recent->fd : open_task(task_id);
+  pthread_mutex_unlock(&recent_lock);
+  return fd;
+}
 
 bool task_is_dead(int32_t task_id) {
   if (find_set(task_id) != nullptr) return false;
@@ -209,7 +245,7 @@ int32_t MDX_event_send(int32_t task_id, uint32_t bits) {
     return 1;
   }
   pthread_mutex_lock(&recent_lock);
-  const bool raised = raise_recent(task_id, bits) || raise_other_process(task_id, bits);
+  const bool raised = raise_other_process(task_id, bits);
   pthread_mutex_unlock(&recent_lock);
   if (!raised) counter_add(COUNT_RAISES_FAILED);
   return raised ? 1 : 0;

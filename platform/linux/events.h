@@ -13,6 +13,14 @@ bool event_fifos_restore();
 /// Whether the calling task has an event set that other processes can find.
 bool event_set_is_public();
 
+/// The event FIFO of another process's task, open for raising and kept so.
+/// @return a descriptor, good until tasks are raised, or -1 with errno: ENXIO when the task has
+/// died
+int event_task_open(int32_t task_id);
+
+/// The same without opening it: -1 when it is not open.
+int event_task_fd(int32_t task_id);
+
 /// Whether nobody is left who could take an answer for this task: its event set has no reader, or
 /// it has none and there is no such task.
 bool task_is_dead(int32_t task_id);

@@ -4,8 +4,9 @@
 // it.
 //
 // What is read goes through the assembler to the server's callback. A refused delivery stops the
-// reading, so that the device's own flow control holds the modem back. Another thread may end the
-// binding; it only says so, and the reading task gives the device up at its next wait.
+// reading, so that the device's own flow control holds the modem back. Between two exchanges what
+// the modem still owes is collected, and the clients' requests wait for that. Another thread may
+// end the binding; it only says so, and the reading task gives the device up at its next wait.
 
 #include "platform/linux/modem_channel.h"
 
@@ -25,6 +26,8 @@
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/privileges.h"
+#include "platform/linux/record_queue.h"
+#include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 
@@ -36,6 +39,7 @@ constexpr uint32_t kReopenMs = 200;
 constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening takes long
 constexpr uint32_t kOfferAgainMs = 1000;
 constexpr size_t kReadSize = 4096;
+constexpr char kEscape[] = {0x1B};
 
 /// What the threads share. The lock is held while a binding begins or ends, and for the whole of a
 /// send.
@@ -60,12 +64,17 @@ struct channel_t {
   bool more_waiting;   ///< the last read left something behind
   bool refused;        ///< a delivery is to be offered again
   uint64_t looked_at;  ///< what the modem said before this has been read: silence is known so far
-  uint32_t echoes;     ///< what the assembler's tallies were when they were last counted
-  uint32_t cuts;
 };
 constinit channel_t channel{};
 constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
+
+/// What the assembler's tallies were when they were last counted.
+struct tallies_t {
+  uint32_t echoes, cuts, dropped, too_long;
+  line_counts_t line;
+};
+constinit tallies_t counted{};
 
 void tell(uint32_t level, const char* news) {
   MDX_TRACE(kSource, level, "%s is %s\n", channel.path, news);
@@ -73,13 +82,31 @@ void tell(uint32_t level, const char* news) {
 
 bool is_open() { return channel.device.fd >= 0; }
 
+bool count_change(mdx_counter_t counter, uint32_t* before, uint32_t now) {
+  const uint32_t more = now - *before;
+  *before = now;
+  if (more != 0) counter_add(counter, more);
+  return more != 0;
+}
+
 void count_changes() {
-  const uint32_t echoes = assembler.echoes_dropped();
-  const uint32_t cuts = assembler.deliveries_cut();
-  if (echoes != channel.echoes) counter_add(COUNT_ECHOES_DROPPED, echoes - channel.echoes);
-  if (cuts != channel.cuts) counter_add(COUNT_DELIVERIES_CUT, cuts - channel.cuts);
-  channel.echoes = echoes;
-  channel.cuts = cuts;
+  const line_counts_t& line = assembler.debt().counts();
+  count_change(COUNT_ECHOES_DROPPED, &counted.echoes, assembler.echoes_dropped());
+  count_change(COUNT_DELIVERIES_CUT, &counted.cuts, assembler.deliveries_cut());
+  count_change(COUNT_PROMPTS_ESCAPED, &counted.line.escapes, line.escapes);
+  if (count_change(COUNT_LATE_ANSWERS_ABSORBED, &counted.line.absorbed, line.absorbed)) {
+    MDX_TRACE(kSource, MDX_TRACE_MISSING, "an answer came too late for its client\n");
+  }
+  if (count_change(COUNT_PATIENCE_RAN_OUT, &counted.line.given_up, line.given_up)) {
+    MDX_TRACE(kSource, MDX_TRACE_MISSING, "an answer that is late is no longer waited for\n");
+  }
+  if (count_change(COUNT_LINES_DROPPED, &counted.dropped, assembler.lines_dropped())) {
+    MDX_TRACE(kSource, MDX_TRACE_FLOW, "a line that is for nobody dropped\n");
+  }
+  if (count_change(COUNT_ANSWERS_TOO_LONG, &counted.too_long, assembler.answers_too_long())) {
+    MDX_TRACE(kSource, MDX_TRACE_MISSING, "an answer has more than %u bytes and is cut\n",
+              kDeliveryMaxBytes);
+  }
 }
 
 std::string_view next_delivery() {
@@ -132,6 +159,14 @@ void lose_device() {
   tell(MDX_TRACE_MISSING, "gone");
 }
 
+/// What somebody wrote to the modem without finding out what it did is no command of ours. What it
+/// says is sorted like everything else: the news in it counts.
+void begin_listening(uint64_t now) {
+  modem_device_discard_output(channel.device);
+  assembler.debt().opened(now, {});
+  channel.looked_at = now;
+}
+
 /// A sick modem may take its time; the task has others to serve.
 /// @return 0, else an errno value
 int open_device() {
@@ -143,6 +178,7 @@ int open_device() {
   const uint64_t end = monotonic_ms();
   channel.reopen_at = end + kReopenMs + kPauseShare * (end - begin);
   if (error != 0) return error;
+  begin_listening(end);
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
     tell(MDX_TRACE_MISSING, "back");
@@ -162,8 +198,8 @@ void give_up() {
   }
   channel.size = channel.used = 0;
   channel.refused = false;
-  channel.echoes = channel.cuts = 0;
   assembler = delivery_assembler();
+  counted = {};
   reading_task = 0;
 }
 
@@ -172,7 +208,9 @@ int due_in_ms(uint64_t now) {
   if (channel.refused) return kOfferAgainMs;
   if (channel.more_waiting) return 0;
   uint64_t due = is_open() ? delivery_assembler::kNever : channel.reopen_at;
-  if (assembler.due() < due) due = assembler.due();
+  const bool is_for_server_to_read =
+      assembler.debt().waits_for_silence() && !assembler.holds_text() && !nas_queue_is_empty();
+  if (!is_for_server_to_read && assembler.due() < due) due = assembler.due();
   if (due == delivery_assembler::kNever) return -1;
   return due > now ? static_cast<int>(due - now) : 0;
 }
@@ -210,6 +248,30 @@ void read_device(short revents, uint64_t asked_at) {
   hand_over();
 }
 
+/// A prompt that nobody answers would take the next command for a message.
+void escape_prompt() {
+  modem_device_write(channel.device, kEscape, sizeof(kEscape));
+  assembler.debt().escaped(channel.looked_at);
+}
+
+/// Between two exchanges: what an earlier one is still owed is collected.
+/// @return whether nothing of it can come any more; the server may still have to read it
+bool collect_debt() {
+  const delivery_assembler::step_t step = assembler.step(channel.looked_at);
+  if (step == delivery_assembler::step_t::escape) escape_prompt();
+  count_changes();
+  if (step == delivery_assembler::step_t::clean) return true;
+  hand_over();
+  return false;
+}
+
+void mind_line() {
+  const line_debt& debt = assembler.debt();
+  if (debt.in_exchange() || debt.is_clean() || !collect_debt() || !nas_queue_is_empty()) return;
+  assembler.debt().settled();
+  request_queue_raise();
+}
+
 /// A modem that takes nothing may be waiting for us to take what it says.
 int wait_for_room(uint64_t deadline) {
   const uint64_t now = monotonic_ms();
@@ -236,12 +298,32 @@ int write_device(const char* data, size_t size) {
   }
 }
 
+/// The first command of all is sent before anybody asks whether the line is clean. The server reads
+/// nothing meanwhile.
+void wait_for_clean_line() {
+  line_debt& debt = assembler.debt();
+  while (is_open() && !debt.in_exchange() && !debt.is_clean()) {
+    if (collect_debt() || channel.refused) return debt.settled();
+    const uint64_t now = monotonic_ms();
+    const uint64_t due = assembler.due();
+    pollfd source = device_source(0);
+    if (poll(&source, 1, due > now ? static_cast<int>(due - now) : 0) < 0 && errno != EINTR) return;
+    read_device(source.revents, now);
+  }
+}
+
+/// @return 0, else an errno value: why nothing may be sent
+int refusal_to_send(int32_t number) {
+  if (!modem_channel_is_read_here() || !bound || number != channel.number) return ENOTCONN;
+  if (served_client_is_dead()) return EOWNERDEAD;
+  wait_for_clean_line();
+  return is_open() && !assembler.debt().link_lost_in_exchange() ? 0 : ENODEV;
+}
+
 int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (data == nullptr || length == 0) return -1;
   pthread_mutex_lock(&binding_lock);
-  int error = 0;
-  if (!modem_channel_is_read_here() || !bound || number != channel.number) error = ENOTCONN;
-  if (error == 0 && !is_open()) error = ENODEV;
+  int error = refusal_to_send(number);
   if (error == 0) {
     assembler.sent(data, length);
     error = write_device(data, length);
@@ -301,7 +383,18 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
   }
   read_device(sources[2].revents, now);
   if (!is_open() && monotonic_ms() >= channel.reopen_at) open_device();
+  mind_line();
   return 0;
+}
+
+bool modem_channel_is_clean() {
+  if (!modem_channel_is_read_here() || assembler.debt().exchange_ended()) return true;
+  mind_line();
+  return assembler.debt().is_clean();
+}
+
+bool modem_channel_answer_is_lost() {
+  return modem_channel_is_read_here() && assembler.debt().link_lost_in_exchange();
 }
 
 void modem_channel_sleep(uint32_t milliseconds) {

@@ -20,6 +20,14 @@ bool modem_channel_is_read_here();
 /// @return -1 with errno when it cannot wait
 int modem_channel_poll(pollfd* own, int wait_ms);
 
+/// Whether nothing of an earlier exchange can still come, so that the next may begin. To be asked
+/// between two exchanges only: it ends the one before. Once it has said no, bit 1 is raised at the
+/// task that serves requests as soon as it would say yes.
+bool modem_channel_is_clean();
+
+/// Whether the device went away during the exchange under way: no answer will come.
+bool modem_channel_answer_is_lost();
+
 /// MDX_sleep, but that the modem is read meanwhile, if this task bound its channel.
 void modem_channel_sleep(uint32_t milliseconds);
 

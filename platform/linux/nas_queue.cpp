@@ -18,6 +18,7 @@
 
 #include "platform/linux/counters.h"
 #include "platform/linux/modem_channel.h"
+#include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -97,17 +98,20 @@ bool wait_for(bool (*condition)(), int32_t milliseconds) {
   return false;
 }
 
-/// Waits for an element as the task that reads the modem, the lock held but for the waits.
+/// Waits for an element as the task that reads the modem, the lock held but for the waits. Its time
+/// is up, too, when nobody is left who wants the answer or could give it.
 bool read_modem_for_element(queue_lock* lock, int32_t milliseconds) {
   const uint32_t begin = MDX_elapse();
   const uint32_t generation = queue.generation;
   while (!has_element()) {
     const uint32_t waited = MDX_elapse() - begin;
     if (milliseconds <= 0 || waited >= static_cast<uint32_t>(milliseconds)) return false;
-    pollfd nothing = {-1, 0, 0};
+    if (served_client_is_dead() || modem_channel_answer_is_lost()) return false;
+    pollfd client = served_client_source();
     lock->release();
-    const int ready = modem_channel_poll(&nothing, milliseconds - static_cast<int32_t>(waited));
+    const int ready = modem_channel_poll(&client, milliseconds - static_cast<int32_t>(waited));
     const bool can_wait = ready >= 0 || errno == EINTR;
+    served_client_polled(client);
     lock->take();
     if (!can_wait || queue.generation != generation) return false;
   }
@@ -134,6 +138,11 @@ int32_t nas_queue_find() {
 bool nas_queue_is_full() {
   const queue_lock lock;
   return queue.slots != nullptr && !has_room();
+}
+
+bool nas_queue_is_empty() {
+  const queue_lock lock;
+  return queue.slots == nullptr || !has_element();
 }
 
 int32_t MDX_msgQ_create(int32_t number, int32_t depth, int32_t size) {

@@ -12,3 +12,6 @@ int32_t nas_queue_find();
 
 /// Whether there is a queue, but no room in it.
 bool nas_queue_is_full();
+
+/// Whether nothing waits in it, also when there is none.
+bool nas_queue_is_empty();

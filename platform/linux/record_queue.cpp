@@ -24,6 +24,7 @@
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/record_queue.h"
+#include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
@@ -126,6 +127,7 @@ int32_t kernel_id_of(int32_t id) {
 }
 
 bool is_response_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxResponseQueue].id; }
+bool is_request_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxRequestQueue].id; }
 
 /// @return the new queue's id, or -1 with errno
 int32_t make_queue(int32_t number, int32_t bytes) {
@@ -343,13 +345,17 @@ int32_t record_queue_depth(int32_t number) {
   return static_cast<int32_t>(status.msg_qnum);
 }
 
+void request_queue_raise() {
+  if (serving_task != 0) MDX_event_send(serving_task, kMdxEventRequest);
+}
+
 bool server_link_restore() {
   return serving_task == 0 || access(kMdxServerLink, F_OK) == 0 || link_server();
 }
 
 int32_t MDX_msgQex_num(int32_t id) {
   msqid_ds status{};
-  if (id < 0) return 0;
+  if (id < 0 || (is_request_queue(id) && !modem_channel_is_clean())) return 0;
   if (msgctl(kernel_id_of(id), IPC_STAT, &status) == 0)
     return static_cast<int32_t>(status.msg_qnum);
   restore_queue(id, errno);
@@ -367,6 +373,13 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
              size > static_cast<ssize_t>(kMdxRecordSize) ? "at least " : "", size);
     return fail(retcode, EBADMSG);
   }
+  int32_t client = 0;
+  memcpy(&client, message.record, sizeof(client));
+  if (is_request_queue(id) && !served_client_begin(client)) {
+    MDX_DROP(COUNT_REQUESTS_OF_THE_DEAD, MDX_TRACE_MISSING, "request of task %d dropped: %s\n",
+             client, "it is gone");
+    return fail(retcode, EOWNERDEAD);
+  }
   memcpy(record, message.record, kMdxRecordSize);
   note_request();
   return 0;
@@ -381,6 +394,11 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   message.type = type > 0 ? type : kMdxOddMessageType;
 
   const bool is_answer = is_response_queue(id);
+  if (is_answer && served_client_is_dead()) {
+    MDX_DROP(COUNT_ANSWERS_DROPPED_DEAD, MDX_TRACE_MISSING, "answer for task %d dropped: %s\n",
+             type, "it is gone");
+    return 0;
+  }
   const auto put = is_answer ? put_answer : put_message;
   if (!put(kernel_id_of(id), message) &&
       !(restore_queue(id, errno) && put(kernel_id_of(id), message))) {

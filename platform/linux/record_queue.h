@@ -11,6 +11,9 @@
 /// Records that wait on queue 1 or 2 now, 0 when it is missing. Any thread.
 int32_t record_queue_depth(int32_t number);
 
+/// Wakes the task that serves queue 2. Any thread.
+void request_queue_raise();
+
 /// Makes the link to the task that serves queue 2 again, should somebody have removed it. Any
 /// thread.
 /// @return whether it is there

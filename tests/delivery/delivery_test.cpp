@@ -2,8 +2,10 @@
 
 // What becomes of a modem's bytes, whatever way they are cut.
 //
-// A case is a script of lines: "> " what is sent, "< " what the modem says, "~20" milliseconds of
-// silence, "= " a delivery that has come by then. Each step must bring exactly the deliveries that
+// A case is a script of lines: "> " what is sent, "." the server waits no longer, "< " what the
+// modem says, "~20" milliseconds of silence, "!" the modem is gone, "o" the device is opened, with
+// "o1" while a result and with "op" while a body is owed; "= " a delivery or an ESC that has come
+// by then, "clean" and "dirty" how the line is. Each step must bring exactly the deliveries that
 // stand behind it, and the script is run with the modem's bytes whole, byte by byte and cut at
 // random.
 
@@ -23,6 +25,11 @@ void run_script(const script_t& script, cut_t cut) {
     if (step[0] == '<') line.say(step.substr(2));
     if (step[0] == '~') line.wait(std::stoul(step.substr(1)));
     if (step[0] == '!') line.lose();
+    if (step[0] == '.') line.end_exchange();
+    if (step[0] == 'o') line.open({step == "o1" ? 1u : 0u, step == "op" ? 1u : 0u});
+    if (step == "clean" || step == "dirty") {
+      ASSERT_EQ(line.is_clean(), step == "clean") << "at step " << at;
+    }
     script_t expected;
     while (at < script.size() && script[at][0] == '=') expected.push_back(script[at++].substr(2));
     ASSERT_EQ(line.deliveries, expected) << "behind step " << readable(step);
@@ -73,32 +80,64 @@ const case_t lines[] = {
     {"ReportAtOnce",         {"< \r\n^RSSI:20\r\n", "= \r\n^RSSI:20\r\n"}},
     {"BlankLineStaysBehind", {"< \r\n^NWTIME:1\r\n\r\n", "= \r\n^NWTIME:1\r\n", "~1000", "< ^EONS:0\r\n", "= \r\n^EONS:0\r\n"}},
     {"BlankLinesAlone",      {"< \r\n\r\n\r\r\n\r", "~1000"}},
-    {"LineStopsInTheMiddle", {"< ^RSS", "~299", "~1", "= ^RSS", "< I:1\r\n", "= I:1\r\n"}},
+    {"LineStopsInTheMiddle", {"< ^RSS", "~299", "~1", "= ^RSS", "< I:1\r\n"}},
     {"LinesThenHalfALine",   {"< ^A:1\r\n", "= ^A:1\r\n", "< \r\n^B", "~299", "~1", "= \r\n^B"}},
     {"CrKeptForItsLf",       {"< ^RSSI:1\r", "~300", "= ^RSSI:1", "~1000", "< \n", "~1000", "< ^A\r\n", "= \r\n^A\r\n"}},
-    {"LfAloneIsText",        {"< a\nb\r\n", "= a\nb\r\n", "< \n", "~300", "= \n"}},
+    {"LfAloneIsText",        {"< ^a\nb\r\n", "= ^a\nb\r\n", "> AT\r", "< a\nb\r\nOK\r\n", "= a\nb\r\nOK\r\n"}},
     {"DoubledCrs",           {"< ^A:1\r\r\n", "= ^A:1\r\n", "< \r\r\r\n^B:1\r\r\r\n", "= \r\n^B:1\r\n"}},
     {"NulAndHighBytes",      {"< +X:\0\xFF\x80\r\n"s, "= +X:\0\xFF\x80\r\n"s}},
-    {"StrayPrompt",          {"< \r\n> ", "~19", "~1", "= \r\n> "}},
 };
 const case_t answers[] = {
-    {"InOneDelivery",       {"> AT+CSQ\r", "< \r\n+CSQ: 13,99\r\n", "~19", "< \r\nOK\r\n", "= \r\n+CSQ: 13,99\r\n\r\nOK\r\n"}},
-    {"ReportInFrontJoins",  {"> AT+CMGD=0\r", "< \r\n^RSSI:1\r\n", "~19", "< \r\nOK\r\n", "= \r\n^RSSI:1\r\n\r\nOK\r\n"}},
+    {"InOneDelivery",       {"> AT+CSQ\r", "< \r\n+CSQ: 13,99\r\n", "~299", "< \r\nOK\r\n", "= \r\n+CSQ: 13,99\r\n\r\nOK\r\n"}},
+    {"ReportInFrontJoins",  {"> AT+CMGD=0\r", "< \r\n^RSSI:1\r\n", "~299", "< \r\nOK\r\n", "= \r\n^RSSI:1\r\n\r\nOK\r\n"}},
     {"ReportBehindDoesNot", {"> AT\r", "< \r\nOK\r\n\r\n^RSSI:1\r\n", "= \r\nOK\r\n", "= \r\n^RSSI:1\r\n"}},
-    {"SlowModem",           {"> AT+COPS=?\r", "< \r\n^RSSI:1\r\n", "~19", "~1", "= \r\n^RSSI:1\r\n",
+    {"SlowModem",           {"> AT+COPS=?\r", "< \r\n^RSSI:1\r\n", "~299", "~1", "= \r\n^RSSI:1\r\n",
                              "~30000", "< \r\n+COPS: 0\r\n\r\nOK\r\n", "= \r\n+COPS: 0\r\n\r\nOK\r\n"}},
-    {"ResultWords",         {"> A\r", "< +CME ERROR: 13\r\n", "= +CME ERROR: 13\r\n", "> A\r", "< CONNECT 3600000\r\n", "= CONNECT 3600000\r\n",
-                             "> A\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", "> A\r", "< ERROR\r\n", "= ERROR\r\n",
-                             "> A\r", "< +CMS ERROR: 500\r\n", "= +CMS ERROR: 500\r\n", "> A\r", "< BUSY\r\n", "= BUSY\r\n"}},
-    {"PauseInALine",        {"> AT+CSQ\r", "< \r\n+CSQ: 1", "~299", "< 3,99\r", "~299", "< \n\r\nO", "~20", "= \r\n+CSQ: 13,99\r\n", "~200", "< K\r\n", "= \r\nOK\r\n"}},
-    {"NoResultWords",       {"> A\r", "< +CME ERRO\r\nok\r\n OK\r\nNO\r\n", "~19", "~1", "= +CME ERRO\r\nok\r\n OK\r\nNO\r\n"}},
-    {"ResultWithoutLineEnd",{"> A\r", "< OK", "~299", "~1", "= OK", "< \r\n^A:1\r\n", "= \r\n^A:1\r\n"}},
-    {"Prompt",              {"> AT+CMGS=22\r", "< \r\n> ", "= \r\n> ", "> " + pdu + "\x1a\r", "< \r\n+CMGS: 31\r\n", "~19",
-                             "< \r\nOK\r\n", "= \r\n+CMGS: 31\r\n\r\nOK\r\n"}},
+    {"ResultWords",         {"> AT\r", "< +CME ERROR: 13\r\n", "= +CME ERROR: 13\r\n", "> ATDT1\r", "< CONNECT 3600000\r\n", "= CONNECT 3600000\r\n",
+                             "> ATA\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", "> AT\r", "< ERROR\r\n", "= ERROR\r\n",
+                             "> AT\r", "< +CMS ERROR: 500\r\n", "= +CMS ERROR: 500\r\n", "> atd1;\r", "< BUSY\r\n", "= BUSY\r\n"}},
+    {"PauseInALine",        {"> AT+CSQ\r", "< \r\n+CSQ: 1", "~299", "< 3,99\r", "~299", "< \n\r\nO", "~299", "< K\r\n", "= \r\n+CSQ: 13,99\r\n\r\nOK\r\n"}},
+    {"SlowListing",         {"> AT+CMGL=4\r", "< +CMGL: 1,,2\r\n0791\r\n", "~60", "< +CMGL: 2,,2\r\n0792\r\n", "~299", "< OK\r\n",
+                             "= +CMGL: 1,,2\r\n0791\r\n+CMGL: 2,,2\r\n0792\r\nOK\r\n"}},
+    {"NoResultWords",       {"> AT\r", "< +CME ERRO\r\nok\r\n OK\r\nNO\r\n", "~299", "~1", "= +CME ERRO\r\nok\r\n OK\r\nNO\r\n"}},
+    {"ResultWithoutLineEnd",{"> AT\r", "< OK", "~299", "~1", "= OK", ".", "clean", "< \r\n^A:1\r\n", "= \r\n^A:1\r\n"}},
+    {"Prompt",              {"> AT+CMGS=22\r", "< \r\n> ", "= \r\n> ", "> " + pdu + "\x1a\r", "< \r\n+CMGS: 31\r\n", "~299",
+                             "< \r\nOK\r\n", "= \r\n+CMGS: 31\r\n\r\nOK\r\n", ".", "clean"}},
     {"PromptWithoutBlank",  {"> AT+CMGS=22\r", "< \r\n>", "~19", "~1", "= \r\n>"}},
     {"NoPromptInALine",     {"> AT\r", "< a> b\r\n>> \r\nOK\r\n", "= a> b\r\n>> \r\nOK\r\n"}},
+    {"TextLikeAPrompt",     {"> AT\r", "< > a\r\nb\r\nOK\r\n", "= > ", "= a\r\nb\r\nOK\r\n", ".", "clean"}},
     {"SendWhileHeld",       {"> AT\r", "< old\r\nhal", "~10", "> AT+X\r", "< f\r\nOK\r\n", "= old\r\nhalf\r\nOK\r\n"}},
-    {"ModemGoneInALine",    {"> AT\r", "< ^A:1\r\n^B", "!", "~0", "= ^A:1\r\n^B", "< :2\r\n", "= :2\r\n"}},
+    {"ModemGoneInALine",    {"> AT\r", "< ^A:1\r\n^B", "!", "~0", "= ^A:1\r\n^B", "< :2\r\n"}},
+};
+const case_t debts[] = {
+    {"PaidAtOnce",          {"> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
+    {"PaidLate",            {"> AT+COPS=?\r", "~1000", ".", "dirty", "~2000", "< \r\n+COPS: 1\r\n", "= \r\n+COPS: 1\r\n", "< name\r\n\r\nOK\r\n", "= \r\nOK\r\n",
+                             "~19", "dirty", "~1", "clean"}},
+    {"TextInBothHalves",    {"> AT+CPIN?\r", "< +CPIN: READY\r\n", "~300", "= +CPIN: READY\r\n", ".", "< late\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"NeverPaid",           {"> AT\r", "< text\r\n", "~300", "= text\r\n", ".", "~4999", "dirty", "~1", "= OK\r\n", "clean"}},
+    {"PaidBehindPatience",  {"> AT\r", ".", "~5000", "= OK\r\n", "clean", "< \r\nOK\r\n", "clean"}},
+    {"TwoCommandsInOne",    {"> AT\rATI\r", "< OK\r\n", "= OK\r\n", ".", "dirty", "< evil\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"BothResultsAtOnce",   {"> AT\rATI\r", "< OK\r\nevil\r\nOK\r\n", "= OK\r\n", "= evil\r\nOK\r\n", ".", "dirty", "~20", "clean"}},
+    {"EndOfACall",          {"> AT+CSQ\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", ".", "dirty", "< text\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"ForeignResults",      {"< \r\nOK\r\n+CME ERROR: 3\r\nCONNECT\r\n^A:1\r\n", "= \r\n^A:1\r\n", "> AT\r", "< OK\r\nOK\r\n", "= OK\r\n", ".", "clean"}},
+    {"ForeignLines",        {"< \r\nRDY\r\nSMS Ready\r\n^RSSI:1\r\n", "= \r\n^RSSI:1\r\n", "< *PSUTTZ: 1\r\nIRING\r\n", "= IRING\r\n", "< x ^CPINNTY:READY\r\n", "= x ^CPINNTY:READY\r\n"}},
+    {"ForeignListing",      {"< +CMGL: 1,,2\r\n0791\r\n^HCMGR:1\r\n^A:1\r\n\x1a\r\n^B:1\r\n", "= ^B:1\r\n", "< +CMGR: 1\r\n", "~50", "< ^C:1\r\n", "= ^C:1\r\n"}},
+    {"ModemGone",           {"> AT\r", "< half", "!", "~0", "~10", ".", "dirty", "~10", "= OK\r\n", "clean"}},
+    {"AnotherModem",        {"> AT\r", ".", "!", "o", "~10", "< RDY\r\n^A:1\r\n", "~99", "~1", "= ^A:1\r\n", "= OK\r\n", "clean"}},
+    {"NeverSilent",         {"o", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n",
+                             "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~10", "dirty", "~10", "clean"}},
+    {"LeftByAnother",       {"o1", "~3000", "dirty", "< +CSQ: 1\r\nOK\r\n", "= +CSQ: 1\r\nOK\r\n", "~19", "dirty", "~1", "clean"}},
+};
+const case_t prompts[] = {
+    {"NobodyAnswers",       {"> at+cmgs =22\r", "< \r\n> ", "= \r\n> ", ".", "= \x1b", "dirty", "< \r\nOK\r\n", "= \r\nOK\r\n", "~20", "clean"}},
+    {"SecondEscape",        {"> AT+CMGS=22\r", "< > ", "= > ", ".", "= \x1b", "~999", "~1", "= \x1b", "~999", "dirty", "~1", "= OK\r\n", "clean"}},
+    {"ComesLate",           {"> AT+CMGS=22\r", ".", "~2000", "< > ", "= \x1b", "< \r\n+CMS ERROR: 500\r\n", "= \r\n+CMS ERROR: 500\r\n", "~20", "clean"}},
+    {"ComesBehindPatience", {"> AT+CMGS=22\r", ".", "~5000", "= OK\r\n", "clean", "< > ", "= \x1b", "dirty", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"BodyInFront",         {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> ", "= \r\n> ", "< \r\n+CMGS: 1\r\nOK\r\n", "= \r\n+CMGS: 1\r\nOK\r\n", ".", "clean"}},
+    {"BodyInFrontIsMissed", {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> ", "= \r\n> ", ".", "~5000", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"HeadIsRefused",       {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< ERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"LeftByAnother",       {"op", "~0", "= \x1b", "< OK\r\n", "= OK\r\n", "~100", "clean"}},
+    {"ModemIsGone",         {"> AT+CMGS=22\r", "< > ", "= > ", "!", ".", "dirty", "~20", "= OK\r\n", "clean"}},
 };
 const case_t echoes[] = {
     {"Plain",            {"> AT+CSQ\r", "< AT+CSQ\r\r\n+CSQ: 1,9\r\n\r\nOK\r\n", "= +CSQ: 1,9\r\n\r\nOK\r\n"}},
@@ -107,34 +146,45 @@ const case_t echoes[] = {
     {"TornBySilence",    {"> AT+CSQ\r", "< AT+C", "~900", "< SQ", "~900", "< \r\r\nOK\r\n", "= OK\r\n"}},
     {"NeverFinished",    {"> AT+CSQ\r", "< AT+C", "~999", "~1", "= AT+C"}},
     {"BehindReport",     {"> AT+CPMS=\"SM\"\r", "< ^SRVST:0\r\nAT+CPMS=\"SM\"\r\r\n+CPMS: 0\r\n\r\nOK\r\n", "= ^SRVST:0\r\n+CPMS: 0\r\n\r\nOK\r\n"}},
-    {"ReportNotDelayed", {"> AT+CSQ\r", "< ^A:1\r\nAT+", "~19", "~1", "= ^A:1\r\n", "~100", "< CSQ\r\r\nOK\r\n", "= OK\r\n"}},
+    {"ReportNotDelayed", {"> AT+CSQ\r", "< ^A:1\r\nAT+", "~299", "~1", "= ^A:1\r\n", "~100", "< CSQ\r\r\nOK\r\n", "= OK\r\n"}},
     {"Pdu",              {"> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", "> " + pdu + "\x1a\r", "< " + pdu + "\x1a\r\n+CMGS: 31\r\n\r\nOK\r\n", "= +CMGS: 31\r\n\r\nOK\r\n"}},
     {"PduBehindPrompt",  {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> " + pdu + "\x1a\r\r\n+CMGS: 3\r\n\r\nOK\r\n", "= \r\n> ", "= +CMGS: 3\r\n\r\nOK\r\n"}},
     {"BothStepsAtOnce",  {"> at+cmgs=22\r" + pdu + "\x1a\r", "< at+cmgs=22\r\r\n> ", "= > ", "< " + pdu + "\x1a\r\n+CMS ERROR: 5\r\n", "= +CMS ERROR: 5\r\n"}},
-    {"LateResultBefore", {"> AT+X\r", "< \r\nOK\r\n", "= \r\nOK\r\n", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
+    {"CrOfTheOneBefore", {"> AT\r", "< OK\r\n\r", "= OK\r\n", ".", "> AT+X\r", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
     {"OnlyTheFirst",     {"> AT\r", "< AT\r\r\nAT\r\nOK\r\n", "= AT\r\nOK\r\n"}},
     {"OnlyTheWholeLine", {"> AT\r", "< ATI\r\n AT\r\nA\r\nOK\r\n", "= ATI\r\n AT\r\nA\r\nOK\r\n"}},
     {"NotAMessageText",  {"> AT+CMGR=1\r", "< \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n", "= \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n"}},
-    {"EmptyCommand",     {"> \r", "< \r\r\nOK\r\n", "= \r\nOK\r\n"}},
+    {"OfAnAbandonedOne", {"> AT+X\r", ".", "< AT+X\r\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
+    // Patience has run out; what stands in front of the echo is the late answer.
+    {"TellsALateAnswer", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+COPS=?\r", ".", "~5000", "= OK\r\n",
+                          "> AT+COPS?\r", "< AT+COPS=?\r\r\n+COPS: 7\r\nname\r\n^A:1\r\nOK\r\n", "~300", "= ^A:1\r\n",
+                          "< AT+COPS?\r\r\n+COPS: 0\r\nOK\r\n", "= +COPS: 0\r\nOK\r\n", ".", "clean"}},
+    {"TellsALatePrompt", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=22\r", ".", "~5000", "= OK\r\n",
+                          "> AT+CMGS=7\r", "< > ", "~3000", ".", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "> AT\r", ".", "~5000", "= OK\r\n",
+                          "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
 };
 const case_t bodies[] = {
-    {"Cmt",            {"< \r\n+CMT: ,35\r\n", "~49", "< 0791\r\n", "= \r\n+CMT: ,35\r\n0791\r\n"}},
-    {"CmtTooLate",     {"< +CMT: ,35\r\n", "~49", "~1", "= +CMT: ,35\r\n", "< 0791\r\n", "= 0791\r\n"}},
+    {"Cmt",            {"< \r\n+CMT: ,35\r\n", "~49", "< 0791\r\n", "= \r\n+CMT: ,35\n0791\r\n"}},
+    {"CmtTooLate",     {"< +CMT: ,35\r\n", "~49", "~1", "= +CMT: ,35\r\n", "< 0791\r\n"}},
+    {"CmtInAnAnswer",  {"> AT+CSQ\r", "< +CSQ: 1\r\n^A:1\r\n+CMT: ,35\r\n\r\n0791\r\nOK\r\n", "= +CSQ: 1\r\n^A:1\r\n+CMT: ,35\n0791\r\nOK\r\n"}},
+    {"BodyLikeNews",   {"< +CMT: \"1\",,\"t\"\r\n+CREG: 1\r\n", "= +CMT: \"1\",,\"t\"\n+CREG: 1\r\n", "< +CDS: 25\r\nOK\r\n", "= +CDS: 25\nOK\r\n"}},
+    {"NoBodyInText",   {"< +CDS: 6,1,,,\"t\",\"t\",0\r\n", "= +CDS: 6,1,,,\"t\",\"t\",0\r\n"}},
     {"BodyTorn",       {"< +CBM : 88\r\n\r\n07", "~49", "< 91\r\n", "= +CBM : 88\r\n\r\n0791\r\n"}},
     {"Index",          {"< +CMTI: \"SM\",1\r\n", "= +CMTI: \"SM\",1\r\n", "< +CDSI: 1\r\n", "= +CDSI: 1\r\n"}},
-    {"NotInTheMiddle", {"< X+CMT: 1\r\n", "= X+CMT: 1\r\n", "< +CMT\r\n", "= +CMT\r\n"}},
-    {"ReportsNotHeld", {"> AT\r", "< ^A:1\r\n+CMT: 1\r\n", "~19", "~1", "= ^A:1\r\n", "~29", "~1", "= +CMT: 1\r\n"}},
-    {"Stored",         {"> AT+CMGR=1\r", "< \r\n+CMGR: 0,,23\r\n", "~49", "< 0791\r\n\r\nOK\r\n", "= \r\n+CMGR: 0,,23\r\n0791\r\n\r\nOK\r\n"}},
-    {"TextLikePrompt", {"> AT\r", "< +CMT: 1\r\n> hello\r\nOK\r\n", "= +CMT: 1\r\n> hello\r\nOK\r\n"}},
+    {"NotInTheMiddle", {"< ^X+CMT: 1\r\n", "= ^X+CMT: 1\r\n", "< +CMT\r\n", "= +CMT\r\n"}},
+    {"Stored",         {"> AT+CMGR=1\r", "< \r\n+CMGR: 0,,23\r\n", "~299", "< 0791\r\n\r\nOK\r\n", "= \r\n+CMGR: 0,,23\r\n0791\r\n\r\nOK\r\n"}},
+    {"TextLikePrompt", {"> AT\r", "< +CMT: 1\r\n> hello\r\nOK\r\n", "= +CMT: 1\n> hello\r\nOK\r\n"}},
     {"Raw",            {"> AT^HCMGR=1\r", "< ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n", "= ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n"}},
-    {"RawKeepsItsCrs", {"< ^HCMGR:1\r\r\na\r\r\n\r\r\nb\x1a\r\r\n", "= ^HCMGR:1\r\na\r\r\n\r\r\nb\x1a\r\n"}},
-    {"RawNeverEnds",   {"< ^HCMGR:1\r\na\r\n> ", "~49", "~1", "= ^HCMGR:1\r\na\r\n> ", "< ^A:1\r\n", "= ^A:1\r\n"}},
+    {"RawKeepsItsCrs", {"> AT\r", "< ^HCMGR:1\r\r\na\r\r\n\r\r\nb\x1a\r\r\nOK\r\n", "= ^HCMGR:1\r\na\r\r\n\r\r\nb\x1a\r\nOK\r\n"}},
+    {"RawNeverEnds",   {"> AT\r", "< ^HCMGR:1\r\na\r\n> ", "~299", "~1", "= ^HCMGR:1\r\na\r\n> ", "< OK\r\n", "= OK\r\n"}},
 };
 const case_t limits[] = {
-    {"JustFits",        {"< " + string(1497, 'x') + "\r\n", "= " + string(1497, 'x') + "\r\n"}},
-    {"OneTooLong",      {"< " + string(1498, 'x') + "\r\n", "= " + string(1498, 'x'), "< ^A\r\n", "= \r\n^A\r\n"}},
-    {"NoLineEnd",       {"< " + string(4000, 'x'), "= " + string(1499, 'x'), "= " + string(1499, 'x'), "~299", "~1", "= " + string(1002, 'x')}},
-    {"BehindLastLine",  {"> AT\r", "< " + repeated(line_of_100, 15), "= " + repeated(line_of_100, 14), "~19", "~1", "= " + line_of_100}},
+    {"JustFits",        {"< ^" + string(1496, 'x') + "\r\n", "= ^" + string(1496, 'x') + "\r\n"}},
+    {"OneTooLong",      {"< ^" + string(1497, 'x') + "\r\n", "= ^" + string(1497, 'x'), "< ^A\r\n", "= \r\n^A\r\n"}},
+    {"NoLineEnd",       {"> AT\r", "< " + string(4000, 'x'), "= " + string(1499, 'x'), "= " + string(1499, 'x'), "~299", "~1", "= " + string(1002, 'x')}},
+    {"ForNobody",       {"< " + string(4000, 'x') + "\r\n^A\r\n", "= ^A\r\n"}},
+    {"BehindLastLine",  {"> AT\r", "< " + repeated(line_of_100, 15), "= " + repeated(line_of_100, 14), "~299", "~1", "= " + line_of_100}},
     {"LongAnswer",      {"> AT\r", "< " + repeated(line_of_100, 16) + "OK\r\n", "= " + repeated(line_of_100, 14), "= " + repeated(line_of_100, 2) + "OK\r\n"}},
     {"HeaderGoesAlong", {"> AT\r", "< " + repeated(line_of_100, 14) + "+CMGL: 1\r\n" + line_of_100 + "OK\r\n", "= " + repeated(line_of_100, 14), "= +CMGL: 1\r\n" + line_of_100 + "OK\r\n"}},
     {"BlankLines",      {"< " + repeated("\r\n", 5000), "~1000", "< ^A\r\n", "= " + repeated("\r\n", 5000 % 749) + "^A\r\n"}},
@@ -145,6 +195,8 @@ const case_t limits[] = {
 string case_name(const testing::TestParamInfo<case_t>& row) { return row.param.name; }
 INSTANTIATE_TEST_SUITE_P(Lines, Delivery, testing::ValuesIn(lines), case_name);
 INSTANTIATE_TEST_SUITE_P(Answers, Delivery, testing::ValuesIn(answers), case_name);
+INSTANTIATE_TEST_SUITE_P(Debts, Delivery, testing::ValuesIn(debts), case_name);
+INSTANTIATE_TEST_SUITE_P(Prompts, Delivery, testing::ValuesIn(prompts), case_name);
 INSTANTIATE_TEST_SUITE_P(Echoes, Delivery, testing::ValuesIn(echoes), case_name);
 INSTANTIATE_TEST_SUITE_P(Bodies, Delivery, testing::ValuesIn(bodies), case_name);
 INSTANTIATE_TEST_SUITE_P(Limits, Delivery, testing::ValuesIn(limits), case_name);
@@ -156,6 +208,23 @@ TEST(DeliveryRead, GathersWhatIsWaiting) {
   ASSERT_EQ(assembler.received(reports.data(), reports.size(), 5), reports.size());
   EXPECT_TRUE(assembler.next(500, true).empty());
   EXPECT_EQ(assembler.next(5, false), reports);
+}
+
+TEST(DeliverySize, AnswersThatDoNotFitARecordAreCounted) {
+  const struct {
+    string answer;
+    uint32_t too_long;
+  } cases[] = {
+      {repeated(string(100, 'x') + "\r\n", 14) + string(99, 'x') + "\r\nOK\r\n", 0},
+      {repeated(string(100, 'x') + "\r\n", 15) + "OK\r\n", 1},
+      {repeated(string(100, 'x') + "\r\n", 50) + "OK\r\n", 1},
+  };
+  for (const auto& [answer, too_long] : cases) {
+    modem_line line(at_random(1));
+    line.send("AT+CLAC\r");
+    line.say(answer);
+    EXPECT_EQ(line.answers_too_long(), too_long) << answer.size();
+  }
 }
 
 }  // namespace

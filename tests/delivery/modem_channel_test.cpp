@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -36,10 +37,9 @@ constexpr auto kPatience = 60s;  // of a test that would wait for ever
 template <typename Condition>
 bool soon(Condition condition) {
   const auto end = clock_type::now() + kPatience;
-  uint32_t bits = 0;
   while (!condition()) {
     if (clock_type::now() > end) return false;
-    MDX_event_recv(kAnyEvent, 2, &bits);
+    modem_channel_sleep(2);
   }
   return true;
 }
@@ -184,13 +184,37 @@ TEST_F(ModemChannel, ComesBackBehindAnotherDevice) {
   EXPECT_FALSE(send("AT\r"));
 
   ASSERT_NO_FATAL_FAILURE(plug());
-  // A client that goes on sending leaves no other wait to look for the modem in.
-  for (const auto end = clock_type::now() + kPatience; !send("AT\r");)
-    ASSERT_LT(clock_type::now(), end);
-  EXPECT_EQ(heard(3), "AT\r");
+  ASSERT_TRUE(soon([] { return modem_channel_answer_is_lost(); }));
+  EXPECT_FALSE(send("AT\r")) << "another modem has not heard the first half";
+  ASSERT_TRUE(soon([&] { return modem_channel_is_clean() && send("AT\r"); }));
   server.expect_anew();
+  EXPECT_EQ(heard(3), "AT\r");
   say("\r\nOK\r\n");
   EXPECT_TRUE(server.has({"\r\nOK\r\n"}));
+}
+
+// The late answer is not shown to the next exchange, nor is the next exchange begun before it.
+TEST_F(ModemChannel, CollectsWhatAnExchangeIsOwed) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  const uint64_t absorbed = counter_value(COUNT_LATE_ANSWERS_ABSORBED);
+  const uint64_t escapes = counter_value(COUNT_PROMPTS_ESCAPED);
+  ASSERT_TRUE(send("AT+COPS=?\r"));
+  EXPECT_FALSE(modem_channel_is_clean());
+  say("\r\nlate text\r\n\r\nOK\r\n");
+  EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
+  EXPECT_EQ(server.deliveries, std::vector<string>{"\r\n\r\nOK\r\n"});
+  EXPECT_EQ(counter_value(COUNT_LATE_ANSWERS_ABSORBED), absorbed + 1);
+
+  ASSERT_TRUE(send("AT+CMGS=22\r"));
+  say("\r\n> ");
+  server.expect_anew();
+  EXPECT_TRUE(server.has({"\r\n> "}));
+  EXPECT_FALSE(modem_channel_is_clean());
+  EXPECT_EQ(heard(22), "AT+COPS=?\rAT+CMGS=22\r\x1b");
+  say("\r\nOK\r\n");
+  EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
+  EXPECT_EQ(counter_value(COUNT_PROMPTS_ESCAPED), escapes + 1);
 }
 
 TEST_F(ModemChannel, MayBeASocket) {

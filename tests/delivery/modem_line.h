@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// A modem's line to an assembler: bytes are said at a chosen cut, deliveries are taken and noted.
+// A modem's line to an assembler: bytes are said at a chosen cut, deliveries are taken and noted,
+// and between two exchanges what is owed is collected.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,26 +37,46 @@ class modem_line {
       }
       at += piece;
     }
+    collect_debt();
   }
 
   void wait(uint64_t milliseconds) {
     const uint64_t end = now_ + milliseconds;
-    while (assembler_.due() <= end) {
+    for (int looks = 0; assembler_.due() <= end; ++looks) {
+      ASSERT_LT(looks, 100) << "due again and again, but nothing comes of it";
       now_ = std::max(now_, assembler_.due());
-      const size_t before = deliveries.size();
       hand_over(false);
-      ASSERT_GT(deliveries.size(), before) << "due, but nothing to hand over";
+      collect_debt();
     }
     now_ = end;
     hand_over(false);
+    collect_debt();
   }
 
   void lose() { assembler_.link_lost(); }
+  void open(line_balance_t left = {}) { assembler_.debt().opened(now_, left); }
+  /// The server waits no longer.
+  void end_exchange() {
+    assembler_.debt().exchange_ended();
+    collect_debt();
+  }
+  bool is_clean() { return assembler_.debt().is_clean(); }
+  line_debt& debt() { return assembler_.debt(); }
+  uint32_t answers_too_long() const { return assembler_.answers_too_long(); }
   size_t echoes_dropped() const { return assembler_.echoes_dropped(); }
 
   script_t deliveries;
 
  private:
+  void collect_debt() {
+    const delivery_assembler::step_t step = assembler_.step(now_);
+    if (step == delivery_assembler::step_t::clean) assembler_.debt().settled();
+    if (step == delivery_assembler::step_t::none) hand_over(false);
+    if (step != delivery_assembler::step_t::escape) return;
+    deliveries.emplace_back("\x1b");
+    assembler_.debt().escaped(now_);
+  }
+
   void hand_over(bool more_waiting) {
     for (;;) {
       const std::string_view shown = assembler_.next(now_, more_waiting);

@@ -125,6 +125,7 @@ class ScriptedModem(threading.Thread):
         self.answer = answer
         self.heard = []
         self.reading = True
+        self.rests = threading.Event()
         self.master, self.slave = os.openpty()
         tty.setraw(self.slave, termios.TCSANOW)
         CHANNEL.unlink(missing_ok=True)
@@ -134,8 +135,11 @@ class ScriptedModem(threading.Thread):
     def run(self):
         pending = b""
         while self.master >= 0:
-            if not self.reading or not select.select([self.master], [], [], 0.1)[0]:
+            if not self.reading:
+                self.rests.set()
                 time.sleep(0.001)
+                continue
+            if not select.select([self.master], [], [], 0.1)[0]:
                 continue
             pending += os.read(self.master, 4096)
             *lines, pending = pending.split(b"\r")
@@ -146,6 +150,23 @@ class ScriptedModem(threading.Thread):
     def say(self, text):
         while text:
             text = text[os.write(self.master, text):]
+
+    def stop_reading(self):
+        """The terminal is full, as if much had been sent; blanks mean nothing to a modem.
+
+        The kernel moves bytes on in its own time, so there may be room again a moment later.
+        """
+        self.reading = False
+        self.rests.wait()
+        os.set_blocking(self.slave, False)
+        full = 0
+        while full < 20:
+            try:
+                os.write(self.slave, b" ")
+                full = 0
+            except BlockingIOError:
+                full += 1
+                time.sleep(0.01)
 
     def unplug(self):
         master, self.master = self.master, -1

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Between two exchanges the line is clean or it is not. It is made dirty by what an exchange leaves
+// unpaid, by a prompt that nobody asked for, and by a second result, which the server may still
+// have to read. It is clean again when all that is over and the modem has been silent for a moment.
+
+#include "platform/linux/line_debt.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char kCtrlZ = 0x1A;
+constexpr auto kNowhere = std::string_view::npos;
+
+/// Words that a modem also says by itself, when a call ends or a connection comes up. The server
+/// takes them for results; only a command that dials is paid by them.
+// clang-format off
+constexpr std::string_view kCallWords[] = {
+    "NO CARRIER", "NO ANSWER", "CONNECT", "NO DIALTONE", "BUSY",
+};
+// clang-format on
+
+char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+bool starts_with(std::string_view text, std::string_view start) {
+  return text.substr(0, start.size()) == start;
+}
+
+bool holds(std::string_view text, std::string_view upper_word) {
+  const auto same = [](char a, char b) { return upper(a) == b; };
+  return std::search(text.begin(), text.end(), upper_word.begin(), upper_word.end(), same) !=
+         text.end();
+}
+
+bool is_about_a_call(std::string_view line) {
+  return std::any_of(std::begin(kCallWords), std::end(kCallWords),
+                     [line](std::string_view word) { return starts_with(line, word); });
+}
+
+std::string_view without_blanks(std::string_view line) {
+  while (!line.empty() && line.front() <= ' ' && line.front() >= '\0') line.remove_prefix(1);
+  return line;
+}
+
+/// Modems pass over a line that begins otherwise. "A/" needs no line end.
+bool is_command(std::string_view line) {
+  line = without_blanks(line);
+  return line.size() >= 2 && upper(line[0]) == 'A' && (upper(line[1]) == 'T' || line[1] == '/');
+}
+
+/// The commands of one letter, which stand in front of the first extended one.
+std::string_view basic_commands(std::string_view line) {
+  line = without_blanks(line);
+  return line.substr(0, std::min(line.size(), line.find_first_of("+^*%$#")));
+}
+
+bool dials(std::string_view line) {
+  const std::string_view first = without_blanks(without_blanks(line).substr(2));
+  if (first.empty()) return false;
+  return upper(first[0]) == 'D' || upper(first[0]) == 'A' || upper(first[0]) == 'O' ||
+         holds(first, "+CGDATA");
+}
+
+bool may_change_echo(std::string_view line) {
+  const std::string_view basic = basic_commands(line);
+  return holds(basic, "E") || holds(basic, "Z") || holds(basic, "&F");
+}
+
+}  // namespace
+
+void line_debt::opened(uint64_t now, line_balance_t left) {
+  opening_ = dirty_ = true;
+  since_ = now;
+  due_ = left.results;
+  prompt_ = left.prompt != 0;
+  escapes_ = 0;
+}
+
+void line_debt::link_lost() {
+  due_ = stale_ = 0;
+  prompt_ = may_prompt_ = opening_ = false;
+  echo_ = echo_t::unknown;
+  if (in_exchange_) link_lost_in_exchange_ = true;
+}
+
+void line_debt::sent(std::string_view bytes) {
+  if (!in_exchange_) {
+    in_exchange_ = true;
+    results_shown_ = 0;
+    early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
+  }
+  count_body(&bytes);
+  count_commands(bytes);
+}
+
+/// Takes a body off the bytes, which are the commands in front of it or behind it then. One that
+/// went out in front of its prompt is owed nothing by itself: without the prompt modems pass over
+/// it.
+void line_debt::count_body(std::string_view* bytes) {
+  const size_t end = bytes->rfind(kCtrlZ);
+  if (end == kNowhere) return;
+  const size_t head = prompt_ || !is_command(*bytes) ? 0 : bytes->find('\r');
+  if (head > end) return;  // a command that holds one
+  early_body_ = !prompt_;
+  if (prompt_) ++due_;
+  prompt_ = false;
+  *bytes = head == 0 ? bytes->substr(end + 1) : bytes->substr(0, head + 1);
+}
+
+void line_debt::count_commands(std::string_view lines) {
+  for (size_t end = lines.find('\r'); end != kNowhere; end = lines.find('\r')) {
+    const std::string_view line = lines.substr(0, end);
+    lines.remove_prefix(end + 1);
+    if (!is_command(line)) continue;
+    ++due_;
+    echo_missing_ = true;
+    dials_ = dials(line);
+    changes_echo_ = may_change_echo(line);
+  }
+}
+
+void line_debt::echoed() {
+  echo_missing_ = false;
+  echo_ = echo_t::yes;
+  stale_ = 0;
+}
+
+bool line_debt::result(std::string_view line) {
+  const bool pays = dials_ || !is_about_a_call(line);
+  return in_exchange_ ? show_to_exchange(pays) : pays && absorb();
+}
+
+/// Between two exchanges: the oldest debt is paid first. The server gets the line only to end what
+/// it still holds.
+bool line_debt::absorb() {
+  if (!owes() && stale_ == 0) return false;
+  ++counts_.absorbed;
+  if (stale_ > 0) ++due_, --stale_;
+  pay();
+  return dirty_;
+}
+
+bool line_debt::show_to_exchange(bool pays) {
+  if (is_in_front_of_echo()) {
+    if (pays) --stale_;
+    if (pays) ++counts_.absorbed;
+    return false;
+  }
+  if (!owes()) return false;
+  ++results_shown_;
+  if (!pays) return true;
+  pay();
+  if (echo_missing_) echo_ = echo_t::no;
+  if (changes_echo_) echo_ = echo_t::unknown;
+  if (!owes()) stale_ = 0;
+  return true;
+}
+
+void line_debt::pay() {
+  if (due_ > 0) --due_;
+  prompt_ = may_prompt_ = false;
+}
+
+bool line_debt::prompt() {
+  const bool is_foreign = !in_exchange_ || is_in_front_of_echo() || !owes();
+  escapes_ = 0;
+  if (!is_foreign && early_body_) {
+    may_prompt_ = true;
+    return true;
+  }
+  uint32_t& debt = stale_ > 0 && is_foreign ? stale_ : due_;
+  if (debt > 0) --debt;
+  prompt_ = true;
+  if (in_exchange_) return !is_foreign;
+  dirty_ = true;
+  since_ = kNever;
+  return false;
+}
+
+bool line_debt::exchange_left_debt() {
+  dirty_ = true;
+  text_left_ = owes() || link_lost_in_exchange_;
+  since_ = kNever;
+  return false;
+}
+
+void line_debt::pass(uint64_t now) {
+  if (in_exchange_ || is_clean()) return;
+  if (since_ == kNever) since_ = now;
+  if (prompt_ && escapes_ >= kEscapesAtMost && now >= escaped_at_ + kEscapeWaitMs) {
+    prompt_ = false;
+    ++counts_.given_up;
+  }
+  if (due_ == 0 || now < since_ + kPatienceMs) return;
+  ++counts_.given_up;
+  if (may_prompt_) {
+    prompt_ = true;  // it may wait for its body
+    --due_;
+  }
+  may_prompt_ = false;
+  stale_ += due_;
+  due_ = 0;
+}
+
+bool line_debt::escape_is_due(uint64_t now) const {
+  if (in_exchange_ || !prompt_ || escapes_ >= kEscapesAtMost) return false;
+  return escapes_ == 0 || now >= escaped_at_ + kEscapeWaitMs;
+}
+
+void line_debt::escaped(uint64_t now) {
+  ++escapes_;
+  ++counts_.escapes;
+  escaped_at_ = now;
+}
+
+bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
+  return !in_exchange_ && !owes() && since_ != kNever && now >= due(last_byte);
+}
+
+uint64_t line_debt::due(uint64_t last_byte) const {
+  if (in_exchange_ || is_clean()) return kNever;
+  if (since_ == kNever) return last_byte;
+  if (prompt_) return escapes_ == 0 ? last_byte : escaped_at_ + kEscapeWaitMs;
+  if (due_ > 0) return since_ + kPatienceMs;
+  const uint64_t silent = last_byte + kCleanSilenceMs;
+  if (!opening_) return silent;
+  const uint64_t heard = std::max(last_byte, since_) + kOpeningSilenceMs;
+  return std::max(silent, std::min(since_ + kOpeningMs, heard));
+}

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// A client's event FIFO has no reader any more when its client is gone: the kernel says so to a
+// poll that waits for something else anyway.
+
+#include "platform/linux/served_client.h"
+
+#include <cerrno>
+
+#include "platform/linux/events.h"
+
+namespace {
+
+constinit int32_t client = 0;
+constinit bool is_dead = false;
+
+}  // namespace
+
+bool served_client_begin(int32_t task_id) {
+  client = task_id;
+  is_dead = task_id > 0 && event_task_open(task_id) < 0 && errno == ENXIO;
+  return !is_dead;
+}
+
+pollfd served_client_source() { return {client > 0 ? event_task_fd(client) : -1, 0, 0}; }
+
+void served_client_polled(const pollfd& source) {
+  if ((source.revents & POLLERR) != 0) is_dead = true;
+}
+
+bool served_client_is_dead() { return is_dead; }
