@@ -21,6 +21,7 @@
 #include <cstring>
 
 #include "platform/linux/identity.h"
+#include "platform/linux/line_memory.h"
 #include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
@@ -89,6 +90,7 @@ refusal_t take_lock(int directory) {
                        "another server runs on this machine; this one ends");
   }
   fchmod(lock, 0600);
+  line_memory_attach(lock);
   return kGranted;
 }
 

@@ -22,6 +22,7 @@
 
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
+#include "platform/linux/line_memory.h"
 #include "platform/linux/modem_device.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
@@ -91,6 +92,7 @@ bool count_change(mdx_counter_t counter, uint32_t* before, uint32_t now) {
 
 void count_changes() {
   const line_counts_t& line = assembler.debt().counts();
+  line_memory_keep(assembler.debt().balance());
   count_change(COUNT_ECHOES_DROPPED, &counted.echoes, assembler.echoes_dropped());
   count_change(COUNT_DELIVERIES_CUT, &counted.cuts, assembler.deliveries_cut());
   count_change(COUNT_PROMPTS_ESCAPED, &counted.line.escapes, line.escapes);
@@ -150,6 +152,7 @@ void close_device() {
   channel.device = {};
   channel.more_waiting = false;
   assembler.link_lost();
+  line_memory_keep(assembler.debt().balance());
   counter_add(COUNT_CHANNEL_CLOSED);
 }
 
@@ -161,9 +164,10 @@ void lose_device() {
 
 /// What somebody wrote to the modem without finding out what it did is no command of ours. What it
 /// says is sorted like everything else: the news in it counts.
+/// What a server before this one had asked it will answer to this one.
 void begin_listening(uint64_t now) {
   modem_device_discard_output(channel.device);
-  assembler.debt().opened(now, {});
+  assembler.debt().opened(now, channel.was_open ? line_balance_t{} : line_memory_left());
   channel.looked_at = now;
 }
 
@@ -326,6 +330,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   int error = refusal_to_send(number);
   if (error == 0) {
     assembler.sent(data, length);
+    line_memory_keep(assembler.debt().balance());
     error = write_device(data, length);
   }
   pthread_mutex_unlock(&binding_lock);

@@ -52,6 +52,21 @@ class Lifecycle(DeviceTest):
         self.assertIn(b"AT+NEW", self.modem.heard)
         self.assertNotIn(b"AT+OLD", self.modem.heard)
 
+    def test_answer_to_a_killed_server_reaches_none_of_the_next(self):
+        """The modem has no echo, so an answer too much would shift all that follow."""
+        def answer(line):
+            time.sleep(1.5 if line == b"AT+SLOW" else 0.3)
+            return b"\r\nheard %s\r\n\r\nOK\r\n" % line
+        self.modem = ScriptedModem(answer)
+        self.start_server()
+        waiting = self.start_client("at", "--timeout", "60", "AT+SLOW")
+        wait_until(lambda: b"AT+SLOW" in self.modem.heard, PATIENCE_S, "the command is under way")
+        self.stop(self.server, signal.SIGKILL)
+        self.finish(waiting)
+        self.start_server()
+        for command in ("AT+ONE", "AT+TWO", "AT+THREE"):
+            self.assertEqual(self.at(command)["text"], "heard " + command)
+
     def test_second_server_refuses_and_the_first_does_not_notice(self):
         self.start_device()
 
