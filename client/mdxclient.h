@@ -275,6 +275,49 @@ MDX_API int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms
 /** Ends a subscription; NULL is allowed. */
 MDX_API void mdx_unsubscribe(mdx_subscription_t* subscription);
 
+/** What a packet tells, such as "EVT_AT_HCSQ" or "VOICE_CLIP".
+ *
+ * @param packet  as mdx_next_packet filled it
+ * @return a text that is never released; NULL for a packet that this library does not know
+ */
+MDX_API const char* mdx_packet_name(const mdx_packet_t* packet);
+
+/** A notification module's name, such as "RUT_MDL_DEVICE"; NULL for one that is not known. */
+MDX_API const char* mdx_module_name(uint32_t module);
+
+typedef enum mdx_field_kind {
+  MDX_FIELD_NUMBER = 1,   /**< `number` */
+  MDX_FIELD_UNSIGNED = 2, /**< `unsigned_number`; counters need all 64 bits */
+  MDX_FIELD_TEXT = 3,     /**< `length` bytes at `data`, as the modem sent them; no NUL behind */
+  MDX_FIELD_BYTES = 4     /**< `length` bytes at `data` whose meaning is not known */
+} mdx_field_kind_t;
+
+/** One value of a packet. Start from MDX_FIELD_INIT. */
+typedef struct mdx_field {
+  uint32_t size;            /**< sizeof(mdx_field_t) of the caller */
+  uint32_t kind;            /**< mdx_field_kind_t */
+  const char* name;         /**< such as "tx_rate"; never released */
+  const char* unit;         /**< such as "B/s"; "" for none, or one that only the modem knows */
+  int64_t number;           /**< 0 but for MDX_FIELD_NUMBER */
+  uint64_t unsigned_number; /**< 0 but for MDX_FIELD_UNSIGNED */
+  const void* data;         /**< valid as long as the packet's payload */
+  uint32_t length;          /**< bytes of it; a text may hold zero bytes, but none at its end */
+} mdx_field_t;
+
+#define MDX_FIELD_INIT \
+  { sizeof(mdx_field_t), 0, NULL, NULL, 0, 0, NULL, 0 }
+
+/** Reads one value of a packet by its name and kind.
+ *
+ * The fields come in the order of the wire: values of the header first, then the payload's. What is
+ * always 0 is left out. A packet that is not known, or comes with a payload of another size than
+ * this library knows, has one field: "payload", of kind MDX_FIELD_BYTES.
+ * @param packet  as mdx_next_packet filled it
+ * @param index   from 0 on
+ * @return MDX_OK; MDX_ERR_ARGUMENT when the packet has no such field, so that a loop ends
+ */
+MDX_API int mdx_packet_field(const mdx_packet_t* packet, uint32_t index, mdx_field_t* field);
+
 #ifdef __cplusplus
 }
 #endif

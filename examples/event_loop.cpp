@@ -9,6 +9,7 @@
 #include <poll.h>
 
 #include <chrono>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 
@@ -29,6 +30,22 @@ bool take_answer(mdx_client_t* client) {
   return error == MDX_ERR_TIMEOUT || error == MDX_ERR_BUSY;  // the next one may fare better
 }
 
+void print_report(const mdx_packet_t& packet) {
+  const char* name = mdx_packet_name(&packet);
+  std::printf("report: %s", name != nullptr ? name : "unknown");
+  mdx_field_t field = MDX_FIELD_INIT;
+  for (uint32_t i = 0; mdx_packet_field(&packet, i, &field) == MDX_OK; ++i) {
+    if (field.kind == MDX_FIELD_NUMBER) {
+      std::printf(" %s=%" PRId64, field.name, field.number);
+    } else if (field.kind == MDX_FIELD_UNSIGNED) {
+      std::printf(" %s=%" PRIu64 "%s", field.name, field.unsigned_number, field.unit);
+    } else {
+      std::printf(" %s: %u bytes", field.name, field.length);
+    }
+  }
+  std::putchar('\n');
+}
+
 bool take_report(mdx_subscription_t* reports) {
   mdx_packet_t packet = MDX_PACKET_INIT;
   const int error = mdx_next_packet(reports, 0, &packet);
@@ -37,7 +54,7 @@ bool take_report(mdx_subscription_t* reports) {
     std::fprintf(stderr, "reports: %s\n", mdx_strerror(error));
     return false;
   }
-  std::printf("report: kind %u, type %u, %u bytes\n", packet.kind, packet.type, packet.length);
+  print_report(packet);
   return true;
 }
 

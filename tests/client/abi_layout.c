@@ -23,6 +23,7 @@ AT(mdx_result_t, text, 8);
 AT(mdx_result_t, length, 8 + POINTER);
 AT(mdx_result_t, timeout_left_s, 12 + POINTER);
 AT(mdx_result_t, refused, 16 + POINTER);
+AT(mdx_result_t, truncated, 20 + POINTER);
 
 AT(mdx_packet_t, size, 0);
 AT(mdx_packet_t, type, 4);
@@ -35,6 +36,16 @@ AT(mdx_packet_t, b, 40);
 AT(mdx_packet_t, length, 44);
 AT(mdx_packet_t, payload, 48);
 
+AT(mdx_field_t, size, 0);
+AT(mdx_field_t, kind, 4);
+AT(mdx_field_t, name, 8);
+AT(mdx_field_t, unit, 8 + POINTER);
+AT(mdx_field_t, number, 8 + 2 * POINTER);
+AT(mdx_field_t, unsigned_number, 16 + 2 * POINTER);
+AT(mdx_field_t, data, 24 + 2 * POINTER);
+AT(mdx_field_t, length, 24 + 3 * POINTER);
+
 const mdx_options_t abi_options = MDX_OPTIONS_INIT;
 const mdx_result_t abi_result = MDX_RESULT_INIT;
 const mdx_packet_t abi_packet = MDX_PACKET_INIT;
+const mdx_field_t abi_field = MDX_FIELD_INIT;

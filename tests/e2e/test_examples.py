@@ -29,7 +29,7 @@ class Examples(DeviceTest):
         self.start_device("--reports", "100")
         done = self.example("example_event_loop", "3")
         self.assertEqual(done.stdout.count("answer: +CSQ: "), 3, done.stdout)
-        self.assertIn("report: kind ", done.stdout)
+        self.assertRegex(done.stdout, r"report: EVT_AT_SYS_MODE sys_mode=\d+ sys_submode=\d+\n")
 
     def test_shell_signal(self):
         if shutil.which("jq") is None:

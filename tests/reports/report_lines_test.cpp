@@ -8,10 +8,12 @@
 #include <set>
 
 #include "server/at_match.h"
+#include "tests/reports/packet_words.h"
 #include "tests/reports/report_journal.h"
 
 using namespace std::string_literals;
 using testing::ElementsAreArray;
+using testing::IsEmpty;
 
 namespace {
 
@@ -220,6 +222,12 @@ const failure_case_t failure_cases[] = {
 };
 // clang-format on
 
+std::string literal_of(int id) {
+  const at_report_row_t* row = at_report_table;
+  while (row->literal != nullptr && row->id != id) ++row;
+  return row->literal == nullptr ? "" : row->literal;
+}
+
 }  // namespace
 
 TEST(ReportLines, EveryRowTellsItsReceivers) {
@@ -229,6 +237,7 @@ TEST(ReportLines, EveryRowTellsItsReceivers) {
     int id = -2;
     EXPECT_THAT(report(c.line, &id), ElementsAreArray(c.journal)) << c.line;
     EXPECT_EQ(id, c.id) << c.line;
+    EXPECT_THAT(unexplained_packets(literal_of(id)), IsEmpty()) << c.line;
     seen.insert(id);
   }
   for (const at_report_row_t* row = at_report_table; row->literal != nullptr; ++row) {
@@ -239,7 +248,9 @@ TEST(ReportLines, EveryRowTellsItsReceivers) {
 TEST(ReportLines, OddLinesTellWhatCanBeKnown) {
   restart_dsflow_count();
   for (const line_case_t& c : line_cases) {
-    EXPECT_THAT(packets_of(report(c.line)), ElementsAreArray(c.packets)) << c.line;
+    int id = -2;
+    EXPECT_THAT(packets_of(report(c.line, &id)), ElementsAreArray(c.packets)) << c.line;
+    EXPECT_THAT(unexplained_packets(literal_of(id)), IsEmpty()) << c.line;
   }
 }
 
@@ -248,6 +259,6 @@ TEST(ReportLines, AnUnreadableLineIsTracedAndLost) {
     const journal_t journal = report(c.line);
     ASSERT_FALSE(journal.empty()) << c.line;
     EXPECT_EQ(journal.back(), trace(c.level, c.text)) << c.line;
-    EXPECT_THAT(packets_of(journal), testing::IsEmpty()) << c.line;
+    EXPECT_THAT(packets_of(journal), IsEmpty()) << c.line;
   }
 }

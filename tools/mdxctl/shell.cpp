@@ -17,7 +17,7 @@
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
-#include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/packet_text.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/shell_line.h"
 #include "tools/mdxctl/shell_prompt.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/packet_text.h"
 
 namespace {
 
@@ -54,12 +54,8 @@ void top_model_t::take_failure(const std::string& reason) {
 }
 
 void top_model_t::take_report(const mdx_packet_t& packet, double now) {
-  const packet_words_t words = packet_words(packet);
-  const std::string name =
-      words.destination + ' ' +
-      (words.event.empty() ? "type " + std::to_string(packet.type) : words.event);
-  const std::string line = packet_line(packet);
-  const std::string values = line.size() > name.size() ? line.substr(name.size()) : "";
+  const std::string name = packet_heading(packet);
+  const std::string values = packet_line(packet).substr(name.size());
   const auto known = std::find_if(reports_.begin(), reports_.end(),
                                   [&](const last_report_t& report) { return report.name == name; });
   const uint64_t count = known == reports_.end() ? 1 : known->count + 1;

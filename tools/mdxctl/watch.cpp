@@ -12,7 +12,7 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
-#include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/packet_text.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/time_text.h"
 

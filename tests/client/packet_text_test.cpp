@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include "tools/mdxctl/packet_words.h"
+#include "tools/mdxctl/packet_text.h"
 #include "wire/call_records.h"
 #include "wire/destinations.h"
 #include "wire/report_records.h"
@@ -29,7 +29,7 @@ mdx_packet_t with_record(mdx_packet_t packet, const T& record) {
   return packet;
 }
 
-TEST(PacketWords, NumbersKeepSignAndWidth) {
+TEST(PacketText, NumbersKeepSignAndWidth) {
   const at_hcsq_info hcsq = {-1, 51, 52, INT32_MIN, INT32_MAX, 0};
   EXPECT_EQ(packet_line(with_record(packet_of(2, EVT_AT_HCSQ, 19), hcsq)),
             "NOTIFY_MODULE_19 EVT_AT_HCSQ sysmode=-1 value1=51 value2=52 value3=-2147483648 "
@@ -42,7 +42,7 @@ TEST(PacketWords, NumbersKeepSignAndWidth) {
   EXPECT_THAT(line, HasSubstr(" curr_rx_flow=18446744073709551615 B "));
 }
 
-TEST(PacketWords, TextsAreShownWholeAndHarmless) {
+TEST(PacketText, TextsAreShownWholeAndHarmless) {
   at_ussd_info ussd{};
   std::memcpy(ussd.cusdStr, "a\0\x1b[\"\xe9", 7);
   ussd.cusdStrLen = 6;
@@ -57,7 +57,7 @@ TEST(PacketWords, TextsAreShownWholeAndHarmless) {
   EXPECT_EQ(packet_json(voice)["fields"]["number"], std::string(32, '9')) << "no NUL, no overrun";
 }
 
-TEST(PacketWords, ModuleAndLengthTellEventsApart) {
+TEST(PacketText, ModuleAndLengthTellEventsApart) {
   mdx_packet_t factory = packet_of(2, 9004, 9);
   factory.a = 1;
   EXPECT_EQ(packet_line(factory), "RUT_MDL_DEVICE EVT_AT_FACTORY value=1");
@@ -69,7 +69,26 @@ TEST(PacketWords, ModuleAndLengthTellEventsApart) {
             R"({"id":0,"mem":"SM","index":3})");
 }
 
-TEST(PacketWords, UnknownsKeepTheirBytes) {
+TEST(PacketText, FieldsAreForCallersOfAnyVersion) {
+  const at_norstfact_info info{5};
+  mdx_packet_t packet = with_record(packet_of(2, 9004, 74), info);
+  struct {
+    mdx_field_t known = MDX_FIELD_INIT;
+    int64_t added = 7;
+  } newer;
+  newer.known.size = sizeof(newer);
+  EXPECT_EQ(mdx_packet_field(&packet, 0, &newer.known), MDX_OK);
+  EXPECT_EQ(newer.known.number, 5);
+  EXPECT_EQ(newer.added, 7) << "not the library's";
+  EXPECT_EQ(mdx_packet_field(&packet, 1, &newer.known), MDX_ERR_ARGUMENT) << "there is one";
+  newer.known.size = offsetof(mdx_field_t, length);
+  EXPECT_EQ(mdx_packet_field(&packet, 0, &newer.known), MDX_ERR_ARGUMENT);
+  packet.payload = nullptr;
+  EXPECT_EQ(mdx_packet_name(&packet), nullptr) << "a length without a payload";
+  EXPECT_EQ(mdx_packet_field(&packet, 0, &newer.known), MDX_ERR_ARGUMENT);
+}
+
+TEST(PacketText, UnknownsKeepTheirBytes) {
   const unsigned char bytes[] = {0, 0xff, 0x1a};
   mdx_packet_t longer = with_record(packet_of(1, DIALUP_MSG_V4_UP, 0, "dialup"), bytes);
   EXPECT_EQ(packet_line(longer), "dialup DIALUP_MSG_V4_UP a=0 b=0 payload=00ff1a");

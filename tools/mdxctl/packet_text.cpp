@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The library names what it knows. Of any other packet the two values of its header are shown, and
+// its payload in hexadecimal digits.
+
+#include "tools/mdxctl/packet_text.h"
+
+#include <cctype>
+#include <utility>
+
+using nlohmann::ordered_json;
+
+namespace {
+
+template <typename Take>
+void for_each_field(const mdx_packet_t& packet, Take take) {
+  mdx_field_t field = MDX_FIELD_INIT;
+  for (uint32_t i = 0; mdx_packet_field(&packet, i, &field) == MDX_OK; ++i) take(field);
+}
+
+std::string destination_of(const mdx_packet_t& packet) {
+  if (packet.kind != MDX_KIND_NOTIFICATION) return packet.to;
+  const char* name = mdx_module_name(packet.module);
+  return name != nullptr ? name : "module " + std::to_string(packet.module);
+}
+
+const char* kind_name(uint32_t kind) {
+  switch (kind) {
+    case MDX_KIND_SERVICE:
+      return "service";
+    case MDX_KIND_NOTIFICATION:
+      return "notification";
+    case MDX_KIND_VOICE:
+      return "voice";
+    default:
+      return "unknown";
+  }
+}
+
+std::string bytes_of(const mdx_field_t& field) {
+  return {static_cast<const char*>(field.data), field.length};
+}
+
+std::string hex_of(const std::string& bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    hex += {kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return hex;
+}
+
+/// In quotes, on one line, nothing in it that a terminal acts on.
+std::string quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    const bool shown = std::isprint(static_cast<unsigned char>(c)) != 0 && c != '"' && c != '\\';
+    quoted += shown ? std::string(1, c) : "\\x" + hex_of({c});
+  }
+  return quoted + '"';
+}
+
+std::string value_text(const mdx_field_t& field) {
+  switch (field.kind) {
+    case MDX_FIELD_NUMBER:
+      return std::to_string(field.number);
+    case MDX_FIELD_UNSIGNED:
+      return std::to_string(field.unsigned_number);
+    case MDX_FIELD_TEXT:
+      return quoted(bytes_of(field));
+    default:
+      return hex_of(bytes_of(field));
+  }
+}
+
+std::string field_text(const mdx_packet_t& packet, const mdx_field_t& field) {
+  std::string text;
+  if (field.kind == MDX_FIELD_BYTES) {
+    text = " a=" + std::to_string(packet.a) + " b=" + std::to_string(packet.b);
+    if (field.length == 0) return text;
+  }
+  text += std::string(" ") + field.name + '=' + value_text(field);
+  if (field.unit[0] != '\0') text += std::string(" ") + field.unit;
+  return text;
+}
+
+ordered_json value_json(const mdx_field_t& field) {
+  switch (field.kind) {
+    case MDX_FIELD_NUMBER:
+      return field.number;
+    case MDX_FIELD_UNSIGNED:
+      return field.unsigned_number;
+    case MDX_FIELD_TEXT:
+      return bytes_of(field);
+    default:
+      return hex_of(bytes_of(field));
+  }
+}
+
+void add_fields(const mdx_packet_t& packet, ordered_json* object) {
+  (*object)["fields"] = ordered_json::object();
+  for_each_field(packet, [&](const mdx_field_t& field) {
+    if (field.kind != MDX_FIELD_BYTES) {
+      (*object)["fields"][field.name] = value_json(field);
+      return;
+    }
+    (*object)["fields"] = {{"a", packet.a}, {"b", packet.b}};
+    if (field.length > 0) (*object)[field.name] = value_json(field);
+  });
+}
+
+}  // namespace
+
+std::string packet_heading(const mdx_packet_t& packet) {
+  const char* name = mdx_packet_name(&packet);
+  const std::string what =
+      name != nullptr ? name
+                      : std::string(kind_name(packet.kind)) + ' ' + std::to_string(packet.type);
+  return destination_of(packet) + ' ' + what;
+}
+
+std::string packet_line(const mdx_packet_t& packet) {
+  std::string line = packet_heading(packet);
+  for_each_field(packet, [&](const mdx_field_t& field) { line += field_text(packet, field); });
+  if (packet.lost > 0) line += " (behind " + std::to_string(packet.lost) + " lost)";
+  return line;
+}
+
+ordered_json packet_json(const mdx_packet_t& packet) {
+  ordered_json object = {{"kind", kind_name(packet.kind)}, {"destination", destination_of(packet)}};
+  if (packet.kind == MDX_KIND_NOTIFICATION) object["module"] = packet.module;
+  const char* name = mdx_packet_name(&packet);
+  object["event"] = name != nullptr ? ordered_json(name) : ordered_json(nullptr);
+  object["type"] = packet.type;
+  if (packet.kind == MDX_KIND_VOICE) object["voice_type"] = packet.a;
+  object["lost"] = packet.lost;
+  add_fields(packet, &object);
+  return object;
+}
