@@ -62,13 +62,14 @@ def library_environment():
 class Packages(DeviceTest):
     def test_unit(self):
         """systemd finds nothing to say about the unit, and its rights are as narrow as they look."""
-        unit = ROOT / "usr/lib/systemd/system/mdxgate.service"
-        text = unit.read_text()
-        self.assertIn("ExecStart=/usr/sbin/mdxgate\n", text)
-        here = pathlib.Path("/tmp/mdxgate.service")
-        here.write_text(text.replace("/usr/sbin/", f"{ROOT}/usr/sbin/"))
-        self.assertEqual(run("systemd-analyze", "verify", "--man=no", here), "")
-        run("systemd-analyze", "security", "--offline=yes", "--threshold=35", here)
+        for name, program, here in (("mdxgate.service", "/usr/sbin/mdxgate\n", "mdxgate.service"),
+                                    ("mdxtap@.service", "/usr/bin/mdxtap /dev/%I ", "mdxtap@ttyUSB2.service")):
+            text = (ROOT / "usr/lib/systemd/system" / name).read_text()
+            self.assertIn("ExecStart=" + program, text)
+            here = pathlib.Path("/tmp", here)
+            here.write_text(text.replace("/usr/sbin/", f"{ROOT}/usr/sbin/").replace("/usr/bin/", f"{ROOT}/usr/bin/"))
+            self.assertEqual(run("systemd-analyze", "verify", "--man=no", here), "")
+            run("systemd-analyze", "security", "--offline=yes", "--threshold=35", here)
 
     def test_serves_and_is_gone(self):
         """Installed by dpkg into a root of its own, started, used and removed."""
@@ -92,6 +93,7 @@ class Packages(DeviceTest):
         self.assert_serves()
         self.assertIn(self.version(), run("mdxctl", "--version"))
         self.assertIn(self.version(), run("mdxsim", "--version"))
+        self.assertIn(self.version(), run("mdxtap", "--version"))
         self.stop(self.server)
         self.server = None
         self.stop(self.modem)
@@ -102,7 +104,7 @@ class Packages(DeviceTest):
         self.assertEqual(list(pathlib.Path("/run").glob("*")), [])
         self.assertEqual([self.queues.identifier(number) for number in (1, 2)], [-1, -1])
 
-        run(*dpkg, "--purge", "mdxgate", "libmdxclient-dev", "mdxsim")
+        run(*dpkg, "--purge", "mdxgate", "libmdxclient-dev", "mdxsim", "mdxtap")
         users = {"etc/passwd", "etc/group", "etc/shadow", "etc/gshadow"}
         left = {path for path in self.files_of(root) - before if not path.startswith("var/lib/dpkg/")}
         self.assertLessEqual({path.rstrip("-") for path in left}, users | {"etc/.pwd.lock"})
@@ -165,7 +167,7 @@ def numbers_aside(text):
 class Manual(DeviceTest):
     def test_options(self):
         """Each subcommand and option that --help shows is in the page, and no other."""
-        for program in ("mdxctl", "mdxsim"):
+        for program in ("mdxctl", "mdxsim", "mdxtap"):
             page = (SOURCES / "docs/man" / f"{program}.1.scd").read_text()
             texts = help_texts(program)
             for command, text in texts.items():
@@ -174,6 +176,10 @@ class Manual(DeviceTest):
             shown = set(re.findall(r"(?m)^  (?:-\w,)?(--[\w-]+)", "".join(texts.values())))
             told = set(re.findall(r"(--[a-z][\w-]+)", page))
             self.assertEqual(shown, told, program)
+
+    def test_masks(self):
+        """The table of the page is the one of the program."""
+        self.assertIn(run("mdxtap", "--masks"), blocks_of(SOURCES / "docs/man/mdxtap.1.scd"))
 
     def test_functions(self):
         """Each function and error of the installed header is in the page."""

@@ -14,7 +14,6 @@
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,7 +27,7 @@
 namespace mdxline {
 namespace {
 
-constexpr mode_t kNodeMode = 0666;
+constexpr mode_t kOwnersShare = 0700;
 constexpr size_t kReadSize = 4096;
 
 void require(bool done, const std::string& what) {
@@ -49,10 +48,11 @@ std::string link_target(const std::string& path) {
 
 }  // namespace
 
-Pty::Pty(std::string link) : link_(std::move(link)) {
+Pty::Pty(std::string link, Options options)
+    : link_(std::move(link)), options_(options), plugged_(options.plugged) {
   try {
     open_terminal();
-    make_link();
+    if (plugged_) make_link();
   } catch (...) {
     close_all({watch_, slave_, master_});
     throw;
@@ -90,12 +90,32 @@ void Pty::open_terminal() {
   node_ = name.data();
   slave_ = open(node_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   require(slave_ >= 0, "cannot open " + node_);
-  require(fchmod(slave_, kNodeMode) == 0, "cannot open " + node_ + " to others");
+  apply_access();
   reset_line();
   watch_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  require(
-      watch_ >= 0 && inotify_add_watch(watch_, node_.c_str(), IN_OPEN | IN_CLOSE | IN_ACCESS) >= 0,
-      "cannot watch " + node_);
+  const uint32_t changes = IN_OPEN | IN_CLOSE | (options_.tells_reads ? IN_ACCESS : 0U);
+  require(watch_ >= 0 && inotify_add_watch(watch_, node_.c_str(), changes) >= 0,
+          "cannot watch " + node_);
+}
+
+void Pty::allow(const Access& access) {
+  access_ = access;
+  apply_access();
+}
+
+// Who is not root may still have the group.
+void Pty::apply_access() const {
+  mode_t mode = access_.mode & 0777U;
+  const bool given = fchown(slave_, access_.owner, access_.group) == 0 ||
+                     fchown(slave_, static_cast<uid_t>(-1), access_.group) == 0;
+  if (!given) mode &= kOwnersShare;
+  require(fchmod(slave_, mode) == 0, "cannot open " + node_ + " to others");
+}
+
+termios Pty::settings() const {
+  termios line{};
+  require(tcgetattr(slave_, &line) == 0, "cannot read the settings of " + node_);
+  return line;
 }
 
 // By way of a second name, so that there is no moment without a link when an old one is replaced.
@@ -104,7 +124,7 @@ void Pty::make_link() const {
   if (lstat(link_.c_str(), &there) == 0 && !S_ISLNK(there.st_mode)) {
     throw std::runtime_error(link_ + " is not a symbolic link; not touching it");
   }
-  const std::string fresh = link_ + ".mdxsim." + std::to_string(getpid());
+  const std::string fresh = link_ + ".new." + std::to_string(getpid());
   require(symlink(node_.c_str(), fresh.c_str()) == 0, "cannot link " + link_);
   if (rename(fresh.c_str(), link_.c_str()) != 0) {
     const int reason = errno;
@@ -118,8 +138,7 @@ void Pty::remove_link() const {
 }
 
 void Pty::reset_line() const {
-  termios line{};
-  require(tcgetattr(slave_, &line) == 0, "cannot read the settings of " + node_);
+  termios line = settings();
   cfmakeraw(&line);
   line.c_cflag |= CLOCAL | CREAD;
   require(tcsetattr(slave_, TCSANOW, &line) == 0, "cannot set " + node_ + " raw");

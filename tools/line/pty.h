@@ -2,22 +2,39 @@
 
 #pragma once
 
+#include <sys/types.h>
+#include <termios.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace mdxline {
+
+/// Who may open a terminal, and whom it belongs to: -1 leaves that as it is.
+struct Access {
+  mode_t mode = 0666;
+  uid_t owner = static_cast<uid_t>(-1);
+  gid_t group = static_cast<gid_t>(-1);
+};
 
 /// A pseudo terminal with a symbolic link to it: the device that the host opens.
 ///
 /// The terminal is raw from the start, so what is said before the host sets it up comes through and
-/// is not echoed. Its node has mode 0666, since a host may run as any user. All functions throw
-/// std::system_error or std::runtime_error when the system refuses.
+/// is not echoed. Unless told otherwise its node has mode 0666, since a host may run as any user.
+/// All functions throw std::system_error or std::runtime_error when the system refuses.
 class Pty {
  public:
+  struct Options {
+    bool plugged = true;      ///< with a link from the start
+    bool tells_reads = true;  ///< `change_fd` tells of them, too
+  };
+
   /// Makes terminal and link. A symbolic link at `link` is replaced, anything else there is
   /// refused.
-  explicit Pty(std::string link);
+  explicit Pty(std::string link) : Pty(std::move(link), Options{}) {}
+  Pty(std::string link, Options options);
 
   /// As `unplug`.
   ~Pty();
@@ -30,6 +47,13 @@ class Pty {
 
   /// Makes the link again, to a terminal with another number.
   void plug();
+
+  /// For this terminal and those to come. Where its owner or group can't be given away, the mode
+  /// loses what it allows them.
+  void allow(const Access& access);
+
+  /// What the host has set; the speed, among others.
+  [[nodiscard]] termios settings() const;
 
   [[nodiscard]] bool plugged() const { return plugged_; }
 
@@ -63,11 +87,14 @@ class Pty {
 
  private:
   void open_terminal();
+  void apply_access() const;
   void make_link() const;
   void remove_link() const;
   void reset_line() const;
 
   std::string link_;
+  Options options_;
+  Access access_;
   std::string node_;
   int master_ = -1;
   int slave_ = -1;

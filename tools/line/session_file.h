@@ -2,23 +2,36 @@
 
 #pragma once
 
+#include <chrono>
 #include <istream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace mdxline {
 
+/// Since the recording began.
+using SessionTime = std::chrono::milliseconds;
+
 /// One line of a session: what the host sends, or one read that it gets from the modem.
 struct SessionStep {
   bool from_host;
   std::string bytes;
-  int line;  ///< in the file, from 1
+  int line;                       ///< in the file, from 1
+  std::optional<SessionTime> at;  ///< as the last "# at 1.234" in front of it says
+};
+
+/// "# at 1.234: the modem is gone".
+struct SessionRemark {
+  SessionTime at;
+  std::string what;
 };
 
 struct Session {
   std::string name;  ///< stands in front of line numbers
   std::vector<SessionStep> steps;
+  std::vector<SessionRemark> remarks;  ///< those that have a time
 };
 
 /// What is wrong with a session file; `what()` begins with "name:line: ".

@@ -8,11 +8,15 @@
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "tools/line/learn.h"
 #include "tools/line/pty.h"
+#include "tools/line/session_file.h"
 #include "tools/mdxsim/cutter.h"
 #include "tools/mdxsim/living_modem.h"
 #include "tools/mdxsim/script.h"
@@ -83,9 +87,12 @@ constexpr const char* kFooter =
     "  mdxsim --cut byte --log\n"
     "  mdxsim --replay sms.txt --timeout 10\n"
     "  mdxsim --script unplugged.script --seed 7\n"
+    "  mdxsim learn recorded.txt -o modem.script\n"
     "  mdxsim --link /tmp/modem --quiet --delay 2000";
 
 struct Options {
+  std::vector<std::string> recordings;
+  std::string learnt_file;
   std::string link = "/dev/smd6";
   std::string cut = "whole";
   std::string session_file;
@@ -178,6 +185,50 @@ void declare_options(CLI::App& app, Options& options) {
   declare_living_options(app, options);
 }
 
+CLI::App* declare_learning(CLI::App& app, Options& options) {
+  CLI::App* learn =
+      app.add_subcommand("learn", "Make a script of recordings, as mdxtap makes them");
+  learn->add_option("recording", options.recordings, "Session files, the oldest first")
+      ->required()
+      ->type_name("FILE...");
+  learn
+      ->add_option("-o,--output", options.learnt_file,
+                   "Where the script goes, if not to standard output")
+      ->type_name("FILE");
+  return learn;
+}
+
+// Several files are one recording.
+mdxline::Session read_recordings(const std::vector<std::string>& paths) {
+  mdxline::Session whole;
+  for (const std::string& path : paths) {
+    std::ifstream file(path);
+    if (!file) throw std::invalid_argument("cannot read " + path);
+    mdxline::Session part = mdxline::parse_session(file, path);
+    whole.name += (whole.name.empty() ? "" : " ") + path;
+    std::move(part.steps.begin(), part.steps.end(), std::back_inserter(whole.steps));
+    std::move(part.remarks.begin(), part.remarks.end(), std::back_inserter(whole.remarks));
+  }
+  return whole;
+}
+
+int learn(const Options& options) {
+  try {
+    const std::string script = mdxline::learn(read_recordings(options.recordings));
+    if (options.learnt_file.empty()) {
+      std::cout << script << std::flush;
+      return std::cout ? kExitOk : kExitNoDevice;
+    }
+    std::ofstream file(options.learnt_file);
+    file << script << std::flush;
+    if (!file) throw std::invalid_argument("cannot write " + options.learnt_file);
+  } catch (const std::exception& error) {
+    std::cerr << "mdxsim: " << error.what() << '\n';
+    return kExitUsage;
+  }
+  return kExitOk;
+}
+
 // A cut on the command line comes before the script's.
 void take_cut(const mdxsim::Script& script, Options& options) {
   if (options.cut != "whole" || script.cut.empty()) return;
@@ -246,12 +297,15 @@ int main(int argc, char** argv) {
   CLI::App app(kDescription, "mdxsim");
   app.set_version_flag("--version", "mdxsim " MDXGATE_VERSION);
   declare_options(app, options);
+  const CLI::App* learning = declare_learning(app, options);
   try {
     app.parse(argc, argv);
     refuse_strays(app, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitOk : kExitUsage;
   }
+
+  if (learning->parsed()) return learn(options);
 
   std::unique_ptr<mdxsim::Modem> modem;
   std::optional<mdxsim::Cutter> cutter;

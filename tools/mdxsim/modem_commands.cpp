@@ -387,6 +387,8 @@ constexpr struct { int number; std::string_view text; } kCmeErrorTexts[] = {
 
 }  // namespace
 
+std::span<const CommandRow> command_rows() { return kCommands; }
+
 const CommandRow* find_command(std::string_view name) {
   const auto* row = std::find_if(std::begin(kCommands), std::end(kCommands),
                                  [name](const CommandRow& r) { return r.name == name; });

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,9 @@ struct CommandRow {
   enum class Needs { kNothing, kSim, kSimForMessages } needs;
   CommandHandler handler;
 };
+
+/// All commands that the modem knows.
+std::span<const CommandRow> command_rows();
 
 /// The row of a command by its name in capitals; null when the modem does not know it.
 const CommandRow* find_command(std::string_view name);

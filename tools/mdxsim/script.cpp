@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <regex>
 #include <stdexcept>
 
@@ -20,14 +21,19 @@ namespace {
 using Kind = Action::Kind;
 using Parts = std::smatch;
 
-constexpr size_t kLongestLine = 4096;  // std::regex goes deeper with each character
+// std::regex goes deeper with each character, so answers are kept away from it.
+constexpr size_t kLongestHead = 4096;
+constexpr size_t kLongestLine = 65536;
+constexpr std::string_view kArrow = " -> ";
+constexpr size_t kShown = 40;  // of what is wrong
 constexpr std::string_view kRaw = "raw ";
 
 struct Statement {
   const char* word;
   const char* rest;  // what may follow the word, a regular expression
   const char* form;  // the same for people
-  void (*read)(Script&, const Parts&, int line);
+  void (*read)(Script&, const Parts&, const std::string& answer, int line);
+  bool has_answer = false;  // behind an arrow
 };
 
 [[noreturn]] void refuse(const std::string& problem) { throw std::invalid_argument(problem); }
@@ -86,47 +92,59 @@ Action answer_of(const std::string& text) {
   return text.starts_with("hang-up ") ? happening(text) : text_action(text);
 }
 
-void read_on(Script& script, const Parts& parts, int line) {
-  Rule rule{parts[1], -1, Time{0}, answer_of(parts[5]), line};
+void read_on(Script& script, const Parts& parts, const std::string& answer, int line) {
+  Rule rule{pattern_of(parts[1].str()), -1, Time{0}, std::nullopt, answer_of(answer), line, {}};
   if (parts[2] == "once") rule.left = 1;
   if (parts[3].matched) rule.left = count_of(parts[3]);
   if (parts[4].matched) rule.after = time_of(parts[4]);
-  if (rule.answer.kind == Kind::kLiving && parts[4].matched) {
-    refuse("the living modem answers in its own time; leave out 'after'");
+  if (parts[5].matched) rule.echo = parts[5] == "on";
+  if (rule.answer.kind == Kind::kLiving && (parts[4].matched || parts[5].matched)) {
+    refuse("the living modem answers in its own way; leave out 'after' and 'then'");
   }
   if (rule.answer.kind == Kind::kLiving && rule.pattern.starts_with("pdu ")) {
     refuse("the living modem takes only messages that it asked for; they need no line");
   }
   for (const Rule& earlier : script.rules) {
     if (earlier.left < 0 && matches(earlier.pattern, rule.pattern)) {
-      refuse("this never applies: line " + std::to_string(earlier.line) + " takes " + rule.pattern +
+      refuse("this never applies: line " + std::to_string(earlier.line) + " takes " +
+             written_pattern(rule.pattern) +
              "; put it above, or give that line 'once' or '3 times'");
     }
   }
   script.rules.push_back(std::move(rule));
 }
 
-void read_else(Script& script, const Parts& parts, int) { script.otherwise = answer_of(parts[1]); }
+void read_also(Script& script, const Parts& parts, const std::string& answer, int) {
+  if (script.rules.empty()) refuse("'also' adds to the 'on' line above it, and there is none");
+  const Action action = answer_of(answer);
+  if (action.kind != Kind::kText) refuse("what is said besides is a text");
+  script.rules.back().additions.push_back(
+      {parts[1].matched ? time_of(parts[1]) : Time{0}, action.text});
+}
 
-void read_expect(Script& script, const Parts& parts, int line) {
+void read_else(Script& script, const Parts& parts, const std::string&, int) {
+  script.otherwise = answer_of(parts[1]);
+}
+
+void read_expect(Script& script, const Parts& parts, const std::string&, int line) {
   const bool never = parts[1] == "no";
-  Expectation expected{parts[2], never ? 0 : 1, std::nullopt, line};
+  Expectation expected{pattern_of(parts[2].str()), never ? 0 : 1, std::nullopt, line};
   if (!never && parts[1].matched) expected.count = count_of(parts[1]);
   if (parts[3].matched) expected.within = time_of(parts[3]);
   if (never && expected.within) refuse("what may not come may never come; leave out 'within'");
   script.expectations.push_back(std::move(expected));
 }
 
-void read_every(Script& script, const Parts& parts, int) {
+void read_every(Script& script, const Parts& parts, const std::string&, int) {
   const Time interval = time_of(parts[1]);
   script.events.push_back({interval, interval, happening(parts[2])});
 }
 
-void read_at(Script& script, const Parts& parts, int) {
+void read_at(Script& script, const Parts& parts, const std::string&, int) {
   script.events.push_back({time_of(parts[1]), Time{0}, happening(parts[2])});
 }
 
-void read_fault(Script& script, const Parts& parts, int) {
+void read_fault(Script& script, const Parts& parts, const std::string&, int) {
   const std::string value = parts[2];
   if (parts[1] == "delay") {
     script.delay = time_of(value);
@@ -141,17 +159,23 @@ void read_fault(Script& script, const Parts& parts, int) {
   }
 }
 
-void read_echo(Script& script, const Parts& parts, int) { script.echo = parts[1] == "on"; }
+void read_echo(Script& script, const Parts& parts, const std::string&, int) {
+  script.echo = parts[1] == "on";
+}
 
-void read_end(Script& script, const Parts& parts, int) {
+void read_end(Script& script, const Parts& parts, const std::string&, int) {
   if (parts[2].matched) script.end_after = time_of(parts[2]);
   script.end_when_expected |= !parts[2].matched;
 }
 
+constexpr const char* kHead =
+    "(.+?)(?: +(once|([0-9]+) times))?(?: +after +(\\S+))?(?: +then +echo +(on|off))? *";
+
 // clang-format off
 constexpr Statement kStatements[] = {
-    {"on",     "(.+?)(?: +(once|([0-9]+) times))?(?: +after +(\\S+))? +-> +(.+)",
-               "on COMMAND [once | N times] [after TIME] -> ANSWER",               read_on    },
+    {"on",     kHead, "on COMMAND [once | N times] [after TIME] [then echo on | off] -> ANSWER",
+                                                                                   read_on,   true},
+    {"also",   "(?:after +(\\S+))? *",    "also [after TIME] -> TEXT",              read_also, true},
     {"else",   "(.+)",                               "else ANSWER",                read_else  },
     {"expect", "(?:(no|[0-9]+) +)?(.+?)(?: +within +(\\S+))?",
                "expect [no | N] COMMAND [within TIME]",                            read_expect},
@@ -166,26 +190,43 @@ constexpr Statement kStatements[] = {
 // clang-format on
 
 void read_line(Script& script, const std::string& line, int number) {
-  if (line.size() > kLongestLine) {
-    refuse("the line is too long; it may have " + std::to_string(kLongestLine) + " characters");
-  }
   const size_t blank = std::min(line.find(' '), line.size());
   const std::string word = line.substr(0, blank);
-  const std::string rest(trimmed(std::string_view(line).substr(blank)));
-  std::string words;
-  for (const Statement& statement : kStatements) {
-    words += std::string(statement.word) + ", ";
-    if (word != statement.word) continue;
-    Parts parts;
-    if (!std::regex_match(rest, parts, std::regex(statement.rest))) {
-      refuse("this is not understood; it is written: " + std::string(statement.form));
-    }
-    return statement.read(script, parts, number);
+  std::string head(trimmed(std::string_view(line).substr(blank)));
+  const auto* statement =
+      std::find_if(std::begin(kStatements), std::end(kStatements),
+                   [&word](const Statement& known) { return word == known.word; });
+  if (statement == std::end(kStatements)) {
+    std::string words;
+    for (const Statement& known : kStatements) words += std::string(known.word) + ", ";
+    refuse("'" + escape(word.substr(0, kShown)) + "' begins no line; a line begins with " + words +
+           "or # for a remark");
   }
-  refuse("'" + word + "' begins no line; a line begins with " + words + "or # for a remark");
+  std::string answer;
+  if (statement->has_answer) {
+    head.insert(0, 1, ' ');  // so that an arrow may stand at its front
+    const size_t arrow = std::min(head.find(kArrow), head.size());
+    answer = trimmed(std::string_view(head).substr(std::min(arrow + kArrow.size(), head.size())));
+    head = trimmed(std::string_view(head).substr(0, arrow));
+  }
+  const bool too_long = line.size() > kLongestLine || head.size() > kLongestHead;
+  if (too_long) {
+    const size_t most = line.size() > kLongestLine ? kLongestLine : kLongestHead;
+    refuse("the line is too long; it may have " + std::to_string(most) + " characters");
+  }
+  Parts parts;
+  const bool understood = std::regex_match(head, parts, std::regex(statement->rest));
+  if (!understood || (statement->has_answer && answer.empty())) {
+    refuse("this is not understood; it is written: " + std::string(statement->form));
+  }
+  statement->read(script, parts, answer, number);
 }
 
 char capital(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
+
+bool is_same(char pattern, char c) {
+  return (pattern == kStar ? '*' : capital(pattern)) == capital(c);
+}
 
 std::string with_ranges_drawn(std::string_view text, std::mt19937& random) {
   std::string drawn;
@@ -209,6 +250,27 @@ std::string with_ranges_drawn(std::string_view text, std::mt19937& random) {
 
 }  // namespace
 
+std::string pattern_of(std::string_view written) {
+  std::string pattern;
+  while (!written.empty()) {
+    const size_t slash = std::min(written.find("\\*"), written.size());
+    size_t pairs = slash;
+    while (pairs > 0 && written[pairs - 1] == '\\') --pairs;
+    const bool star = slash < written.size() && (slash - pairs) % 2 == 0;
+    const size_t end = star ? slash : std::min(slash + 2, written.size());
+    pattern += unescape(written.substr(0, end));
+    if (star) pattern += kStar;
+    written.remove_prefix(star ? slash + 2 : end);
+  }
+  return pattern;
+}
+
+std::string written_pattern(std::string_view pattern) {
+  std::string written;
+  for (const char c : pattern) written += c == kStar ? "\\*" : escape({&c, 1});
+  return written;
+}
+
 bool matches(std::string_view pattern, std::string_view text) {
   size_t p = 0;
   size_t t = 0;
@@ -218,7 +280,7 @@ bool matches(std::string_view pattern, std::string_view text) {
     if (p < pattern.size() && pattern[p] == '*') {
       star = p++;
       covered = t;
-    } else if (p < pattern.size() && capital(pattern[p]) == capital(text[t])) {
+    } else if (p < pattern.size() && is_same(pattern[p], text[t])) {
       ++p;
       ++t;
     } else if (star != std::string_view::npos) {

@@ -21,13 +21,21 @@ struct Action {
   Time duration{0};  ///< of kHangUp
 };
 
+/// What comes besides an answer, so long behind the command.
+struct Addition {
+  Time after;
+  std::string text;
+};
+
 /// What is heard is a command line without its CR, "pdu " and a message's body, or "open".
 struct Rule {
-  std::string pattern;
-  int left;  ///< times that it may still apply, -1 for ever
+  std::string pattern;  ///< as `matches` takes it, as below
+  int left;             ///< times that it may still apply, -1 for ever
   Time after;
+  std::optional<bool> echo;  ///< what the echo is behind it; as it was when not set
   Action answer;
   int line;  ///< in the file, from 1, as below
+  std::vector<Addition> additions;
 };
 
 struct Expectation {
@@ -66,7 +74,16 @@ struct Script {
 /// `what()` begins with "name:line: " and says what is allowed there.
 Script parse_script(std::istream& text, std::string name);
 
-/// True when `pattern` covers all of `text`: "*" stands for anything, letters match in either case.
+/// The pattern that a script writes: \* and \\ are the characters, \xHH, \r, \n as in a session.
+/// Throws std::invalid_argument.
+std::string pattern_of(std::string_view written);
+
+/// The reverse.
+std::string written_pattern(std::string_view pattern);
+
+/// True when `pattern` covers all of `text`: "*" stands for anything, letters match in either case,
+/// kStar is a star that stands for itself.
+constexpr char kStar = '\x01';
 bool matches(std::string_view pattern, std::string_view text);
 
 /// The bytes of a text: lines between "|" with CR LF on both sides, or just what follows "raw ";

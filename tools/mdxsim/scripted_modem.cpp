@@ -47,7 +47,7 @@ void ScriptedModem::attached(Time now) {
   attached_ = true;
   if (!opened_) opened_ = now;
   living_.attached(now);
-  if (const Rule* rule = hear("open")) answer(rule->answer, rule->after, "");
+  if (const Rule* rule = hear("open")) answer(*rule, "");
 }
 
 void ScriptedModem::detached(Time now) {
@@ -83,7 +83,7 @@ void ScriptedModem::take_command_byte(char c) {
 void ScriptedModem::run_line(const std::string& line) {
   if (line.empty()) return;
   const std::string sent = line + '\r';
-  if (const Rule* rule = hear(line)) return answer(rule->answer, rule->after, sent);
+  if (const Rule* rule = hear(line)) return answer(*rule, sent);
   if (matches("AT*", line)) return answer(script_.otherwise, Time{0}, sent);
 }
 
@@ -99,7 +99,7 @@ void ScriptedModem::take_message_byte(char c) {
   const Rule* rule = c == kCtrlZ ? hear("pdu " + body) : nullptr;
   if (rule != nullptr) {
     living_.drop_message();
-    answer(rule->answer, rule->after, echo);
+    answer(*rule, echo);
   } else if (prompted) {
     answer({Kind::kText, c == kEscape ? "OK" : "ERROR", Time{0}}, Time{0}, echo);
   } else {
@@ -119,6 +119,14 @@ const Rule* ScriptedModem::hear(const std::string& text) {
     return &rule;
   }
   return nullptr;
+}
+
+void ScriptedModem::answer(const Rule& rule, const std::string& echo) {
+  answer(rule.answer, rule.after, echo);
+  if (rule.echo) living_.state.echo = *rule.echo;
+  for (const Addition& addition : rule.additions) {
+    outbox_.put(now_ + addition.after + script_.delay, spoken(addition.text, random_));
+  }
 }
 
 void ScriptedModem::answer(const Action& action, Time after, const std::string& echo) {
@@ -221,8 +229,8 @@ std::string ScriptedModem::complaint(const Expectation& expected) const {
   const std::string got =
       expected.came == 0 ? "it did not come" : "it came " + times(expected.came);
   const std::string last = heard_.empty() ? "nothing was heard" : "heard last: " + escape(heard_);
-  return script_.name + ":" + std::to_string(expected.line) + ": " + expected.pattern +
-         " is expected " + wanted + ", " + got + "; " + last;
+  return script_.name + ":" + std::to_string(expected.line) + ": " +
+         written_pattern(expected.pattern) + " is expected " + wanted + ", " + got + "; " + last;
 }
 
 std::optional<Time> ScriptedModem::next_due() const {

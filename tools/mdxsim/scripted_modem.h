@@ -42,6 +42,7 @@ class ScriptedModem final : public Modem {
   void take_message_byte(char c);
   void run_line(const std::string& line);
   const Rule* hear(const std::string& text);
+  void answer(const Rule& rule, const std::string& echo);
   void answer(const Action& action, Time after, const std::string& echo);
   void happen(const Action& action);
   void judge();

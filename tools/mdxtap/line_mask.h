@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <string>
@@ -51,8 +53,5 @@ class LineMask {
   Body modem_body_ = Body::kNone;  // of the message whose heading came
   bool ussd_open_ = false;         // its text goes on behind a line end
 };
-
-/// Whether the line ends a command (V.250 and 3GPP TS 27.007, words and digits).
-bool is_result(std::string_view line);
 
 }  // namespace mdxtap

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is personal in which command, answer and report. All else passes but for what looks personal
 // by itself (line_mask.cpp).
 #include "tools/mdxtap/mask_table.h"

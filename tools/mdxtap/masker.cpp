@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cuts both streams into lines for the masking.
 //
 // A prompt has no end and comes out at once: the host answers it.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds what is personal in a PDU, and writes stand-ins over it in place.
 //
 // A field that claims more octets than there are ends it: who reads on behind it takes one thing

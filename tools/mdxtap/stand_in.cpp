@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes stand-ins.
 //
 // Each character is drawn anew from its own class by a generator whose seed is a keyed hash of the

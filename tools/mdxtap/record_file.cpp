@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Keeps a recording on the disk, within its size.
+#include "tools/mdxtap/record_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace mdxtap {
+
+RecordFile::~RecordFile() {
+  if (fd_ < 0) return;
+  sync();
+  close(fd_);
+}
+
+int RecordFile::open() {
+  struct stat there {};
+  if (lstat(options_.path.c_str(), &there) != 0) return errno == ENOENT ? create() : errno;
+  return S_ISREG(there.st_mode) ? turn() : EEXIST;
+}
+
+// Never through a link, and never into a file that somebody else has put there.
+int RecordFile::create() {
+  if (fd_ >= 0) close(fd_);
+  fd_ = ::open(options_.path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd_ < 0) return errno;
+  size_ = 0;
+  ++begun_;
+  return write_all(options_.head);
+}
+
+// PATH becomes PATH.1, what was PATH.1 becomes PATH.2; the oldest goes.
+int RecordFile::turn() {
+  const auto name = [this](int number) {
+    return number == 0 ? options_.path : options_.path + "." + std::to_string(number);
+  };
+  if (options_.keep == 0 && unlink(name(0).c_str()) != 0 && errno != ENOENT) return errno;
+  for (int number = options_.keep; number > 0; --number) {
+    if (rename(name(number - 1).c_str(), name(number).c_str()) != 0 && errno != ENOENT)
+      return errno;
+  }
+  return create();
+}
+
+int RecordFile::append(std::string_view lines) {
+  const bool full = options_.max_size > 0 && size_ > options_.head.size() &&
+                    size_ + lines.size() > options_.max_size;
+  int error = 0;
+  if (fd_ < 0 || removed()) {
+    error = create();
+  } else if (full) {
+    error = sync();
+    if (error == 0) error = turn();
+  }
+  return error != 0 ? error : write_all(lines);
+}
+
+int RecordFile::write_all(std::string_view bytes) {
+  const uint64_t before = size_;
+  while (!bytes.empty()) {
+    const ssize_t written = write(fd_, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      const int error = written < 0 ? errno : EIO;
+      size_ = before;
+      if (ftruncate(fd_, static_cast<off_t>(before)) != 0) return errno;
+      return lseek(fd_, 0, SEEK_END) < 0 ? errno : error;
+    }
+    size_ += static_cast<uint64_t>(written);
+    bytes.remove_prefix(static_cast<size_t>(written));
+  }
+  dirty_ = true;
+  return 0;
+}
+
+bool RecordFile::removed() const {
+  struct stat own {};
+  return fstat(fd_, &own) == 0 && own.st_nlink == 0;
+}
+
+int RecordFile::sync() {
+  if (!std::exchange(dirty_, false)) return 0;
+  return fdatasync(fd_) == 0 ? 0 : errno;
+}
+
+}  // namespace mdxtap

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "tools/mdxtap/masker.h"
+#include "tools/mdxtap/record_file.h"
+
+namespace mdxtap {
+
+/// Writes down what passes, as a session file: each read a line, in front of it a remark with the
+/// seconds since the recorder was made. See docs/man/mdxtap.1.scd for the remarks.
+///
+/// Who records never waits: masking and disk have a thread of their own. What passed is in the file
+/// half a second later and on the disk within a second. What the disk does not take is counted and
+/// told in the file and on standard error.
+class Recorder {
+ public:
+  struct Options {
+    RecordFileOptions file;
+    std::optional<StandIn> stand_in;  ///< none: everything is recorded as it is
+  };
+
+  /// Throws std::system_error when the file can't be made.
+  explicit Recorder(Options options);
+
+  /// Writes what is left, masking a line that has not ended.
+  ~Recorder();
+
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  void passed(bool from_host, std::string_view bytes);
+
+  /// Something that happened; one line of text.
+  void happened(std::string_view what);
+
+  /// Ends the recording as the destructor does.
+  void finish();
+
+  /// Files that it has written, after `finish`.
+  [[nodiscard]] int files() const { return file_.begun(); }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  enum class Kind { kHost, kModem, kRemark };
+
+  struct Entry {
+    Clock::time_point at;
+    Kind kind;
+    std::string bytes;
+    std::string masked;  ///< the beginning of `bytes`, as it is to be recorded
+  };
+
+  void put(Kind kind, std::string_view bytes);
+  void run();
+  void take(Entry entry);
+  void deal_out(Kind kind, std::string masked);
+  void release_old(Clock::time_point now);
+  void write_ready();
+  void store(const std::string& lines, size_t bytes);
+  [[nodiscard]] std::string line_of(const Entry& entry);
+
+  Clock::time_point start_ = Clock::now();
+  RecordFile file_;
+  std::optional<Masker> masker_;
+
+  std::mutex lock_;  // of the three below
+  std::condition_variable news_;
+  std::vector<Entry> arrived_;
+  size_t waiting_ = 0;  // bytes in it
+  size_t dropped_ = 0;  // bytes for which there was no room
+  bool ends_ = false;
+
+  // The thread's own.
+  std::deque<Entry> held_;  // in their order; the first is not masked to its end
+  std::string told_time_;
+  size_t lost_ = 0;  // bytes since the disk last took any
+  int told_error_ = 0;
+  std::thread thread_;
+};
+
+}  // namespace mdxtap
