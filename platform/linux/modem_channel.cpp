@@ -31,6 +31,7 @@
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
+#include "wire/destinations.h"
 
 namespace {
 
@@ -56,7 +57,8 @@ struct channel_t {
   char path[sizeof(kMdxChannelPrefix) + 11];
   int told_error;  ///< why the last attempt to bind failed, to say each reason once
 
-  bool was_open;  ///< before, since the binding
+  bool was_open;     ///< before, since the binding
+  bool gone_untold;  ///< the device is gone, and what it said before is still on its way
   modem_device_t device;
   uint64_t reopen_at;
 
@@ -82,6 +84,15 @@ void tell(uint32_t level, const char* news) {
 }
 
 bool is_open() { return channel.device.fd >= 0; }
+
+void tell_receivers(service_message_t news) { KRP_MSG_SendMsgData(kServiceLink, news, nullptr, 0); }
+
+/// Receivers hear of the end when they have heard all that the modem said.
+void tell_gone_in_order() {
+  if (!channel.gone_untold || assembler.holds_text() || !nas_queue_is_empty()) return;
+  channel.gone_untold = false;
+  tell_receivers(MDX_LINK_GONE);
+}
 
 bool count_change(mdx_counter_t counter, uint32_t* before, uint32_t now) {
   const uint32_t more = now - *before;
@@ -159,6 +170,7 @@ void close_device() {
 void lose_device() {
   close_device();
   channel.reopen_at = monotonic_ms() + kReopenMs;
+  channel.gone_untold = true;
   tell(MDX_TRACE_MISSING, "gone");
 }
 
@@ -183,6 +195,7 @@ int open_device() {
   channel.reopen_at = end + kReopenMs + kPauseShare * (end - begin);
   if (error != 0) return error;
   begin_listening(end);
+  tell_receivers(MDX_LINK_UP);
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
     tell(MDX_TRACE_MISSING, "back");
@@ -196,10 +209,13 @@ int open_device() {
 
 /// The binding has ended: the device is left to others, and what was not handed over is forgotten.
 void give_up() {
+  const bool is_news = is_open() || channel.gone_untold;
   if (is_open()) {
     close_device();
     tell(MDX_TRACE_FLOW, "closed");
   }
+  if (is_news) tell_receivers(MDX_LINK_GONE);
+  channel.gone_untold = false;
   channel.size = channel.used = 0;
   channel.refused = false;
   assembler = delivery_assembler();
@@ -211,7 +227,8 @@ void give_up() {
 int due_in_ms(uint64_t now) {
   if (channel.refused) return kOfferAgainMs;
   if (channel.more_waiting) return 0;
-  uint64_t due = is_open() ? delivery_assembler::kNever : channel.reopen_at;
+  const bool opens = !is_open() && !channel.gone_untold;
+  uint64_t due = opens ? channel.reopen_at : delivery_assembler::kNever;
   const bool is_for_server_to_read =
       assembler.debt().waits_for_silence() && !assembler.holds_text() && !nas_queue_is_empty();
   if (!is_for_server_to_read && assembler.due() < due) due = assembler.due();
@@ -361,6 +378,8 @@ int bind_channel(int32_t number, mdx_receive_function_t receive) {
   }
   if (!modem_channel_is_read_here()) return EBUSY;
   if (number != channel.number || receive != channel.receive) return EBUSY;
+  tell_gone_in_order();
+  if (channel.gone_untold) return ENODEV;
   return is_open() ? 0 : open_device();
 }
 
@@ -374,6 +393,7 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
   if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
   if (!bound) give_up();
   if (!bound || (channel.refused && hand_over())) return 0;
+  tell_gone_in_order();
   pollfd sources[] = {*own, {wake_fd, POLLIN, 0}, device_source(0)};
   const uint64_t now = monotonic_ms();
   if (poll(sources, 3, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
@@ -387,7 +407,8 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
     return 0;
   }
   read_device(sources[2].revents, now);
-  if (!is_open() && monotonic_ms() >= channel.reopen_at) open_device();
+  tell_gone_in_order();
+  if (!is_open() && !channel.gone_untold && monotonic_ms() >= channel.reopen_at) open_device();
   mind_line();
   return 0;
 }
