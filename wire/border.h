@@ -41,6 +41,12 @@ enum mdx_packet_kind_t : uint32_t {
   MDX_PACKET_VOICE = 3,
 };
 
+/// In a subscription's `a`: the last packet of each kind that tells a state comes first.
+constexpr int32_t kMdxSubscribeWithStates = 1;
+/// Set in `kind` of these packets; their `lost` is the age in seconds. That of the service "link"
+/// is the last of them, if it was subscribed to.
+constexpr uint32_t kMdxPacketRemembered = 0x100;
+
 /// Opens each packet of the hub; the payload follows.
 struct mdx_packet_header_t {
   uint32_t type;  ///< message type, event number, or 8907 for voice
@@ -48,7 +54,7 @@ struct mdx_packet_header_t {
   char to[12];    ///< service name, NUL-padded; in a subscription a name, "*" or, by module, empty
   uint32_t lost;  ///< packets that this receiver missed right before this one
   uint32_t module;  ///< notification module
-  int32_t a;        ///< first value; for voice the report's type
+  int32_t a;        ///< first value; for voice the report's type; in a subscription see above
   int32_t b;        ///< second value
   uint32_t length;  ///< payload bytes that follow
 };

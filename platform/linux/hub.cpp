@@ -23,6 +23,7 @@
 
 #include "platform/linux/border_watch.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/hub_states.h"
 #include "platform/linux/local_socket.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
@@ -78,19 +79,24 @@ bool wants(const receiver_t& receiver, const mdx_packet_header_t& header) {
   return header.kind != MDX_PACKET_NOTIFICATION && strcmp(receiver.name, header.to) == 0;
 }
 
-void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const void* data) {
-  header.lost = receiver.lost;
-  iovec pieces[] = {{&header, sizeof(header)}, {const_cast<void*>(data), header.length}};
+/// @return whether the receiver's buffer took it; else errno tells why not
+bool put_packet(int fd, const mdx_packet_header_t& header, const void* data) {
+  iovec pieces[] = {{const_cast<mdx_packet_header_t*>(&header), sizeof(header)},
+                    {const_cast<void*>(data), header.length}};
   msghdr message{};
   message.msg_iov = pieces;
   message.msg_iovlen = std::size(pieces);
-  constexpr int kNoWait = MSG_DONTWAIT | MSG_NOSIGNAL;
-  ssize_t sent = sendmsg(receiver.fd, &message, kNoWait);
-  for (int turn = 0; sent < 0 && errno == EAGAIN && receiver.lost == 0 && turn < kTurns; ++turn) {
+  return sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+}
+
+void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const void* data) {
+  header.lost = receiver.lost;
+  bool sent = put_packet(receiver.fd, header, data);
+  for (int turn = 0; !sent && errno == EAGAIN && receiver.lost == 0 && turn < kTurns; ++turn) {
     sched_yield();
-    sent = sendmsg(receiver.fd, &message, kNoWait);
+    sent = put_packet(receiver.fd, header, data);
   }
-  if (sent >= 0) {
+  if (sent) {
     receiver.lost = 0;
     ++receiver.sent_ever;
     counter_add(COUNT_PACKETS_SENT);
@@ -98,6 +104,18 @@ void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const vo
     if (receiver.lost != UINT32_MAX) ++receiver.lost;
     ++receiver.lost_ever;
     counter_add(COUNT_PACKETS_LOST);
+  }
+}
+
+/// What is known already, for one who has just come.
+void show_states(const receiver_t& receiver) {
+  hub_state_t state;
+  for (size_t kind = 0; hub_states_get(kind, &state); ++kind) {
+    mdx_packet_header_t as_told = state.header;
+    as_told.kind &= ~kMdxPacketRemembered;
+    if (state.header.type != 0 && wants(receiver, as_told)) {
+      put_packet(receiver.fd, state.header, state.payload);
+    }
   }
 }
 
@@ -109,6 +127,7 @@ int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
   }
   if (listener < 0) return -1;
   pthread_mutex_lock(&receivers_lock);
+  hub_states_keep(header, data);
   for (receiver_t& receiver : receivers)
     if (wants(receiver, header)) send_to_receiver(receiver, header, data);
   pthread_mutex_unlock(&receivers_lock);
@@ -155,6 +174,7 @@ void subscribe(receiver_t& receiver, const mdx_packet_header_t& header) {
   memcpy(receiver.name, header.to, sizeof(receiver.name));
   receiver.module = header.module;
   receiver.subscribed = true;
+  if (header.a == kMdxSubscribeWithStates) show_states(receiver);
   pthread_mutex_unlock(&receivers_lock);
   counter_add(COUNT_RECEIVERS);
 }
@@ -240,8 +260,9 @@ size_t hub_receivers(hub_receiver_t* list, size_t room) {
 
 int32_t KRP_MSG_Init(const char* module) {
   if (!set_name(own_name, module)) return -1;
-  if (listener < 0)
-    listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
+  if (listener >= 0) return 0;
+  hub_states_begin();
+  listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
   return listener >= 0 ? 0 : -1;
 }
 

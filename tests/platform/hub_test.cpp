@@ -17,6 +17,8 @@
 #include "platform/linux/counters.h"
 #include "tests/platform/other_process.h"
 #include "wire/border.h"
+#include "wire/destinations.h"
+#include "wire/report_records.h"
 
 namespace {
 
@@ -40,10 +42,11 @@ mdx_packet_header_t header_to(mdx_packet_kind_t kind, const char* to, uint32_t t
 class Receiver {
  public:
   Receiver() : fd_(connect_to(kMdxHubPath, SOCK_SEQPACKET)) {}
-  explicit Receiver(const char* name, uint32_t module = 0) : Receiver() {
+  explicit Receiver(const char* name, uint32_t module = 0, int32_t with = 0) : Receiver() {
     const uint64_t subscribed = counter_value(COUNT_RECEIVERS);
     mdx_packet_header_t subscription = header_to(MDX_PACKET_SUBSCRIPTION, name);
     subscription.module = module;
+    subscription.a = with;
     send(std::string(reinterpret_cast<const char*>(&subscription), sizeof(subscription)));
     while (counter_value(COUNT_RECEIVERS) == subscribed) std::this_thread::yield();
   }
@@ -115,6 +118,44 @@ class Hub : public testing::Test {
     EXPECT_EQ(KRP_NOTIFYCLT_Init(31), 0);
   }
 };
+
+// What is about persons is not kept; of what tells a state the last packet is, whoever got it live.
+TEST_F(Hub, ShowsTheLastOfEachStateToWhoAsksForIt) {
+  const char number[512] = "+491701234567";
+  EXPECT_EQ(MDX_post_notify_ex(NOTIFY_MODULE_2, EVT_AT_USSD, number, sizeof(number), 0, 0), 0);
+  EXPECT_EQ(MDX_post_notify_ex(NOTIFY_MODULE_1, EVT_AT_SMS_NEW, number, 24, 0, 0), 0);
+  EXPECT_EQ(KRP_UTIL_SendMsgToVoice2(VOICE_MSG, VOICE_CLIP, 0, number, 36), 0);
+  const dialup_conn_msg connection = {3, 0};
+  for (const auto news : {DIALUP_MSG_V4_UP, DIALUP_MSG_V4_DOWN})
+    EXPECT_EQ(KRP_MSG_SendMsgData("dialup", news, &connection, sizeof(connection)), 0);
+  EXPECT_EQ(MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, 4, 0), 0);
+  EXPECT_EQ(MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, 5, 0), 0);
+
+  const Receiver everything("*", 0, kMdxSubscribeWithStates);
+  std::vector<uint32_t> types;
+  Packet packet = everything.next();
+  for (; packet.header.type != MDX_LINK_GONE; packet = everything.next()) {
+    EXPECT_NE(packet.header.kind & kMdxPacketRemembered, 0u);
+    EXPECT_LE(packet.header.lost, 60u) << "seconds old";
+    types.push_back(packet.header.type);
+    if (packet.header.type == EVT_AT_SIGNAL_LEVEL) {
+      EXPECT_EQ(packet.header.a, 5);
+    }
+    if (packet.header.type == DIALUP_MSG_V4_DOWN) {
+      EXPECT_EQ(packet.payload, std::string("\3\0\0\0\0\0\0\0", 8));
+    }
+  }
+  EXPECT_STREQ(packet.header.to, kServiceLink) << "the link is the last, and always known";
+  EXPECT_THAT(types, testing::UnorderedElementsAre(DIALUP_MSG_V4_DOWN, EVT_AT_SIGNAL_LEVEL));
+  EXPECT_THAT(everything.types_waiting(), ElementsAre());
+
+  const Receiver of_module("", NOTIFY_MODULE_19, kMdxSubscribeWithStates);
+  const Receiver does_not_ask("*");
+  EXPECT_EQ(of_module.next().header.a, 5);
+  EXPECT_EQ(MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, 6, 0), 0);
+  EXPECT_EQ(of_module.next().header.kind, MDX_PACKET_NOTIFICATION);
+  EXPECT_EQ(does_not_ask.next().header.a, 6);
+}
 
 TEST_F(Hub, EachReceiverGetsWhatItAskedFor) {
   const Receiver all("*"), dialup("dialup"), voice("voice"), module12("", 12), nothing;
