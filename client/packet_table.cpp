@@ -123,6 +123,8 @@ constexpr packet_row_t kPackets[] = {
   {SERVICE("cms", CMS_MSG_DATACARD_INSERTED),              0,                                     NOTHING,        "",          ""           },
   {SERVICE("cms", CMS_MSG_FLOW_REPORT),                    sizeof(at_dsflow_cms_info),            FLOW_CMS,       "",          ""           },
   {SERVICE("cms", CMS_MSG_MMI_ENTER),                      0,                                     NOTHING,        "",          ""           },
+  {SERVICE("link", MDX_LINK_UP),                           0,                                     NOTHING,        "",          ""           },
+  {SERVICE("link", MDX_LINK_GONE),                         0,                                     NOTHING,        "",          ""           },
 
   {NOTIFICATION(NOTIFY_MODULE_1, EVT_AT_SMS_MEM_FULL),     0,                                     NOTHING,        "",          ""           },
   {NOTIFICATION(NOTIFY_MODULE_1, EVT_AT_SMS_NEW),          sizeof(at_sms_content_info),           SMS_CONTENT,    "",          ""           },
