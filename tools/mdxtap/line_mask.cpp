@@ -160,11 +160,13 @@ std::string LineMask::command_line(std::string_view whole, const MaskRow** asked
         (set || name_end == end)) {
       *asked = row;
       const auto spans = parameters_of(line, name_end + 1, end);
-      const auto& recipient =
-          spans[std::min<size_t>(row->fields[0].parameter - 1U, spans.size() - 1)];
-      *in_pdu_mode =
-          set && is_length(std::string_view(line).substr(recipient.begin, recipient.size),
-                           recipient.quoted);
+      *in_pdu_mode = false;
+      if (set && !spans.empty()) {
+        const Span& recipient =
+            spans[std::min<size_t>(row->fields[0].parameter - 1U, spans.size() - 1)];
+        *in_pdu_mode = is_length(std::string_view(line).substr(recipient.begin, recipient.size),
+                                 recipient.quoted);
+      }
     }
     if (set && name == "+CUSD") {
       mask_ussd(stand_in_, line, name_end + 1, end, nullptr);
