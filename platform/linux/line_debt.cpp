@@ -39,7 +39,7 @@ bool is_about_a_call(std::string_view line) {
 }
 
 std::string_view without_blanks(std::string_view line) {
-  while (!line.empty() && line.front() <= ' ' && line.front() >= '\0') line.remove_prefix(1);
+  while (!line.empty() && static_cast<unsigned char>(line.front()) <= ' ') line.remove_prefix(1);
   return line;
 }
 
