@@ -105,13 +105,16 @@ void Recorder::take(Entry entry) {
   }
 }
 
-// To the reads that the bytes came in.
-void Recorder::deal_out(Kind kind, std::string masked) {
-  for (Entry& entry : held_) {
+// To the reads that the bytes came in. Begins where the last one ended: thousands may be held.
+void Recorder::deal_out(Kind kind, std::string_view masked) {
+  size_t& number = masked_to_[kind == Kind::kHost ? 0 : 1];
+  for (number = std::max(number, gone_); !masked.empty() && number < gone_ + held_.size(); ++number) {
+    Entry& entry = held_[number - gone_];
     if (entry.kind != kind) continue;
     const size_t count = std::min(entry.bytes.size() - entry.masked.size(), masked.size());
     entry.masked.append(masked, 0, count);
-    masked.erase(0, count);
+    masked.remove_prefix(count);
+    if (entry.masked.size() < entry.bytes.size()) return;
   }
 }
 
@@ -132,6 +135,7 @@ void Recorder::write_ready() {
     lines += line_of(held_.front());
     bytes += held_.front().bytes.size();
     held_.pop_front();
+    ++gone_;
     if (lines.size() < kMostAtOnce) continue;
     store(lines, bytes);
     lines.clear();

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -65,7 +66,7 @@ class Recorder {
   void put(Kind kind, std::string_view bytes);
   void run();
   void take(Entry entry);
-  void deal_out(Kind kind, std::string masked);
+  void deal_out(Kind kind, std::string_view masked);
   void release_old(Clock::time_point now);
   void write_ready();
   void store(const std::string& lines, size_t bytes);
@@ -84,6 +85,8 @@ class Recorder {
 
   // The thread's own.
   std::deque<Entry> held_;  // in their order; the first is not masked to its end
+  size_t gone_ = 0;         // entries that were in it before
+  std::array<size_t, 2> masked_to_{};  // for host and modem: no entry before this one needs more
   std::string told_time_;
   size_t lost_ = 0;  // bytes since the disk last took any
   int told_error_ = 0;
