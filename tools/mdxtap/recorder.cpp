@@ -108,7 +108,8 @@ void Recorder::take(Entry entry) {
 // To the reads that the bytes came in. Begins where the last one ended: thousands may be held.
 void Recorder::deal_out(Kind kind, std::string_view masked) {
   size_t& number = masked_to_[kind == Kind::kHost ? 0 : 1];
-  for (number = std::max(number, gone_); !masked.empty() && number < gone_ + held_.size(); ++number) {
+  for (number = std::max(number, gone_); !masked.empty() && number < gone_ + held_.size();
+       ++number) {
     Entry& entry = held_[number - gone_];
     if (entry.kind != kind) continue;
     const size_t count = std::min(entry.bytes.size() - entry.masked.size(), masked.size());

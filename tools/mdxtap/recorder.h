@@ -84,8 +84,8 @@ class Recorder {
   bool ends_ = false;
 
   // The thread's own.
-  std::deque<Entry> held_;  // in their order; the first is not masked to its end
-  size_t gone_ = 0;         // entries that were in it before
+  std::deque<Entry> held_;             // in their order; the first is not masked to its end
+  size_t gone_ = 0;                    // entries that were in it before
   std::array<size_t, 2> masked_to_{};  // for host and modem: no entry before this one needs more
   std::string told_time_;
   size_t lost_ = 0;  // bytes since the disk last took any
