@@ -134,7 +134,7 @@ TEST(LivingModem, MessageDialogue) {
 TEST(LivingModem, AFullStoreRefusesMessages) {
   Host host;
   const std::string store = "AT+CMGW=20\r" + std::string(kPdu) + "\x1a";
-  for (int index = 1; index < MessageStore::kCapacity; ++index)  // one is there from the start
+  for (int index = 2; index <= MessageStore::kCapacity; ++index)  // one is there from the start
     ASSERT_EQ(host.say(store), "\r\n> " + lines("+CMGW: " + std::to_string(index)));
   EXPECT_EQ(host.say(store), "\r\n> \r\n+CMS ERROR: 322\r\n");
   EXPECT_EQ(host.say("AT+CMGD=7\r"), kOk);
@@ -155,6 +155,79 @@ TEST(LivingModem, SlowAnswersHoldUpAnswersButNotReports) {
   EXPECT_EQ(host.hear(Time{100}), lines("+CSQ: 20,99"));
 }
 
+TEST(LivingModem, ThePhoneBookIsReadAndWritten) {
+  Host host;
+  EXPECT_EQ(host.say("AT+CPBW=,\"4930123\",145,\"Carol\"\rAT+CPBR=2,20\r"),
+            kOk + lines("+CPBR: 2,\"5550112\",129,\"Bob\"\r\n+CPBR: 3,\"+4930123\",145,\"Carol\""));
+  EXPECT_EQ(host.say("AT+CSCS=\"UCS2\";+CPBF=\"00430061\"\r"),
+            lines("+CPBF: 3,\"+4930123\",145,\"004300610072006F006C\""));
+  EXPECT_EQ(host.say("AT+CPBW=3;+CPBS?\r"), lines("+CPBS: \"SM\",2,20"));
+}
+
+TEST(LivingModem, MessagesComeInAsTheHostWantsThem) {
+  const std::string to_itself = "AT+CMGF=1;+CMGS=\"+15550100\"\r";
+  Host host;
+  host.say(to_itself);
+  host.say("Hello\x1a");
+  EXPECT_EQ(host.hear(Time{1500}), "") << "not told of unless asked for";
+  host.say("AT+CNMI=2,1\r" + to_itself);
+  host.say("Hello\x1a");
+  EXPECT_EQ(host.hear(Time{1500}), "\r\n+CMTI: \"SM\",3\r\n");
+  EXPECT_EQ(host.say("AT+CMGR=3\r"),
+            lines("+CMGR: \"REC UNREAD\",\"+15550100\",,\"24/01/01,01:00:01+04\"\r\nHello"));
+  host.say("AT+CNMI=2,2\r" + to_itself);
+  host.say("Hello\x1a");
+  EXPECT_EQ(host.hear(Time{1500}),
+            "\r\n+CMT: \"+15550100\",,\"24/01/01,01:00:03+04\"\r\nHello\r\n");
+}
+
+TEST(LivingModem, TheNetworkFollowsSimAndRadio) {
+  Host host;
+  EXPECT_EQ(host.say("AT+CREG=1;+CFUN=4;+CREG?;+CGATT?\r"),
+            "\r\n+CREG: 1,0\r\n\r\n+CGATT: 0\r\n" + kOk);
+  EXPECT_THAT(host.hear(Time{5}), HasSubstr("^SRVST:2\r\n\r\n^MODE:0,0\r\n\r\n+CREG: 0\r\n"));
+  EXPECT_EQ(host.say("ATD1;\rAT+CMGS=20\r"), "\r\nNO CARRIER\r\n\r\n+CMS ERROR: 331\r\n");
+  EXPECT_EQ(host.say("AT+CFUN=1;+CREG?\r"), lines("+CREG: 1,2"));
+  EXPECT_THAT(host.hear(Time{1000}), HasSubstr("^SRVST:1\r\n\r\n^MODE:5,4\r\n\r\n+CREG: 1\r\n"));
+  EXPECT_EQ(host.say("AT+CGACT=1,1;+CGPADDR=1\r"), lines("+CGPADDR: 1,\"10.0.0.2\""));
+  LivingOptions locked = quiet();
+  locked.pin = "1234";
+  Host with_pin(locked);
+  EXPECT_EQ(with_pin.say("AT+CREG?;+CPIN=\"1234\"\r"), lines("+CREG: 0,0"));
+  with_pin.hear(Time{1000});
+  EXPECT_EQ(with_pin.say("AT+CREG?;+CFUN=1,1;+CPIN?\r"),
+            "\r\n+CREG: 0,1\r\n\r\n+CPIN: SIM PIN\r\n" + kOk);
+}
+
+TEST(LivingModem, SomebodyCalls) {
+  LivingOptions options = quiet();
+  options.call_interval = Time{10000};
+  Host host(options);
+  host.say("AT+CLIP=1\r");
+  const std::string rings = "\r\nRING\r\n\r\n+CLIP: \"+15550111\",145,,,,0\r\n";
+  EXPECT_EQ(host.hear(Time{10000}), rings);
+  EXPECT_EQ(host.say("AT+CLCC\r"), lines("+CLCC: 1,1,4,0,0,\"+15550111\",145"));
+  EXPECT_EQ(host.hear(Time{3000}), rings);
+  EXPECT_EQ(host.say("ATA\r"), kOk);
+  EXPECT_EQ(host.hear(Time{5000}), "\r\n^CONN:1,0\r\n");
+  EXPECT_EQ(host.say("ATH\r"), kOk);
+  EXPECT_THAT(host.hear(Time{1}), HasSubstr("^CEND:1,5"));
+}
+
+TEST(LivingModem, UssdHasAMenu) {
+  Host host;
+  const auto after = [&host](const std::string& code) {
+    host.say("AT+CUSD=1,\"" + code + "\"\r");
+    return host.hear(Time{1000});
+  };
+  EXPECT_EQ(after("*101#"), "\r\n+CUSD: 1,\"1 Balance\n2 Data left\n0 End\",15\r\n");
+  EXPECT_EQ(after("2"), "\r\n+CUSD: 0,\"1.5 GB are left.\",15\r\n");
+  EXPECT_EQ(after("2"), "\r\n+CUSD: 4\r\n");
+  after("*101#");
+  host.say("AT+CUSD=2\r");
+  EXPECT_EQ(after("1"), "\r\n+CUSD: 4\r\n");
+}
+
 TEST(LivingModem, CallsAreReported) {
   Host host;
   EXPECT_EQ(host.say("ATD+4930123;\r"), kOk);
@@ -172,7 +245,7 @@ TEST(LivingModem, ReportsBySwitch) {
   Host host(options);
   std::string heard = host.hear(Time{300});
   for (const auto* report :
-       {"\r\n^RSSI:", "\r\n^HCSQ:\"WCDMA\",", "\r\n^DSFLOWRPT:0000", "^SRVST:2", "^MODE:5,4"}) {
+       {"\r\n^RSSI:", "\r\n^HCSQ:\"WCDMA\",", "\r\n^DSFLOWRPT:0000", "^SRVST:1", "^MODE:5,4"}) {
     EXPECT_THAT(heard, HasSubstr(report));
   }
   EXPECT_THAT(heard, Not(HasSubstr("REG:")));

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "tools/mdxsim/call_commands.h"
+#include "tools/mdxsim/message_commands.h"
 #include "tools/mdxsim/modem_commands.h"
 
 namespace mdxsim {
@@ -21,6 +23,9 @@ constexpr size_t kBacklogLimit = 16 * 1024;
 constexpr size_t kLongestLine = 2048;
 constexpr size_t kLongestMessage = 2048;
 constexpr std::string_view kPrompt = "\r\n> ";
+constexpr Time kSearchTime{1000};
+constexpr Time kDeliveryTime{1000};
+constexpr std::string_view kMessageText = "Hello from Alice";
 
 // What is in the way of a command that needs the SIM; kOk when nothing is.
 Result sim_obstacle(const ModemState& state, CommandRow::Needs needs) {
@@ -39,10 +44,42 @@ Result sim_obstacle(const ModemState& state, CommandRow::Needs needs) {
 
 LivingModem::LivingModem(LivingOptions options)
     : options_(std::move(options)), random_(options_.seed) {
-  state.sim_inserted = options_.sim_inserted;
-  state.pin_needed = !options_.pin.empty();
+  restart();
   state.store.add({MessageState::kReceivedUnread,
                    "07913366003051F5040B913366634081F900005180719120348004D4F29C0E"});
+}
+
+// Messages and numbers are on the card, and stay.
+void LivingModem::restart() {
+  ModemState fresh;
+  fresh.store = std::move(state.store);
+  fresh.phone_book = std::move(state.phone_book);
+  fresh.last_call = state.last_call;
+  fresh.sim_inserted = options_.sim_inserted;
+  fresh.pin_needed = !options_.pin.empty();
+  state = std::move(fresh);
+  state.registered = may_register();
+}
+
+bool LivingModem::may_register() const {
+  return state.sim_inserted && !state.pin_needed && state.functionality == 1 && !state.deregistered;
+}
+
+void LivingModem::follow_network() {
+  if (may_register() == (state.registered || state.searching)) return;
+  if (!may_register()) {
+    state.registered = state.searching = false;
+    state.call.reset();
+    for (auto& [cid, context] : state.contexts) context.active = false;
+    return later(Time{1}, [](LivingModem& modem) { modem.report_registration(); });
+  }
+  state.searching = true;
+  later(kSearchTime, [](LivingModem& modem) {
+    if (!modem.state.searching) return;
+    modem.state.searching = false;
+    modem.state.registered = modem.may_register();
+    modem.report_registration();
+  });
 }
 
 void LivingModem::attached(Time now) {
@@ -51,6 +88,10 @@ void LivingModem::attached(Time now) {
   outbox_.clear();
   busy_until_ = now;
   next_report_ = now + options_.report_interval;
+  next_call_ = now + options_.call_interval;
+  next_message_ = now + options_.message_interval;
+  state.searching = false;
+  state.registered = may_register();
 }
 
 void LivingModem::detached(Time now) {
@@ -63,6 +104,7 @@ void LivingModem::detached(Time now) {
   message_taker_ = nullptr;
   state.call.reset();
   state.data_call = false;
+  state.ussd_level = 0;
 }
 
 void LivingModem::receive(std::string_view bytes, Time now) {
@@ -138,6 +180,8 @@ std::string LivingModem::result_text(Result result) const {
       return word("OK", "0");
     case Kind::kConnect:
       return word("CONNECT 7200000", "1");
+    case Kind::kNoCarrier:
+      return word("NO CARRIER", "3");
     case Kind::kPrompt:
       return std::string(kPrompt);
     case Kind::kCmsError:
@@ -176,6 +220,10 @@ void LivingModem::later(Time delay, std::function<void(LivingModem&)> action) {
   timers_.emplace(std::max(now_, busy_until_) + delay, std::move(action));
 }
 
+void LivingModem::deliver_later(std::string pdu) {
+  deliveries_.emplace(std::max(now_, busy_until_) + kDeliveryTime, std::move(pdu));
+}
+
 void LivingModem::ask_for_message(std::function<Result(LivingModem&, const std::string&)> taker) {
   message_taker_ = std::move(taker);
 }
@@ -192,9 +240,26 @@ void LivingModem::advance(Time now) {
     timers_.erase(timers_.begin());
     action(*this);
   }
+  while (!deliveries_.empty() && deliveries_.begin()->first <= now) {
+    const std::string pdu = std::move(deliveries_.begin()->second);
+    deliveries_.erase(deliveries_.begin());
+    let_message_in(*this, pdu);
+  }
+  if (attached_) let_come_in();
   if (!attached_ || options_.report_interval == Time{0} || now < next_report_) return;
   report_by_itself();
   next_report_ = now + options_.report_interval;
+}
+
+void LivingModem::let_come_in() {
+  if (options_.call_interval > Time{0} && now_ >= next_call_) {
+    next_call_ = now_ + options_.call_interval;
+    let_call_in(*this);
+  }
+  if (options_.message_interval > Time{0} && now_ >= next_message_) {
+    next_message_ = now_ + options_.message_interval;
+    let_message_in(*this, deliver_pdu(kOtherNumber, clock_text(*this), kMessageText));
+  }
 }
 
 // Signal, traffic and registration take turns, as the host sees them from a modem that is at rest.
@@ -213,14 +278,21 @@ void LivingModem::report_by_itself() {
       if (state.signal_reports != 0) report(flow_line(state));
       break;
     default:
-      if (state.srvst_reports != 0) report(state.registered ? "^SRVST:2" : "^SRVST:0");
-      if (state.mode_reports != 0) report(state.registered ? "^MODE:5,4" : "^MODE:0,0");
-      if (state.creg_reports != 0) report(registration_line("+CREG: ", state, state.creg_reports));
-      if (state.cgreg_reports != 0) {
-        report(registration_line("+CGREG: ", state, state.cgreg_reports));
-      }
+      report_registration();
       break;
   }
+}
+
+// A network that is there without service is 2.
+void LivingModem::report_registration() {
+  if (state.srvst_reports != 0) report(state.registered ? "^SRVST:1" : "^SRVST:2");
+  if (state.mode_reports != 0) report(state.registered ? "^MODE:5,4" : "^MODE:0,0");
+  const auto tell = [this](const char* name, int detail) {
+    if (detail != 0) report(registration_line(name, state, detail));
+  };
+  tell("+CREG: ", state.creg_reports);
+  tell("+CGREG: ", state.cgreg_reports);
+  tell("+CEREG: ", state.cereg_reports);
 }
 
 std::string LivingModem::transmit(Time now) {
@@ -232,7 +304,10 @@ std::optional<Time> LivingModem::next_due() const {
   std::optional<Time> next = outbox_.next_due();
   const auto consider = [&next](Time due) { next = next ? std::min(*next, due) : due; };
   if (!timers_.empty()) consider(timers_.begin()->first);
+  if (!deliveries_.empty()) consider(deliveries_.begin()->first);
   if (attached_ && options_.report_interval > Time{0}) consider(next_report_);
+  if (attached_ && options_.call_interval > Time{0}) consider(next_call_);
+  if (attached_ && options_.message_interval > Time{0}) consider(next_message_);
   return next;
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -40,14 +41,15 @@ constexpr const char* kDescription =
     "A modem on a pseudo terminal, which is linked to where a host looks for its device.";
 
 constexpr const char* kFooter =
-    "Without --replay or --script it is a living modem: it answers the usual commands (AT, E, V, "
-    "I, Z, D, H, "
-    "+CSQ,\n"
-    "+CREG, +CGREG, +COPS, +CPIN, +CIMI, +CGSN, +CMEE, +CMGF, +CMGS, +CMGW, +CMGR, +CMGL, +CMGD, "
-    "+CPMS,\n"
-    "+CUSD, +CLCC, +GCAP, ^SYSINFO, ^HCSQ, ...) and reports signal, traffic and registration by "
-    "itself.\n"
-    "^CURC, ^SRVST, ^MODE, +CREG and +CGREG switch reports.\n"
+    "Without --replay or --script it is a living modem: it answers the usual commands for "
+    "identity, "
+    "SIM,\n"
+    "network, signal, messages, phone book, calls, USSD and packet data, and reports signal, "
+    "traffic "
+    "and\n"
+    "registration by itself. ^CURC, ^SRVST, ^MODE, +CREG, +CGREG, +CEREG, +CNMI and +CLIP switch "
+    "reports.\n"
+    "A message to its own number, +15550100, comes back; *100# and *101# are USSD codes.\n"
     "\n"
     "A session file has a line '> BYTES' for what the host sends, '< BYTES' for one read that it "
     "gets,\n"
@@ -103,6 +105,8 @@ struct Options {
   int delay_ms = 0;
   int reports_ms = 3000;
   int scan_s = 4;
+  int calls_s = 0;
+  int messages_s = 0;
   bool quiet = false;
   bool mute = false;
   bool no_sim = false;
@@ -132,6 +136,10 @@ void declare_replay_options(CLI::App& app, Options& options) {
 void declare_living_options(CLI::App& app, Options& options) {
   add_number(app, kLivingGroup, "--reports", "MS", options.reports_ms, kDayMs,
              "Between its own reports, 0 for none");
+  add_number(app, kLivingGroup, "--calls", "SECONDS", options.calls_s, kDayMs / 1000,
+             "Between calls that come in, 0 for none");
+  add_number(app, kLivingGroup, "--messages", "SECONDS", options.messages_s, kDayMs / 1000,
+             "Between messages that come in, 0 for none");
   add_number(app, kLivingGroup, "--delay", "MS", options.delay_ms, kDayMs,
              "Fault: wait before each answer");
   app.add_flag("--mute", options.mute, "Fault: read commands and answer nothing")
@@ -248,6 +256,9 @@ std::unique_ptr<mdxsim::Modem> make_modem(Options& options) {
   mdxsim::LivingOptions living;
   living.answer_delay = Time{options.delay_ms};
   living.report_interval = Time{options.quiet ? 0 : options.reports_ms};
+  living.call_interval = Time{options.calls_s * Time::rep{1000}};
+  living.message_interval = Time{options.messages_s * Time::rep{1000}};
+  living.clock_start = std::time(nullptr);
   living.scan_time = Time{options.scan_s * Time::rep{1000}};
   living.mute = options.mute;
   living.sim_inserted = !options.no_sim;

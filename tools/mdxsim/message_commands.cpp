@@ -30,7 +30,7 @@ constexpr int kLongestTpdu = 164;
 // invalid.
 std::string pdu_from_body(const LivingModem& modem, std::string body, int length,
                           const std::string& number) {
-  if (modem.state.message_format == 1) return submit_pdu(number, body);
+  if (modem.state.message_format == 1) return submit_pdu(number, read_text(modem.state, body));
   std::erase_if(body, [](char c) { return c == '\r' || c == '\n' || c == ' '; });
   return tpdu_length(body) == length ? body : std::string();
 }
@@ -40,8 +40,9 @@ using MessageUse = Result (*)(LivingModem& modem, const std::string& pdu);
 // +CMGS=22 and +CMGW=22 in PDU mode, +CMGS="+49123" in text mode; then the prompt and the body.
 Result take_message(LivingModem& modem, const AtCommand& command, MessageUse use) {
   if (command.form == Form::kTest) return kOk;
-  const std::string first = parameter(split_parameters(command.value), 0);
   const bool text_mode = modem.state.message_format == 1;
+  const std::string given = parameter(split_parameters(command.value), 0);
+  const std::string first = text_mode ? read_text(modem.state, given) : given;
   const std::optional<int> length = parse_number(first);
   if (text_mode) {
     const std::string digits = first.substr(first.starts_with('+') ? 1 : 0);
@@ -62,15 +63,29 @@ Result take_message(LivingModem& modem, const AtCommand& command, MessageUse use
 constexpr std::string_view kStateNames[] = {"REC UNREAD", "REC READ", "STO UNSENT", "STO SENT"};
 constexpr int kAllMessages = 4;
 
+// What +CSDH=1 adds to a heading: types, first octet, protocol, coding, service centre, length.
+std::string details_of(const LivingModem& modem, const MessageText& shown) {
+  if (modem.state.message_details == 0) return "";
+  return std::string(shown.number.starts_with('+') ? ",145," : ",129,") +
+         std::to_string(shown.type) + ",0," + std::to_string(shown.coding) + "," +
+         shown_number(modem.state, modem.state.service_centre) + "," + std::to_string(shown.length);
+}
+
+// Number, name and time, and what follows the line.
+std::string heading_and_text(const LivingModem& modem, const MessageText& shown) {
+  return quoted(shown_text(modem.state, shown.number)) + "," +
+         (shown.time.empty() ? "" : "," + quoted(shown.time)) + details_of(modem, shown) + "\r\n" +
+         (shown.plain ? shown_text(modem.state, shown.text) : shown.text);
+}
+
 // Header and body of a message behind "+CMGR: " or "+CMGL: <index>,".
-std::string message_lines(const StoredMessage& message, bool text_mode) {
+std::string message_lines(const LivingModem& modem, const StoredMessage& message) {
   const auto state = static_cast<size_t>(message.state);
-  if (!text_mode) {
+  if (modem.state.message_format == 0) {
     return std::to_string(state) + ",," + std::to_string(tpdu_length(message.pdu)) + "\r\n" +
            message.pdu;
   }
-  const MessageText shown = read_pdu(message.pdu);
-  return quoted(kStateNames[state]) + "," + quoted(shown.number) + ",\r\n" + shown.text;
+  return quoted(kStateNames[state]) + "," + heading_and_text(modem, read_pdu(message.pdu));
 }
 
 void mark_read(StoredMessage& message) {
@@ -93,7 +108,12 @@ int listed_state(const std::string& asked, bool text_mode) {
 }  // namespace
 
 Result send_message(LivingModem& modem, const AtCommand& command) {
-  return take_message(modem, command, [](LivingModem& m, const std::string&) {
+  if (!modem.state.registered) return {Kind::kCmsError, 331};
+  return take_message(modem, command, [](LivingModem& m, const std::string& pdu) {
+    // Who writes to its own number gets it back.
+    if (read_pdu(pdu).number == kOwnNumber) {
+      m.deliver_later(delivered_pdu(kOwnNumber, clock_text(m), pdu));
+    }
     m.state.message_reference = (m.state.message_reference + 1) % 256;
     m.say("+CMGS: " + std::to_string(m.state.message_reference));
     return kOk;
@@ -115,7 +135,7 @@ Result read_message(LivingModem& modem, const AtCommand& command) {
   const std::optional<int> index = parse_number(parameter(split_parameters(command.value), 0));
   const auto found = index ? messages.find(*index) : messages.end();
   if (found == messages.end()) return kInvalidMemoryIndex;
-  modem.say("+CMGR: " + message_lines(found->second, modem.state.message_format == 1));
+  modem.say("+CMGR: " + message_lines(modem, found->second));
   mark_read(found->second);
   return kOk;
 }
@@ -133,7 +153,7 @@ Result list_messages(LivingModem& modem, const AtCommand& command) {
   for (auto& [index, message] : modem.state.store.messages()) {
     if (wanted != kAllMessages && static_cast<int>(message.state) != wanted) continue;
     if (!lines.empty()) lines += "\r\n";
-    lines += "+CMGL: " + std::to_string(index) + "," + message_lines(message, text_mode);
+    lines += "+CMGL: " + std::to_string(index) + "," + message_lines(modem, message);
     mark_read(message);
   }
   if (!lines.empty()) modem.say(lines);
@@ -143,8 +163,15 @@ Result list_messages(LivingModem& modem, const AtCommand& command) {
 // +CMGD=<index>[,<flag>]: without a flag that one; 1 the read ones, 2 and the sent, 3 and the
 // unsent, 4 all, whatever the index.
 Result delete_messages(LivingModem& modem, const AtCommand& command) {
-  if (command.form == Form::kTest) return kOk;
   auto& messages = modem.state.store.messages();
+  if (command.form == Form::kTest) {
+    std::string indexes;
+    for (const auto& [index, message] : messages) {
+      indexes += (indexes.empty() ? "" : ",") + std::to_string(index);
+    }
+    modem.say("+CMGD: (" + indexes + "),(0-4)");
+    return kOk;
+  }
   const std::vector<std::string> parameters = split_parameters(command.value);
   const std::optional<int> index = parse_number(parameter(parameters, 0));
   const std::optional<int> flag =
@@ -174,6 +201,81 @@ Result message_memory(LivingModem& modem, const AtCommand& command) {
                            std::to_string(MessageStore::kCapacity);
   const std::string memory = (command.form == Form::kRead ? "\"SM\"," : "") + fill;
   modem.say("+CPMS: " + memory + "," + memory + "," + memory);
+  return kOk;
+}
+
+void let_message_in(LivingModem& modem, const std::string& pdu) {
+  const ModemState& state = modem.state;
+  if (!state.registered || pdu.empty()) return;
+  const bool told = state.news_mode != 0;
+  if (state.news_messages == 2 && told) {
+    const std::string line = state.message_format == 1
+                                 ? heading_and_text(modem, read_pdu(pdu))
+                                 : "," + std::to_string(tpdu_length(pdu)) + "\r\n" + pdu;
+    return modem.report("+CMT: " + line);
+  }
+  const int index = modem.state.store.add({MessageState::kReceivedUnread, pdu});
+  if (index < 0) return modem.report("^SMMEMFULL: \"SM\"");
+  if (state.news_messages != 0 && told) modem.report("+CMTI: \"SM\"," + std::to_string(index));
+}
+
+// +CNMI=<mode>,<messages>,<broadcasts>,<status reports>,<buffer>: those that are left out stay.
+Result message_news(LivingModem& modem, const AtCommand& command) {
+  ModemState& state = modem.state;
+  if (command.form == Form::kTest) {
+    modem.say("+CNMI: (0-2),(0-3),(0-3),(0),(0,1)");
+    return kOk;
+  }
+  if (command.form == Form::kRead) {
+    modem.say("+CNMI: " + std::to_string(state.news_mode) + "," +
+              std::to_string(state.news_messages) + "," + std::to_string(state.news_broadcasts) +
+              ",0,0");
+    return kOk;
+  }
+  const std::vector<std::string> given = split_parameters(command.value);
+  int wanted[] = {state.news_mode, state.news_messages, state.news_broadcasts, 0, 0};
+  constexpr int kHighest[] = {2, 3, 3, 0, 1};
+  if (command.form != Form::kSet || given.size() > std::size(wanted)) return kMessageNotAllowed;
+  for (size_t i = 0; i < given.size(); ++i) {
+    const std::optional<int> number = given[i].empty() ? wanted[i] : parse_number(given[i]);
+    if (!number || *number > kHighest[i]) return kMessageNotAllowed;
+    wanted[i] = *number;
+  }
+  state.news_mode = wanted[0];
+  state.news_messages = wanted[1];
+  state.news_broadcasts = wanted[2];
+  return kOk;
+}
+
+Result message_details(LivingModem& modem, const AtCommand& command) {
+  return number_setting(modem, command, modem.state.message_details, 1);
+}
+
+// +CSMS=0: messages can be received, sent and broadcast.
+Result message_service(LivingModem& modem, const AtCommand& command) {
+  int& service = modem.state.message_service;
+  const Result result =
+      number_setting(modem, command, service, 1, std::to_string(service) + ",1,1,1");
+  if (command.form == Form::kSet && result.kind == Kind::kOk) modem.say("+CSMS: 1,1,1");
+  return result;
+}
+
+// +CSCA="+15550199"[,145]
+Result service_centre(LivingModem& modem, const AtCommand& command) {
+  if (command.form == Form::kTest) return kOk;
+  if (command.form == Form::kRead) {
+    modem.say("+CSCA: " + shown_number(modem.state, modem.state.service_centre));
+    return kOk;
+  }
+  const std::vector<std::string> parameters = split_parameters(command.value);
+  std::string number = read_text(modem.state, parameter(parameters, 0));
+  if (parameter(parameters, 1) == "145" && !number.starts_with('+')) number.insert(0, 1, '+');
+  const bool digits =
+      number.find_first_not_of("0123456789", number.starts_with('+') ? 1 : 0) == number.npos;
+  if (command.form != Form::kSet || number.size() < 2 || number.size() > 21 || !digits) {
+    return kInvalidTextParameter;
+  }
+  modem.state.service_centre = number;
   return kOk;
 }
 

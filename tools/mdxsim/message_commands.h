@@ -15,5 +15,12 @@ Result read_message(LivingModem& modem, const AtCommand& command);
 Result list_messages(LivingModem& modem, const AtCommand& command);
 Result delete_messages(LivingModem& modem, const AtCommand& command);
 Result message_memory(LivingModem& modem, const AtCommand& command);
+Result message_news(LivingModem& modem, const AtCommand& command);
+Result message_details(LivingModem& modem, const AtCommand& command);
+Result message_service(LivingModem& modem, const AtCommand& command);
+Result service_centre(LivingModem& modem, const AtCommand& command);
+
+/// A message comes in: it is stored and told of, or told, as +CNMI says.
+void let_message_in(LivingModem& modem, const std::string& pdu);
 
 }  // namespace mdxsim

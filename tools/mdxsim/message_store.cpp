@@ -19,6 +19,7 @@ using namespace mdxline;
 constexpr size_t kMostCharacters = 160;
 constexpr uint8_t kInternational = 0x91;
 constexpr uint8_t kNational = 0x81;
+constexpr size_t kTimeOctets = 7;
 // What the alphabets share, but for "@" and "$" which only sit elsewhere.
 uint8_t to_gsm(char c) {
   if (c == '@') return 0;
@@ -33,18 +34,6 @@ char from_gsm(uint8_t septet) {
   if (septet == 2) return '$';
   const char c = static_cast<char>(septet);
   return to_gsm(c) == septet ? c : '?';
-}
-
-std::string to_septets(std::string_view text) {
-  std::string septets;
-  for (const char c : text) septets += static_cast<char>(to_gsm(c));
-  return septets;
-}
-
-std::string from_septets(std::string_view septets) {
-  std::string text;
-  for (const char septet : septets) text += from_gsm(static_cast<uint8_t>(septet));
-  return text;
 }
 
 // Reads octets one after the other; past the end all are 0.
@@ -80,7 +69,7 @@ class OctetReader {
 }  // namespace
 
 int MessageStore::add(StoredMessage message) {
-  for (int index = 0; index < kCapacity; ++index) {
+  for (int index = 1; index <= kCapacity; ++index) {
     if (messages_.try_emplace(index, std::move(message)).second) return index;
   }
   return -1;
@@ -93,38 +82,114 @@ int tpdu_length(std::string_view pdu_hex) {
   return octets->size() < centre ? -1 : static_cast<int>(octets->size() - centre);
 }
 
-std::string submit_pdu(std::string_view number, std::string_view text) {
-  text = text.substr(0, kMostCharacters);
+std::string to_septets(std::string_view text) {
+  std::string septets;
+  for (const char c : text) septets += static_cast<char>(to_gsm(c));
+  return septets;
+}
+
+std::string from_septets(std::string_view septets) {
+  std::string text;
+  for (const char septet : septets) text += from_gsm(static_cast<uint8_t>(septet));
+  return text;
+}
+
+namespace {
+
+// Digits, half octets swapped, behind their number and type.
+void put_address(Octets& octets, std::string_view number) {
   const bool international = number.starts_with('+');
   if (international) number.remove_prefix(1);
-  Octets octets{0, 0x01, 0, static_cast<uint8_t>(number.size()),
-                international ? kInternational : kNational};
+  octets.push_back(static_cast<uint8_t>(number.size()));
+  octets.push_back(international ? kInternational : kNational);
   for (size_t i = 0; i < number.size(); i += 2) {
     const int high = i + 1 < number.size() ? number[i + 1] - '0' : 0x0F;
     octets.push_back(static_cast<uint8_t>(high * 16 + (number[i] - '0')));
   }
+}
+
+// yy/MM/dd,hh:mm:ss+zz: pairs of digits, swapped.
+void put_time(Octets& octets, std::string_view clock) {
+  for (size_t i = 0; i + 1 < clock.size(); i += 3) {
+    octets.push_back(static_cast<uint8_t>((clock[i + 1] - '0') * 16 + (clock[i] - '0')));
+  }
+}
+
+std::string time_of(OctetReader& reader) {
+  constexpr std::string_view kSigns = "//,::+";
+  std::string text;
+  for (size_t i = 0; i < kTimeOctets; ++i) {
+    const uint8_t pair = reader.next();
+    text += static_cast<char>('0' + (pair & 0x0FU));
+    text += static_cast<char>('0' + (pair >> 4U));
+    if (i < kSigns.size()) text += kSigns[i];
+  }
+  return text;
+}
+
+std::string deliver(std::string_view number, std::string_view clock, uint8_t header, uint8_t coding,
+                    size_t length, const Octets& user_data) {
+  Octets octets{0, static_cast<uint8_t>(0x04U | header)};
+  put_address(octets, number);
+  octets.insert(octets.end(), {0, coding});
+  put_time(octets, clock);
+  octets.push_back(static_cast<uint8_t>(length));
+  octets.insert(octets.end(), user_data.begin(), user_data.end());
+  return to_hex(octets);
+}
+
+}  // namespace
+
+std::string submit_pdu(std::string_view number, std::string_view text) {
+  text = text.substr(0, kMostCharacters);
+  Octets octets{0, 0x01, 0};
+  put_address(octets, number);
   octets.insert(octets.end(), {0, 0, static_cast<uint8_t>(text.size())});
   const Octets packed = pack_septets(to_septets(text));
   octets.insert(octets.end(), packed.begin(), packed.end());
   return to_hex(octets);
 }
 
+std::string deliver_pdu(std::string_view number, std::string_view clock, std::string_view text) {
+  text = text.substr(0, kMostCharacters);
+  return deliver(number, clock, 0, 0, text.size(), pack_septets(to_septets(text)));
+}
+
+// Where the user data of a submitted one begins: behind its length.
+std::string delivered_pdu(std::string_view number, std::string_view clock,
+                          std::string_view submitted_hex) {
+  OctetReader reader(from_hex(submitted_hex).value_or(Octets{}));
+  reader.skip(reader.next());
+  const uint8_t type = reader.next();
+  reader.skip(1);
+  static_cast<void>(reader.address());
+  reader.skip(1);
+  const uint8_t coding = reader.next();
+  const unsigned validity = (type >> 3U) & 0x03U;
+  reader.skip(validity == 2 ? 1 : validity == 0 ? 0 : kTimeOctets);
+  const size_t length = reader.next();
+  if ((type & 0x03U) != 1 || reader.rest().empty()) return {};
+  return deliver(number, clock, type & 0x40U, coding, length, reader.rest());
+}
+
 MessageText read_pdu(std::string_view pdu_hex) {
   OctetReader reader(from_hex(pdu_hex).value_or(Octets{}));
   reader.skip(reader.next());  // service centre
-  const uint8_t type = reader.next();
-  const bool submitted = (type & 0x03U) == 1;
+  MessageText message;
+  message.type = reader.next();
+  const bool submitted = (message.type & 0x03U) == 1;
   if (submitted) reader.skip(1);  // message reference
-  MessageText message{reader.address(), {}};
+  message.number = reader.address();
   reader.skip(1);  // protocol
-  const uint8_t coding = reader.next();
-  const unsigned validity = (type >> 3U) & 0x03U;
-  if (!submitted || validity == 1 || validity == 3) reader.skip(7);
+  message.coding = reader.next();
+  const unsigned validity = (message.type >> 3U) & 0x03U;
+  if (!submitted) message.time = time_of(reader);
+  if (submitted && (validity == 1 || validity == 3)) reader.skip(kTimeOctets);
   if (submitted && validity == 2) reader.skip(1);
-  const size_t length = reader.next();
-  const bool plain_text = coding == 0 && (type & 0x40U) == 0;
-  message.text =
-      plain_text ? from_septets(unpack_septets(reader.rest(), length)) : to_hex(reader.rest());
+  message.length = reader.next();
+  message.plain = message.coding == 0 && (message.type & 0x40U) == 0;
+  message.text = message.plain ? from_septets(unpack_septets(reader.rest(), message.length))
+                               : to_hex(reader.rest());
   return message;
 }
 

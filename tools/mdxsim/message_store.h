@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -36,15 +37,30 @@ class MessageStore {
 /// hexadecimal, or is shorter than the service centre's length says.
 int tpdu_length(std::string_view pdu_hex);
 
+/// ASCII as characters of the 7-bit alphabet, one a byte, and back; what one of them lacks is "?".
+std::string to_septets(std::string_view text);
+std::string from_septets(std::string_view septets);
+
 /// A PDU that submits ASCII text in the 7-bit alphabet to `number` (digits, may begin with "+").
 /// Text beyond 160 characters is cut; a character that is not the same in both alphabets becomes
 /// "?".
 std::string submit_pdu(std::string_view number, std::string_view text);
 
+/// A PDU that delivers what another one submits, or text in the 7-bit alphabet, from `number`.
+/// `clock` is as +CCLK shows it. Empty when the submitted one is damaged.
+std::string deliver_pdu(std::string_view number, std::string_view clock, std::string_view text);
+std::string delivered_pdu(std::string_view number, std::string_view clock,
+                          std::string_view submitted_hex);
+
 /// What text mode shows of a PDU.
 struct MessageText {
   std::string number;
-  std::string text;  ///< user data in hexadecimal unless it is in the 7-bit alphabet
+  std::string text;    ///< user data in hexadecimal unless `plain`
+  bool plain = false;  ///< it is in the 7-bit alphabet
+  std::string time;    ///< of a delivered one: yy/MM/dd,hh:mm:ss+zz
+  uint8_t type = 0;    ///< its first octet
+  uint8_t coding = 0;
+  size_t length = 0;  ///< of the user data, in septets or octets
 };
 
 /// Reads a submitted or delivered PDU; empty fields where it is damaged.

@@ -4,77 +4,28 @@
 #include "tools/mdxsim/modem_commands.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <iterator>
 #include <optional>
 #include <vector>
 
+#include "tools/line/octets.h"
+#include "tools/mdxsim/call_commands.h"
 #include "tools/mdxsim/message_commands.h"
+#include "tools/mdxsim/network_commands.h"
+#include "tools/mdxsim/phone_book_commands.h"
 
 namespace mdxsim {
 namespace {
 
 using Form = AtCommand::Form;
 
-constexpr Time kUssdTime{800};
-constexpr Time kAlertingAfter{300};
-constexpr Time kConnectedAfter{1000};
 constexpr std::string_view kImei = "490154203237518";
 constexpr std::string_view kImsi = "001010123456789";
-
-struct Operator {
-  std::string_view long_name;
-  std::string_view short_name;
-  std::string_view numeric;
-};
-constexpr Operator kHomeOperator{"Example Mobile", "Example", "00101"};
-constexpr Operator kOtherOperator{"Other Mobile", "Other", "00102"};
-
-template <typename... Numbers>
-std::string formatted(const char* format, Numbers... numbers) {
-  std::array<char, 160> text{};
-  std::snprintf(text.data(), text.size(), format, numbers...);
-  return text.data();
-}
-
-// A command that is one number: "=n", "?", "=?". `read` is what stands behind the name when read.
-Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest,
-                      const std::string& read) {
-  switch (command.form) {
-    case Form::kRead:
-      modem.say(command.name + ": " + read);
-      return kOk;
-    case Form::kTest:
-      modem.say(command.name + ": (0-" + std::to_string(highest) + ")");
-      return kOk;
-    case Form::kSet:
-      break;
-    case Form::kExecute:
-      return kError;
-  }
-  const std::optional<int> number = parse_number(parameter(split_parameters(command.value), 0));
-  if (!number || *number > highest) return kIncorrectParameters;
-  value = *number;
-  return kOk;
-}
-
-Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest) {
-  return number_setting(modem, command, value, highest, std::to_string(value));
-}
 
 // "Yes" or "no" by a basic command's digit; none means 0.
 Result flag_setting(const AtCommand& command, bool& flag) {
   if (command.value != "" && command.value != "0" && command.value != "1") return kError;
   flag = command.value == "1";
-  return kOk;
-}
-
-// A text that is asked for by the plain command and has nothing to test.
-Result say_text(LivingModem& modem, const AtCommand& command, std::string_view text) {
-  if (command.form == Form::kTest) return kOk;
-  if (command.form != Form::kExecute) return kNotAllowed;
-  modem.say(text);
   return kOk;
 }
 
@@ -92,17 +43,7 @@ Result verbose(LivingModem& modem, const AtCommand& command) {
 Result accept(LivingModem&, const AtCommand&) { return kOk; }
 
 Result reset(LivingModem& modem, const AtCommand&) {
-  const ModemState fresh;
-  modem.state.echo = fresh.echo;
-  modem.state.verbose = fresh.verbose;
-  modem.state.cmee = fresh.cmee;
-  modem.state.message_format = fresh.message_format;
-  modem.state.creg_reports = fresh.creg_reports;
-  modem.state.cgreg_reports = fresh.cgreg_reports;
-  modem.state.srvst_reports = fresh.srvst_reports;
-  modem.state.mode_reports = fresh.mode_reports;
-  modem.state.signal_reports = fresh.signal_reports;
-  modem.state.operator_format = fresh.operator_format;
+  static_cast<ModemSettings&>(modem.state) = ModemSettings{};
   modem.state.call.reset();
   modem.state.data_call = false;
   return kOk;
@@ -111,51 +52,6 @@ Result reset(LivingModem& modem, const AtCommand&) {
 Result identify(LivingModem& modem, const AtCommand&) {
   modem.say("Manufacturer: mdxgate\r\nModel: mdxsim\r\nRevision: 1\r\nIMEI: " + std::string(kImei) +
             "\r\n+GCAP: +CGSM,+DS,+ES");
-  return kOk;
-}
-
-// Who hung up or was called in the meantime must not be connected: `serial` tells.
-void progress(LivingModem& modem, int serial, Call::State state) {
-  std::optional<Call>& call = modem.state.call;
-  if (!call || call->serial != serial) return;
-  call->state = state;
-  if (state == Call::State::kAlerting) return modem.report("^CONF:1");
-  call->connected = modem.now();
-  modem.report("^CONN:1,0");
-}
-
-// ATD+49123; is a voice call; ATD*99# opens the packet data connection. The terminal goes on taking
-// commands behind CONNECT: the data take another way, as in a device with a network interface.
-Result dial(LivingModem& modem, const AtCommand& command) {
-  const std::string& number = command.value;
-  if (number.starts_with("*99") && number.ends_with("#")) {
-    modem.state.data_call = true;
-    return {Result::Kind::kConnect};
-  }
-  if (number.empty() ||
-      number.find_first_not_of("0123456789*#+ABCDTPabcdtp,") != std::string::npos) {
-    return kError;
-  }
-  if (modem.state.call) return kNotAllowed;
-  const int serial = ++modem.state.last_call;
-  modem.state.call = Call{serial, Call::State::kDialing, number, Time{0}};
-  modem.later(Time{1}, [](LivingModem& m) { m.report("^ORIG:1,0"); });
-  modem.later(kAlertingAfter,
-              [serial](LivingModem& m) { progress(m, serial, Call::State::kAlerting); });
-  modem.later(kConnectedAfter,
-              [serial](LivingModem& m) { progress(m, serial, Call::State::kActive); });
-  return kOk;
-}
-
-Result hang_up(LivingModem& modem, const AtCommand&) {
-  modem.state.data_call = false;
-  if (!modem.state.call) return kOk;
-  const Call call = *modem.state.call;
-  modem.state.call.reset();
-  const bool was_connected = call.state == Call::State::kActive;
-  const auto seconds = was_connected ? (modem.now() - call.connected).count() / 1000 : Time::rep{0};
-  const std::string line = "^CEND:1," + std::to_string(seconds) + ",104,16";
-  modem.later(Time{1}, [line](LivingModem& m) { m.report(line); });
   return kOk;
 }
 
@@ -188,17 +84,6 @@ Result other_reports(LivingModem& modem, const AtCommand& command) {
   return number_setting(modem, command, modem.state.signal_reports, 1);
 }
 
-Result registration(LivingModem& modem, const AtCommand& command, int& reports) {
-  const std::string status = registration_line("", modem.state, reports);
-  return number_setting(modem, command, reports, 2, std::to_string(reports) + "," + status);
-}
-Result circuit_registration(LivingModem& modem, const AtCommand& command) {
-  return registration(modem, command, modem.state.creg_reports);
-}
-Result packet_registration(LivingModem& modem, const AtCommand& command) {
-  return registration(modem, command, modem.state.cgreg_reports);
-}
-
 // SIM and network.
 
 Result pin(LivingModem& modem, const AtCommand& command) {
@@ -214,113 +99,53 @@ Result pin(LivingModem& modem, const AtCommand& command) {
     return kIncorrectPassword;
   }
   state.pin_needed = false;
+  modem.follow_network();
   return kOk;
 }
 
-Result signal_quality(LivingModem& modem, const AtCommand& command) {
+// +CSCS="UCS2"
+Result character_set(LivingModem& modem, const AtCommand& command) {
+  constexpr struct {
+    std::string_view name;
+    CharacterSet set;
+  } kSets[] = {
+      {"IRA", CharacterSet::kIra}, {"GSM", CharacterSet::kGsm}, {"UCS2", CharacterSet::kUcs2}};
   if (command.form == Form::kTest) {
-    modem.say("+CSQ: (0-31,99),(0-7,99)");
+    modem.say("+CSCS: (\"IRA\",\"GSM\",\"UCS2\")");
     return kOk;
   }
-  return say_text(modem, command, "+CSQ: " + std::to_string(modem.state.rssi) + ",99");
-}
-
-Result signal_details(LivingModem& modem, const AtCommand& command) {
-  if (command.form != Form::kRead) return kNotSupported;
-  modem.say(hcsq_line(modem.state));
-  return kOk;
-}
-
-Result system_information(LivingModem& modem, const AtCommand& command) {
-  const ModemState& state = modem.state;
-  const int sim = state.sim_inserted ? 1 : 255;
-  return say_text(
-      modem, command,
-      (state.registered ? "^SYSINFO:2,3,0,5," : "^SYSINFO:0,0,0,0,") + std::to_string(sim) + ",,4");
-}
-
-std::string_view operator_name(const Operator& network, int format) {
-  if (format == 0) return network.long_name;
-  return format == 1 ? network.short_name : network.numeric;
-}
-
-std::string scan_entry(int status, const Operator& network) {
-  return "(" + std::to_string(status) + "," + quoted(network.long_name) + "," +
-         quoted(network.short_name) + "," + quoted(network.numeric) + ",2)";
-}
-
-// +COPS=<mode>[,<format>[,<operator>]]: 0 automatic, 1 that operator, 2 none, 3 sets the format
-// only, 4 that operator or else any.
-Result select_operator(LivingModem& modem, const std::string& value) {
-  ModemState& state = modem.state;
-  const std::vector<std::string> parameters = split_parameters(value);
-  const std::optional<int> mode = parse_number(parameter(parameters, 0));
-  const std::string format_text = parameter(parameters, 1);
-  const std::optional<int> format =
-      format_text.empty() ? std::optional<int>(state.operator_format) : parse_number(format_text);
-  if (!mode || *mode > 4 || !format || *format > 2) return kIncorrectParameters;
-  const std::string name = parameter(parameters, 2);
-  if (*mode == 1 && name != operator_name(kHomeOperator, *format)) return kNoNetworkService;
-  if (*mode == 3) {
-    state.operator_format = *format;
-  } else {
-    state.registered = *mode != 2;
-  }
-  return kOk;
-}
-
-Result operator_selection(LivingModem& modem, const AtCommand& command) {
-  const ModemState& state = modem.state;
-  switch (command.form) {
-    case Form::kRead:
-      modem.say(state.registered
-                    ? "+COPS: 0," + std::to_string(state.operator_format) + "," +
-                          quoted(operator_name(kHomeOperator, state.operator_format)) + ",2"
-                    : "+COPS: 2");
+  const std::string wanted = parameter(split_parameters(command.value), 0);
+  for (const auto& known : kSets) {
+    if (command.form == Form::kRead && known.set == modem.state.character_set) {
+      modem.say("+CSCS: " + quoted(known.name));
       return kOk;
-    case Form::kTest:
-      modem.take_time(modem.options().scan_time);
-      modem.say("+COPS: " + scan_entry(2, kHomeOperator) + "," + scan_entry(3, kOtherOperator) +
-                ",,(0-4),(0-2)");
+    }
+    if (command.form == Form::kSet && known.name == wanted) {
+      modem.state.character_set = known.set;
       return kOk;
-    case Form::kSet:
-      return select_operator(modem, command.value);
-    case Form::kExecute:
-      break;
+    }
   }
-  return kError;
+  return kIncorrectParameters;
 }
 
-// +CUSD=1,"*100#"[,15]: the network's word comes after the OK.
-Result ussd(LivingModem& modem, const AtCommand& command) {
+Result battery(LivingModem& modem, const AtCommand& command) {
   if (command.form == Form::kTest) {
-    modem.say("+CUSD: (0-2)");
+    modem.say("+CBC: (0-2),(0-100)");
     return kOk;
   }
-  if (command.form == Form::kRead) {
-    modem.say("+CUSD: 1");
-    return kOk;
-  }
-  const std::vector<std::string> parameters = split_parameters(command.value);
-  const std::optional<int> mode = parse_number(parameter(parameters, 0));
-  if (!mode || *mode > 2) return kIncorrectParameters;
-  const std::string code = parameter(parameters, 1);
-  if (*mode != 1 || code.empty()) return kOk;
-  if (code.find_first_not_of("0123456789*#") != std::string::npos) return kIncorrectParameters;
-  if (!modem.state.registered) return kNoNetworkService;
-  const std::string answer =
-      code == "*100#" ? "+CUSD: 0,\"Your balance is 12.50 EUR.\",15" : "+CUSD: 4";
-  modem.later(kUssdTime, [answer](LivingModem& m) { m.report(answer); });
-  return kOk;
+  return say_text(modem, command, "+CBC: 0,87");
 }
 
-Result current_calls(LivingModem& modem, const AtCommand& command) {
-  if (command.form == Form::kTest || !modem.state.call) return kOk;
-  const Call& call = *modem.state.call;
-  const bool international = call.number.starts_with('+');
+Result activity(LivingModem& modem, const AtCommand& command) {
+  if (command.form == Form::kTest) {
+    modem.say("+CPAS: (0,3,4)");
+    return kOk;
+  }
+  const bool ringing = modem.state.call && modem.state.call->state == Call::State::kIncoming;
   return say_text(modem, command,
-                  "+CLCC: 1,0," + std::to_string(static_cast<int>(call.state)) + ",0,0," +
-                      quoted(call.number) + (international ? ",145" : ",129"));
+                  ringing            ? "+CPAS: 3"
+                  : modem.state.call ? "+CPAS: 4"
+                                     : "+CPAS: 0");
 }
 
 constexpr auto kNothing = CommandRow::Needs::kNothing;
@@ -329,49 +154,76 @@ constexpr auto kSimForMessages = CommandRow::Needs::kSimForMessages;
 
 // clang-format off
 constexpr CommandRow kCommands[] = {
-    {"&C",       kNothing,        accept              },
-    {"&D",       kNothing,        accept              },
-    {"&F",       kNothing,        reset               },
-    {"&K",       kNothing,        accept              },
-    {"D",        kSim,            dial                },
-    {"E",        kNothing,        echo                },
-    {"H",        kNothing,        hang_up             },
-    {"I",        kNothing,        identify            },
-    {"S",        kNothing,        accept              },
-    {"V",        kNothing,        verbose             },
-    {"X",        kNothing,        accept              },
-    {"Z",        kNothing,        reset               },
-    {"+CGMI",    kNothing,        manufacturer        },
-    {"+CGMM",    kNothing,        model               },
-    {"+CGMR",    kNothing,        revision            },
-    {"+CGREG",   kNothing,        packet_registration },
-    {"+CGSN",    kNothing,        serial_number       },
-    {"+CHUP",    kNothing,        hang_up             },
-    {"+CIMI",    kSim,            subscriber          },
-    {"+CLCC",    kNothing,        current_calls       },
-    {"+CMEE",    kNothing,        error_numbers       },
-    {"+CMGD",    kSimForMessages, delete_messages     },
-    {"+CMGF",    kNothing,        message_format      },
-    {"+CMGL",    kSimForMessages, list_messages       },
-    {"+CMGR",    kSimForMessages, read_message        },
-    {"+CMGS",    kSimForMessages, send_message        },
-    {"+CMGW",    kSimForMessages, write_message       },
-    {"+COPS",    kNothing,        operator_selection  },
-    {"+CPIN",    kNothing,        pin                 },
-    {"+CPMS",    kSimForMessages, message_memory      },
-    {"+CREG",    kNothing,        circuit_registration},
-    {"+CSQ",     kNothing,        signal_quality      },
-    {"+CUSD",    kSim,            ussd                },
-    {"+GCAP",    kNothing,        capabilities        },
-    {"+GMI",     kNothing,        manufacturer        },
-    {"+GMM",     kNothing,        model               },
-    {"+GMR",     kNothing,        revision            },
-    {"+GSN",     kNothing,        serial_number       },
-    {"^CURC",    kNothing,        other_reports       },
-    {"^HCSQ",    kNothing,        signal_details      },
-    {"^MODE",    kNothing,        mode_reports        },
-    {"^SRVST",   kNothing,        service_reports     },
-    {"^SYSINFO", kNothing,        system_information  },
+    {"&C",       kNothing,        accept                  },
+    {"&D",       kNothing,        accept                  },
+    {"&F",       kNothing,        reset                   },
+    {"&K",       kNothing,        accept                  },
+    {"&W",       kNothing,        accept                  },
+    {"A",        kSim,            answer_call             },
+    {"D",        kSim,            dial                    },
+    {"E",        kNothing,        echo                    },
+    {"H",        kNothing,        hang_up                 },
+    {"I",        kNothing,        identify                },
+    {"L",        kNothing,        accept                  },
+    {"M",        kNothing,        accept                  },
+    {"Q",        kNothing,        accept                  },
+    {"S",        kNothing,        accept                  },
+    {"V",        kNothing,        verbose                 },
+    {"X",        kNothing,        accept                  },
+    {"Z",        kNothing,        reset                   },
+    {"+CBC",     kNothing,        battery                 },
+    {"+CCLK",    kNothing,        clock_setting           },
+    {"+CEREG",   kNothing,        evolved_registration    },
+    {"+CESQ",    kNothing,        signal_quality_extended },
+    {"+CFUN",    kNothing,        functionality           },
+    {"+CGACT",   kSim,            activate_context        },
+    {"+CGATT",   kSim,            packet_attachment       },
+    {"+CGDCONT", kNothing,        define_context          },
+    {"+CGMI",    kNothing,        manufacturer            },
+    {"+CGMM",    kNothing,        model                   },
+    {"+CGMR",    kNothing,        revision                },
+    {"+CGPADDR", kNothing,        context_address         },
+    {"+CGREG",   kNothing,        packet_registration     },
+    {"+CGSN",    kNothing,        serial_number           },
+    {"+CHUP",    kNothing,        hang_up                 },
+    {"+CIMI",    kSim,            subscriber              },
+    {"+CLCC",    kNothing,        current_calls           },
+    {"+CLIP",    kNothing,        caller_identity         },
+    {"+CMEE",    kNothing,        error_numbers           },
+    {"+CMGD",    kSimForMessages, delete_messages         },
+    {"+CMGF",    kNothing,        message_format          },
+    {"+CMGL",    kSimForMessages, list_messages           },
+    {"+CMGR",    kSimForMessages, read_message            },
+    {"+CMGS",    kSimForMessages, send_message            },
+    {"+CMGW",    kSimForMessages, write_message           },
+    {"+CNMI",    kNothing,        message_news            },
+    {"+CNUM",    kSim,            own_number              },
+    {"+COPS",    kNothing,        operator_selection      },
+    {"+CPAS",    kNothing,        activity                },
+    {"+CPBF",    kSim,            find_in_phone_book      },
+    {"+CPBR",    kSim,            read_phone_book         },
+    {"+CPBS",    kSim,            phone_book_storage      },
+    {"+CPBW",    kSim,            write_phone_book        },
+    {"+CPIN",    kNothing,        pin                     },
+    {"+CPMS",    kSimForMessages, message_memory          },
+    {"+CRC",     kNothing,        extended_ring           },
+    {"+CREG",    kNothing,        circuit_registration    },
+    {"+CSCA",    kSimForMessages, service_centre          },
+    {"+CSCS",    kNothing,        character_set           },
+    {"+CSDH",    kNothing,        message_details         },
+    {"+CSMS",    kNothing,        message_service         },
+    {"+CSQ",     kNothing,        signal_quality          },
+    {"+CUSD",    kSim,            ussd                    },
+    {"+GCAP",    kNothing,        capabilities            },
+    {"+GMI",     kNothing,        manufacturer            },
+    {"+GMM",     kNothing,        model                   },
+    {"+GMR",     kNothing,        revision                },
+    {"+GSN",     kNothing,        serial_number           },
+    {"^CURC",    kNothing,        other_reports           },
+    {"^HCSQ",    kNothing,        signal_details          },
+    {"^MODE",    kNothing,        mode_reports            },
+    {"^SRVST",   kNothing,        service_reports         },
+    {"^SYSINFO", kNothing,        system_information      },
 };
 
 constexpr struct { int number; std::string_view text; } kCmeErrorTexts[] = {
@@ -380,12 +232,77 @@ constexpr struct { int number; std::string_view text; } kCmeErrorTexts[] = {
     {10, "SIM not inserted"       },
     {11, "SIM PIN required"       },
     {16, "incorrect password"     },
+    {21, "invalid index"          },
+    {22, "not found"              },
     {30, "no network service"     },
     {50, "incorrect parameters"   },
 };
 // clang-format on
 
 }  // namespace
+
+Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest,
+                      const std::string& read) {
+  switch (command.form) {
+    case Form::kRead:
+      modem.say(command.name + ": " + read);
+      return kOk;
+    case Form::kTest:
+      modem.say(command.name + ": (0-" + std::to_string(highest) + ")");
+      return kOk;
+    case Form::kSet:
+      break;
+    case Form::kExecute:
+      return kError;
+  }
+  const std::optional<int> number = parse_number(parameter(split_parameters(command.value), 0));
+  if (!number || *number > highest) return kIncorrectParameters;
+  value = *number;
+  return kOk;
+}
+
+Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest) {
+  return number_setting(modem, command, value, highest, std::to_string(value));
+}
+
+Result say_text(LivingModem& modem, const AtCommand& command, std::string_view text) {
+  if (command.form == Form::kTest) return kOk;
+  if (command.form != Form::kExecute) return kNotAllowed;
+  modem.say(text);
+  return kOk;
+}
+
+std::string shown_text(const ModemState& state, std::string_view text) {
+  if (state.character_set == CharacterSet::kIra) return std::string(text);
+  if (state.character_set == CharacterSet::kGsm) return to_septets(text);
+  Octets units;
+  for (const char c : text) {
+    units.push_back(0);
+    units.push_back(static_cast<uint8_t>(c));
+  }
+  return to_hex(units);
+}
+
+std::string read_text(const ModemState& state, std::string_view shown) {
+  if (state.character_set == CharacterSet::kIra) return std::string(shown);
+  if (state.character_set == CharacterSet::kGsm) return from_septets(shown);
+  const std::optional<Octets> units = from_hex(shown);
+  if (!units || units->size() % 2 != 0) return std::string(shown);
+  std::string text;
+  for (size_t i = 0; i < units->size(); i += 2) {
+    const uint8_t low = (*units)[i + 1];
+    text += (*units)[i] == 0 && low < 0x80 ? static_cast<char>(low) : '?';
+  }
+  return text;
+}
+
+std::string dialled_number(std::string_view number) {
+  return quoted(number) + (number.starts_with('+') ? ",145" : ",129");
+}
+
+std::string shown_number(const ModemState& state, std::string_view number) {
+  return quoted(shown_text(state, number)) + (number.starts_with('+') ? ",145" : ",129");
+}
 
 std::span<const CommandRow> command_rows() { return kCommands; }
 
@@ -399,27 +316,6 @@ std::string_view cme_error_text(int number) {
   const auto* row = std::find_if(std::begin(kCmeErrorTexts), std::end(kCmeErrorTexts),
                                  [number](const auto& r) { return r.number == number; });
   return row == std::end(kCmeErrorTexts) ? "unknown" : row->text;
-}
-
-std::string hcsq_line(const ModemState& state) {
-  if (!state.registered) return "^HCSQ:\"NOSERVICE\"";
-  return formatted("^HCSQ:\"WCDMA\",%d,%d,%d", state.rssi * 2 + 8, state.rssi * 2, 52);
-}
-
-std::string registration_line(std::string_view name, const ModemState& state, int detail) {
-  std::string line(name);
-  line += state.registered ? "1" : "0";
-  if (detail == 2 && state.registered) line += ",\"007C\",\"00B19502\"";
-  return line;
-}
-
-std::string flow_line(const ModemState& state) {
-  const unsigned seconds = state.data_seconds;
-  const unsigned sent = state.sent_bytes;
-  const unsigned received = state.received_bytes;
-  return formatted("^DSFLOWRPT:%08X,%08X,%08X,%016X,%016X,0000BB80,0001F400", seconds,
-                   seconds == 0 ? 0 : sent / seconds, seconds == 0 ? 0 : received / seconds, sent,
-                   received);
 }
 
 }  // namespace mdxsim

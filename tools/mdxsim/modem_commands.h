@@ -11,6 +11,10 @@
 
 namespace mdxsim {
 
+/// The number of the card in the modem, and one that calls and writes by itself.
+constexpr std::string_view kOwnNumber = "+15550100";
+constexpr std::string_view kOtherNumber = "+15550111";
+
 /// Carries out one command: its information texts go to `modem.say`, its outcome is returned.
 using CommandHandler = Result (*)(LivingModem& modem, const AtCommand& command);
 
@@ -21,6 +25,8 @@ constexpr Result kNotAllowed         {Result::Kind::kCmeError,  3 };
 constexpr Result kNotSupported       {Result::Kind::kCmeError,  4 };
 constexpr Result kSimNotInserted     {Result::Kind::kCmeError,  10};
 constexpr Result kPinRequired        {Result::Kind::kCmeError,  11};
+constexpr Result kNotFound           {Result::Kind::kCmeError,  22};
+constexpr Result kInvalidIndex       {Result::Kind::kCmeError,  21};
 constexpr Result kIncorrectPassword  {Result::Kind::kCmeError,  16};
 constexpr Result kNoNetworkService   {Result::Kind::kCmeError,  30};
 constexpr Result kIncorrectParameters{Result::Kind::kCmeError,  50};
@@ -37,6 +43,26 @@ std::span<const CommandRow> command_rows();
 
 /// The row of a command by its name in capitals; null when the modem does not know it.
 const CommandRow* find_command(std::string_view name);
+
+/// A command that is one number: "=n", "?", "=?". `read` is what stands behind the name when read.
+Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest,
+                      const std::string& read);
+Result number_setting(LivingModem& modem, const AtCommand& command, int& value, int highest);
+
+/// A text that is asked for by the plain command and has nothing to test.
+Result say_text(LivingModem& modem, const AtCommand& command, std::string_view text);
+
+/// ASCII in the character set of the line, and back; what is no text of that set becomes "?".
+std::string shown_text(const ModemState& state, std::string_view text);
+std::string read_text(const ModemState& state, std::string_view shown);
+
+/// A number with 145 behind it when it is international, else 129. In messages it is in the
+/// character set of the line, elsewhere as it is.
+std::string dialled_number(std::string_view number);
+std::string shown_number(const ModemState& state, std::string_view number);
+
+/// The modem's clock, as +CCLK shows it: 24/01/31,12:34:56+04.
+std::string clock_text(const LivingModem& modem);
 
 /// The lines that both a command and a report show, without line ends.
 std::string hcsq_line(const ModemState& state);
