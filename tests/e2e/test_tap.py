@@ -110,7 +110,8 @@ class Tap(DeviceTest):
         self.start_server()
         self.at('AT+CPIN="2718"')
         self.assertIn("001010123456789", self.at("AT+CIMI")["text"])
-        self.assertIn("+CMGS:", self.ctl("sms", "send", "+4915112345678", "Hello Miller")[1])
+        wait_until(lambda: self.ctl("sms", "send", "+4915112345678", "Hello Miller")[0] == 0, 20,
+                   "the modem is registered and sends")
         self.stop(modem)
         wait_until(lambda: not CHANNEL.is_symlink(), 10, "the host's end goes with the modem")
         self.start("mdxsim", "--quiet", "--link", str(MODEM))
