@@ -4,6 +4,7 @@
 import os
 import pathlib
 import unittest
+import xml.etree.ElementTree
 
 from device import CHANNEL, NO_ANSWER, OK, PATIENCE_S, REFUSED_BY_MODEM, DeviceTest, wait_until
 
@@ -15,6 +16,22 @@ class Scripts(DeviceTest):
     def start_script(self, name):
         self.start_modem("--script", str(EXAMPLES / f"{name}.script"), "--log")
         self.start_server()
+
+    def test_junit(self):
+        """One test for each expectation; what did not come has failed, in words that XML can hold."""
+        script = pathlib.Path("/tmp/a.script")
+        script.write_text('on AT+A="<&" -> OK\nexpect AT+A="<&"\nexpect 2 AT+B\nend after 1s\n')
+        self.start_modem("--script", str(script), "--junit", "/tmp/junit.xml")
+        host = os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY)
+        self.addCleanup(os.close, host)
+        os.write(host, b'AT+A="<&"\r')
+        self.assertEqual(self.modem.wait(30), 1)
+        suite = xml.etree.ElementTree.parse("/tmp/junit.xml").getroot()
+        self.assertEqual(suite.attrib["failures"], "2")
+        told = {case.attrib["name"]: [fault.attrib["message"] for fault in case] for case in suite}
+        self.assertEqual(told['expect 1 AT+A="<&"'], [])
+        self.assertIn("AT+B is expected 2 times, it did not come", told["expect 2 AT+B"][0])
+        self.assertEqual(len(told["played to the end"]), 1)
 
     def wait_for_log(self, text):
         wait_until(lambda: text in self.log_of(self.modem), PATIENCE_S, f"the modem says {text}")

@@ -35,7 +35,6 @@ constexpr Time kTogether{20};    // reads that may be one
 constexpr size_t kEvenly = 3;    // reports that make an interval
 constexpr char kCtrlZ = '\x1a';
 constexpr char kEscape = '\x1b';
-constexpr std::string_view kPrompt = "\r\n> ";
 constexpr std::string_view kCallReports[] = {"^ORIG", "^CONF", "^CONN", "^CEND", "+COLP"};
 constexpr std::string_view kCallEnds[] = {"NO CARRIER", "BUSY", "NO ANSWER"};
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -19,6 +20,7 @@
 #include "tools/line/pty.h"
 #include "tools/line/session_file.h"
 #include "tools/mdxsim/cutter.h"
+#include "tools/mdxsim/junit.h"
 #include "tools/mdxsim/living_modem.h"
 #include "tools/mdxsim/script.h"
 #include "tools/mdxsim/scripted_modem.h"
@@ -89,6 +91,7 @@ constexpr const char* kFooter =
     "  mdxsim --cut byte --log\n"
     "  mdxsim --replay sms.txt --timeout 10\n"
     "  mdxsim --script unplugged.script --seed 7\n"
+    "  mdxsim --script modem.script --junit result.xml\n"
     "  mdxsim learn recorded.txt -o modem.script\n"
     "  mdxsim --link /tmp/modem --quiet --delay 2000";
 
@@ -99,6 +102,7 @@ struct Options {
   std::string cut = "whole";
   std::string session_file;
   std::string script_file;
+  std::string junit_file;
   bool no_prelude = false;
   int gap_ms = 50;
   int patience_s = 0;
@@ -160,6 +164,9 @@ void declare_living_options(CLI::App& app, Options& options) {
 void refuse_strays(const CLI::App& app, const Options& options) {
   const bool replay = !options.session_file.empty();
   const bool script = !options.script_file.empty();
+  if (!options.junit_file.empty() && !replay && !script) {
+    throw CLI::ValidationError("--junit", "needs --script or --replay");
+  }
   for (const CLI::Option* option : app.get_options()) {
     if (option->count() == 0) continue;
     const std::string& group = option->get_group();
@@ -189,6 +196,8 @@ void declare_options(CLI::App& app, Options& options) {
   app.add_option("--script", options.script_file, "Do as this script says")
       ->type_name("FILE")
       ->excludes("--replay");
+  app.add_option("--junit", options.junit_file, "Write the result for a CI server, too")
+      ->type_name("FILE");
   declare_replay_options(app, options);
   declare_living_options(app, options);
 }
@@ -285,20 +294,32 @@ int signals_that_end() {
   return signalfd(-1, &set, SFD_CLOEXEC);
 }
 
+void write_junit(const mdxsim::Modem& modem, const std::optional<mdxsim::Ending>& ending,
+                 const std::optional<std::string>& unfinished, double seconds,
+                 const Options& options) {
+  std::optional<std::string> fault = unfinished;
+  if (ending && !ending->as_expected) fault = ending->message;
+  const std::string& name =
+      options.script_file.empty() ? options.session_file : options.script_file;
+  std::ofstream file(options.junit_file);
+  file << mdxsim::junit_report(name, modem.findings(), fault, seconds) << std::flush;
+  if (!file) throw std::runtime_error("cannot write " + options.junit_file);
+}
+
 int serve(mdxsim::Modem& modem, mdxsim::Cutter cutter, const Options& options) {
   const int signal_fd = signals_that_end();
   mdxline::Pty pty(options.link);
   std::cerr << "mdxsim: " << options.link << " is " << pty.node() << '\n';
+  const auto begin = std::chrono::steady_clock::now();
   const auto ending =
       mdxsim::Simulator(modem, pty, std::move(cutter), signal_fd, options.log).run();
-  if (ending) {
-    std::cerr << "mdxsim: " << ending->message << '\n';
-    return ending->as_expected ? kExitOk : kExitNotAsExpected;
-  }
-  const auto unfinished = modem.unfinished();
-  if (!unfinished) return kExitOk;
-  std::cerr << "mdxsim: " << *unfinished << '\n';
-  return kExitNotAsExpected;
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  const auto unfinished = ending ? std::nullopt : modem.unfinished();
+  if (ending) std::cerr << "mdxsim: " << ending->message << '\n';
+  if (unfinished) std::cerr << "mdxsim: " << *unfinished << '\n';
+  const bool as_expected = ending ? ending->as_expected : !unfinished;
+  if (!options.junit_file.empty()) write_junit(modem, ending, unfinished, took.count(), options);
+  return as_expected ? kExitOk : kExitNotAsExpected;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// What stands on the line is told by tools/line.
 namespace mdxline {}
@@ -21,6 +22,12 @@ using Time = std::chrono::milliseconds;
 struct Ending {
   bool as_expected;
   std::string message;
+};
+
+/// What a modem expected of its host, and what was wrong with it.
+struct Finding {
+  std::string what;
+  std::optional<std::string> fault;
 };
 
 /// What sits behind the terminal: bytes from the host in, deliveries to the host out, each at its
@@ -62,6 +69,9 @@ class Modem {
   /// Set once the modem has nothing more to do; if it ends as expected, what it transmitted is
   /// still to be read by the host.
   [[nodiscard]] virtual std::optional<Ending> ending() const = 0;
+
+  /// All that was expected, up to now; nothing where nothing is.
+  [[nodiscard]] virtual std::vector<Finding> findings() const { return {}; }
 
   /// What to say when a signal ends the program: nullopt if that is a good end.
   [[nodiscard]] virtual std::optional<std::string> unfinished() const = 0;

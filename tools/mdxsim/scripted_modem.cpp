@@ -255,6 +255,18 @@ bool ScriptedModem::accepts_input() const {
   return outbox_.size() < kBacklogLimit && living_.accepts_input();
 }
 
+std::vector<Finding> ScriptedModem::findings() const {
+  std::vector<Finding> all;
+  for (const Expectation& expected : script_.expectations) {
+    const bool never = expected.count == 0;
+    const std::string count = never ? "no " : std::to_string(expected.count) + " ";
+    Finding finding{"expect " + count + written_pattern(expected.pattern), std::nullopt};
+    if (never ? expected.came > 0 : !expected.met()) finding.fault = complaint(expected);
+    all.push_back(std::move(finding));
+  }
+  return all;
+}
+
 std::optional<std::string> ScriptedModem::unfinished() const {
   const Expectation* absent = missing();
   return absent == nullptr ? std::nullopt : std::optional(complaint(*absent));

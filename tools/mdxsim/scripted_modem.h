@@ -34,6 +34,7 @@ class ScriptedModem final : public Modem {
   [[nodiscard]] bool accepts_input() const override;
   [[nodiscard]] bool plugged() const override { return !back_at_; }
   [[nodiscard]] std::optional<Ending> ending() const override { return ending_; }
+  [[nodiscard]] std::vector<Finding> findings() const override;
   [[nodiscard]] std::optional<std::string> unfinished() const override;
 
  private:
