@@ -5,6 +5,7 @@
  * all. */
 
 #include "client/mdxclient.h"
+#include "client/mdxsms.h"
 
 #define IS(name, condition) typedef char name[(condition) ? 1 : -1]
 #define AT(type, field, offset) IS(type##_##field, offsetof(type, field) == (offset))
@@ -45,7 +46,21 @@ AT(mdx_field_t, unsigned_number, 16 + 2 * POINTER);
 AT(mdx_field_t, data, 24 + 2 * POINTER);
 AT(mdx_field_t, length, 24 + 3 * POINTER);
 
+AT(mdx_sms_options_t, size, 0);
+AT(mdx_sms_options_t, reference, 4);
+AT(mdx_sms_options_t, flash, 8);
+AT(mdx_sms_options_t, report, 12);
+
+AT(mdx_sms_part_t, size, 0);
+AT(mdx_sms_part_t, alphabet, 4);
+AT(mdx_sms_part_t, parts, 8);
+AT(mdx_sms_part_t, tpdu_length, 12);
+AT(mdx_sms_part_t, head, 16);
+AT(mdx_sms_part_t, pdu, 32);
+
 const mdx_options_t abi_options = MDX_OPTIONS_INIT;
 const mdx_result_t abi_result = MDX_RESULT_INIT;
 const mdx_packet_t abi_packet = MDX_PACKET_INIT;
 const mdx_field_t abi_field = MDX_FIELD_INIT;
+const mdx_sms_options_t abi_sms_options = MDX_SMS_OPTIONS_INIT;
+const mdx_sms_part_t abi_sms_part = MDX_SMS_PART_INIT;

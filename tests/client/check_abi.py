@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The shared library exports what its header declares and nothing else, each name in a version node, and
-every struct of the header that can be filled begins with its size.
+"""The shared library exports what its headers declare and nothing else, each name in a version node, and
+every struct of theirs that can be filled begins with its size.
 
-    check_abi.py NM HEADER LIBRARY SONAME
+    check_abi.py NM LIBRARY SONAME HEADER…
 """
 
 import pathlib
@@ -10,14 +10,14 @@ import re
 import subprocess
 import sys
 
-nm, header, library, soname = sys.argv[1:]
+nm, library, soname, *headers = sys.argv[1:]
 
 
 def run(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-text = pathlib.Path(header).read_text()
+text = "".join(pathlib.Path(header).read_text() for header in headers)
 declared = set(re.findall(r"^MDX_API [^;]*?(\w+)\(", text, re.M))
 symbols = run(nm, "-D", "--defined-only", "--with-symbol-versions", library)
 versions = dict(re.findall(r" [^A] (\w+)(?:@@(\w+))?$", symbols, re.M))

@@ -10,6 +10,12 @@ namespace {
 
 using testing::HasSubstr;
 
+sms_message_t encode(std::string_view number, std::string_view text, uint32_t reference) {
+  mdx_sms_options_t options = MDX_SMS_OPTIONS_INIT;
+  options.reference = reference;
+  return encode_sms(number, text, options);
+}
+
 std::string repeated(std::string_view text, size_t count) {
   std::string all;
   for (size_t i = 0; i < count; ++i) all += text;
@@ -22,6 +28,7 @@ TEST(SmsPdu, CarriesNumberAndText) {
     // Length, type and swapped digits of the number; alphabet; septets, from the lowest bit up.
     {"+447911123456",    "hellohello",   "AT+CMGS=22", "0001000C9144971121436500000AE8329BFD4697D9EC37"},
     {"12345",            "How are you?", "AT+CMGS=21", "00010005812143F500000CC8F71D14969741F977FD07"},
+    {"1-2 3.4/5",        "How are you?", "AT+CMGS=21", "00010005812143F500000CC8F71D14969741F977FD07"},
     {"*100#",            "1234567",      "AT+CMGS=17", "0001000581" "1A00FB" "000007" "31D98C56B3DD00"},
     {"12345678901234567890", "",         "AT+CMGS=17", "0001001481" "21436587092143658709" "000000"},
     // The extension table takes two septets a character.
@@ -33,7 +40,7 @@ TEST(SmsPdu, CarriesNumberAndText) {
   };
   // clang-format on
   for (const auto& c : cases) {
-    const sms_message_t message = encode_sms(c.number, c.text, 7);
+    const sms_message_t message = encode(c.number, c.text, 7);
     ASSERT_EQ(message.parts.size(), 1u) << c.text << message.error;
     EXPECT_EQ(message.parts[0].head, c.head) << c.text;
     EXPECT_EQ(message.parts[0].pdu, c.pdu) << c.text;
@@ -52,7 +59,7 @@ TEST(SmsPdu, CutsLongTexts) {
   };
   // clang-format on
   for (const auto& c : cases) {
-    const sms_message_t message = encode_sms("12", c.text, 7);
+    const sms_message_t message = encode("12", c.text, 7);
     ASSERT_EQ(message.parts.size(), c.user_data_begins.size()) << c.text << message.error;
     for (size_t i = 0; i < message.parts.size(); ++i) {
       EXPECT_EQ(message.parts[i].pdu.substr(2, 2), message.parts.size() > 1 ? "41" : "01");
@@ -66,7 +73,8 @@ TEST(SmsPdu, RefusesWhatCannotBeSent) {
   // clang-format off
   const struct { std::string number; std::string text; const char* reason; } cases[] = {
     {"",                      "a",                      "no digits"  },
-    {"+49 151",               "a",                      "leave out"  },
+    {"+49 (0)151",            "a",                      "leave out '('"},
+    {"49+151",                "a",                      "leave out '+'"},
     {"123456789012345678901", "a",                      "21 digits"  },
     {"1",                     "\xff",                   "UTF-8"      },
     {"1",                     "\xc0\x80",               "UTF-8"      },
@@ -75,11 +83,11 @@ TEST(SmsPdu, RefusesWhatCannotBeSent) {
   };
   // clang-format on
   for (const auto& c : cases) {
-    const sms_message_t message = encode_sms(c.number, c.text, 0);
+    const sms_message_t message = encode(c.number, c.text, 0);
     EXPECT_THAT(message.error, HasSubstr(c.reason)) << c.number;
     EXPECT_TRUE(message.parts.empty()) << c.number;
   }
-  EXPECT_EQ(encode_sms("1", repeated("x", 255 * 153), 0).parts.size(), 255u);
+  EXPECT_EQ(encode("1", repeated("x", 255 * 153), 0).parts.size(), 255u);
 }
 
 }  // namespace

@@ -182,8 +182,9 @@ class Manual(DeviceTest):
         self.assertIn(run("mdxtap", "--masks"), blocks_of(SOURCES / "docs/man/mdxtap.1.scd"))
 
     def test_functions(self):
-        """Each function and error of the installed header is in the page."""
-        header = (ROOT / "usr/include/mdxclient.h").read_text()
+        """Each function and error of the installed headers is in the page."""
+        headers = (ROOT / "usr/include").glob("mdx*.h")
+        header = "".join(path.read_text() for path in headers)
         page = (SOURCES / "docs/man/mdxclient.3.scd").read_text()
         names = re.findall(r"(?m)^MDX_API .*?(mdx_\w+)\(|^  (MDX_ERR_\w+)", header)
         missing = {function or error for function, error in names

@@ -65,7 +65,9 @@ shell_line_t at_line(const std::string& command) {
 shell_line_t sms_line(std::string rest, uint8_t reference) {
   const std::string number = take_word(&rest);
   if (number.empty() || rest.empty()) return mistake("use: sms NUMBER TEXT");
-  const sms_message_t message = encode_sms(number, rest, reference);
+  mdx_sms_options_t options = MDX_SMS_OPTIONS_INIT;
+  options.reference = reference;
+  const sms_message_t message = encode_sms(number, rest, options);
   if (!message.error.empty()) return mistake(message.error);
   shell_line_t line{SHELL_SEND, {}, ""};
   for (const sms_part_t& part : message.parts) {

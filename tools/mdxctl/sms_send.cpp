@@ -99,7 +99,9 @@ void show_parts(const sms_message_t& message, bool json, progress_t* progress) {
 }  // namespace
 
 int run_sms_send(const sms_send_arguments_t& arguments) {
-  const sms_message_t message = encode_sms(arguments.number, arguments.text, fresh_reference());
+  mdx_sms_options_t options = MDX_SMS_OPTIONS_INIT;
+  options.reference = fresh_reference();
+  const sms_message_t message = encode_sms(arguments.number, arguments.text, options);
   progress_t progress;
   if (!message.error.empty()) {
     progress.code = EXIT_USAGE;
@@ -111,7 +113,7 @@ int run_sms_send(const sms_send_arguments_t& arguments) {
   }
   if (arguments.json) {
     ordered_json object = {{"number", arguments.number},
-                           {"alphabet", message.alphabet == SMS_UCS_2 ? "UCS-2" : "GSM 7-bit"},
+                           {"alphabet", message.alphabet == MDX_SMS_UCS_2 ? "UCS-2" : "GSM 7-bit"},
                            {"parts", progress.parts}};
     if (!progress.error.empty()) object["error"] = progress.error;
     std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << std::endl;
