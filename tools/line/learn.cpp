@@ -485,15 +485,15 @@ std::string reports_of(const std::vector<Said>& said, Time opened) {
 
 std::string absences_of(const std::vector<SessionRemark>& remarks, Time opened) {
   std::string lines;
-  std::optional<Time> gone;
+  const SessionRemark* gone = nullptr;
   for (const SessionRemark& remark : remarks) {
-    if (remark.what == "the modem is gone") gone = remark.at;
-    if (remark.what != "the modem is there" || !gone) continue;
-    if (*gone >= opened) {
-      lines +=
-          "at " + script_time(*gone - opened) + " hang-up " + script_time(remark.at - *gone) + "\n";
+    if (remark.what == "the modem is gone") gone = &remark;
+    if (remark.what != "the modem is there" || gone == nullptr) continue;
+    if (gone->at >= opened) {
+      lines += "at " + script_time(gone->at - opened) + " hang-up " +
+               script_time(remark.at - gone->at) + "\n";
     }
-    gone.reset();
+    gone = nullptr;
   }
   return lines;
 }
