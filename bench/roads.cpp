@@ -4,6 +4,7 @@
 // that the kernel takes for the same. Runs in a box, on the one CPU that bench/run gives it.
 //
 //   mdx_bench_roads               measures once, prints "name value" lines
+//   mdx_bench_roads tap           measures mdxtap instead
 //   mdx_bench_roads modem         is the modem at /dev/smd6
 //   mdx_bench_roads send N TEXT   sends a command N times
 
@@ -190,6 +191,10 @@ int main(int argc, char** argv) {
   }
   if (mode == "send" && argc == 4) {
     send_commands(std::atoi(argv[2]), argv[3]);
+    return 0;
+  }
+  if (mode == "tap") {
+    measure_tap();
     return 0;
   }
   const terminal_t device = open_device();

@@ -50,3 +50,5 @@ void print_times(std::string_view name, std::vector<int64_t> nanoseconds);
 void measure_round_trips(const terminal_t& device);
 /// Reports to receivers: one at a time, in bursts, with many receivers.
 void measure_reports(const terminal_t& device);
+/// What mdxtap adds between a terminal's two ends, beside a terminal without it.
+void measure_tap();
