@@ -74,9 +74,11 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
 /// (`msg_type`) name, if there is one.
 ///
 /// Of a full queue 1, answers are dropped whose client is dead, else those that have lain unread
-/// for more than 5 seconds, else the oldest of the client that leaves the most unread, if it holds
-/// more than the receiver of the new one; each with a trace. Where each of the living has one, they
-/// are waited for, until the oldest has lain for 5 seconds. Nothing else waits.
+/// for more than 5 seconds, else one of the user that has the most, the new answer included: the
+/// oldest of its client that has the most, or, where each of its clients has one, the oldest once
+/// it has lain for 300 ms. What is still to be read is waited for: 300 ms at most, and not again
+/// for 10 seconds if that was in vain; or 5 seconds where each answer is another user's. Each drop
+/// is counted. Nothing else waits.
 /// @param retcode  an errno value on failure; not written on success
 /// @return 0, or -1
 int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode);

@@ -22,6 +22,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/linux/answer_room.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
@@ -209,6 +210,13 @@ bool task_is_dead(int32_t task_id) {
   if (fd >= 0) close(fd);
   if (fd >= 0) return false;
   return errno == ENXIO || (errno == ENOENT && kill(task_id, 0) != 0 && errno == ESRCH);
+}
+
+uid_t task_user(int32_t task_id) {
+  char path[kEventPathSize];
+  struct stat status {};
+  event_fifo_path(task_id, path);
+  return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode) ? status.st_uid : kNobody;
 }
 
 int32_t MDX_task_getid() {

@@ -3,6 +3,8 @@
 // Event sets as the rest of the platform needs them, beyond what mdx_platform.h says.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 
 /// Makes the FIFOs of this process's tasks again that somebody has removed. Any thread; the tasks
@@ -24,3 +26,6 @@ int event_task_fd(int32_t task_id);
 /// Whether nobody is left who could take an answer for this task: its event set has no reader, or
 /// it has none and there is no such task.
 bool task_is_dead(int32_t task_id);
+
+/// The user that made a task's event set, kNobody (answer_room.h) when it has none.
+uid_t task_user(int32_t task_id);

@@ -4,8 +4,8 @@
 //
 // Only the server puts answers on queue 1, and clients take them; one that does not must not starve
 // the others. So the server remembers what it put when. When the queue is full it takes everything
-// out, leaves out what nobody will read, and puts back the rest, waking those clients again: one
-// that looked in between found nothing.
+// out, leaves out what nobody will read, or who takes too much room (answer_room), and puts back
+// the rest, waking those clients again: one that looked in between found nothing.
 
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -17,6 +17,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/linux/answer_room.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/events.h"
 #include "platform/linux/identity.h"
@@ -50,6 +51,8 @@ struct put_t {
 struct answer_t {
   record_message_t message;
   uint32_t put_at;
+
+  int32_t task() const { return static_cast<int32_t>(message.type); }
 };
 
 /// A queue keeps the id that it was created with, whatever the kernel calls it now.
@@ -65,6 +68,7 @@ constinit std::atomic<int32_t> serving_task{0};
 constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
+constinit answer_patience patience;
 
 // Of the request that the calling thread has in hand, for what it takes.
 constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
@@ -124,6 +128,10 @@ int32_t kernel_id_of(int32_t id) {
   for (const border_queue_t& queue : border_queues)
     if (id >= 0 && queue.id == id) return queue.kernel_id;
   return id;
+}
+
+size_t answers_at_most() {
+  return static_cast<size_t>(border_queues[kMdxResponseQueue].bytes) / kMdxRecordSize;
 }
 
 bool is_response_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxResponseQueue].id; }
@@ -198,15 +206,12 @@ size_t drain_answers(int32_t id, uint32_t now) {
     if (size == static_cast<ssize_t>(kMdxRecordSize)) ++count;
   }
   // A client takes its oldest answer first, so what is left of a type are the last ones put.
-  for (size_t i = count; i-- > 0;)
-    answers[i].put_at = recall_put(static_cast<int32_t>(answers[i].message.type), now);
+  for (size_t i = count; i-- > 0;) answers[i].put_at = recall_put(answers[i].task(), now);
   puts_total = 0;
   return count;
 }
 
-bool is_for_the_dead(const answer_t& answer, uint32_t) {
-  return task_is_dead(static_cast<int32_t>(answer.message.type));
-}
+bool is_for_the_dead(const answer_t& answer, uint32_t) { return task_is_dead(answer.task()); }
 
 bool is_unread_for_long(const answer_t& answer, uint32_t now) {
   return now - answer.put_at > kUnreadLimitMs;
@@ -228,28 +233,35 @@ size_t drop_answers(size_t count, uint32_t now, bool (*lost)(const answer_t&, ui
   return kept;
 }
 
-size_t answers_of(long type, size_t count) {
-  size_t held = 0;
-  for (size_t i = 0; i < count; ++i) held += answers[i].message.type == type ? 1 : 0;
-  return held;
-}
-
-/// The client that holds the most answers loses its oldest, if the receiver holds fewer: who floods
-/// and does not read pays for it, not those who read. @return how many are left
-size_t drop_of_hoarder(size_t count, long receiver) {
-  size_t most = answers_of(receiver, count);
-  size_t lost = count;
+/// Who has the most loses one: who floods and does not read pays for it, not those who read.
+/// @param waited  whether it was waited for the answers already
+/// @return how many are left
+size_t drop_of_hoarder(size_t count, uint32_t now, int32_t receiver, bool waited) {
+  unread_answer_t unread[kMaxDepth + 1];
   for (size_t i = 0; i < count; ++i) {
-    const size_t held = answers_of(answers[i].message.type, count);
-    if (held <= most) continue;
-    most = held;
-    lost = i;
+    const uid_t user = task_user(answers[i].task());
+    const uint32_t age_ms = patience.is_over(user, now) ? kTakingMs : now - answers[i].put_at;
+    unread[i] = {answers[i].task(), user, age_ms};
   }
-  if (lost == count || most < 2) return count;
-  MDX_DROP(COUNT_ANSWERS_DROPPED_UNREAD, MDX_TRACE_ERROR, "answer for task %ld dropped: %s\n",
-           answers[lost].message.type, "it leaves too many unread");
+  unread[count] = {receiver, task_user(receiver), 0};
+  const size_t lost = answer_to_lose(unread, count + 1);
+  if (lost >= count) return count;
+  if (waited) patience.was_in_vain(unread[lost].user, now);
+  MDX_DROP(COUNT_ANSWERS_DROPPED_UNREAD, MDX_TRACE_ERROR, "answer for task %d dropped: %s\n",
+           answers[lost].task(), "its user leaves too many unread");
   for (size_t i = lost + 1; i < count; ++i) answers[i - 1] = answers[i];
   return count - 1;
+}
+
+/// Leaves out what nobody will read, or else what was left unread the longest or the most.
+/// @return how many are left
+size_t drop_some(size_t count, uint32_t now, int32_t receiver, bool waited) {
+  size_t kept =
+      drop_answers(count, now, is_for_the_dead, COUNT_ANSWERS_DROPPED_DEAD, "its client is dead");
+  if (kept != count) return kept;
+  kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
+                      "unread for more than 5 seconds");
+  return kept != count ? kept : drop_of_hoarder(count, now, receiver, waited);
 }
 
 bool put_message(int32_t id, const record_message_t& message) {
@@ -260,40 +272,42 @@ bool put_message(int32_t id, const record_message_t& message) {
   return result == 0;
 }
 
-/// @return whether the receiver has nothing there to read yet
-bool make_room(int32_t id, long receiver) {
-  const uint32_t now = MDX_elapse();
-  const size_t count = drain_answers(id, now);
-  size_t kept =
-      drop_answers(count, now, is_for_the_dead, COUNT_ANSWERS_DROPPED_DEAD, "its client is dead");
-  if (kept == count) {
-    kept = drop_answers(count, now, is_unread_for_long, COUNT_ANSWERS_DROPPED_UNREAD,
-                        "unread for more than 5 seconds");
+/// Puts an answer back that was taken out to make room, and wakes its client again.
+void put_back(int32_t id, const answer_t& answer) {
+  if (!put_message(id, answer.message)) {
+    MDX_DROP(COUNT_ANSWERS_REFUSED, MDX_TRACE_ERROR, "answer for task %d lost its place\n",
+             answer.task());
+    return;
   }
-  if (kept == count) kept = drop_of_hoarder(count, receiver);
-  const bool receiver_reads = answers_of(receiver, kept) == 0;
-  for (size_t i = 0; i < kept; ++i) {
-    const auto type = static_cast<int32_t>(answers[i].message.type);
-    if (!put_message(id, answers[i].message)) {
-      MDX_DROP(COUNT_ANSWERS_REFUSED, MDX_TRACE_ERROR, "answer for task %d lost its place\n", type);
-      continue;
-    }
-    remember_put(type, answers[i].put_at);
-    if (type != kMdxOddMessageType) MDX_event_send(type, kMdxEventAnswer);
-  }
-  return receiver_reads;
+  remember_put(answer.task(), answer.put_at);
+  if (answer.task() != kMdxOddMessageType) MDX_event_send(answer.task(), kMdxEventAnswer);
 }
 
-/// Puts an answer where others are in its way. Those of the living, one each, are about to be read:
-/// they are waited for, unless the receiver leaves its own lying there.
+/// Makes room on a full queue, where somebody has to give way, and puts the answer there: behind
+/// those of its own client, and in front of the others, so that who fills the queue meanwhile is
+/// too late. @return whether it is there
+bool put_in_place_of_others(int32_t id, const record_message_t& message, bool waited) {
+  const uint32_t now = MDX_elapse();
+  const auto receiver = static_cast<int32_t>(message.type);
+  const size_t count = drain_answers(id, now);
+  const size_t kept = drop_some(count, now, receiver, waited);
+  for (size_t i = 0; i < kept; ++i)
+    if (answers[i].task() == receiver) put_back(id, answers[i]);
+  const int error = kept < answers_at_most() && put_message(id, message) ? 0 : EAGAIN;
+  for (size_t i = 0; i < kept; ++i)
+    if (answers[i].task() != receiver) put_back(id, answers[i]);
+  errno = error;
+  return error == 0;
+}
+
+/// Puts an answer where others may be in its way. Those that are about to be read are waited for.
 bool put_answer(int32_t id, const record_message_t& message) {
   const uint32_t begin = MDX_elapse();
   for (uint32_t nap_ms = 1;; nap_ms = nap_ms < kLongestNapMs ? 2 * nap_ms : kLongestNapMs) {
     if (put_message(id, message)) return true;
     if (errno != EAGAIN) return false;
-    const bool receiver_reads = make_room(id, message.type);
-    if (put_message(id, message)) return true;
-    if (!receiver_reads || MDX_elapse() - begin > kUnreadLimitMs + kLongestNapMs) return false;
+    if (put_in_place_of_others(id, message, nap_ms > 1)) return true;
+    if (MDX_elapse() - begin > kUnreadLimitMs + kLongestNapMs) return false;
     modem_channel_sleep(nap_ms);
   }
 }

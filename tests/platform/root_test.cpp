@@ -24,6 +24,7 @@
 #include "platform/mdx_platform.h"
 #include "tests/platform/other_process.h"
 #include "wire/border.h"
+#include "wire/event_fifo.h"
 
 namespace {
 
@@ -261,6 +262,28 @@ int leave_the_device_alone() {
   return 0;
 }
 
+/// Ten tasks of one user that leave an answer each, and a client of another's.
+int give_way_by_user() {
+  REQUIRE(start_up() == 0);
+  const int32_t answers = MDX_get_msgQ_id(kMdxResponseQueue);
+  int32_t record[kMdxRecordSize / 4] = {};
+  int error = 0;
+  for (int32_t task = 4001; task <= 4011; ++task) {
+    char path[kEventPathSize];
+    event_fifo_path(task, path);
+    REQUIRE(event_fifo_create(path) >= 0);
+    const uid_t user = task == 4011 ? kServerUser : kOtherUser;
+    REQUIRE(chown(path, user, kServerUser) == 0);
+    if (task == 4011) MDX_sleep(400);
+    record[0] = task;
+    REQUIRE(send_to_msgqueue(answers, record, &error) == 0);
+  }
+  REQUIRE(read_from_msgqueue(answers, record, 4001, &error) == -1 && error == ENOMSG);
+  for (int32_t task = 4002; task <= 4011; ++task)
+    REQUIRE(read_from_msgqueue(answers, record, task, &error) == 0);
+  return 0;
+}
+
 class Root : public testing::Test {
  protected:
   static void run_in_own_world(int (*body)()) {
@@ -274,6 +297,7 @@ class Root : public testing::Test {
 TEST_F(Root, IsGivenUpButForTheReadyFlag) { run_in_own_world(drop_and_raise_the_flag); }
 TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
 TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
+TEST_F(Root, TellsWhoseAnswersTakeTheRoom) { run_in_own_world(give_way_by_user); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
 }  // namespace
