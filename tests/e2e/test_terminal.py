@@ -53,6 +53,8 @@ class Terminal(DeviceTest):
         wait_until(lambda: reports() != before, PATIENCE_S, "a report")
 
     def assert_terminal_is_as_before(self):
+        wait_until(lambda: self.tmux("display-message", "-p", "#{pane_current_command}") == "sh\n",
+                   PATIENCE_S, "back in the shell")
         self.type("clear; stty -a | grep -o ' icanon' && stty -a | grep -o ' echo ' && echo so''und")
         self.see("sound")
 
