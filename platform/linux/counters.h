@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "platform/linux/trace_limit.h"
 #include "platform/mdx_platform.h"
 
 enum mdx_counter_t : uint32_t {
@@ -63,9 +64,14 @@ void counter_raise_to(mdx_counter_t counter, uint64_t value);
 /// The name that `platform stats` shows; lives for the process.
 const char* counter_name(mdx_counter_t counter);
 
-/// The one way something is dropped: counted under its reason, and traced.
-#define MDX_DROP(counter, level, ...)          \
-  do {                                         \
-    counter_add(counter);                      \
-    MDX_TRACE("platform", level, __VA_ARGS__); \
+/// Whether one more of what `counter` counts is to be traced; tells how many were not.
+bool drop_is_traced(trace_limit& limit, mdx_counter_t counter, uint32_t level);
+
+/// The one way something is dropped: counted under its reason, and traced, of many the first few.
+#define MDX_DROP(counter, level, ...)                                              \
+  do {                                                                             \
+    static constinit trace_limit mdx_drop_limit;                                   \
+    counter_add(counter);                                                          \
+    if (drop_is_traced(mdx_drop_limit, counter, level))                            \
+      KRP_TRACE_PrintInfo("platform", __LINE__, 0, "mdxgate", level, __VA_ARGS__); \
   } while (false)

@@ -22,6 +22,7 @@
 
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
+#include "platform/linux/device_news.h"
 #include "platform/linux/line_memory.h"
 #include "platform/linux/modem_device.h"
 #include "platform/linux/monotonic.h"
@@ -71,6 +72,7 @@ struct channel_t {
 constinit channel_t channel{};
 constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
+constinit device_news log_news;
 
 /// What the assembler's tallies were when they were last counted.
 struct tallies_t {
@@ -167,11 +169,18 @@ void close_device() {
   counter_add(COUNT_CHANNEL_CLOSED);
 }
 
+void tell_gone() {
+  tell(MDX_TRACE_MISSING, "gone");
+  if (log_news.untold() == 0) return;
+  MDX_TRACE(kSource, MDX_TRACE_MISSING, "%s went and came back %u times before, untold\n",
+            channel.path, log_news.untold());
+}
+
 void lose_device() {
   close_device();
   channel.reopen_at = monotonic_ms() + kReopenMs;
   channel.gone_untold = true;
-  tell(MDX_TRACE_MISSING, "gone");
+  if (log_news.gone(MDX_elapse())) tell_gone();
 }
 
 /// What somebody wrote to the modem without finding out what it did is no command of ours. What it
@@ -193,12 +202,13 @@ int open_device() {
   privileges_take_up();
   const uint64_t end = monotonic_ms();
   channel.reopen_at = end + kReopenMs + kPauseShare * (end - begin);
+  if (error != 0 && log_news.still_gone(MDX_elapse())) tell_gone();
   if (error != 0) return error;
   begin_listening(end);
   tell_receivers(MDX_LINK_UP);
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
-    tell(MDX_TRACE_MISSING, "back");
+    if (log_news.back()) tell(MDX_TRACE_MISSING, "back");
   } else {
     counter_add(COUNT_CHANNEL_OPENED);
     tell(MDX_TRACE_FLOW, "open");

@@ -50,10 +50,16 @@ bool set_raw(int fd) {
   return tcsetattr(fd, TCSANOW, &line) == 0;
 }
 
+/// The side of a pseudo terminal on which the modem would be; nobody ever says anything there.
+bool is_master(int fd) {
+  unsigned int number = 0;
+  return ioctl(fd, TIOCGPTN, &number) == 0;
+}
+
 modem_device_t open_terminal(const char* path) {
   const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return {};
-  if (isatty(fd) == 0) return refused(fd, ENOTTY);
+  if (isatty(fd) == 0 || is_master(fd)) return refused(fd, ENOTTY);
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) return refused(fd, EBUSY);
   if (ioctl(fd, TIOCEXCL) != 0 || !set_raw(fd)) return refused(fd, errno);
   return {fd, false};

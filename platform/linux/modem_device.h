@@ -17,7 +17,7 @@ struct modem_device_t {
 
 /// Opens a device for this process alone, and sets a terminal raw; its speed stays as it is.
 /// @return with `fd` -1 and errno on failure: EBUSY when somebody else has it, ENOTTY when the path
-///         is neither terminal nor socket
+///         is neither terminal nor socket, or is the side of a pseudo terminal that makes new ones
 modem_device_t modem_device_open(const char* path);
 
 /// Closes the device and lets others have it. What it has not taken yet is discarded.

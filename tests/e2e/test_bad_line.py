@@ -59,6 +59,19 @@ class BadLine(WatchTest):
         self.at("AT+NEXT")
         self.assertTrue(log.has("is gone"))
 
+    def test_device_that_comes_and_goes_all_the_time(self):
+        """The log is told of the first few times only, and does not end with the wrong word."""
+        log = SystemLog()
+        self.start_with(lambda line: OK_LINE)
+        for times in range(1, 26):
+            old, self.modem = self.modem, ScriptedModem(lambda line: OK_LINE)
+            old.unplug()
+            wait_until(lambda: self.stats()["channel_reopened"] == times, PATIENCE_S, "reopened")
+        self.at("AT+NEXT")
+        news = [line for line in log.lines if re.search(r"is (gone|back)$", line)]
+        self.assertLess(len(news), 30)
+        self.assertIn("is back", news[-1])
+
     def test_modem_that_stops_reading(self):
         log = SystemLog()
         self.start_with(lambda line: OK_LINE)

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "platform/linux/trace_limit.h"
+
+#include <algorithm>
+
+#include "platform/linux/counters.h"
+#include "platform/mdx_platform.h"
+
+bool trace_limit::lets_through(uint32_t now_ms, uint32_t* left_out) {
+  uint32_t spent = spent_;
+  const uint32_t earned = spent == 0 ? 0 : std::min((now_ms - since_) / kPauseMs, spent);
+  if (spent == 0) since_ = now_ms;
+  since_ += earned * kPauseMs;
+  spent -= earned;
+  const bool through = spent < kBurst;
+  spent_ = through ? spent + 1 : spent;
+  if (through) {
+    *left_out = left_out_.exchange(0);
+  } else {
+    ++left_out_;
+  }
+  return through;
+}
+
+bool drop_is_traced(trace_limit& limit, mdx_counter_t counter, uint32_t level) {
+  if ((mdx_trace_mask.load(std::memory_order_relaxed) & level) == 0) return false;
+  uint32_t left_out = 0;
+  if (!limit.lets_through(MDX_elapse(), &left_out)) return false;
+  if (left_out != 0)
+    MDX_TRACE("platform", level, "%u more were not traced: %s\n", left_out, counter_name(counter));
+  return true;
+}
