@@ -23,6 +23,7 @@
 #include "platform/linux/identity.h"
 #include "platform/linux/line_memory.h"
 #include "platform/linux/privileges.h"
+#include "platform/linux/standard_output.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
@@ -162,6 +163,7 @@ refusal_t make_directory_ours() {
 void claim_machine() {
   if (claimed.test_and_set()) return;
   occupy_standard_files();
+  standard_output_never_waits();
   signal(SIGPIPE, SIG_IGN);
   umask(022);  // an odd one would keep a server that is not root out of its own directory
   privileges_forbid_gain();

@@ -200,11 +200,11 @@ class DeviceTest(unittest.TestCase):
 
     # Processes
 
-    def start(self, *command):
+    def start(self, *command, stdout=None):
         path = pathlib.Path(f"/tmp/{len(self.processes)}.log")
         with path.open("w") as log:
-            process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log,
-                                       stderr=subprocess.STDOUT)
+            process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=stdout or log,
+                                       stderr=log)
         process.log = path
         self.processes.append(process)
         return process
@@ -228,12 +228,12 @@ class DeviceTest(unittest.TestCase):
         self.modem = self.start("mdxsim", *options)
         wait_until(CHANNEL.is_symlink, PATIENCE_S, "mdxsim links its terminal")
 
-    def start_server(self, ready=True):
+    def start_server(self, ready=True, stdout=None):
         READY_FLAG.unlink(missing_ok=True)
         if isinstance(self.modem, ScriptedModem):
             # A server that is gone has left it exclusive; a real device forgets that when it is closed.
             fcntl.ioctl(self.modem.slave, termios.TIOCNXCL)
-        self.server = self.start("mdxgate")
+        self.server = self.start("mdxgate", stdout=stdout)
         wait_until(self.server_is_reachable, PATIENCE_S, "mdxgate can be reached")
         if ready:
             wait_until(READY_FLAG.exists, PATIENCE_S, "mdxgate is ready")

@@ -1,11 +1,42 @@
 # SPDX-License-Identifier: Apache-2.0
 """Watchers of a living device: each sees every report, in order and once, and none holds up others."""
 
+import contextlib
+import os
 import signal
+import socket
+import termios
 import unittest
 
 from device import NO_SERVER, OK, PATIENCE_S, ScriptedModem, wait_until
 from watching import WatchTest
+
+OK_LINE = b"\r\nOK\r\n"
+
+
+def fill(output):
+    """Returns the descriptor as somebody finds it who knows nothing of its being full."""
+    os.set_blocking(output, False)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            os.write(output, b"x" * 4096)
+    os.set_blocking(output, True)
+    return output
+
+
+def full_pipe():
+    return fill(os.pipe()[1])
+
+
+def full_socket():
+    full_socket.ends = socket.socketpair()
+    return fill(full_socket.ends[0].fileno())
+
+
+def stopped_terminal():
+    terminal = os.openpty()[1]
+    termios.tcflow(terminal, termios.TCOOFF)
+    return terminal
 
 
 class Watch(WatchTest):
@@ -66,6 +97,20 @@ class Watch(WatchTest):
         wait_until(lambda: self.stats()["receivers"] == 1, PATIENCE_S, "the watcher is there again")
         self.assertIsNone(follows.client.poll())
         self.assertEqual(follows.end()[0], OK)
+
+
+    def test_standard_output_that_takes_nothing(self):
+        """^NORSTFACT is also written there; nobody waits for that, and no report is lost by it."""
+        self.modem = ScriptedModem(lambda line: OK_LINE)
+        for name, output in (("a full pipe", full_pipe()), ("a stopped terminal", stopped_terminal()),
+                             ("a full socket", full_socket())):
+            with self.subTest(name):
+                self.start_server(stdout=output)
+                watcher, = self.start_watchers(("--module", "74"))
+                self.modem.say(b"\r\n^NORSTFACT: 1\r\n" * 50)
+                watcher.wait_for(50)
+                self.at("AT")
+                self.stop(self.server)
 
 
 if __name__ == "__main__":
