@@ -33,7 +33,8 @@ typedef enum mdx_error {
   MDX_ERR_ACCESS = -6,      /**< this user may not use the server */
   MDX_ERR_THREAD = -7,      /**< a thread has one handle, and a handle one thread */
   MDX_ERR_SYSTEM = -8,      /**< a call of the system failed; errno tells which way */
-  MDX_ERR_PENDING = -9      /**< the handle has a request under way */
+  MDX_ERR_PENDING = -9,     /**< the handle has a request under way */
+  MDX_ERR_REFUSED = -11     /**< the hub has no place for this subscription, or gave it away */
 } mdx_error_t;
 
 /** How the exchange with the modem ended: `ret_val` of a result. */
@@ -255,7 +256,8 @@ typedef struct mdx_packet {
  *
  * @param service  a service's name (11 bytes at most), MDX_EVERYTHING, or MDX_BY_MODULE
  * @param module   the module for MDX_BY_MODULE, not looked at otherwise
- * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_ARGUMENT, MDX_ERR_SYSTEM
+ * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_REFUSED, MDX_ERR_ARGUMENT,
+ * MDX_ERR_SYSTEM. Of a hub without a place mdx_next_packet may be the first to hear.
  */
 MDX_API int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module);
 
@@ -266,8 +268,8 @@ MDX_API int mdx_subscription_fd(const mdx_subscription_t* subscription);
 /** Takes the next packet.
  *
  * @param timeout_ms  0 does not wait, a negative one waits for good
- * @return MDX_OK; MDX_ERR_TIMEOUT when none came; MDX_ERR_SERVER_GONE: no more will come, end the
- *         subscription and make a new one
+ * @return MDX_OK; MDX_ERR_TIMEOUT when none came; MDX_ERR_SERVER_GONE, MDX_ERR_REFUSED: no more
+ *         will come, end the subscription and make a new one
  */
 MDX_API int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms,
                             mdx_packet_t* packet);

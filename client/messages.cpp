@@ -31,6 +31,10 @@ const char* mdx_strerror(int error) {
     case MDX_ERR_PENDING:
       return "a request is under way: call mdx_finish when the descriptor is readable, or "
              "mdx_cancel";
+    case MDX_ERR_REFUSED:
+      return "the server's hub has no place for this receiver, since others of the same user have "
+             "too many: end some, or have root look at them with \"mdxctl console platform "
+             "receivers\"";
     case MDX_ERR_SYSTEM:
       return "a call of the system failed: errno tells why";
     default:

@@ -25,6 +25,7 @@ struct mdx_subscription {
   int fd;
   char* packet;  ///< header and payload of the last packet
   size_t room;
+  bool refused;  ///< the hub has said why it hangs up
 };
 
 namespace {
@@ -52,9 +53,28 @@ int error_of(int system_error) {
     case EACCES:
     case EPERM:
       return MDX_ERR_ACCESS;
+    case EUSERS:
+      return MDX_ERR_REFUSED;
     default:
       return MDX_ERR_SYSTEM;
   }
+}
+
+bool is_farewell(const void* packet, ssize_t size) {
+  mdx_packet_header_t header;
+  if (size < static_cast<ssize_t>(sizeof(header))) return false;
+  std::memcpy(&header, packet, sizeof(header));
+  return header.kind == MDX_PACKET_FAREWELL;
+}
+
+/// Whether a hub that has hung up already said that it has no place. The first read may tell of the
+/// hanging up only.
+bool was_refused(int fd) {
+  mdx_packet_header_t header;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (is_farewell(&header, recv(fd, &header, sizeof(header), MSG_DONTWAIT))) return true;
+  }
+  return false;
 }
 
 /// Connects and sends the subscription.
@@ -76,7 +96,7 @@ int join_hub(const mdx_packet_header_t& subscription) {
     if (sent < 0 && errno != EINTR) break;
   }
   if (sent == static_cast<ssize_t>(sizeof(subscription))) return fd;
-  const int system_error = errno;
+  const int system_error = done == 0 && was_refused(fd) ? EUSERS : errno;
   close(fd);
   errno = system_error;
   return -1;
@@ -101,9 +121,8 @@ ssize_t read_datagram(mdx_subscription_t* subscription) {
                                       : recv(subscription->fd, subscription->packet,
                                              subscription->room, MSG_DONTWAIT);
     if (size >= 0) return size;
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EWOULDBLOCK) return -1;
-    return errno == ECONNRESET ? 0 : -2;
+    if (errno == EINTR || errno == ECONNRESET) continue;  // what was sent before is still there
+    return errno == EAGAIN || errno == EWOULDBLOCK ? -1 : -2;
   }
 }
 
@@ -165,7 +184,10 @@ int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_pa
   }
   const int64_t deadline = now_ms() + (timeout_ms < 0 ? kForGoodMs : timeout_ms);
   for (;;) {
+    if (subscription->refused) return MDX_ERR_REFUSED;
     const ssize_t size = read_datagram(subscription);
+    subscription->refused = is_farewell(subscription->packet, size);
+    if (subscription->refused) continue;
     if (size > 0 && read_packet(subscription, static_cast<size_t>(size), packet)) return MDX_OK;
     if (size > 0) continue;
     if (size == 0) return MDX_ERR_SERVER_GONE;

@@ -39,6 +39,13 @@ enum mdx_packet_kind_t : uint32_t {
   MDX_PACKET_SERVICE = 1,
   MDX_PACKET_NOTIFICATION = 2,
   MDX_PACKET_VOICE = 3,
+  MDX_PACKET_FAREWELL = 4,  ///< the hub hangs up; `type` says why
+};
+
+enum mdx_farewell_t : uint32_t {
+  MDX_FAREWELL_FULL = 1,       ///< no place for one more of this user's
+  MDX_FAREWELL_SILENT = 2,     ///< no subscription came in time
+  MDX_FAREWELL_DISPLACED = 3,  ///< the place went to another user, who had fewer
 };
 
 /// In a subscription's `a`: the last packet of each kind that tells a state comes first.

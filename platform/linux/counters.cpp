@@ -47,6 +47,8 @@ constexpr counter_row_t counter_table[] = {
     {COUNT_RAISES_FAILED,          "raises_failed"},
     {COUNT_RECEIVERS,              "receivers"},
     {COUNT_RECEIVERS_REFUSED,      "receivers_refused"},
+    {COUNT_RECEIVERS_DISPLACED,    "receivers_displaced"},
+    {COUNT_RECEIVERS_SILENT,       "receivers_silent"},
     {COUNT_PACKETS_SENT,           "packets_sent"},
     {COUNT_PACKETS_LOST,           "packets_lost"},
     {COUNT_PACKETS_RECEIVED,       "packets_received"},

@@ -44,12 +44,14 @@ enum mdx_counter_t : uint32_t {
   COUNT_RAISES_FAILED,             ///< events for a task that is not there
   // Hub
   COUNT_RECEIVERS,
-  COUNT_RECEIVERS_REFUSED,   ///< one too many
-  COUNT_PACKETS_SENT,        ///< one for each receiver that got it
-  COUNT_PACKETS_LOST,        ///< one for each receiver that missed it
-  COUNT_PACKETS_RECEIVED,    ///< service messages for the server
-  COUNT_PACKETS_REFUSED,     ///< from receivers: malformed, misplaced, or for nobody here
-  COUNT_UNINSTALLS_REFUSED,  ///< from somebody without the right
+  COUNT_RECEIVERS_REFUSED,    ///< one too many
+  COUNT_RECEIVERS_DISPLACED,  ///< hung up for one of another user's
+  COUNT_RECEIVERS_SILENT,     ///< hung up: they did not subscribe
+  COUNT_PACKETS_SENT,         ///< one for each receiver that got it
+  COUNT_PACKETS_LOST,         ///< one for each receiver that missed it
+  COUNT_PACKETS_RECEIVED,     ///< service messages for the server
+  COUNT_PACKETS_REFUSED,      ///< from receivers: malformed, misplaced, or for nobody here
+  COUNT_UNINSTALLS_REFUSED,   ///< from somebody without the right
   // Console
   COUNT_CONSOLE_COMMANDS,
   COUNT_CONSOLE_DROPPED,  ///< clients that sent nothing, rubbish, or did not read

@@ -5,7 +5,8 @@
 // The main thread sends, and never waits: a receiver whose buffer is full gets the CPU a few times,
 // once; what the buffer does not take then is counted and told to it with the next packet it gets.
 // The message procedure thread does all the rest, and it alone changes the table of receivers,
-// under the lock that sends hold.
+// under the lock that sends hold. There are more who may connect than places: who does not say soon
+// what it wants loses its place, and at a full table the user with the most.
 
 #include "platform/linux/hub.h"
 
@@ -23,6 +24,7 @@
 
 #include "platform/linux/border_watch.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/hub_places.h"
 #include "platform/linux/hub_states.h"
 #include "platform/linux/local_socket.h"
 #include "platform/mdx_platform.h"
@@ -34,12 +36,15 @@ constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr int kTurns = 8;                // of the CPU that a receiver gets which has kept up so far
 constexpr uint32_t kAcceptNapMs = 100;
+constexpr uint32_t kSubscribeWithinMs = 5000;
 constexpr uint32_t kUninstall = 0x8805;
 constexpr char kVoiceService[] = "voice";
 constexpr char kEverything[] = "*";
 
 struct receiver_t {
-  int fd = 0;  ///< 0 in a free slot: standard input is nobody's connection
+  int fd = 0;           ///< 0 in a free slot: standard input is nobody's connection
+  uint64_t number = 0;  ///< of the connection, as they come
+  uint32_t since = 0;   ///< MDX_elapse
   uid_t user = 0;
   bool subscribed = false;
   char name[sizeof(mdx_packet_header_t::to)] = {};  ///< as in the subscription
@@ -61,6 +66,7 @@ constinit std::atomic<int> listener{-1};
 constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
 constinit receiver_t receivers[kMaxReceivers];
+constinit uint64_t connections = 0;
 pthread_mutex_t receivers_lock = PTHREAD_MUTEX_INITIALIZER;
 
 /// A service's name as packets hold it. @return false when it does not fit
@@ -141,28 +147,86 @@ void hang_up(receiver_t& receiver) {
   pthread_mutex_unlock(&receivers_lock);
 }
 
+/// Tells a connection why it ends; one that takes nothing any more does without.
+void say_farewell(int fd, mdx_farewell_t why, uint32_t lost) {
+  mdx_packet_header_t header{};
+  header.kind = MDX_PACKET_FAREWELL;
+  header.type = why;
+  header.lost = lost;
+  put_packet(fd, header, nullptr);
+}
+
+/// @return a slot for a connection of this user, nullptr when there is none
+receiver_t* find_slot(uid_t user) {
+  hub_place_t places[kMaxReceivers];
+  for (size_t i = 0; i < kMaxReceivers; ++i) {
+    if (receivers[i].fd == 0) return &receivers[i];
+    places[i] = {receivers[i].user, receivers[i].number};
+  }
+  const size_t given_up = place_to_give_up(places, kMaxReceivers, user);
+  if (given_up == kMaxReceivers) return nullptr;
+  receiver_t& receiver = receivers[given_up];
+  MDX_DROP(COUNT_RECEIVERS_DISPLACED, MDX_TRACE_ERROR,
+           "a receiver of user %u gives way to one of user %u\n", receiver.user, user);
+  say_farewell(receiver.fd, MDX_FAREWELL_DISPLACED, receiver.lost);
+  hang_up(receiver);
+  return &receiver;
+}
+
 void accept_receiver() {
   const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (fd < 0) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) MDX_sleep(kAcceptNapMs);
     return;
   }
-  receiver_t* slot = std::find_if(std::begin(receivers), std::end(receivers),
-                                  [](const receiver_t& receiver) { return receiver.fd == 0; });
   ucred peer{};
   socklen_t size = sizeof(peer);
-  if (slot == std::end(receivers) || getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
-    MDX_DROP(COUNT_RECEIVERS_REFUSED, MDX_TRACE_ERROR, "receiver refused: there are %zu\n",
-             kMaxReceivers);
+  const bool known = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+  receiver_t* slot = known ? find_slot(peer.uid) : nullptr;
+  if (slot == nullptr) {
+    MDX_DROP(COUNT_RECEIVERS_REFUSED, MDX_TRACE_ERROR, "receiver of user %u refused: all %zu\n",
+             peer.uid, kMaxReceivers);
+    say_farewell(fd, MDX_FAREWELL_FULL, 0);
     close(fd);
     return;
   }
   setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof(kSendBuffer));
   pthread_mutex_lock(&receivers_lock);
   slot->fd = fd;
+  slot->number = ++connections;
+  slot->since = MDX_elapse();
   slot->user = peer.uid;
   slot->process = peer.pid;
   pthread_mutex_unlock(&receivers_lock);
+}
+
+/// How long a connection may still be silent, -1 for ever.
+int patience_ms(const receiver_t& receiver, uint32_t now) {
+  if (receiver.fd == 0 || receiver.subscribed) return -1;
+  const uint32_t silent = now - receiver.since;
+  return silent < kSubscribeWithinMs ? static_cast<int>(kSubscribeWithinMs - silent) : 0;
+}
+
+/// How long to wait until somebody has been silent for too long, -1 for ever.
+int next_silence_ms() {
+  const uint32_t now = MDX_elapse();
+  int soonest = -1;
+  for (const receiver_t& receiver : receivers) {
+    const int left = patience_ms(receiver, now);
+    if (left >= 0 && (soonest < 0 || left < soonest)) soonest = left;
+  }
+  return soonest;
+}
+
+void hang_up_the_silent() {
+  const uint32_t now = MDX_elapse();
+  for (receiver_t& receiver : receivers) {
+    if (patience_ms(receiver, now) != 0) continue;
+    MDX_DROP(COUNT_RECEIVERS_SILENT, MDX_TRACE_MISSING,
+             "a connection of user %u did not subscribe\n", receiver.user);
+    say_farewell(receiver.fd, MDX_FAREWELL_SILENT, 0);
+    hang_up(receiver);
+  }
 }
 
 void subscribe(receiver_t& receiver, const mdx_packet_header_t& header) {
@@ -226,9 +290,14 @@ bool dispatch_once() {
     waiting_for[count] = &receiver;
     waiting[count++] = {receiver.fd, POLLIN, 0};
   }
-  if (poll(waiting, count, border_watch_wait_ms()) < 0) return errno == EINTR;
+  const int border_ms = border_watch_wait_ms();
+  const int silence_ms = next_silence_ms();
+  const int wait_ms =
+      border_ms < 0 || (silence_ms >= 0 && silence_ms < border_ms) ? silence_ms : border_ms;
+  if (poll(waiting, count, wait_ms) < 0) return errno == EINTR;
   for (nfds_t i = 2; i < count; ++i)
     if (waiting[i].revents != 0) take_packet(*waiting_for[i]);
+  hang_up_the_silent();
   if ((waiting[0].revents & POLLIN) != 0) accept_receiver();
   return (waiting[0].revents & (POLLERR | POLLNVAL)) == 0;
 }

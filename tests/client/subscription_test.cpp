@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "client/mdxclient.h"
 #include "wire/border.h"
@@ -87,6 +88,21 @@ TEST_F(Subscription, PassesOverWhatIsNoPacketAndTellsTheEndBehindTheLast) {
   EXPECT_EQ(packet_.type, 3u);
   EXPECT_EQ(next(-1), MDX_ERR_SERVER_GONE);
   EXPECT_EQ(next(0), MDX_ERR_SERVER_GONE);
+}
+
+TEST_F(Subscription, TheHubsFarewellIsNoDeathOfTheServer) {
+  say({4, 1, "cms", 0, 0, 0, 0, 0}, "1234");
+  mdx_packet_header_t farewell{};
+  farewell.kind = MDX_PACKET_FAREWELL;
+  farewell.type = MDX_FAREWELL_DISPLACED;
+  say(farewell, "");
+  // What the hub has not read makes the receiver's next read fail once.
+  EXPECT_GT(send(mdx_subscription_fd(receiver_), "unread", 6, 0), 0);
+  close(std::exchange(hub_, -1));
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.type, 4u);
+  EXPECT_EQ(next(-1), MDX_ERR_REFUSED);
+  EXPECT_EQ(next(0), MDX_ERR_REFUSED);
 }
 
 }  // namespace

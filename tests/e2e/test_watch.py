@@ -5,11 +5,12 @@ import contextlib
 import os
 import signal
 import socket
+import struct
 import termios
 import unittest
 
-from device import NO_SERVER, OK, PATIENCE_S, ScriptedModem, wait_until
-from watching import WatchTest
+from device import NO_SERVER, OK, PATIENCE_S, REFUSED_BY_SERVER, ScriptedModem, wait_until
+from watching import Watcher, WatchTest
 
 OK_LINE = b"\r\nOK\r\n"
 
@@ -111,6 +112,27 @@ class Watch(WatchTest):
                 watcher.wait_for(50)
                 self.at("AT")
                 self.stop(self.server)
+
+    def test_hub_without_a_place(self):
+        """It is told from a server that died, and waited for if so wished."""
+        self.start_device()
+        crowd = [self.subscribe_to_all() for _ in range(128)]
+        wait_until(lambda: self.stats()["receivers"] == 128, PATIENCE_S, "the hub is full")
+        code, _, err = self.ctl("watch")
+        self.assertEqual(code, REFUSED_BY_SERVER)
+        self.assertIn("no place", err)
+        follows = Watcher("--follow")
+        wait_until(lambda: self.stats()["receivers_refused"] == 4, PATIENCE_S, "it tries again")
+        crowd.pop().close()
+        wait_until(lambda: self.stats()["receivers"] == 129, PATIENCE_S, "it has a place")
+        self.assertEqual(follows.end()[1].count("no place"), 1)
+
+    def subscribe_to_all(self):
+        hub = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        hub.connect("/var/run/mdxgate/hub")
+        hub.send(struct.pack("II12sIIiiI", 0, 0, b"*", 0, 0, 0, 0, 0))
+        self.addCleanup(hub.close)
+        return hub
 
 
 if __name__ == "__main__":

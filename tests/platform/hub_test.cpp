@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -15,7 +16,9 @@
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/hub_places.h"
 #include "tests/platform/other_process.h"
+#include "tests/platform/shifted_clock.h"
 #include "wire/border.h"
 #include "wire/destinations.h"
 #include "wire/report_records.h"
@@ -244,11 +247,54 @@ TEST_F(Hub, RefusesOneReceiverTooManyUntilAnotherLeaves) {
   const uint64_t refused = counter_value(COUNT_RECEIVERS_REFUSED);
   for (int i = 0; i < 128; ++i) receivers.push_back(std::make_unique<Receiver>("cms"));
   EXPECT_EQ(counter_value(COUNT_RECEIVERS_REFUSED), refused);
-  EXPECT_TRUE(Receiver().hung_up());
+  const Receiver one_too_many;
+  EXPECT_EQ(one_too_many.next().header.type, MDX_FAREWELL_FULL);
+  EXPECT_TRUE(one_too_many.hung_up());
   receivers.erase(receivers.begin() + 50);
   const Receiver late("cms");
   EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 8, 0), 0);
   EXPECT_EQ(late.next().header.type, 8u);
+}
+
+TEST_F(Hub, HangsUpWhoDoesNotSubscribe) {
+  hold_clock(true);
+  const uint64_t hung_up = counter_value(COUNT_RECEIVERS_SILENT);
+  const Receiver silent, subscribed("cms");
+  shift_clock(4000);
+  { const Receiver other("cms"); }  // it looks at all of them
+  EXPECT_EQ(counter_value(COUNT_RECEIVERS_SILENT), hung_up);
+  shift_clock(1000);
+  { const Receiver other("cms"); }
+  EXPECT_EQ(silent.next().header.type, MDX_FAREWELL_SILENT);
+  EXPECT_TRUE(silent.hung_up());
+  KRP_MSG_SendSimpleMsg("cms", 9, 0);
+  EXPECT_EQ(subscribed.next().header.type, 9u);
+  EXPECT_EQ(counter_value(COUNT_RECEIVERS_SILENT), hung_up + 1);
+  hold_clock(false);
+}
+
+TEST(HubPlaces, TheUserWithTheMostGivesUpItsYoungest) {
+  // The users of connections in the order of their numbers, and of the newcomer.
+  // clang-format off
+  const struct { const char* users; char newcomer; size_t given_up; const char* why; } cases[] = {
+      {"aaaaaa", 'a', 6, "the same user"},
+      {"aaaaaa", 'b', 5, "another"},
+      {"baaaab", 'c', 4, "the youngest of the one with most"},
+      {"aaaabb", 'b', 3, "as many as the other then"},
+      {"aaabbc", 'b', 6, "it would have as many as the other has, or more"},
+      {"aaabbb", 'c', 5, "as many: the youngest of both"},
+      {"abcdef", 'g', 6, "one each"},
+      {"aabcde", 'g', 1, "and where one has two"},
+  };
+  // clang-format on
+  for (const auto& [users, newcomer, given_up, why] : cases) {
+    std::vector<hub_place_t> places;
+    for (const char user : std::string(users)) places.push_back({uid_t(user), places.size()});
+    EXPECT_EQ(place_to_give_up(places.data(), places.size(), uid_t(newcomer)), given_up) << why;
+    std::reverse(places.begin(), places.end());
+    const size_t there = given_up == places.size() ? given_up : places.size() - 1 - given_up;
+    EXPECT_EQ(place_to_give_up(places.data(), places.size(), uid_t(newcomer)), there) << why;
+  }
 }
 
 TEST_F(Hub, ReceiversComeAndGoWhileItSends) {

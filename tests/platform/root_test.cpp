@@ -262,6 +262,35 @@ int leave_the_device_alone() {
   return 0;
 }
 
+int subscribe_to_hub() {
+  const mdx_packet_header_t header = {0, MDX_PACKET_SUBSCRIPTION, "cms", 0, 0, 0, 0, 0};
+  const int hub = connect_to(kMdxHubPath, SOCK_SEQPACKET);
+  return send(hub, &header, sizeof(header), MSG_NOSIGNAL) == sizeof(header) ? hub : -1;
+}
+
+/// A member holds all places of the hub, and somebody else comes.
+int give_up_a_place_by_user() {
+  REQUIRE(start_up() == 0);
+  OtherProcess crowd([] {
+    int youngest = -1;
+    if (!become(kOtherUser, kServerUser)) return 2;
+    for (int i = 0; i < 128; ++i) youngest = subscribe_to_hub();
+    OtherProcess::say_ready();
+    mdx_packet_header_t farewell{};
+    if (recv(youngest, &farewell, sizeof(farewell), 0) != sizeof(farewell)) return 3;
+    return farewell.type == MDX_FAREWELL_DISPLACED ? 0 : 4;
+  });
+  REQUIRE(crowd.wait_ready());
+  while (counter_value(COUNT_RECEIVERS) < 128) std::this_thread::yield();
+  const int late = subscribe_to_hub();
+  REQUIRE(crowd.wait() == 0);
+  while (counter_value(COUNT_RECEIVERS) < 129) std::this_thread::yield();
+  REQUIRE(KRP_MSG_SendSimpleMsg("cms", 7, 0) == 0);
+  mdx_packet_header_t packet{};
+  REQUIRE(recv(late, &packet, sizeof(packet), 0) == sizeof(packet) && packet.type == 7);
+  return 0;
+}
+
 /// Ten tasks of one user that leave an answer each, and a client of another's.
 int give_way_by_user() {
   REQUIRE(start_up() == 0);
@@ -298,6 +327,7 @@ TEST_F(Root, IsGivenUpButForTheReadyFlag) { run_in_own_world(drop_and_raise_the_
 TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
 TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
 TEST_F(Root, TellsWhoseAnswersTakeTheRoom) { run_in_own_world(give_way_by_user); }
+TEST_F(Root, TellsWhoseConnectionsTakeTheHub) { run_in_own_world(give_up_a_place_by_user); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
 }  // namespace

@@ -59,6 +59,8 @@ constexpr figure_row_t kFigures[] = {
   {"raises_failed",            COUNTER, false, "events for a task that was not there"},
   {"receivers",                COUNTER, false, "receivers that ever subscribed"},
   {"receivers_refused",        COUNTER, false, "receivers turned away because there were too many"},
+  {"receivers_displaced",      COUNTER, false, "receivers that gave way to another user's"},
+  {"receivers_silent",         COUNTER, false, "connections that did not subscribe in time"},
   {"packets_sent",             COUNTER, false, "packets to receivers"},
   {"packets_lost",             COUNTER, false, "packets that a receiver was too slow for"},
   {"packets_received",         COUNTER, false, "messages from receivers to the server"},

@@ -218,6 +218,7 @@ class shell_t {
   void subscribe() {
     if (reports_ != nullptr || !reports_wanted_) return;
     const int error = mdx_subscribe(&reports_, MDX_EVERYTHING, 0);
+    if (error == MDX_ERR_REFUSED) return do_without_reports();
     if (error == MDX_OK && server_lost_) prompt_.print("the server is back\n");
     server_lost_ = error != MDX_OK;
   }
@@ -227,11 +228,18 @@ class shell_t {
     reports_ = nullptr;
   }
 
+  void do_without_reports() {
+    unsubscribe();
+    reports_wanted_ = false;
+    prompt_.print("no reports: " + error_text(MDX_ERR_REFUSED) + "; \"reports on\" tries again\n");
+  }
+
   void take_report() {
     mdx_packet_t packet = MDX_PACKET_INIT;
     const int error = mdx_next_packet(reports_, 0, &packet);
     if (error == MDX_ERR_TIMEOUT) return;
     if (error == MDX_OK) return prompt_.print(time_text(false) + ' ' + packet_line(packet) + '\n');
+    if (error == MDX_ERR_REFUSED) return do_without_reports();
     unsubscribe();
     server_lost_ = true;
     prompt_.print("the server is gone; start it again with \"systemctl start mdxgate\"\n");

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr int kLookForServerMs = 200;
+constexpr int kLookForPlaceMs = 1000;
 
 class watcher_t {
  public:
@@ -38,11 +39,9 @@ class watcher_t {
       int error = subscribe();
       while (error == MDX_OK) error = show_next();
       if (done_) return EXIT_OK;
-      const bool no_server = error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE;
-      if (!no_server || !arguments_.follow) return fail(error);
-      if (!announced_) std::cerr << "mdxctl: waiting for the server" << std::endl;
-      announced_ = true;
-      if (stopped_within(kLookForServerMs)) return EXIT_OK;
+      if (!may_come_back(error) || !arguments_.follow) return fail(error);
+      announce(error);
+      if (stopped_within(is_refusal(error) ? kLookForPlaceMs : kLookForServerMs)) return EXIT_OK;
     }
   }
 
@@ -53,9 +52,28 @@ class watcher_t {
                           : arguments_.service.empty() ? MDX_EVERYTHING
                                                        : arguments_.service.c_str();
     const int error = mdx_subscribe(&subscription_, service, arguments_.module.value_or(0));
-    if (error == MDX_OK && announced_) std::cerr << "mdxctl: the server is there" << std::endl;
-    if (error == MDX_OK) announced_ = false;
+    // Whether there is a place will only be known when a packet comes.
+    if (error == MDX_OK && announced_ != MDX_OK && !is_refusal(announced_)) {
+      std::cerr << "mdxctl: the server is there" << std::endl;
+      announced_ = MDX_OK;
+    }
     return error;
+  }
+
+  static bool is_refusal(int error) { return error == MDX_ERR_REFUSED; }
+
+  static bool may_come_back(int error) {
+    return error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE || is_refusal(error);
+  }
+
+  /// Says once for what it waits.
+  void announce(int error) {
+    const bool said = announced_ != MDX_OK && is_refusal(announced_) == is_refusal(error);
+    announced_ = error;
+    if (said) return;
+    std::cerr << "mdxctl: "
+              << (is_refusal(error) ? std::string(error_text(error)) : "waiting for the server")
+              << std::endl;
   }
 
   /// Waits for a packet and shows it. @return MDX_OK to go on
@@ -67,6 +85,7 @@ class watcher_t {
     const int error = mdx_next_packet(subscription_, 0, &packet);
     if (error == MDX_ERR_TIMEOUT) return MDX_OK;
     if (error != MDX_OK) return error;
+    announced_ = MDX_OK;
     show(packet);
     return arguments_.count && --left_ == 0 ? finish() : MDX_OK;
   }
@@ -105,7 +124,7 @@ class watcher_t {
   int stop_fd_;
   mdx_subscription_t* subscription_ = nullptr;
   bool done_ = false;
-  bool announced_ = false;
+  int announced_ = MDX_OK;  ///< for what it waits, as last said
 };
 
 }  // namespace
