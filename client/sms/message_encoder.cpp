@@ -303,6 +303,18 @@ const char* mdx_sms_mistake_text(int mistake) {
       return "the text takes more than 255 parts: send it as several messages";
     case MDX_SMS_MISTAKE_NO_SUCH_PART:
       return "the message has no such part";
+    case MDX_SMS_MISTAKE_PDU_DIGITS:
+      return "the PDU is not made of pairs of hexadecimal digits";
+    case MDX_SMS_MISTAKE_PDU_LENGTH:
+      return "the PDU is not as long as the modem said: it may have been torn, read it again";
+    case MDX_SMS_MISTAKE_PDU_SHORT:
+      return "the PDU ends inside a field: it may have been torn, read it again";
+    case MDX_SMS_MISTAKE_PDU_TYPE:
+      return "the PDU is of no message that a modem shows";
+    case MDX_SMS_MISTAKE_PDU_ADDRESS:
+      return "an address in the PDU is longer than addresses are";
+    case MDX_SMS_MISTAKE_PDU_TEXT:
+      return "text or header in the PDU are longer than there is room in a message";
     default:
       return "unknown mistake: it is no value of mdx_sms_mistake_t";
   }

@@ -20,6 +20,14 @@ inline constexpr size_t kFirstSize<mdx_sms_options_t> = offsetof(mdx_sms_options
 template <>
 inline constexpr size_t kFirstSize<mdx_sms_part_t> = offsetof(mdx_sms_part_t, pdu) +
                                                      sizeof(mdx_sms_part_t::pdu);
+template <>
+inline constexpr size_t kFirstSize<mdx_sms_t> = offsetof(mdx_sms_t, discharged_known) + 4;
+template <>
+inline constexpr size_t kFirstSize<mdx_sms_stored_t> = offsetof(mdx_sms_stored_t, pdu_length) + 4;
+template <>
+inline constexpr size_t kFirstSize<mdx_sms_sent_parts_t> = offsetof(mdx_sms_sent_parts_t,
+                                                                    reference) +
+                                                           4;
 
 /// Whether it can be read and filled.
 template <typename Struct>
