@@ -17,7 +17,6 @@ namespace {
 
 constexpr char kCtrlZ = '\x1a';
 constexpr char kEscape = '\x1b';
-constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 constexpr std::string_view kSymbols = "+^*$%#&!@_\\-/";
 constexpr std::string_view kPrompt = "> ";
