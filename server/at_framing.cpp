@@ -119,7 +119,7 @@ void parse_hcmgr_line(char* dest, int32_t* hcmgr_pending) {
   if (mdx_state.nas_response_legth + length >= MAX_ATCMD_REPORT_SIZE) {
     MDX_TRACE(kSource, MDX_TRACE_MISSING, "^HCMGR body of %d bytes behind %d does not fit\n",
               length, mdx_state.nas_response_legth);
-    mdx_state.nas_response_legth = 0;
+    mdx_state.nas_response_cut = 1;
     return;
   }
   std::memcpy(dest, body, static_cast<size_t>(length));

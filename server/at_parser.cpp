@@ -35,6 +35,12 @@ struct line_t {
   at_findings_t found;    // what it holds of the tables' literals
 };
 
+/// Of the response text; what is left of it stands as it is.
+void shorten_to(int32_t size) {
+  mdx_state.nas_response_legth = size;
+  mdx_state.nas_response_cut = 1;
+}
+
 bool has_room_for(int32_t size) { return mdx_state.nas_response_legth + size <= kResponseMax; }
 
 void append(std::string_view bytes) {
@@ -64,6 +70,25 @@ std::string_view collected() {
   return {mdx_state.nas_response, static_cast<size_t>(mdx_state.nas_response_legth)};
 }
 
+void empty_collector() { mdx_state.nas_response_legth = mdx_state.nas_response_cut = 0; }
+
+/// The collected text becomes the answer's. That a part of it is missing is told by a length that
+/// no text has.
+void set_collected_response(at_msg_t* msg) {
+  set_response(msg, collected());
+  if (mdx_state.nas_response_cut != 0) msg->rsp_len = MAX_ATCMD_REPORT_SIZE;
+}
+
+/// Behind a line that did not fit none is taken, so that the text is the answer's beginning.
+bool fits(int32_t size) { return mdx_state.nas_response_cut == 0 && has_room_for(size); }
+
+/// The line is left out, and so is all behind it but the result.
+[[gnu::cold]] pass_t leave_out(at_msg_t* msg) {
+  shorten_to(mdx_state.nas_response_legth);
+  msg->rsp_len = MAX_ATCMD_REPORT_SIZE;
+  return pass_t::kGoesOn;
+}
+
 /// The line would take the response past its bound: both are dropped, and collecting starts anew.
 [[gnu::cold]] pass_t drop_response(at_msg_t* msg) {
   MDX_TRACE(kSource, MDX_TRACE_DETAIL,
@@ -71,7 +96,7 @@ std::string_view collected() {
   msg->rsp_len = kResponseMax;
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "line_buf : <***>\n");
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "msg->snd_rcv_msg.rmsg : <***>\n");
-  mdx_state.nas_response_legth = 0;
+  empty_collector();
   return pass_t::kEndsOpen;
 }
 
@@ -79,7 +104,7 @@ std::string_view collected() {
 pass_t take_pattern_line(at_msg_t* msg, const line_t& line) {
   if (msg->multi_line != 0 && msg->multi_line != 1) return pass_t::kEndsOpen;
   const std::string_view end = msg->multi_line == 1 ? kLineEnd : "";
-  if (!has_room_for(line.pos + static_cast<int32_t>(end.size()))) return drop_response(msg);
+  if (!fits(line.pos + static_cast<int32_t>(end.size()))) return leave_out(msg);
   append(view(line));
   append(end);
   return pass_t::kGoesOn;
@@ -88,7 +113,7 @@ pass_t take_pattern_line(at_msg_t* msg, const line_t& line) {
 /// A line of a transparent answer, which also goes straight into `rmsg`: a client whose exchange
 /// times out gets what the last delivery held.
 [[gnu::cold]] pass_t take_transparent_line(at_msg_t* msg, const line_t& line) {
-  if (!has_room_for(line.pos + static_cast<int32_t>(kLineEnd.size()))) return drop_response(msg);
+  if (!fits(line.pos + static_cast<int32_t>(kLineEnd.size()))) return leave_out(msg);
   const int32_t start = mdx_state.nas_response_legth;
   append(view(line));
   append(kLineEnd);
@@ -106,6 +131,7 @@ pass_t take_text_line(at_msg_t* msg, const line_t& line) {
     MDX_TRACE(kSource, MDX_TRACE_DETAIL, "nas_response_legth : %d,  pos : %d \n",
               mdx_state.nas_response_legth, line.pos);
   }
+  if (msg->multi_line == 1 && !fits(line.pos)) return leave_out(msg);
   if (!has_room_for(line.pos)) return drop_response(msg);
   append(view(line));
   msg->rsp_len = mdx_state.nas_response_legth;
@@ -115,15 +141,19 @@ pass_t take_text_line(at_msg_t* msg, const line_t& line) {
   return pass_t::kGoesOn;
 }
 
-/// The response of a transparent command ends with the result line itself. A response that leaves
-/// no room for it gives way to it; a result line too long for its CR LF is cut.
+/// The response of a transparent command ends with the result line itself. Lines at the end of a
+/// response that leaves no room for it give way; a result line too long for its CR LF is cut.
 [[gnu::cold]] void answer_transparent(at_msg_t* msg, const line_t& line) {
   constexpr int32_t kLongest = kResponseMax - static_cast<int32_t>(kLineEnd.size());
   const auto size = static_cast<size_t>(std::min(line.pos, kLongest));
-  if (!has_room_for(static_cast<int32_t>(size + kLineEnd.size()))) drop_response(msg);
+  while (!has_room_for(static_cast<int32_t>(size + kLineEnd.size()))) {
+    const std::string_view text = collected().substr(0, collected().size() - 1);
+    const size_t end = text.rfind(kLineEnd);
+    shorten_to(end == std::string_view::npos ? 0 : static_cast<int32_t>(end + kLineEnd.size()));
+  }
   append({line.text, size});
   append(kLineEnd);
-  set_response(msg, collected());
+  set_collected_response(msg);
 }
 
 pass_t accept_result(at_msg_t* msg, const line_t& line, int err_code) {
@@ -138,11 +168,11 @@ pass_t accept_result(at_msg_t* msg, const line_t& line, int err_code) {
   } else if (valid && (err_code == AT_CME_ERROR || err_code == AT_CMS_ERROR)) {
     set_response(msg, view(line));
   } else if (msg->multi_line == 0 || (valid && err_code == AT_OK)) {
-    set_response(msg, collected());
+    set_collected_response(msg);
   } else {
     msg->rsp_len = 0;
   }
-  mdx_state.nas_response_legth = 0;
+  empty_collector();
   return pass_t::kEndsDone;
 }
 

@@ -72,6 +72,7 @@ struct mdx_state_t {
   int32_t line_used = 0;                          ///< bytes of it that may be other than zero
   char nas_response[MAX_ATCMD_REPORT_SIZE] = {};  ///< response text, across deliveries
   int32_t nas_response_legth = 0;                 ///< bytes in it
+  int32_t nas_response_cut = 0;                   ///< 1: more came behind them and is lost
   int32_t result_received = 0;                    ///< 1: this delivery's result line has been taken
 
   // The server's own commands.

@@ -89,7 +89,11 @@ void line_rules::take_body() {
   const std::string body = rest_.substr(0, size);
   rest_.erase(0, size);
   if (body.size() < size) return;
-  collected_ = collected_.size() + size > kTextMax ? "" : collected_ + body;
+  if (collected_.size() + size > kTextMax) {
+    cut_ = true;
+  } else {
+    collected_ += body;
+  }
 }
 
 /// @return whether the pass goes on
@@ -101,8 +105,10 @@ bool line_rules::sort(answer_t* answer, const std::string& line) {
     if (!has_result_) answer->ret_val = AT_NONE;
     return false;
   }
-  if (!answer->match.empty() && holds(shown, answer->match))
-    return plain && collect(answer, line + (answer->multi_line == 1 ? kLineEnd : ""));
+  if (!answer->match.empty() && holds(shown, answer->match)) {
+    if (plain) collect(answer, line + (answer->multi_line == 1 ? kLineEnd : ""), true);
+    return plain;
+  }
   for (const auto* row = at_result_table; row->literal != nullptr && !has_result_; ++row) {
     if (!shown.starts_with(row->literal)) continue;
     accept(answer, line, row->code);
@@ -116,7 +122,8 @@ bool line_rules::sort(answer_t* answer, const std::string& line) {
   const bool transparent = answer->req_type == TRANSPARENT_CMD && answer->multi_line != 1;
   if (!plain && !transparent) return false;
   const size_t start = collected_.size();
-  if (!collect(answer, line + (transparent ? kLineEnd : ""))) return false;
+  const bool keep_beginning = transparent || answer->multi_line == 1;
+  if (!collect(answer, line + (transparent ? kLineEnd : ""), keep_beginning)) return keep_beginning;
   answer->rsp_len = static_cast<int32_t>(collected_.size());
   if (!transparent) return true;
   answer->text.resize(std::max(answer->text.size(), collected_.size()), '\0');
@@ -124,14 +131,19 @@ bool line_rules::sort(answer_t* answer, const std::string& line) {
   return true;
 }
 
-bool line_rules::collect(answer_t* answer, const std::string& text) {
-  if (collected_.size() + text.size() <= kTextMax) {
+bool line_rules::collect(answer_t* answer, const std::string& text, bool keep_beginning) {
+  const bool fits = collected_.size() + text.size() <= kTextMax && !(keep_beginning && cut_);
+  if (fits) {
     collected_ += text;
-    return true;
+  } else if (keep_beginning) {
+    cut_ = true;
+    answer->rsp_len = MAX_ATCMD_REPORT_SIZE;
+  } else {
+    collected_.clear();
+    cut_ = false;
+    answer->rsp_len = kTextMax;
   }
-  collected_.clear();
-  answer->rsp_len = kTextMax;
-  return false;
+  return fits;
 }
 
 void line_rules::accept(answer_t* answer, const std::string& line, int32_t code) {
@@ -140,16 +152,25 @@ void line_rules::accept(answer_t* answer, const std::string& line, int32_t code)
   const bool plain = answer->multi_line == 0 || answer->multi_line == 1;
   const bool numbered = code == AT_CME_ERROR || code == AT_CMS_ERROR;
   std::string text = std::exchange(collected_, {});
+  bool cut = std::exchange(cut_, false);
   if (answer->req_type == TRANSPARENT_CMD) {
     const std::string result = line.substr(0, kTextMax - kLineEnd.size()) + kLineEnd;
-    text = text.size() + result.size() > kTextMax ? result : text + result;
+    while (text.size() + result.size() > kTextMax) {
+      const size_t end = text.rfind(kLineEnd, text.size() - 1 - kLineEnd.size());
+      text.resize(
+          text.size() <= kLineEnd.size() || end == std::string::npos ? 0 : end + kLineEnd.size());
+      cut = true;
+    }
+    text += result;
   } else if (plain && numbered) {
     text = line.substr(0, kTextMax);
+    cut = false;
   } else if (answer->multi_line != 0 && (!plain || code != AT_OK)) {
     text.clear();
+    cut = false;
   }
   answer->text = text;
-  answer->rsp_len = static_cast<int32_t>(text.size());
+  answer->rsp_len = cut ? MAX_ATCMD_REPORT_SIZE : static_cast<int32_t>(text.size());
 }
 
 bool line_rules::is_report(const answer_t& answer, const std::string& line) {

@@ -43,13 +43,14 @@ class line_rules {
   bool complete_sms_header(std::string* line);
   void take_body();
   bool sort(answer_t* answer, const std::string& line);
-  bool collect(answer_t* answer, const std::string& text);
+  bool collect(answer_t* answer, const std::string& text, bool keep_beginning);
   void accept(answer_t* answer, const std::string& line, int32_t code);
   bool is_report(const answer_t& answer, const std::string& line);
 
   std::string rest_;       // of the delivery
   std::string collected_;  // response text, across deliveries
   std::vector<report_t> reports_;
+  bool cut_ = false;  // more came behind it
   bool cr_pending_ = false;
   bool has_result_ = false;
 };
