@@ -74,6 +74,15 @@ bool is_news(std::string_view line) {
                      [line](std::string_view word) { return line.find(word) != kNowhere; });
 }
 
+bool is_cr_or_escape(char byte) { return byte == '\r' || byte == '\x1b'; }
+
+/// What a modem may repeat in front of an echo: the CR behind a Ctrl-Z, or an ESC that it has
+/// missed the prompt for.
+std::string_view without_left_over_echo(std::string_view line) {
+  while (!line.empty() && is_cr_or_escape(line.front())) line.remove_prefix(1);
+  return line;
+}
+
 std::string_view without_crs(std::string_view line) {
   while (!line.empty() && line.front() == '\r') line.remove_prefix(1);
   return line;
@@ -185,11 +194,11 @@ void delivery_assembler::drop_surplus_crs() {
 }
 
 // Called at each CR. The line behind a header is what it announces, even if it reads like the
-// command. A CR in front belongs to the echo, too: modems repeat the one behind a Ctrl-Z.
+// command.
 void delivery_assembler::drop_echo() {
   const std::string_view echo = expected_echo();
   if (echo.empty() || body_ != body_t::none) return;
-  if (without_crs({bytes_ + line_, size_ - 1 - line_}) != echo) return;
+  if (without_left_over_echo({bytes_ + line_, size_ - 1 - line_}) != echo) return;
   size_ = line_;
   ++echoes_dropped_;
   debt_.echoed();

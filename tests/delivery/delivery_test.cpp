@@ -151,6 +151,7 @@ const case_t echoes[] = {
     {"PduBehindPrompt",  {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> " + pdu + "\x1a\r\r\n+CMGS: 3\r\n\r\nOK\r\n", "= \r\n> ", "= +CMGS: 3\r\n\r\nOK\r\n"}},
     {"BothStepsAtOnce",  {"> at+cmgs=22\r" + pdu + "\x1a\r", "< at+cmgs=22\r\r\n> ", "= > ", "< " + pdu + "\x1a\r\n+CMS ERROR: 5\r\n", "= +CMS ERROR: 5\r\n"}},
     {"CrOfTheOneBefore", {"> AT\r", "< OK\r\n\r", "= OK\r\n", ".", "> AT+X\r", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
+    {"EscapeInFront",    {"> AT+X\r", "< \x1b" "AT+X\r\r\nOK\r\n", "= OK\r\n"}},
     {"OnlyTheFirst",     {"> AT\r", "< AT\r\r\nAT\r\nOK\r\n", "= AT\r\nOK\r\n"}},
     {"OnlyTheWholeLine", {"> AT\r", "< ATI\r\n AT\r\nA\r\nOK\r\n", "= ATI\r\n AT\r\nA\r\nOK\r\n"}},
     {"NotAMessageText",  {"> AT+CMGR=1\r", "< \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n", "= \r\n+CMGR: 1\r\nAT+CMGR=1\r\n\r\nOK\r\n"}},
