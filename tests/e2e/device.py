@@ -90,9 +90,9 @@ class Queues:
             os.close(fifo)
 
 
-def record(text, msg_type):
+def record(text, msg_type, req_type=0):
     """A request of 1600 bytes that waits a second for its answer."""
-    return struct.pack("=iIiIIii64s1500sii", msg_type, 0, 0, 0, 0, 0, 1, b"", text, 0, 0)
+    return struct.pack("=iIiIIii64s1500sii", msg_type, req_type, 0, 0, 0, 0, 1, b"", text, 0, 0)
 
 
 class SystemLog(threading.Thread):
