@@ -247,10 +247,22 @@ typedef struct mdx_packet {
   int32_t b;           /**< second value */
   uint32_t length;     /**< payload bytes */
   const void* payload; /**< valid until the next call on the subscription; aligned for any type */
+  /** 1: told before the subscription was made; only where its options ask for such packets. */
+  uint32_t remembered;
+  uint32_t age_s; /**< of a remembered packet: whole seconds since it was told; else 0 */
 } mdx_packet_t;
 
 #define MDX_PACKET_INIT \
-  { sizeof(mdx_packet_t), 0, 0, "", 0, 0, 0, 0, 0, NULL }
+  { sizeof(mdx_packet_t), 0, 0, "", 0, 0, 0, 0, 0, NULL, 0, 0 }
+
+/** The service that hears of the modem's link, in order with what the modem says. */
+#define MDX_SERVICE_LINK "link"
+
+/** `type` of its messages, which carry nothing else. */
+typedef enum mdx_link {
+  MDX_LINK_UP = 1,  /**< the modem's device was opened, also for the first time */
+  MDX_LINK_GONE = 2 /**< it went away, or was given up; what it told before may no longer be true */
+} mdx_link_t;
 
 /** Subscribes to what the server tells the device.
  *
@@ -260,6 +272,28 @@ typedef struct mdx_packet {
  * MDX_ERR_SYSTEM. Of a hub without a place mdx_next_packet may be the first to hear.
  */
 MDX_API int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module);
+
+/** What a subscription yields. Start from MDX_SUBSCRIBE_OPTIONS_INIT. */
+typedef struct mdx_subscribe_options {
+  uint32_t size;       /**< sizeof(mdx_subscribe_options_t) of the caller */
+  uint32_t module;     /**< as mdx_subscribe */
+  const char* service; /**< as mdx_subscribe */
+  /** 1: first comes the last packet of each kind of state (signal, registration, SIM, data
+   * connection and so on), as far as one was told since the server's start: each with `remembered`.
+   * That of MDX_SERVICE_LINK is always known, and the last of them. Nothing personal is among them:
+   * no message, USSD text, number or call. */
+  int32_t last;
+} mdx_subscribe_options_t;
+
+#define MDX_SUBSCRIBE_OPTIONS_INIT \
+  { sizeof(mdx_subscribe_options_t), 0, MDX_EVERYTHING, 0 }
+
+/** Subscribes as the options say; the modem is not asked. Else as mdx_subscribe.
+ *
+ * @param options  NULL for everything that is told from now on
+ */
+MDX_API int mdx_subscribe_with(mdx_subscription_t** subscription,
+                               const mdx_subscribe_options_t* options);
 
 /** A descriptor that polls readable when a packet waits or the server is lost. The subscription's
  * own. */

@@ -20,6 +20,8 @@ constexpr uint8_t kind_of() {
   return std::is_signed_v<T> ? MDX_FIELD_NUMBER : MDX_FIELD_UNSIGNED;
 }
 
+static_assert(int(MDX_LINK_UP) == int(LINK_MSG_UP) && int(MDX_LINK_GONE) == int(LINK_MSG_GONE));
+
 // clang-format off
 #define FIELD(payload, record, member, name, unit) \
   {payload, name, offsetof(record, member), sizeof(record::member), kind_of<decltype(record::member)>(), unit}

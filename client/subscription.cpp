@@ -41,6 +41,8 @@ static_assert(int(MDX_KIND_SERVICE) == int(MDX_PACKET_SERVICE));
 static_assert(int(MDX_KIND_NOTIFICATION) == int(MDX_PACKET_NOTIFICATION));
 static_assert(int(MDX_KIND_VOICE) == int(MDX_PACKET_VOICE));
 constexpr size_t kFirstSize = offsetof(mdx_packet_t, payload) + sizeof(mdx_packet_t::payload);
+constexpr size_t kFirstOptionsSize =
+    offsetof(mdx_subscribe_options_t, last) + sizeof(mdx_subscribe_options_t::last);
 
 int error_of(int system_error) {
   switch (system_error) {
@@ -75,6 +77,20 @@ bool was_refused(int fd) {
     if (is_farewell(&header, recv(fd, &header, sizeof(header), MSG_DONTWAIT))) return true;
   }
   return false;
+}
+
+/// @return false when the options cannot be a subscription
+bool fill_request(const mdx_subscribe_options_t* options, mdx_packet_header_t* request) {
+  constexpr mdx_subscribe_options_t kDefaults = MDX_SUBSCRIBE_OPTIONS_INIT;
+  if (options == nullptr) options = &kDefaults;
+  if (options->size < kFirstOptionsSize || options->service == nullptr) return false;
+  const size_t length = std::strlen(options->service);
+  if (length >= sizeof(request->to)) return false;
+  request->kind = MDX_PACKET_SUBSCRIPTION;
+  std::memcpy(request->to, options->service, length);
+  if (length == 0) request->module = options->module;
+  if (options->last != 0) request->a = kMdxSubscribeWithStates;
+  return true;
 }
 
 /// Connects and sends the subscription.
@@ -136,9 +152,11 @@ bool read_packet(const mdx_subscription_t* subscription, size_t size, mdx_packet
   mdx_packet_t filled = MDX_PACKET_INIT;
   filled.size = packet->size;
   filled.type = header.type;
-  filled.kind = header.kind;
+  filled.remembered = (header.kind & kMdxPacketRemembered) != 0 ? 1 : 0;
+  filled.kind = header.kind & ~kMdxPacketRemembered;
   std::memcpy(filled.to, header.to, sizeof(header.to));
-  filled.lost = header.lost;
+  filled.lost = filled.remembered != 0 ? 0 : header.lost;
+  filled.age_s = filled.remembered != 0 ? header.lost : 0;
   filled.module = header.module;
   filled.a = header.a;
   filled.b = header.b;
@@ -152,13 +170,17 @@ static_assert(sizeof(mdx_packet_header_t) % 8 == 0);  // keeps the payload as al
 }  // namespace
 
 int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module) {
+  mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
+  options.service = service;
+  options.module = module;
+  return mdx_subscribe_with(subscription, &options);
+}
+
+int mdx_subscribe_with(mdx_subscription_t** subscription, const mdx_subscribe_options_t* options) {
   if (subscription == nullptr) return MDX_ERR_ARGUMENT;
   *subscription = nullptr;
   mdx_packet_header_t request{};
-  if (service == nullptr || std::strlen(service) >= sizeof(request.to)) return MDX_ERR_ARGUMENT;
-  request.kind = MDX_PACKET_SUBSCRIPTION;
-  std::memcpy(request.to, service, std::strlen(service));
-  if (service[0] == '\0') request.module = module;
+  if (!fill_request(options, &request)) return MDX_ERR_ARGUMENT;
 
   auto* opened = static_cast<mdx_subscription_t*>(std::calloc(1, sizeof(mdx_subscription_t)));
   if (opened == nullptr) return MDX_ERR_SYSTEM;

@@ -71,8 +71,8 @@ enum service_message_t : uint32_t {
   CMS_MSG_DATACARD_INSERTED = 0x8804,  ///< "cms": nothing; the server is up
   CMS_MSG_FLOW_REPORT = 0x881B,        ///< "cms": at_dsflow_cms_info
   CMS_MSG_MMI_ENTER = 0x881C,          ///< "cms": nothing
-  MDX_LINK_UP = 1,                     ///< "link": nothing; the modem's device was opened
-  MDX_LINK_GONE = 2,                   ///< "link": nothing; it went away, or was given up
+  LINK_MSG_UP = 1,                     ///< "link": nothing; the modem's device was opened
+  LINK_MSG_GONE = 2,                   ///< "link": nothing; it went away, or was given up
 };
 
 /// The one message of the voice service.

@@ -50,7 +50,7 @@ constexpr kind_row_t kKinds[] = {
     notification(NOTIFY_MODULE_19, EVT_AT_REG_CHANGE, EVT_AT_REG_CHANGE, 0),
     notification(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, EVT_AT_SIGNAL_LEVEL, 0),
     notification(NOTIFY_MODULE_19, EVT_AT_HCSQ, EVT_AT_HCSQ, sizeof(at_hcsq_info)),
-    service(kServiceLink, MDX_LINK_UP, MDX_LINK_GONE, 0),
+    service(kServiceLink, LINK_MSG_UP, LINK_MSG_GONE, 0),
 };
 // clang-format on
 
@@ -84,7 +84,7 @@ void keep(kept_t* place, const mdx_packet_header_t& header, const void* payload)
 
 void hub_states_begin() {
   mdx_packet_header_t header{};
-  header.type = MDX_LINK_GONE;
+  header.type = LINK_MSG_GONE;
   header.kind = MDX_PACKET_SERVICE;
   memcpy(header.to, kServiceLink, sizeof(kServiceLink));
   hub_states_keep(header, nullptr);

@@ -93,7 +93,7 @@ void tell_receivers(service_message_t news) { KRP_MSG_SendMsgData(kServiceLink, 
 void tell_gone_in_order() {
   if (!channel.gone_untold || assembler.holds_text() || !nas_queue_is_empty()) return;
   channel.gone_untold = false;
-  tell_receivers(MDX_LINK_GONE);
+  tell_receivers(LINK_MSG_GONE);
 }
 
 bool count_change(mdx_counter_t counter, uint32_t* before, uint32_t now) {
@@ -205,7 +205,7 @@ int open_device() {
   if (error != 0 && log_news.still_gone(MDX_elapse())) tell_gone();
   if (error != 0) return error;
   begin_listening(end);
-  tell_receivers(MDX_LINK_UP);
+  tell_receivers(LINK_MSG_UP);
   if (channel.was_open) {
     counter_add(COUNT_CHANNEL_REOPENED);
     if (log_news.back()) tell(MDX_TRACE_MISSING, "back");
@@ -224,7 +224,7 @@ void give_up() {
     close_device();
     tell(MDX_TRACE_FLOW, "closed");
   }
-  if (is_news) tell_receivers(MDX_LINK_GONE);
+  if (is_news) tell_receivers(LINK_MSG_GONE);
   channel.gone_untold = false;
   channel.size = channel.used = 0;
   channel.refused = false;

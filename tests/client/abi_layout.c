@@ -36,6 +36,13 @@ AT(mdx_packet_t, a, 36);
 AT(mdx_packet_t, b, 40);
 AT(mdx_packet_t, length, 44);
 AT(mdx_packet_t, payload, 48);
+AT(mdx_packet_t, remembered, 48 + POINTER);
+AT(mdx_packet_t, age_s, 52 + POINTER);
+
+AT(mdx_subscribe_options_t, size, 0);
+AT(mdx_subscribe_options_t, module, 4);
+AT(mdx_subscribe_options_t, service, 8);
+AT(mdx_subscribe_options_t, last, 8 + POINTER);
 
 AT(mdx_field_t, size, 0);
 AT(mdx_field_t, kind, 4);
@@ -104,6 +111,7 @@ AT(mdx_sms_sent_parts_t, reference, 16);
 const mdx_options_t abi_options = MDX_OPTIONS_INIT;
 const mdx_result_t abi_result = MDX_RESULT_INIT;
 const mdx_packet_t abi_packet = MDX_PACKET_INIT;
+const mdx_subscribe_options_t abi_subscribe_options = MDX_SUBSCRIBE_OPTIONS_INIT;
 const mdx_field_t abi_field = MDX_FIELD_INIT;
 const mdx_sms_options_t abi_sms_options = MDX_SMS_OPTIONS_INIT;
 const mdx_sms_part_t abi_sms_part = MDX_SMS_PART_INIT;

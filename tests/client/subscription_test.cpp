@@ -18,7 +18,7 @@
 
 namespace {
 
-/// A hub with one receiver, which asked for everything.
+/// A hub with one receiver, which asked for everything, the last of each state first.
 class Subscription : public testing::Test {
  protected:
   Subscription() {
@@ -29,13 +29,18 @@ class Subscription : public testing::Test {
     const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
     EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     EXPECT_EQ(listen(listener, 1), 0);
-    EXPECT_EQ(mdx_subscribe(&receiver_, MDX_EVERYTHING, 7), MDX_OK);
+    mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
+    options.module = 7;
+    options.last = 1;
+    EXPECT_EQ(mdx_subscribe_with(&receiver_, &options), MDX_OK);
     hub_ = accept(listener, nullptr, nullptr);
     close(listener);
     mdx_packet_header_t header{};
     EXPECT_EQ(recv(hub_, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
     EXPECT_EQ(header.kind, MDX_PACKET_SUBSCRIPTION);
     EXPECT_STREQ(header.to, "*");
+    EXPECT_EQ(header.module, 0u);
+    EXPECT_EQ(header.a, kMdxSubscribeWithStates);
   }
   ~Subscription() override {
     mdx_unsubscribe(receiver_);
@@ -76,6 +81,28 @@ TEST_F(Subscription, YieldsPacketsWholeAndInOrder) {
   ASSERT_EQ(next(0), MDX_OK);
   EXPECT_EQ(packet_.kind, MDX_KIND_VOICE);
   EXPECT_EQ(packet_.length, 0u);
+}
+
+TEST_F(Subscription, MarksWhatWasToldBeforeForCallersOfAnyVersion) {
+  const std::string connection(8, '\1');
+  say({166657, kMdxPacketRemembered | 1, "dialup", 77, 0, 0, 0, 0}, connection);
+  say({2, kMdxPacketRemembered | 1, "link", 5, 0, 0, 0, 0}, "");
+  say({2, 1, "link", 5, 0, 0, 0, 0}, "");
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.kind, MDX_KIND_SERVICE);
+  EXPECT_EQ(packet_.remembered, 1u);
+  EXPECT_EQ(packet_.age_s, 77u);
+  EXPECT_EQ(packet_.lost, 0u);
+  EXPECT_STREQ(mdx_packet_name(&packet_), "DIALUP_MSG_V4_UP");
+  packet_.size = offsetof(mdx_packet_t, remembered);
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.age_s, 77u) << "not the library's, for a program of an earlier version";
+  EXPECT_EQ(packet_.lost, 0u);
+  packet_.size = sizeof(packet_);
+  ASSERT_EQ(next(-1), MDX_OK);
+  EXPECT_EQ(packet_.remembered, 0u);
+  EXPECT_EQ(packet_.age_s, 0u);
+  EXPECT_EQ(packet_.lost, 5u);
 }
 
 TEST_F(Subscription, PassesOverWhatIsNoPacketAndTellsTheEndBehindTheLast) {

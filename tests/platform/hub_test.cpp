@@ -137,7 +137,7 @@ TEST_F(Hub, ShowsTheLastOfEachStateToWhoAsksForIt) {
   const Receiver everything("*", 0, kMdxSubscribeWithStates);
   std::vector<uint32_t> types;
   Packet packet = everything.next();
-  for (; packet.header.type != MDX_LINK_GONE; packet = everything.next()) {
+  for (; packet.header.type != LINK_MSG_GONE; packet = everything.next()) {
     EXPECT_NE(packet.header.kind & kMdxPacketRemembered, 0u);
     EXPECT_LE(packet.header.lost, 60u) << "seconds old";
     types.push_back(packet.header.type);
