@@ -7,9 +7,12 @@
 
 #include <set>
 
+#include "platform/linux/hub_states.h"
 #include "server/at_match.h"
+#include "tests/fake_platform/fake_platform.h"
 #include "tests/reports/packet_words.h"
 #include "tests/reports/report_journal.h"
+#include "wire/destinations.h"
 
 using namespace std::string_literals;
 using testing::ElementsAreArray;
@@ -228,6 +231,39 @@ std::string literal_of(int id) {
   return row->literal == nullptr ? "" : row->literal;
 }
 
+/// As the hub does with each packet.
+void remember(const fake::entry& packet) {
+  mdx_packet_header_t header{};
+  header.type = packet.type;
+  header.kind = packet.what == fake::kind::SERVICE        ? MDX_PACKET_SERVICE
+                : packet.what == fake::kind::NOTIFICATION ? MDX_PACKET_NOTIFICATION
+                                                          : MDX_PACKET_VOICE;
+  packet.name.copy(header.to, sizeof(header.to) - 1);
+  header.module = static_cast<uint32_t>(packet.module);
+  header.a = packet.a;
+  header.b = packet.b;
+  header.length = static_cast<uint32_t>(packet.text.size());
+  hub_states_keep(header, packet.text.data());
+}
+
+/// The bytes kept of each kind of state, without their age.
+std::vector<std::string> remembered() {
+  std::vector<std::string> kinds;
+  hub_state_t state;
+  for (size_t kind = 0; hub_states_get(kind, &state); ++kind) {
+    state.header.lost = 0;
+    const bool known = state.header.type != 0;
+    kinds.push_back(known ? std::string(reinterpret_cast<const char*>(&state), sizeof(state)) : "");
+  }
+  return kinds;
+}
+
+bool is_personal(const fake::entry& packet) {
+  return packet.what == fake::kind::VOICE ||
+         (packet.what == fake::kind::NOTIFICATION &&
+          (packet.module == NOTIFY_MODULE_1 || packet.module == NOTIFY_MODULE_2));
+}
+
 }  // namespace
 
 TEST(ReportLines, EveryRowTellsItsReceivers) {
@@ -261,4 +297,28 @@ TEST(ReportLines, AnUnreadableLineIsTracedAndLost) {
     EXPECT_EQ(journal.back(), trace(c.level, c.text)) << c.line;
     EXPECT_THAT(packets_of(journal), IsEmpty()) << c.line;
   }
+}
+
+// Messages, USSD and calls leave no byte behind; of all else each kind of state is told by some
+// line.
+TEST(ReportLines, WhatIsPersonalIsNotRemembered) {
+  std::vector<std::string> lines;
+  for (const row_case_t& c : row_cases()) lines.push_back(c.line);
+  for (const line_case_t& c : line_cases) lines.push_back(c.line);
+  lines.insert(lines.end(), 10, "^DSFLOWRPT:1,2,3,4,5,6,7");  // one in ten reaches "cms"
+  for (const std::string& line : lines) {
+    report(line);
+    for (const fake::entry& packet : fake::packets()) {
+      const std::vector<std::string> before = remembered();
+      remember(packet);
+      if (is_personal(packet)) {
+        EXPECT_EQ(remembered(), before) << line;
+      }
+    }
+  }
+  std::vector<std::string> known = remembered();
+  known.pop_back();  // of the modem's link no line tells
+  EXPECT_THAT(known, testing::Each(testing::Not(testing::IsEmpty())));
+  for (const char* text : {"123456789", "911", kPdu, "R 96.45", "SM"})
+    EXPECT_THAT(known, testing::Each(testing::Not(testing::HasSubstr(text)))) << text;
 }
