@@ -84,10 +84,13 @@ class Terminal(DeviceTest):
         self.tmux("send-keys", "C-u")
         self.type("nonsense")
         self.see("help shows")
+        self.type("reports on")
+        self.stop(self.modem)
+        self.see("link MDX_LINK_GONE the modem is gone")
         self.type("", "C-d")
         self.assert_terminal_is_as_before()
         history = pathlib.Path("/tmp/.local/state/mdxctl/history").read_text().splitlines()
-        self.assertEqual(history, ["AT+GCAP", "reports off", "AT+COPS=?", "nonsense"])
+        self.assertEqual(history, ["AT+GCAP", "reports off", "AT+COPS=?", "nonsense", "reports on"])
 
     def test_top(self):
         self.start_device("--reports", "200")
@@ -103,6 +106,10 @@ class Terminal(DeviceTest):
             end = "q ends" if lines >= 10 else "mdxctl top"
             wait_until(lambda: end in self.screen().splitlines()[0 if lines < 10 else -1], PATIENCE_S,
                        f"drawn in {columns}x{lines}")
+        self.stop(self.modem)
+        self.see("modem gone for", "SIGNAL  the modem is gone; -", "MDX_LINK_GONE")
+        self.start_modem("--quiet")
+        self.see("modem open", "MDX_LINK_UP")
         self.stop(self.server)
         self.server = None
         self.see("no server is running")

@@ -69,12 +69,14 @@ int answer_t::show(const mdx_result_t& result, const std::string& text,
   const exit_code_t code = exit_code_of_result(result);
   const std::string name = mdx_result_name(result.ret_val);
   if (result.truncated != 0) std::cerr << "mdxctl: " << kTruncated << std::endl;
+  if (link_) warn_if_gone(*link_);
   if (json_) {
     ordered_json object = {{"command", command_},
                            {"result", {{"name", name}, {"number", result.ret_val}}},
                            {"text", text},
                            {"truncated", result.truncated != 0},
                            {"seconds", seconds()}};
+    if (link_) object["modem"] = link_json(*link_);
     if (!error.empty()) object["error"] = error;
     print(object);
     return code;

@@ -4,14 +4,19 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "client/mdxclient.h"
+#include "tools/mdxctl/known_states.h"
 
 class answer_t {
  public:
   /// Begins the time that the answer takes.
   answer_t(std::string command, bool json);
+
+  /// For an answer that the modem did not give now: whether it is there belongs to it.
+  void tell_link(const modem_link_t& link) { link_ = link; }
 
   /// Shows an answer with its text.
   /// @return the exit code
@@ -30,6 +35,7 @@ class answer_t {
 
   std::string command_;
   bool json_;
+  std::optional<modem_link_t> link_;
   std::chrono::steady_clock::time_point start_;
 };
 

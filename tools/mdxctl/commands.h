@@ -62,6 +62,12 @@ struct status_arguments_t {
 };
 int run_status(const status_arguments_t& arguments);
 
+struct state_arguments_t {
+  std::string name;  ///< as is_state_name, empty for all
+  bool json = false;
+};
+int run_state(const state_arguments_t& arguments);
+
 /// The server at work on the whole screen.
 int run_top();
 
@@ -69,6 +75,7 @@ struct watch_arguments_t {
   std::string service;             ///< empty for all, unless `module` is given
   std::optional<uint32_t> module;  ///< notifications of this module only
   std::optional<uint32_t> count;   ///< end after this many packets
+  bool last = false;               ///< the last of each state first
   bool follow = false;             ///< wait for a server that is not there
   bool json = false;
 };

@@ -18,8 +18,9 @@ enum exit_code_t : int {
 inline constexpr char kExitCodeHelp[] =
     "Exit codes:\n"
     "  0  the modem answered OK or CONNECT; watch: ended by Ctrl-C or --count;\n"
-    "     console, stats: the server answered\n"
-    "  1  the modem answered with any other result, COMMAND NOT SUPPORT included\n"
+    "     console, state, stats: the server answered\n"
+    "  1  the modem answered with any other result, COMMAND NOT SUPPORT included;\n"
+    "     state NAME: the modem has told nothing of it\n"
     "  2  wrong usage, or a command that can never be served\n"
     "  3  no answer in time, or a message that was not confirmed\n"
     "  4  no server running, or it died meanwhile\n"

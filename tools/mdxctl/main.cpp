@@ -7,6 +7,7 @@
 
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/state_words.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ struct arguments_t {
   report_arguments_t report;
   console_arguments_t console;
   stats_arguments_t stats;
+  state_arguments_t state;
   status_arguments_t status;
   watch_arguments_t watch;
 };
@@ -130,6 +132,27 @@ void add_shell(CLI::App& app, int& code) {
               [&] { code = run_shell(); });
 }
 
+void add_state(CLI::App& app, state_arguments_t& arguments, int& code) {
+  CLI::App* state = add_command(
+      app, "state",
+      "Show what the modem told last of each kind of state, and how long ago; the modem is not "
+      "asked.\nWhat is personal (messages, USSD, numbers, calls) is not remembered.",
+      [&] { code = run_state(arguments); });
+  state
+      ->add_option("name", arguments.name,
+                   "only what the word stands for, or one packet by its name, see below")
+      ->check([](const std::string& name) {
+        if (is_state_name(name)) return std::string();
+        return "there is no state '" + name + "'; there are " + state_words(", ") +
+               ", and the packets behind them";
+      })
+      ->type_name("TEXT:{" + state_words(",") + "}");
+  state->add_flag("--json", arguments.json,
+                  "one object: modem (up, age_s), states by their packets' names, each with state, "
+                  "current, age_s, fields");
+  state->footer("States:\n" + states_help() + "\n\n" + kExitCodeHelp);
+}
+
 void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
   CLI::App* stats =
       add_command(app, "stats", "Show what passed through the server and what it dropped.",
@@ -153,8 +176,9 @@ void add_status(CLI::App& app, status_arguments_t& arguments, int& code) {
 
 void add_top(CLI::App& app, int& code) {
   add_command(app, "top",
-              "Show the server at work on the whole screen, anew each second: state, commands and "
-              "their latency, queues, signal, the last report of each kind, receivers and what "
+              "Show the server at work on the whole screen, anew each second: state, modem, "
+              "commands and their latency, queues, signal, the last report of each kind, receivers "
+              "and what "
               "they lost.\nq or Ctrl-C ends it.",
               [&] { code = run_top(); });
 }
@@ -175,6 +199,8 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
   watch->add_option("--count", arguments.count, "end after so many packets")
       ->check(CLI::PositiveNumber)
       ->type_name("N");
+  watch->add_flag("--last", arguments.last,
+                  "first what was told last of each kind of state, each with its age");
   watch->add_flag("--follow", arguments.follow,
                   "wait for a server that is not, or no longer, there");
   watch->add_flag("--json", arguments.json, "one object a line, every field by its name");
@@ -209,6 +235,7 @@ int main(int argc, char** argv) {
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
   add_shell(app, code);
+  add_state(app, arguments.state, code);
   add_stats(app, arguments.stats, code);
   add_status(app, arguments.status, code);
   add_top(app, code);

@@ -6,7 +6,10 @@
 #include "tools/mdxctl/packet_text.h"
 
 #include <cctype>
+#include <string_view>
 #include <utility>
+
+#include "tools/mdxctl/duration.h"
 
 using nlohmann::ordered_json;
 
@@ -85,6 +88,19 @@ std::string field_text(const mdx_packet_t& packet, const mdx_field_t& field) {
   return text;
 }
 
+/// What its name says, for those who do not know it.
+const char* link_words(const mdx_packet_t& packet) {
+  if (packet.kind != MDX_KIND_SERVICE || std::string_view(packet.to) != MDX_SERVICE_LINK) return "";
+  switch (packet.type) {
+    case MDX_LINK_UP:
+      return " the modem is there";
+    case MDX_LINK_GONE:
+      return " the modem is gone";
+    default:
+      return "";
+  }
+}
+
 ordered_json value_json(const mdx_field_t& field) {
   switch (field.kind) {
     case MDX_FIELD_NUMBER:
@@ -112,18 +128,26 @@ void add_fields(const mdx_packet_t& packet, ordered_json* object) {
 
 }  // namespace
 
-std::string packet_heading(const mdx_packet_t& packet) {
+std::string packet_name(const mdx_packet_t& packet) {
   const char* name = mdx_packet_name(&packet);
-  const std::string what =
-      name != nullptr ? name
-                      : std::string(kind_name(packet.kind)) + ' ' + std::to_string(packet.type);
-  return destination_of(packet) + ' ' + what;
+  if (name != nullptr) return name;
+  return std::string(kind_name(packet.kind)) + ' ' + std::to_string(packet.type);
+}
+
+std::string packet_heading(const mdx_packet_t& packet) {
+  return destination_of(packet) + ' ' + packet_name(packet);
+}
+
+std::string packet_values(const mdx_packet_t& packet) {
+  std::string values = link_words(packet);
+  for_each_field(packet, [&](const mdx_field_t& field) { values += field_text(packet, field); });
+  return values;
 }
 
 std::string packet_line(const mdx_packet_t& packet) {
-  std::string line = packet_heading(packet);
-  for_each_field(packet, [&](const mdx_field_t& field) { line += field_text(packet, field); });
+  std::string line = packet_heading(packet) + packet_values(packet);
   if (packet.lost > 0) line += " (behind " + std::to_string(packet.lost) + " lost)";
+  if (packet.remembered != 0) line += " (told " + duration_text(packet.age_s) + " ago)";
   return line;
 }
 
@@ -135,6 +159,8 @@ ordered_json packet_json(const mdx_packet_t& packet) {
   object["type"] = packet.type;
   if (packet.kind == MDX_KIND_VOICE) object["voice_type"] = packet.a;
   object["lost"] = packet.lost;
+  if (packet.remembered != 0) object["remembered"] = true;
+  if (packet.remembered != 0) object["age_s"] = packet.age_s;
   add_fields(packet, &object);
   return object;
 }

@@ -5,14 +5,16 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
+#include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/request.h"
 
 int run_report(const report_arguments_t& arguments) {
-  const answer_t answer(arguments.name, arguments.json);
+  answer_t answer(arguments.name, arguments.json);
   const client_session_t session;
   if (session.error() != MDX_OK) return answer.fail(session.error());
   mdx_result_t result = MDX_RESULT_INIT;
   const int error = fetch_report(session.client(), MDX_REPORT_RSSI, &result);
   if (error != MDX_OK) return answer.fail(error);
+  if (modem_link_t link; fetch_link(&link) == MDX_OK) answer.tell_link(link);
   return answer.show(result, std::string(result.text, result.length));
 }

@@ -17,3 +17,13 @@ std::string time_text(bool for_programs) {
            for_programs ? "Z" : "");
   return text;
 }
+
+std::string past_time_text(uint32_t age_s) {
+  constexpr uint32_t kDayS = 86400;
+  const time_t then = time(nullptr) - static_cast<time_t>(age_s);
+  tm parts{};
+  localtime_r(&then, &parts);
+  char text[40];
+  strftime(text, sizeof(text), age_s < kDayS ? "%H:%M:%S" : "%Y-%m-%d %H:%M:%S", &parts);
+  return text;
+}

@@ -69,6 +69,8 @@ class top_t {
 
  private:
   void look() {
+    subscribe();
+    take_reports();
     platform_stats_t stats;
     std::string state;
     int error = fetch_stats(&stats);
@@ -79,7 +81,13 @@ class top_t {
       model_.take_stats(stats, state_in(state), now_s());
     }
     take_signal_report();
-    if (reports_ == nullptr) mdx_subscribe(&reports_, MDX_EVERYTHING, 0);
+  }
+
+  void subscribe() {
+    if (reports_ != nullptr) return;
+    mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
+    options.last = 1;
+    mdx_subscribe_with(&reports_, &options);
   }
 
   /// A server in the middle of a long command does not answer: then the signal is not known.

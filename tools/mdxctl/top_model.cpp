@@ -51,15 +51,20 @@ void top_model_t::take_stats(const platform_stats_t& stats, const std::string& s
 void top_model_t::take_failure(const std::string& reason) {
   failure_ = reason;
   state_.clear();
+  gone_since_.reset();
 }
 
 void top_model_t::take_report(const mdx_packet_t& packet, double now) {
+  const double at = now - packet.age_s;
+  if (packet.kind == MDX_KIND_SERVICE && std::string_view(packet.to) == MDX_SERVICE_LINK) {
+    gone_since_ = packet.type == MDX_LINK_GONE ? std::optional(at) : std::nullopt;
+  }
   const std::string name = packet_heading(packet);
-  const std::string values = packet_line(packet).substr(name.size());
   const auto known = std::find_if(reports_.begin(), reports_.end(),
                                   [&](const last_report_t& report) { return report.name == name; });
-  const uint64_t count = known == reports_.end() ? 1 : known->count + 1;
-  const last_report_t report = {name, values, now, count};
+  const uint64_t count = known == reports_.end() ? 0 : known->count;
+  const last_report_t report = {name, packet_values(packet), at,
+                                packet.remembered != 0 ? count : count + 1};
   if (known == reports_.end()) {
     reports_.push_back(report);
   } else {
@@ -68,7 +73,9 @@ void top_model_t::take_report(const mdx_packet_t& packet, double now) {
 }
 
 void top_model_t::take_signal(const std::string& line) {
-  signal_.push_back(dbm_of(line));
+  const std::optional<int> dbm = dbm_of(line);
+  if (dbm) last_signal_ = dbm;
+  signal_.push_back(gone_since_ ? std::nullopt : dbm);
   if (signal_.size() > kSignalsKept) signal_.pop_front();
 }
 

@@ -16,7 +16,7 @@ struct last_report_t {
   std::string name;  ///< destination and event
   std::string line;  ///< what came, in words
   double at;         ///< seconds on a clock of the caller's
-  uint64_t count;
+  uint64_t count;    ///< 0 for one that was told before anybody looked
 };
 
 class top_model_t {
@@ -26,6 +26,7 @@ class top_model_t {
   void take_stats(const platform_stats_t& stats, const std::string& state, double now);
   /// There was nothing to look at.
   void take_failure(const std::string& reason);
+  /// @param packet  also one that was told before
   void take_report(const mdx_packet_t& packet, double now);
   /// @param line  the last ^RSSI report as the modem sent it, empty when there is none
   void take_signal(const std::string& line);
@@ -40,8 +41,14 @@ class top_model_t {
   double latency_mean() const;
   double latency_worst() const;
 
-  /// dBm, one for each look, the latest at the back; nothing where the signal was not known.
+  /// Since when the modem has been gone, on the caller's clock; nothing while it is there.
+  std::optional<double> gone_since() const { return gone_since_; }
+
+  /// dBm, one for each look, the latest at the back; nothing where the signal was not known, or the
+  /// modem was gone.
   const std::deque<std::optional<int>>& signal() const { return signal_; }
+  /// What the modem last told, however long ago.
+  std::optional<int> last_signal() const { return last_signal_; }
   /// The latest first.
   std::vector<last_report_t> reports() const;
 
@@ -53,6 +60,8 @@ class top_model_t {
   double latency_now_ = 0;
   std::string state_;
   std::string failure_;
+  std::optional<double> gone_since_;
   std::deque<std::optional<int>> signal_;
+  std::optional<int> last_signal_;
   std::vector<last_report_t> reports_;
 };

@@ -57,14 +57,35 @@ std::string depth(int32_t queue) {
   return std::to_string(depth->waiting) + '/' + std::to_string(depth->room);
 }
 
-void draw_title(const top_model_t& model) {
+std::string gone_text(double since, double now) {
+  return duration_text(static_cast<uint64_t>(std::max(0.0, now - since)));
+}
+
+std::string modem_text(const top_model_t& model, double now) {
+  if (model.gone_since()) return "gone for " + gone_text(*model.gone_since(), now);
+  return model.stats().value("channel_open") != 0 ? "open" : "gone";
+}
+
+/// What the modem told before it went is not the signal now.
+std::string signal_text(const top_model_t& model, double now) {
+  const bool known = !model.signal().empty() && model.signal().back();
+  if (known) return std::to_string(*model.signal().back()) + " dBm";
+  if (!model.gone_since()) return "not known";
+  std::string text = "the modem is gone";
+  if (model.last_signal()) {
+    text += "; " + std::to_string(*model.last_signal()) + " dBm at least " +
+            gone_text(*model.gone_since(), now) + " ago";
+  }
+  return text;
+}
+
+void draw_title(const top_model_t& model, double now) {
   const platform_stats_t& stats = model.stats();
-  const std::string text =
-      model.failure().empty()
-          ? format("mdxgate %s  up %s  %s  modem %s", stats.version.c_str(),
-                   duration_text(stats.value("uptime_seconds")).c_str(), model.state().c_str(),
-                   stats.value("channel_open") != 0 ? "open" : "gone")
-          : "mdxgate: " + model.failure();
+  const std::string text = model.failure().empty()
+                               ? format("mdxgate %s  up %s  %s  modem %s", stats.version.c_str(),
+                                        duration_text(stats.value("uptime_seconds")).c_str(),
+                                        model.state().c_str(), modem_text(model, now).c_str())
+                               : "mdxgate: " + model.failure();
   heading(0, text);
   const std::string clock = time_text(false).substr(0, 8);
   if (static_cast<int>(text.size() + clock.size()) + 2 > COLS) return;
@@ -104,11 +125,9 @@ const char* cell(int eighths) {
 }
 
 /// The latest at the right edge. `rows` lines stand for -113 to -51 dBm.
-void draw_signal(const top_model_t& model, int top, int rows) {
+void draw_signal(const top_model_t& model, int top, int rows, double now) {
   const auto& signal = model.signal();
-  const bool known = !signal.empty() && signal.back();
-  heading(top, known ? "SIGNAL  " + std::to_string(*signal.back()) + " dBm"
-                     : std::string("SIGNAL  not known"));
+  heading(top, "SIGNAL  " + signal_text(model, now));
   const int columns = COLS - kPlotLabel;
   for (int row = 0; row < rows; ++row) {
     const int from_below = rows - 1 - row;
@@ -196,11 +215,11 @@ void top_screen_t::draw(const top_model_t& model, double now) {
     refresh();
     return;
   }
-  draw_title(model);
+  draw_title(model, now);
   draw_figures(model);
   const int plot_rows = std::clamp((LINES - 14) / 2, 1, 10);
   const int lists = 6 + 1 + plot_rows;
-  draw_signal(model, 6, plot_rows);
+  draw_signal(model, 6, plot_rows, now);
   const int left = LINES - 1 - lists;
   const int receivers = receiver_lines(model, left);
   draw_reports(model, lists, lists + left - receivers, now);

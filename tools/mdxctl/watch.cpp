@@ -48,10 +48,12 @@ class watcher_t {
  private:
   int subscribe() {
     mdx_unsubscribe(subscription_);
-    const char* service = arguments_.module            ? MDX_BY_MODULE
-                          : arguments_.service.empty() ? MDX_EVERYTHING
-                                                       : arguments_.service.c_str();
-    const int error = mdx_subscribe(&subscription_, service, arguments_.module.value_or(0));
+    mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
+    if (!arguments_.service.empty()) options.service = arguments_.service.c_str();
+    if (arguments_.module) options.service = MDX_BY_MODULE;
+    options.module = arguments_.module.value_or(0);
+    options.last = arguments_.last ? 1 : 0;
+    const int error = mdx_subscribe_with(&subscription_, &options);
     // Whether there is a place will only be known when a packet comes.
     if (error == MDX_OK && announced_ != MDX_OK && !is_refusal(announced_)) {
       std::cerr << "mdxctl: the server is there" << std::endl;
