@@ -173,8 +173,9 @@ class PduMask {
   }
   void put_half(size_t at, uint8_t value) {
     uint8_t& octet = octets_[at / 2];
-    octet =
-        static_cast<uint8_t>(at % 2 == 0 ? (octet & 0xF0U) | value : (octet & 0x0FU) | value << 4U);
+    const unsigned kept = at % 2 == 0 ? octet & 0xF0U : octet & 0x0FU;
+    const unsigned put = at % 2 == 0 ? value : value * 16U;
+    octet = static_cast<uint8_t>(kept | put);
   }
 
   const StandIn& stand_in_;

@@ -172,7 +172,9 @@ class StandIn::Random {
     word = (word ^ word >> 27U) * 0x94D049BB133111EBU;
     return static_cast<uint32_t>((word ^ word >> 31U) % limit);
   }
-  char from(char first, uint32_t count) { return static_cast<char>(first + below(count)); }
+  char from(char first, uint32_t count) {
+    return static_cast<char>(first + static_cast<int>(below(count)));
+  }
   char from(std::string_view set) { return set[below(static_cast<uint32_t>(set.size()))]; }
 
   // A character of the same class; what has none stays.
