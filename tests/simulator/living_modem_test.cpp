@@ -185,6 +185,7 @@ TEST(LivingModem, TheNetworkFollowsSimAndRadio) {
   Host host;
   EXPECT_EQ(host.say("AT+CREG=1;+CFUN=4;+CREG?;+CGATT?\r"),
             "\r\n+CREG: 1,0\r\n\r\n+CGATT: 0\r\n" + kOk);
+  EXPECT_EQ(host.say("AT+CSQ\rATD*99#\r"), lines("+CSQ: 99,99") + "\r\nNO CARRIER\r\n");
   EXPECT_THAT(host.hear(Time{5}), HasSubstr("^SRVST:2\r\n\r\n^MODE:0,0\r\n\r\n+CREG: 0\r\n"));
   EXPECT_EQ(host.say("ATD1;\rAT+CMGS=20\r"), "\r\nNO CARRIER\r\n\r\n+CMS ERROR: 331\r\n");
   EXPECT_EQ(host.say("AT+CFUN=1;+CREG?\r"), lines("+CREG: 1,2"));
@@ -243,6 +244,8 @@ TEST(LivingModem, ReportsBySwitch) {
   LivingOptions options = quiet();
   options.report_interval = Time{100};
   Host host(options);
+  EXPECT_THAT(host.hear(Time{300}), Not(HasSubstr("^DSFLOWRPT"))) << "nothing is connected";
+  EXPECT_EQ(host.say("ATD*99***1#\rAT+CGACT?\r"), "\r\nCONNECT 7200000\r\n" + lines("+CGACT: 1,1"));
   std::string heard = host.hear(Time{300});
   for (const auto* report :
        {"\r\n^RSSI:", "\r\n^HCSQ:\"WCDMA\",", "\r\n^DSFLOWRPT:0000", "^SRVST:1", "^MODE:5,4"}) {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/mdxsim/modem_commands.h"
@@ -75,6 +76,21 @@ void serve_ussd(LivingModem& modem, const std::string& code) {
   say_ussd(modem, ended ? 2 : 4, "");
 }
 
+// *99# or *99***<cid>#
+Result dial_packet_data(LivingModem& modem, const std::string& number) {
+  ModemState& state = modem.state;
+  const size_t stars = number.rfind('*');
+  const std::optional<int> cid =
+      stars == 0 ? 1 : parse_number(number.substr(stars + 1, number.size() - stars - 2));
+  if (!state.registered || !state.attached || !cid || !state.contexts.contains(*cid)) {
+    return {Result::Kind::kNoCarrier};
+  }
+  end_data_call(state);
+  state.dialled_context = *cid;
+  state.contexts[*cid].active = true;
+  return {Result::Kind::kConnect};
+}
+
 }  // namespace
 
 void let_call_in(LivingModem& modem) {
@@ -84,15 +100,17 @@ void let_call_in(LivingModem& modem) {
   ring(modem, serial, kMostRings);
 }
 
+void end_data_call(ModemState& state) {
+  const auto dialled = state.contexts.find(std::exchange(state.dialled_context, 0));
+  if (dialled != state.contexts.end()) dialled->second.active = false;
+}
+
 // ATD+49123; is a voice call; ATD*99# opens the packet data connection. The terminal goes on taking
 // commands behind CONNECT: the data take another way, as in a device with a network interface.
 Result dial(LivingModem& modem, const AtCommand& command) {
   std::string number = command.value;
   if (number.starts_with('T') || number.starts_with('P')) number.erase(0, 1);  // tones or pulses
-  if (number.starts_with("*99") && number.ends_with("#")) {
-    modem.state.data_call = true;
-    return {Result::Kind::kConnect};
-  }
+  if (number.starts_with("*99") && number.ends_with("#")) return dial_packet_data(modem, number);
   if (number.empty() ||
       number.find_first_not_of("0123456789*#+ABCDTPabcdtp,") != std::string::npos) {
     return kError;
@@ -110,7 +128,7 @@ Result dial(LivingModem& modem, const AtCommand& command) {
 }
 
 Result hang_up(LivingModem& modem, const AtCommand&) {
-  modem.state.data_call = false;
+  end_data_call(modem.state);
   if (!modem.state.call) return kOk;
   const Call call = *modem.state.call;
   modem.state.call.reset();

@@ -7,6 +7,9 @@
 
 namespace mdxsim {
 
+/// Ends the packet data connection that was dialled, if there is one.
+void end_data_call(ModemState& state);
+
 /// Somebody calls, unless a call is under way.
 void let_call_in(LivingModem& modem);
 

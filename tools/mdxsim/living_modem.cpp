@@ -103,7 +103,7 @@ void LivingModem::detached(Time now) {
   skip_cr_ = false;
   message_taker_ = nullptr;
   state.call.reset();
-  state.data_call = false;
+  end_data_call(state);
   state.ussd_level = 0;
 }
 
@@ -262,16 +262,17 @@ void LivingModem::let_come_in() {
   }
 }
 
-// Signal, traffic and registration take turns, as the host sees them from a modem that is at rest.
+// Signal, traffic (of a connection that is there) and registration take turns.
 void LivingModem::report_by_itself() {
   switch (report_turn_++ % 3) {
     case 0:
       state.rssi = std::clamp(state.rssi + static_cast<int>(random_() % 7) - 3, 1, 31);
       if (state.signal_reports == 0) break;
-      report("^RSSI:" + std::to_string(state.rssi));
+      report("^RSSI:" + std::to_string(signal_of(state)));
       report(hcsq_line(state));
       break;
     case 1:
+      if (!has_packet_data(state)) break;
       state.data_seconds += static_cast<uint32_t>(options_.report_interval.count() / 1000);
       state.sent_bytes += static_cast<uint32_t>(random_() % 65536);
       state.received_bytes += static_cast<uint32_t>(random_() % 524288);

@@ -90,8 +90,8 @@ struct ModemState : ModemSettings {
   bool attached = true;       ///< to packet service, while registered
   bool sim_inserted = true;
   bool pin_needed = false;
-  int functionality = 1;  ///< +CFUN
-  bool data_call = false;
+  int functionality = 1;    ///< +CFUN
+  int dialled_context = 0;  ///< by *99***1#, 0 for none
   int rssi = 20;
   uint32_t sent_bytes = 0;
   uint32_t received_bytes = 0;

@@ -45,7 +45,7 @@ Result accept(LivingModem&, const AtCommand&) { return kOk; }
 Result reset(LivingModem& modem, const AtCommand&) {
   static_cast<ModemSettings&>(modem.state) = ModemSettings{};
   modem.state.call.reset();
-  modem.state.data_call = false;
+  end_data_call(modem.state);
   return kOk;
 }
 

@@ -65,6 +65,12 @@ std::string shown_number(const ModemState& state, std::string_view number);
 std::string clock_text(const LivingModem& modem);
 
 /// The lines that both a command and a report show, without line ends.
+/// As +CSQ and ^RSSI tell it: 99 while the radio is off.
+int signal_of(const ModemState& state);
+
+/// Whether a packet data context is active.
+bool has_packet_data(const ModemState& state);
+
 std::string hcsq_line(const ModemState& state);
 std::string registration_line(std::string_view name, const ModemState& state, int detail);
 std::string flow_line(const ModemState& state);

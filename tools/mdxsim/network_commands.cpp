@@ -19,6 +19,7 @@ namespace {
 using Form = AtCommand::Form;
 
 constexpr int kMostContexts = 11;
+constexpr int kNoSignal = 99;
 constexpr int kQuarter = 4;  // of an hour east of Greenwich
 constexpr int64_t kQuarterSeconds = 900;
 
@@ -98,7 +99,8 @@ Result signal_quality_extended(LivingModem& modem, const AtCommand& command) {
     modem.say("+CESQ: (0-63,99),(0-7,99),(0-96,255),(0-49,255),(0-34,255),(0-97,255)");
     return kOk;
   }
-  if (!modem.state.registered) return say_text(modem, command, "+CESQ: 99,99,255,255,255,255");
+  if (signal_of(modem.state) == kNoSignal)
+    return say_text(modem, command, "+CESQ: 99,99,255,255,255,255");
   return say_text(modem, command,
                   "+CESQ: 99,99," + std::to_string(modem.state.rssi * 2 + 8) + ",40,255,255");
 }
@@ -108,7 +110,7 @@ Result signal_quality(LivingModem& modem, const AtCommand& command) {
     modem.say("+CSQ: (0-31,99),(0-7,99)");
     return kOk;
   }
-  return say_text(modem, command, "+CSQ: " + std::to_string(modem.state.rssi) + ",99");
+  return say_text(modem, command, "+CSQ: " + std::to_string(signal_of(modem.state)) + ",99");
 }
 
 Result signal_details(LivingModem& modem, const AtCommand& command) {
@@ -177,6 +179,7 @@ Result packet_attachment(LivingModem& modem, const AtCommand& command) {
   if (command.form != Form::kSet || result.kind != Result::Kind::kOk) return result;
   if (wanted == 1 && !modem.state.registered) return kNoNetworkService;
   modem.state.attached = wanted == 1;
+  for (auto& [cid, context] : modem.state.contexts) context.active = context.active && wanted == 1;
   return kOk;
 }
 
@@ -303,6 +306,13 @@ Result clock_setting(LivingModem& modem, const AtCommand& command) {
   modem.state.clock_shift =
       wanted - modem.options().clock_start - duration_cast<seconds>(modem.now()).count();
   return kOk;
+}
+
+int signal_of(const ModemState& state) { return state.functionality == 1 ? state.rssi : kNoSignal; }
+
+bool has_packet_data(const ModemState& state) {
+  return std::any_of(state.contexts.begin(), state.contexts.end(),
+                     [](const auto& entry) { return entry.second.active; });
 }
 
 std::string hcsq_line(const ModemState& state) {
