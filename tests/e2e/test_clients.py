@@ -101,8 +101,17 @@ class Clients(DeviceTest):
         wait_until(lambda: subprocess.run(tell, capture_output=True, timeout=60).returncode == 0, 30,
                    "ModemManager is there")
         mmcli = ["mmcli", "--test-session", "-m", "any"]
-        wait_until(lambda: "490154203237518" in subprocess.run(mmcli, capture_output=True, text=True,
-                                                               timeout=60).stdout, 90, "it knows the modem")
+
+        def shows(text):
+            return text in subprocess.run(mmcli, capture_output=True, text=True, timeout=60).stdout
+        wait_until(lambda: shows("490154203237518"), 90, "it knows the modem")
+        self.run_client(*mmcli, "--enable")
+        wait_until(lambda: shows("operator name: Example Mobile"), 90, "it is registered")
+        self.assertIn("12.50 EUR", self.run_client(*mmcli, "--3gpp-ussd-initiate=*100#"))
+        made = self.run_client(*mmcli, "--messaging-create-sms=text='Hello myself',number='+15550100'")
+        self.run_client("mmcli", "--test-session", "-s", made.split()[-1], "--send")
+        wait_until(lambda: self.run_client(*mmcli, "--messaging-list-sms").count("(received)") == 2, 60,
+                   "the message comes back and is told")
 
 
 if __name__ == "__main__":

@@ -170,7 +170,8 @@ TEST(LivingModem, MessagesComeInAsTheHostWantsThem) {
   host.say(to_itself);
   host.say("Hello\x1a");
   EXPECT_EQ(host.hear(Time{1500}), "") << "not told of unless asked for";
-  host.say("AT+CNMI=2,1\r" + to_itself);
+  EXPECT_EQ(host.say("AT+CNMI=2,1,2,1,0;+CNMI=,,,2;+CNMI?\r"), lines("+CNMI: 2,1,2,2,0"));
+  host.say(to_itself);
   host.say("Hello\x1a");
   EXPECT_EQ(host.hear(Time{1500}), "\r\n+CMTI: \"SM\",3\r\n");
   EXPECT_EQ(host.say("AT+CMGR=3\r"),

@@ -60,9 +60,11 @@ struct ModemSettings {
   int message_format = 0;   ///< +CMGF: 0 PDU, 1 text
   int message_details = 0;  ///< +CSDH
   int message_service = 0;  ///< +CSMS
-  int news_mode = 2;        ///< +CNMI, its first three
+  int news_mode = 2;        ///< +CNMI
   int news_messages = 0;
   int news_broadcasts = 0;
+  int news_delivered = 0;
+  int news_buffer = 0;
   int creg_reports = 0;
   int cgreg_reports = 0;
   int cereg_reports = 0;

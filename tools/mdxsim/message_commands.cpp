@@ -222,28 +222,29 @@ void let_message_in(LivingModem& modem, const std::string& pdu) {
 // +CNMI=<mode>,<messages>,<broadcasts>,<status reports>,<buffer>: those that are left out stay.
 Result message_news(LivingModem& modem, const AtCommand& command) {
   ModemState& state = modem.state;
+  int* const settings[] = {&state.news_mode, &state.news_messages, &state.news_broadcasts,
+                           &state.news_delivered, &state.news_buffer};
+  constexpr int kHighest[] = {2, 3, 3, 2, 1};
   if (command.form == Form::kTest) {
-    modem.say("+CNMI: (0-2),(0-3),(0-3),(0),(0,1)");
+    modem.say("+CNMI: (0-2),(0-3),(0-3),(0-2),(0,1)");
     return kOk;
   }
   if (command.form == Form::kRead) {
-    modem.say("+CNMI: " + std::to_string(state.news_mode) + "," +
-              std::to_string(state.news_messages) + "," + std::to_string(state.news_broadcasts) +
-              ",0,0");
+    std::string values;
+    for (const int* value : settings)
+      values += (values.empty() ? "" : ",") + std::to_string(*value);
+    modem.say("+CNMI: " + values);
     return kOk;
   }
   const std::vector<std::string> given = split_parameters(command.value);
-  int wanted[] = {state.news_mode, state.news_messages, state.news_broadcasts, 0, 0};
-  constexpr int kHighest[] = {2, 3, 3, 0, 1};
-  if (command.form != Form::kSet || given.size() > std::size(wanted)) return kMessageNotAllowed;
+  if (command.form != Form::kSet || given.size() > std::size(settings)) return kMessageNotAllowed;
+  std::vector<int> wanted;
   for (size_t i = 0; i < given.size(); ++i) {
-    const std::optional<int> number = given[i].empty() ? wanted[i] : parse_number(given[i]);
+    const std::optional<int> number = given[i].empty() ? *settings[i] : parse_number(given[i]);
     if (!number || *number > kHighest[i]) return kMessageNotAllowed;
-    wanted[i] = *number;
+    wanted.push_back(*number);
   }
-  state.news_mode = wanted[0];
-  state.news_messages = wanted[1];
-  state.news_broadcasts = wanted[2];
+  for (size_t i = 0; i < wanted.size(); ++i) *settings[i] = wanted[i];
   return kOk;
 }
 
