@@ -11,6 +11,19 @@
 #include <utility>
 
 namespace mdxtap {
+namespace {
+
+// The name is on the disk, too. A directory that can't be synchronised has nothing to keep.
+void sync_directory(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string directory = slash == path.npos ? "." : path.substr(0, slash + 1);
+  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  fsync(fd);
+  close(fd);
+}
+
+}  // namespace
 
 RecordFile::~RecordFile() {
   if (fd_ < 0) return;
@@ -31,6 +44,7 @@ int RecordFile::create() {
   if (fd_ < 0) return errno;
   size_ = 0;
   ++begun_;
+  sync_directory(options_.path);
   return write_all(options_.head);
 }
 
