@@ -138,6 +138,17 @@ class Tap(DeviceTest):
             self.assertIn("another program", second.stderr)
         self.assertFalse(pathlib.Path("/tmp/other.txt").exists())
 
+    def test_who_reads_the_device_already_is_named(self):
+        """Without locks, and whoever is root: an open file is enough."""
+        self.make_line()
+        reader = self.start("sh", "-c", f"exec sleep 100 <{MODEM}")
+        wait_until(lambda: os.path.exists(f"/proc/{reader.pid}/fd/0")
+                   and os.readlink(f"/proc/{reader.pid}/fd/0") == os.ttyname(self.slave), 10, "it is open")
+        second = subprocess.run(["mdxtap", str(MODEM), "--link", "/tmp/other", "--record", "/tmp/other.txt"],
+                                capture_output=True, text=True, timeout=10)
+        self.assertEqual(second.returncode, SECOND_READER)
+        self.assertIn(f"sleep (process {reader.pid})", second.stderr)
+
     def test_a_socket_serves_one_host_after_the_other(self):
         modem = self.make_line()
         self.start_tap(to=("--listen", "/tmp/socket"))

@@ -16,6 +16,7 @@
 
 #include "tools/line/learn.h"
 #include "tools/line/session_file.h"
+#include "tools/mdxtap/device_users.h"
 #include "tools/mdxtap/host_end.h"
 #include "tools/mdxtap/mask_table.h"
 #include "tools/mdxtap/modem_end.h"
@@ -150,8 +151,11 @@ int signals_that_end() {
 // A device that another program has, or that is none, will not do by waiting.
 void open_modem(mdxtap::ModemEnd& modem) {
   const int error = modem.open();
-  if (error == EBUSY)
-    throw std::runtime_error(modem.path() + " is open in another program; end that first");
+  if (error == EBUSY) {
+    const std::string user = mdxtap::other_user_of(modem.path());
+    throw std::runtime_error(modem.path() + " is open in another program" +
+                             (user.empty() ? "" : ", " + user) + "; end that first");
+  }
   if (error == ENOTTY)
     throw std::runtime_error(modem.path() + " is neither a terminal nor a socket");
 }

@@ -15,6 +15,8 @@
 #include <cstring>
 #include <utility>
 
+#include "tools/mdxtap/device_users.h"
+
 namespace mdxtap {
 namespace {
 
@@ -56,7 +58,8 @@ int ModemEnd::open_terminal() {
     return error;
   };
   if (isatty(fd) == 0) return refused(ENOTTY);
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return refused(EBUSY);
+  const bool locked = flock(fd, LOCK_EX | LOCK_NB) != 0;
+  if (locked || !other_user_of(path_).empty()) return refused(EBUSY);
   if (ioctl(fd, TIOCEXCL) != 0 || tcgetattr(fd, &line_) != 0) return refused(errno);
   cfmakeraw(&line_);
   line_.c_cflag |= CLOCAL | CREAD;
