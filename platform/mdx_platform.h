@@ -22,7 +22,8 @@
 int32_t MDX_get_msgQ_id(int32_t number);
 
 /// Creates a queue between processes (numbers 1 and 2). The task that creates number 2 becomes the
-/// one that clients wake.
+/// one that clients wake. Where the system has no queue left to give, it is made as soon as there
+/// is one.
 /// @param number  queue number
 /// @param depth   elements the queue holds at most
 /// @param size    bytes of one element
@@ -237,5 +238,6 @@ void KRP_Debug_Print(const char* format, ...) __attribute__((format(printf, 1, 2
 void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode);
 
 /// Gives up root for good: user `mdxgate` with its groups. Without that user, or when not started
-/// as root, it says what it could not do and goes on.
+/// as root, it says what it could not do and goes on. A queue whose key is another user's ends the
+/// process with exit code 1.
 void KRP_UTIL_DropAndroidRootPrivileges();

@@ -180,8 +180,6 @@ bool event_fifos_restore() {
   return all;
 }
 
-bool event_set_is_public() { return own_set != nullptr && own_set->is_public; }
-
 int event_task_fd(int32_t task_id) {
   pthread_mutex_lock(&recent_lock);
   const recent_task_t* recent = find_recent(task_id);

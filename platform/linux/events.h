@@ -12,9 +12,6 @@
 /// @return whether they are there
 bool event_fifos_restore();
 
-/// Whether the calling task has an event set that other processes can find.
-bool event_set_is_public();
-
 /// The event FIFO of another process's task, open for raising and kept so.
 /// @return a descriptor, good until tasks are raised, or -1 with errno: ENXIO when the task has
 /// died

@@ -24,6 +24,7 @@
 #include <cstring>
 
 #include "platform/linux/identity.h"
+#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 
@@ -103,6 +104,7 @@ void privileges_take_up() {
 }
 
 void KRP_UTIL_DropAndroidRootPrivileges() {
+  record_queues_settle();
   drop_root();
   give_back_free_heap();
 }

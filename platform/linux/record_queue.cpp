@@ -20,10 +20,10 @@
 #include "platform/linux/answer_room.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/events.h"
-#include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
+#include "platform/linux/queue_key.h"
 #include "platform/linux/record_queue.h"
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
@@ -37,6 +37,8 @@ constexpr uint32_t kLongestNapMs = 20;
 constexpr size_t kMaxDepth = 16;
 constexpr int kMaxDrain = 100000;  // one who fills the queue as fast as it is emptied gains nothing
 constexpr size_t kPutsRemembered = 1024;
+/// Of a queue that was missing from the beginning; the kernel's ids are far lower.
+constexpr int32_t kIdOfMissing = 0x7fffff00;
 
 struct record_message_t {
   long type;
@@ -95,22 +97,6 @@ bool is_border_queue(int32_t number) {
   return number == kMdxResponseQueue || number == kMdxRequestQueue;
 }
 
-/// Depth and rights of a new queue.
-bool set_up_queue(int32_t id, int32_t bytes) {
-  msqid_ds status{};
-  if (msgctl(id, IPC_STAT, &status) != 0) return false;
-  const mdx_identity_t& identity = mdx_identity();
-  status.msg_qbytes = static_cast<msglen_t>(bytes);
-  status.msg_perm.mode = 0660;
-  if (identity.has_group) status.msg_perm.gid = identity.group;
-  if (identity.has_user && geteuid() == 0) status.msg_perm.uid = identity.user;
-  if (msgctl(id, IPC_SET, &status) == 0) return true;
-  // Ids that this world does not know are refused; depth and mode still count.
-  status.msg_perm.gid = getegid();
-  status.msg_perm.uid = geteuid();
-  return msgctl(id, IPC_SET, &status) == 0;
-}
-
 /// Tells clients whom to wake: the link appears whole or not at all.
 bool link_server() {
   char target[kEventPathSize];
@@ -137,42 +123,46 @@ size_t answers_at_most() {
 bool is_response_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxResponseQueue].id; }
 bool is_request_queue(int32_t id) { return id >= 0 && id == border_queues[kMdxRequestQueue].id; }
 
-/// @return the new queue's id, or -1 with errno
-int32_t make_queue(int32_t number, int32_t bytes) {
-  const int32_t id = msgget(kMdxQueueKey + number, IPC_CREAT | IPC_EXCL | 0600);
-  if (id < 0 || set_up_queue(id, bytes)) return id;
-  const int error = errno;
-  msgctl(id, IPC_RMID, nullptr);
-  errno = error;
-  return -1;
+[[noreturn]] void end_for_want_of(int32_t number, int error) {
+  const auto key = static_cast<uint32_t>(kMdxQueueKey + number);
+  if (error == EEXIST) {
+    dprintf(STDERR_FILENO,
+            "mdxgate: queue 0x%x is another user's: remove it with \"ipcrm -Q 0x%x\", or start as "
+            "root\n",
+            key, key);
+  } else {
+    dprintf(STDERR_FILENO, "mdxgate: cannot make queue 0x%x: %s\n", key, strerror(error));
+  }
+  _exit(1);
 }
 
-/// Makes a queue again, if it is one of ours and `error` says that it is gone. Who may remove
-/// queues may also have put another in the place.
+/// Makes a queue that is missing. A key that is somebody else's now can be freed by root alone: who
+/// supervises this process starts it again.
+/// @return whether it is there
+bool make_queue(int32_t number) {
+  border_queue_t& queue = border_queues[number];
+  queue.kernel_id = queue_key_take(number, queue.bytes);
+  const int error = queue.kernel_id < 0 ? errno : 0;
+  if (error != 0 && error != queue.complaint) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(error));
+  }
+  queue.complaint = error;
+  errno = error;
+  return error == 0;
+}
+
+/// Makes a queue again, if it is one of ours and `error` says that it is gone.
 /// @return whether it is there again
 bool restore_queue(int32_t id, int error) {
   if (error != EINVAL && error != EIDRM) return false;
   int32_t number = kMdxRequestQueue;
   while (number > 0 && (id < 0 || border_queues[number].id != id)) --number;
   if (number == 0) return false;
-  border_queue_t& queue = border_queues[number];
-  int32_t fresh = make_queue(number, queue.bytes);
-  if (fresh < 0 && errno == EEXIST) {
-    msgctl(msgget(kMdxQueueKey + number, 0), IPC_RMID, nullptr);
-    fresh = make_queue(number, queue.bytes);
-  }
-  if (fresh < 0) {
-    const int why = errno;
-    if (why != queue.complaint) {
-      MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed, and cannot be made again: %s\n",
-                number, strerror(why));
-    }
-    queue.complaint = why;
+  if (!make_queue(number)) {
+    if (errno == EEXIST) end_for_want_of(number, EEXIST);
     errno = error;
     return false;
   }
-  queue.complaint = 0;
-  queue.kernel_id = fresh;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
             number);
   return true;
@@ -331,23 +321,22 @@ int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size) {
               size);
     return -1;
   }
-  const int32_t id = make_queue(number, depth * size);
-  if (id < 0) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(errno));
+  border_queue_t& queue = border_queues[number];
+  if (queue.id >= 0) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d is there already\n", number);
     return -1;
   }
-  border_queues[number].bytes = depth * size;
-  border_queues[number].kernel_id = id;
-  border_queues[number].id = id;
-  if (number != kMdxRequestQueue) return id;
-  if (event_set_is_public()) serving_task = MDX_task_getid();
+  queue.bytes = depth * size;
+  queue.id = make_queue(number) ? queue.kernel_id : kIdOfMissing + number;
+  if (number != kMdxRequestQueue) return queue.id;
+  serving_task = MDX_task_getid();
   link_server();
-  return id;
+  return queue.id;
 }
 
 void MDX_msgQex_delete(int32_t id) {
   if (id < 0) return;
-  if (msgctl(kernel_id_of(id), IPC_RMID, nullptr) != 0)
+  if (queue_key_remove(kernel_id_of(id)) != 0)
     MDX_TRACE("platform", MDX_TRACE_MISSING, "queue is not deleted: %s\n", strerror(errno));
   for (border_queue_t& queue : border_queues)
     if (queue.id == id) queue.id = -1;
@@ -361,6 +350,14 @@ int32_t record_queue_depth(int32_t number) {
 
 void request_queue_raise() {
   if (serving_task != 0) MDX_event_send(serving_task, kMdxEventRequest);
+}
+
+void record_queues_settle() {
+  for (int32_t number = kMdxResponseQueue; number <= kMdxRequestQueue; ++number) {
+    border_queue_t& queue = border_queues[number];
+    if (queue.id < 0 || queue.kernel_id >= 0 || make_queue(number)) continue;
+    if (errno != ENOSPC && errno != ENOMEM) end_for_want_of(number, errno);
+  }
 }
 
 bool server_link_restore() {

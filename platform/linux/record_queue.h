@@ -14,6 +14,10 @@ int32_t record_queue_depth(int32_t number);
 /// Wakes the task that serves queue 2. Any thread.
 void request_queue_raise();
 
+/// Tries once more for the queues that could not be had yet. To be called while this process still
+/// is root: where it never can have one it says so on standard error and ends with exit code 1.
+void record_queues_settle();
+
 /// Makes the link to the task that serves queue 2 again, should somebody have removed it. Any
 /// thread.
 /// @return whether it is there

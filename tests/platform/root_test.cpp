@@ -6,11 +6,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/msg.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -93,6 +95,57 @@ int start_up() {
   return 0;
 }
 
+/// Becomes another user of the machine; a member has the server's group.
+bool become(uid_t user, gid_t group) {
+  return setgroups(0, nullptr) == 0 && setresgid(group, group, group) == 0 &&
+         setresuid(user, user, user) == 0;
+}
+
+/// Of root's capabilities those that the service manager leaves the server.
+bool be_a_service() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+  data[0].effective = data[0].permitted = 1u << CAP_SETUID | 1u << CAP_SETGID | 1u << CAP_CHOWN |
+                                          1u << CAP_FSETID | 1u << CAP_DAC_OVERRIDE;
+  return syscall(SYS_capset, &header, data) == 0;
+}
+
+[[noreturn]] void sit_on_keys() {
+  for (;;)
+    for (const int32_t number : {kMdxResponseQueue, kMdxRequestQueue})
+      msgget(kMdxQueueKey + number, IPC_CREAT | 0600);
+}
+
+int take_keys() {
+  OtherProcess outsider([] {
+    if (!become(kOtherUser, kOtherUser)) return 1;
+    OtherProcess::say_ready();
+    sit_on_keys();
+  });
+  REQUIRE(outsider.wait_ready());
+  OtherProcess server([] {
+    REQUIRE(be_a_service() && start_up() == 0);
+    const int32_t queue = MDX_get_msgQ_id(kMdxRequestQueue);
+    KRP_UTIL_DropAndroidRootPrivileges();
+    OtherProcess::say_ready();
+    for (;;) {
+      const int32_t found = MDX_get_msgQ_id(kMdxRequestQueue);
+      if (found >= 0 && found != queue) MDX_msgQex_num(queue);
+    }
+  });
+  REQUIRE(server.wait_ready());
+  for (const int32_t number : {kMdxResponseQueue, kMdxRequestQueue}) {
+    msqid_ds status{};
+    REQUIRE(msgctl(MDX_get_msgQ_id(number), IPC_STAT, &status) == 0);
+    REQUIRE(status.msg_perm.uid == kServerUser && status.msg_perm.mode == 0660);
+  }
+  // Without root it is deaf for good when it misses one, which its supervisor shall see.
+  REQUIRE(msgctl(MDX_get_msgQ_id(kMdxRequestQueue), IPC_RMID, nullptr) == 0);
+  REQUIRE(server.wait() == 1);
+  REQUIRE(server.errors().find("ipcrm -Q 0x4d445802") != std::string::npos);
+  return 0;
+}
+
 int drop_and_raise_the_flag() {
   const std::string none = "0000000000000000", write_anywhere = "0000000000000002";
   const std::string ids = "64242\t64242\t64242\t64242";
@@ -151,12 +204,6 @@ int let_all_uninstall() {
   KRP_UTIL_DropAndroidRootPrivileges();
   REQUIRE(uninstall_as(kServerUser) == COUNT_PACKETS_RECEIVED);
   return 0;
-}
-
-/// Becomes another user of the machine; a member has the server's group.
-bool become(uid_t user, gid_t group) {
-  return setgroups(0, nullptr) == 0 && setresgid(group, group, group) == 0 &&
-         setresuid(user, user, user) == 0;
 }
 
 bool opens(const std::string& path, int flags) {
@@ -328,6 +375,7 @@ TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
 TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
 TEST_F(Root, TellsWhoseAnswersTakeTheRoom) { run_in_own_world(give_way_by_user); }
 TEST_F(Root, TellsWhoseConnectionsTakeTheHub) { run_in_own_world(give_up_a_place_by_user); }
+TEST_F(Root, TakesTheKeysThatOthersSitOn) { run_in_own_world(take_keys); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
 }  // namespace
