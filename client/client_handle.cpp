@@ -5,8 +5,6 @@
 
 #include "client/client_handle.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,27 +21,26 @@ namespace {
 /// here.
 thread_local int32_t open_task = 0;
 
-/// A FIFO at our path that another user left behind in the sticky directory cannot be replaced, but
-/// it serves as well as long as we may read it.
-int adopt_event_fifo(const char* path) {
-  const int fd = open(path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  struct stat status {};
-  if (fd < 0) return -1;
-  if (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode)) return fd;
-  close(fd);
-  errno = EACCES;
-  return -1;
+constexpr int64_t kNamePatienceMs = 2000;
+constexpr timespec kNameRetry = {0, 1'000'000};
+
+/// Something that we cannot remove bears our name.
+bool is_taken(int system_error) {
+  return system_error == EPERM || system_error == EEXIST || system_error == EISDIR;
 }
 
+/// What another user left at our name, or put there, the server removes as soon as it sees it.
 int open_own_fifo(mdx_client_t* client) {
   char path[kEventPathSize];
   event_fifo_path(client->task, path);
-  client->event_fd = event_fifo_create(path);
-  if (client->event_fd < 0 && (errno == EPERM || errno == EACCES || errno == EEXIST)) {
-    client->event_fd = adopt_event_fifo(path);
+  const int64_t deadline = now_ms() + kNamePatienceMs;
+  for (;;) {
+    client->event_fd = event_fifo_create(path);
+    if (client->event_fd >= 0) return MDX_OK;
+    if (!is_taken(errno)) return errno == EACCES ? MDX_ERR_ACCESS : MDX_ERR_SYSTEM;
+    if (now_ms() >= deadline) return MDX_ERR_TAKEN;
+    nanosleep(&kNameRetry, nullptr);
   }
-  if (client->event_fd >= 0) return MDX_OK;
-  return errno == EPERM || errno == EACCES || errno == ELOOP ? MDX_ERR_ACCESS : MDX_ERR_SYSTEM;
 }
 
 /// An answer to a task that had this number before us may still come, so numbers do not start over.

@@ -31,6 +31,10 @@ const char* mdx_strerror(int error) {
     case MDX_ERR_PENDING:
       return "a request is under way: call mdx_finish when the descriptor is readable, or "
              "mdx_cancel";
+    case MDX_ERR_TAKEN:
+      return "another user keeps this task's name in /var/run/mdxgate/tasks taken: try again, and "
+             "if "
+             "that does not help, have root look whose it is";
     case MDX_ERR_REFUSED:
       return "the server's hub has no place for this receiver, since others of the same user have "
              "too many: end some, or have root look at them with \"mdxctl console platform "

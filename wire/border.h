@@ -9,12 +9,17 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Made by the platform, mode 3770, group `mdxgate` if there is one.
+/// The server's own, mode 0755: nobody else makes a name in it.
 constexpr char kMdxDirectory[] = "/var/run/mdxgate";
+/// Mode 3770, group `mdxgate` if there is one: clients make their event FIFOs in it.
+constexpr char kMdxTaskDirectory[] = "/var/run/mdxgate/tasks";
 /// Symbolic link to the event FIFO of the task that serves queue 2.
 constexpr char kMdxServerLink[] = "/var/run/mdxgate/queue.2";
-/// Followed by a task id: that task's event FIFO, mode 0660. One raise is one write of 4 bytes.
+/// Followed by a task id: the event FIFO of a task of the server, mode 0620. One raise is one write
+/// of 4 bytes.
 constexpr char kMdxEventPrefix[] = "/var/run/mdxgate/event.";
+/// Followed by a task id: the event FIFO of a client, mode 0620.
+constexpr char kMdxTaskPrefix[] = "/var/run/mdxgate/tasks/";
 constexpr char kMdxHubPath[] = "/var/run/mdxgate/hub";
 constexpr char kMdxConsolePath[] = "/var/run/mdxgate/console";
 /// Followed by the channel number.

@@ -56,17 +56,29 @@ int fifo_only(int fd) {
   return -1;
 }
 
+/// The opened file, or -1 with errno EEXIST when another user made it.
+int own_only(int fd) {
+  struct stat status {};
+  if (fd < 0 || (fstat(fd, &status) == 0 && status.st_uid == geteuid())) return fd;
+  close(fd);
+  errno = EEXIST;
+  return -1;
+}
+
+bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
 }  // namespace
 
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]) {
-  std::snprintf(path, sizeof(path), "%s%d", kMdxEventPrefix, task_id);
+  std::snprintf(path, sizeof(path), "%s%d", kMdxTaskPrefix, task_id);
 }
 
 int event_fifo_create(const char* path, mode_t mode) {
   if (unlink(path) != 0 && errno != ENOENT) return -1;
   if (mkfifo(path, 0600) != 0) return -1;
   // Open for writing as well, so that the last raiser's close is no end of file.
-  const int fd = fifo_only(open(path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  const int fd = own_only(fifo_only(open(path, O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)));
+  if (fd < 0 && !is_shortage(errno)) errno = EEXIST;  // somebody else was faster
   if (fd >= 0) fchmod(fd, mode);  // the umask is the process's, and its threads share it
   return fd;
 }

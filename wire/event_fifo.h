@@ -14,18 +14,17 @@
 /// Room for the path of any task's FIFO, its NUL included.
 constexpr size_t kEventPathSize = 48;
 
-constexpr mode_t kEventSharedMode = 0660;
-/// Nobody of the group can read another's raises away.
-constexpr mode_t kEventOwnMode = 0620;
+/// The group raises, and cannot read another's raises away.
+constexpr mode_t kEventMode = 0620;
 
-/// Writes the path of a task's FIFO to `path`.
+/// Writes the path of a client's FIFO to `path`.
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]);
 
-/// Makes a FIFO anew and opens it for reading, non-blocking; it never reports end of file. A FIFO
-/// that an earlier task of that number left behind is replaced. Its group may raise; it may also
-/// read with kEventSharedMode, which serves a client whose number another user's task had before.
-/// @return a descriptor, or -1 with errno
-int event_fifo_create(const char* path, mode_t mode = kEventSharedMode);
+/// Makes a FIFO anew and opens it for reading, non-blocking; it never reports end of file. One of
+/// the same user's that an earlier task of that number left behind is replaced.
+/// @return a descriptor, or -1 with errno: EPERM, EEXIST or EISDIR when something of somebody
+///         else's bears the name
+int event_fifo_create(const char* path, mode_t mode = kEventMode);
 
 /// Opens a FIFO for raising. A symbolic link or anything that is no FIFO is refused with EINVAL.
 /// @return a descriptor, which polls as POLLERR as soon as the task has died; or -1 with errno:

@@ -2,13 +2,13 @@
 
 // Before anything else is touched: is this the only server, and is the directory really ours?
 //
-// The directory's group may write in it, so each name in it can have been planted: links are never
-// followed, and what belongs to somebody else is refused. The lock file stays when the server ends;
-// only the lock on it counts, and the kernel gives that back after a crash.
+// Once it is ours nobody else can make a name in it. Until then its group could, if a server of
+// another layout or a person has made it: so what bears a name of ours is looked at, links are
+// never followed, and all that is no lock goes. The lock file stays when the server ends; only the
+// lock on it counts, and the kernel gives that back after a crash.
 
 #include "platform/linux/claim.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -23,21 +23,24 @@
 #include "platform/linux/identity.h"
 #include "platform/linux/line_memory.h"
 #include "platform/linux/privileges.h"
+#include "platform/linux/removal.h"
 #include "platform/linux/standard_output.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
-#include "wire/event_fifo.h"
 
 namespace {
 
-constexpr mode_t kDirectoryMode = 03770;
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kTaskDirectoryMode = 03770;
+constexpr mode_t kPrivateMode = 0700;
 constexpr char kLockName[] = "lock";
-constexpr char kEventName[] = "event.";
-constexpr char kLinkName[] = "queue.2";
+constexpr char kTasksName[] = "tasks";
+constexpr int kLockAttempts = 100;
 
 constinit std::atomic_flag claimed = ATOMIC_FLAG_INIT;
 constinit int lock = -1;
-constinit struct stat own_directory {};     ///< as it was claimed
+constinit struct stat own_directory {};  ///< as it was claimed, as the next
+constinit struct stat own_tasks {};
 constinit const char* complaint = nullptr;  ///< why it could not be made again, said once
 
 /// Why the directory is not to be had; errno tells more where it is not 0.
@@ -64,96 +67,158 @@ refusal_t refuse_with(int error, refusal_t why) {
   return why;
 }
 
-refusal_t open_directory(int* directory) {
-  if (mkdir(kMdxDirectory, 0700) != 0 && errno != EEXIST) return "cannot make /var/run/mdxgate";
+bool is_root() { return geteuid() == 0; }
+
+/// Whether it is this process's user, or one that a server of root's becomes.
+bool is_servers_user(uid_t user) {
+  const mdx_identity_t& identity = mdx_identity();
+  return user == geteuid() || (is_root() && identity.has_user && user == identity.user);
+}
+
+bool is_same_file(const struct stat& one, const struct stat& other) {
+  return one.st_ino == other.st_ino && one.st_dev == other.st_dev;
+}
+
+refusal_t open_directory(int* directory, struct stat* status) {
+  if (mkdir(kMdxDirectory, kPrivateMode) != 0 && errno != EEXIST)
+    return "cannot make /var/run/mdxgate";
   *directory = open(kMdxDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (*directory < 0) return "cannot open /var/run/mdxgate as a directory";
-
-  struct stat status {};
-  if (fstat(*directory, &status) != 0) return "cannot look at /var/run/mdxgate";
-  const bool is_safe_of_root = status.st_uid == 0 && (status.st_mode & S_IWOTH) == 0;
-  if (status.st_uid != geteuid() && !is_safe_of_root)
-    return refuse_with(0, "/var/run/mdxgate belongs to somebody else; remove it");
-  own_directory = status;
-  return kGranted;
-}
-
-refusal_t take_lock(int directory) {
-  if (lock >= 0) close(lock);
-  lock = openat(directory, kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
-  if (lock < 0) return "cannot open /var/run/mdxgate/lock (does another user's server run?)";
-  struct stat status {};
-  if (fstat(lock, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
-      status.st_nlink != 1)
-    return refuse_with(0, "/var/run/mdxgate/lock is not the lock of a server; remove it");
-  if (flock(lock, LOCK_EX | LOCK_NB) != 0) {
-    return refuse_with(errno == EWOULDBLOCK ? 0 : errno,
-                       "another server runs on this machine; this one ends");
+  if (fstat(*directory, status) != 0) return "cannot look at /var/run/mdxgate";
+  if (!is_servers_user(status->st_uid)) {
+    return refuse_with(
+        0, "/var/run/mdxgate belongs to another user: give it to the server's, or start as root");
   }
-  fchmod(lock, 0600);
-  line_memory_attach(lock);
   return kGranted;
 }
 
-void set_directory_rights(int directory) {
-  struct stat status {};
-  if (fstat(directory, &status) != 0 || status.st_uid != geteuid()) return;
+/// @return whether `fd` is a lock of a server, not a plant; and still the one that bears the name
+bool is_lock(int directory, int fd) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && is_servers_user(opened.st_uid) &&
+         opened.st_nlink == 1 && fstatat(directory, kLockName, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         is_same_file(opened, named);
+}
+
+refusal_t refuse_for_another() {
+  return refuse_with(errno == EWOULDBLOCK ? 0 : errno,
+                     "another server runs on this machine; this one ends");
+}
+
+/// Looks for another server's lock before anything is changed.
+refusal_t find_lock(int directory) {
+  if (lock >= 0) close(lock);
+  lock = openat(directory, kLockName, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (lock < 0 && errno == EACCES)
+    return "cannot open /var/run/mdxgate/lock (does another user's server run?)";
+  if (lock >= 0 && is_lock(directory, lock) && flock(lock, LOCK_EX | LOCK_NB) != 0)
+    return refuse_for_another();
+  return kGranted;
+}
+
+/// Takes the lock in a directory that is ours alone.
+refusal_t take_lock(int directory) {
+  for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
+    if (lock >= 0 && is_lock(directory, lock)) {
+      if (flock(lock, LOCK_EX | LOCK_NB) != 0) return refuse_for_another();
+      if (is_lock(directory, lock)) return kGranted;
+    }
+    if (lock >= 0) close(lock);
+    remove_entry(directory, kLockName);
+    constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    lock = openat(directory, kLockName, kNew, 0600);
+  }
+  return "cannot make /var/run/mdxgate/lock";
+}
+
+/// Nobody but this process's user, or whom the mode lets in, can use the directory from here on. To
+/// root it belongs first, whoever had it: so the mode can be set without a capability for that.
+bool set_rights(int directory, mode_t mode) {
   const mdx_identity_t& identity = mdx_identity();
-  if (identity.has_group && fchown(directory, static_cast<uid_t>(-1), identity.group) != 0) {
+  const uid_t owner = is_root() ? 0 : static_cast<uid_t>(-1);
+  const gid_t group = identity.has_group ? identity.group : static_cast<gid_t>(-1);
+  static constinit bool told = false;
+  if (fchown(directory, owner, group) != 0 && identity.has_group && !told) {
     MDX_TRACE("platform", MDX_TRACE_MISSING, "%s does not get its group: %s\n", kMdxDirectory,
               strerror(errno));
+    told = true;
   }
-  if (fchmod(directory, kDirectoryMode) != 0)
-    refuse("cannot set the mode of /var/run/mdxgate", errno);
+  return fchmod(directory, mode) == 0;
 }
 
-bool is_dead_event_set(const char* name) {
-  if (strncmp(name, kEventName, strlen(kEventName)) != 0) return false;
-  char path[sizeof(kMdxDirectory) + sizeof(dirent::d_name)];
-  snprintf(path, sizeof(path), "%s/%s", kMdxDirectory, name);
-  const int fd = event_fifo_open(path);
-  if (fd >= 0) close(fd);
-  return fd < 0 && (errno == ENXIO || errno == EINVAL || errno == ELOOP || errno == EISDIR);
-}
-
-bool is_leftover(const char* name) {
-  return strcmp(name, "hub") == 0 || strcmp(name, "console") == 0 ||
-         strncmp(name, kLinkName, strlen(kLinkName)) == 0 || is_dead_event_set(name);
-}
-
-/// Removes what bears a name that is the server's. A directory that is not empty is only moved out
-/// of the way. @return whether the name is free
-bool free_name(int directory, const char* name) {
-  if (unlinkat(directory, name, 0) == 0) return true;
-  if (unlinkat(directory, name, AT_REMOVEDIR) == 0) return true;
-  char aside[sizeof("refused.") + sizeof(dirent::d_name)];
-  snprintf(aside, sizeof(aside), "refused.%s", name);
-  return renameat(directory, name, directory, aside) == 0;
-}
-
-void remove_leftovers(int directory) {
-  DIR* entries = fdopendir(directory);
-  if (entries == nullptr) return;
-  while (const dirent* entry = readdir(entries)) {
-    if (is_leftover(entry->d_name) && !free_name(directory, entry->d_name)) {
-      MDX_TRACE("platform", MDX_TRACE_MISSING, "%s/%s stays from an earlier run: %s\n",
-                kMdxDirectory, entry->d_name, strerror(errno));
-    }
+/// The server goes on as this user once it has given up root.
+void hand_over(int fd) {
+  const mdx_identity_t& identity = mdx_identity();
+  if (!is_root() || !identity.has_user) return;
+  if (fchown(fd, identity.user, static_cast<gid_t>(-1)) != 0) {
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s stays root's: %s\n", kMdxDirectory, strerror(errno));
   }
-  closedir(entries);
+}
+
+/// All but lock and tasks was an earlier server's, or somebody planted it.
+bool is_leftover(int, const char* name) {
+  return strcmp(name, kLockName) != 0 && strcmp(name, kTasksName) != 0;
+}
+
+/// What is no FIFO is no task's; a server that has given up root could not empty it.
+bool is_no_fifo(int directory, const char* name) {
+  struct stat status {};
+  return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISFIFO(status.st_mode);
+}
+
+/// @return a descriptor of a directory of this name that is ours, -1 with errno
+int open_tasks(int directory, struct stat* status) {
+  constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    mkdirat(directory, kTasksName, kPrivateMode);
+    const int tasks = openat(directory, kTasksName, kDirectory);
+    if (tasks >= 0 && fstat(tasks, status) == 0 && (is_root() || is_servers_user(status->st_uid)))
+      return tasks;
+    if (tasks >= 0) close(tasks);
+    remove_entry(directory, kTasksName);
+  }
+  return -1;
+}
+
+refusal_t make_tasks(int directory) {
+  struct stat status {};
+  const int tasks = open_tasks(directory, &status);
+  if (tasks < 0) return "cannot make /var/run/mdxgate/tasks";
+  const bool alone = set_rights(tasks, kPrivateMode);
+  if (alone) remove_entries(tasks, is_no_fifo);
+  const bool is_set = alone && set_rights(tasks, kTaskDirectoryMode);
+  const int error = errno;
+  hand_over(tasks);
+  close(tasks);
+  if (!is_set) return refuse_with(error, "cannot set the mode of /var/run/mdxgate/tasks");
+  own_tasks = status;
+  return kGranted;
+}
+
+/// Makes a directory that no server has claimed yet, or whose server is dead, ours alone.
+refusal_t take_directory(int directory) {
+  refusal_t why = find_lock(directory);
+  if (why != kGranted) return why;
+  if (!set_rights(directory, kDirectoryMode)) return "cannot set the mode of /var/run/mdxgate";
+  why = take_lock(directory);
+  if (why != kGranted) return why;
+  hand_over(lock);
+  line_memory_attach(lock);
+  remove_entries(directory, is_leftover);
+  return kGranted;
 }
 
 refusal_t make_directory_ours() {
   int directory = -1;
-  refusal_t why = open_directory(&directory);
-  if (why == kGranted) why = take_lock(directory);
+  struct stat status {};
+  refusal_t why = open_directory(&directory, &status);
+  if (why == kGranted && !is_same_file(status, own_directory)) why = take_directory(directory);
+  if (why == kGranted) own_directory = status;
+  if (why == kGranted) why = make_tasks(directory);
   const int error = errno;
-  if (why == kGranted) {
-    set_directory_rights(directory);
-    remove_leftovers(directory);
-  } else if (directory >= 0) {
-    close(directory);
-  }
+  if (why == kGranted) hand_over(directory);
+  if (directory >= 0) close(directory);
   errno = error;
   return why;
 }
@@ -172,17 +237,20 @@ void claim_machine() {
 }
 
 bool directory_restore() {
-  struct stat status {};
-  if (lstat(kMdxDirectory, &status) == 0 && status.st_ino == own_directory.st_ino &&
-      status.st_dev == own_directory.st_dev)
+  struct stat directory {};
+  struct stat tasks {};
+  const bool is_there =
+      lstat(kMdxDirectory, &directory) == 0 && is_same_file(directory, own_directory);
+  if (is_there && lstat(kMdxTaskDirectory, &tasks) == 0 && is_same_file(tasks, own_tasks))
     return true;
+  const char* gone = is_there ? kMdxTaskDirectory : kMdxDirectory;
   const refusal_t why = make_directory_ours();
   if (why != complaint && why != kGranted) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n",
-              kMdxDirectory, why, strerror(errno));
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n", gone,
+              why, strerror(errno));
   }
   complaint = why;
   if (why != kGranted) return false;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxDirectory);
+  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", gone);
   return true;
 }

@@ -19,13 +19,16 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "platform/linux/answer_room.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
+#include "wire/border.h"
 #include "wire/event_fifo.h"
 
 namespace {
@@ -34,6 +37,7 @@ constexpr size_t kMaxTasks = 8;
 constexpr size_t kRecentTasks = 8;
 constexpr uint32_t kFailureNapMs = 100;  // a caller that repeats a failed wait must not spin
 constexpr uint32_t kLookAgain = 0;
+constexpr mode_t kNobodysMode = 0600;
 
 struct event_set_t {
   std::atomic<int32_t> task_id{0};
@@ -62,10 +66,19 @@ event_set_t* find_set(int32_t task_id) {
   return nullptr;
 }
 
+/// Makes a FIFO by which the clients' group finds a task of this process.
+int create_public_fifo(const char* path) {
+  const int fd = event_fifo_create(path, kNobodysMode);
+  if (fd < 0) return -1;
+  identity_give_to_group(path);
+  fchmod(fd, kEventMode);
+  return fd;
+}
+
 void open_set(event_set_t& set, int32_t task_id) {
   char path[kEventPathSize];
-  event_fifo_path(task_id, path);
-  set.wait_fd = set.wake_fd = event_fifo_create(path, kEventOwnMode);
+  server_fifo_path(task_id, path);
+  set.wait_fd = set.wake_fd = create_public_fifo(path);
   set.is_public = set.wait_fd >= 0;
   if (set.is_public) return;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "no client can wake this task, %s: %s\n", path,
@@ -82,9 +95,9 @@ void open_set(event_set_t& set, int32_t task_id) {
 bool restore_fifo(const event_set_t& set, int32_t task_id) {
   char path[kEventPathSize];
   struct stat status {};
-  event_fifo_path(task_id, path);
+  server_fifo_path(task_id, path);
   if (lstat(path, &status) == 0) return true;
-  const int fresh = event_fifo_create(path, kEventOwnMode);
+  const int fresh = create_public_fifo(path);
   if (fresh < 0) return false;
   const int old = fcntl(set.wait_fd, F_DUPFD_CLOEXEC, 0);
   dup3(fresh, set.wait_fd, O_CLOEXEC);
@@ -170,6 +183,10 @@ bool has_reader(int fd) {
 }
 
 }  // namespace
+
+void server_fifo_path(int32_t task_id, char (&path)[kEventPathSize]) {
+  snprintf(path, sizeof(path), "%s%d", kMdxEventPrefix, task_id);
+}
 
 bool event_fifos_restore() {
   bool all = true;

@@ -7,6 +7,11 @@
 
 #include <cstdint>
 
+#include "wire/event_fifo.h"
+
+/// Writes the path of the FIFO of a task of this process to `path`.
+void server_fifo_path(int32_t task_id, char (&path)[kEventPathSize]);
+
 /// Makes the FIFOs of this process's tasks again that somebody has removed. Any thread; the tasks
 /// may be asleep in them.
 /// @return whether they are there

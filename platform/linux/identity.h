@@ -17,3 +17,6 @@ struct mdx_identity_t {
 /// Looks both up. Not for threads: the first call is made while the machine is claimed.
 /// @return constant, lives for the process
 const mdx_identity_t& mdx_identity();
+
+/// Gives what was just made to the clients' group, where there is one and this process may.
+void identity_give_to_group(const char* path);

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/linux/identity.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -25,9 +26,11 @@ bool bind_and_listen(int fd, const char* path, mode_t mode) {
   const int length = snprintf(address.sun_path, sizeof(address.sun_path), "%s", path);
   if (static_cast<size_t>(length) >= sizeof(address.sun_path)) return false;
   // The socket's mode goes over to the path; the chmod gives back what the umask took.
-  return fchmod(fd, mode) == 0 &&
-         bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
-         chmod(path, mode) == 0 && listen(fd, kBacklog) == 0;
+  if (fchmod(fd, mode) != 0 ||
+      bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+    return false;
+  if ((mode & S_IRWXG) != 0) identity_give_to_group(path);
+  return chmod(path, mode) == 0 && listen(fd, kBacklog) == 0;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 /// Makes a Unix socket that listens at `path`; nobody without the rights in `mode` ever gets in.
+/// One that is for a group is for the clients' group.
 /// @param type  SOCK_STREAM or SOCK_SEQPACKET, with SOCK_NONBLOCK where accept must not wait
 /// @return a descriptor, or -1 after a trace
 int local_socket_listen(const char* path, int type, mode_t mode);

@@ -101,7 +101,7 @@ bool is_border_queue(int32_t number) {
 bool link_server() {
   char target[kEventPathSize];
   char fresh[sizeof(kMdxServerLink) + sizeof(".new")];
-  event_fifo_path(serving_task, target);
+  server_fifo_path(serving_task, target);
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
   if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)

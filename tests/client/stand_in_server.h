@@ -25,7 +25,8 @@ class StandInServer {
   using Script = std::function<void(StandInServer&, at_msg_t)>;
 
   explicit StandInServer(Script script, bool reads = true) : script_(std::move(script)) {
-    mkdir(kMdxDirectory, 0770);
+    mkdir(kMdxDirectory, 0755);
+    mkdir(kMdxTaskDirectory, 0770);
     for (const int number : {1, 2}) {
       msgctl(msgget(kMdxQueueKey + number, 0), IPC_RMID, nullptr);
       queues_[number] = msgget(kMdxQueueKey + number, IPC_CREAT | IPC_EXCL | 0660);

@@ -54,11 +54,11 @@ class Commands(DeviceTest):
     def test_flood_of_one_who_takes_no_answer_hurts_nobody_else(self):
         """Whether it lives or cannot be woken."""
         self.start_device()
-        task = 3999999
+        task = os.getpid()
         for alive in (False, True):
             if alive:
-                os.mkfifo(f"/var/run/mdxgate/event.{task}")
-                os.open(f"/var/run/mdxgate/event.{task}", os.O_RDWR)
+                os.mkfifo(f"/var/run/mdxgate/tasks/{task}")
+                os.open(f"/var/run/mdxgate/tasks/{task}", os.O_RDWR)
 
             def flood():
                 if not self.queues.send(record(b"AT", task), task):

@@ -20,7 +20,7 @@ class Lifecycle(DeviceTest):
         self.assertEqual(PID_FILE.read_text(), str(self.server.pid))
         self.assertEqual(READY_FLAG.read_bytes(), b"")
         for path, mode in (("/var/run/pidfile", 0o750), (PID_FILE, 0o640), (READY_FLAG, 0o664),
-                           ("/var/run/mdxgate", 0o3770)):
+                           ("/var/run/mdxgate", 0o755), ("/var/run/mdxgate/tasks", 0o3770)):
             self.assertEqual(oct(os.stat(path).st_mode & 0o7777), oct(mode), path)
 
     def test_modem_that_comes_late(self):
@@ -88,6 +88,8 @@ class Lifecycle(DeviceTest):
             client.kill()
             self.finish(client)
         self.assert_serves()
+        wait_until(lambda: not os.listdir(SERVER_LINK.parent / "tasks"), PATIENCE_S,
+                   "their FIFOs are gone")
 
 
 if __name__ == "__main__":

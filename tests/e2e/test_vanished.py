@@ -35,15 +35,15 @@ class Vanished(DeviceTest):
             self.remove_one_after_the_other()
         shutil.rmtree(DIRECTORY)
         self.assert_next_client_is_served()
-        self.assertEqual(oct(DIRECTORY.stat().st_mode & 0o7777), oct(0o3770))
+        self.assertEqual(oct(DIRECTORY.stat().st_mode & 0o7777), oct(0o755))
         second = subprocess.run(["mdxgate"], capture_output=True, text=True, timeout=PATIENCE_S)
         self.assertEqual(second.returncode, 1, "the directory is locked again")
 
     @staticmethod
     def come_and_go():
         with contextlib.suppress(OSError):
-            (DIRECTORY / "event.4000001").touch()
-            (DIRECTORY / "event.4000001").unlink()
+            (DIRECTORY / "tasks" / "4000001").touch()
+            (DIRECTORY / "tasks" / "4000001").unlink()
         time.sleep(0.05)
 
     def remove_one_after_the_other(self):
@@ -55,6 +55,7 @@ class Vanished(DeviceTest):
                 ("FIFO", fifo.unlink, "event.* was removed"),
                 ("hub", (DIRECTORY / "hub").unlink, "hub was removed"),
                 ("console", (DIRECTORY / "console").unlink, "console was removed"),
+                ("tasks", lambda: shutil.rmtree(DIRECTORY / "tasks"), "tasks was removed"),
                 ("directory", lambda: DIRECTORY.rename("/run/gone"), "mdxgate was removed"),
         ):
             with self.subTest(name):

@@ -36,7 +36,7 @@ class Events : public testing::Test {
   Events() {
     be_the_server();
     MDX_event_init(kMask);
-    event_fifo_path(MDX_task_getid(), path_);
+    server_fifo_path(MDX_task_getid(), path_);
   }
   ~Events() override {
     while (pending() != 0) {

@@ -18,6 +18,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <list>
 #include <map>
 #include <string>
 #include <thread>
@@ -32,6 +34,7 @@ namespace {
 
 constexpr uid_t kServerUser = 64242;
 constexpr uid_t kOtherUser = 64243;
+constexpr uid_t kThirdUser = 64244;
 constexpr int kSkipped = 77;
 
 bool extend_file(const char* path, const std::string& line) {
@@ -222,9 +225,19 @@ bool reaches_queue(int32_t number, int access) {
   return msgget(kMdxQueueKey + number, access) >= 0;
 }
 
-pid_t tried_task = 0;
+std::string server_fifo;
+std::string client_fifo;
 
-std::string own_fifo() { return kMdxEventPrefix + std::to_string(tried_task); }
+std::string task_name(pid_t task) { return kMdxTaskPrefix + std::to_string(task); }
+
+bool may_make(const std::string& path) {
+  return mkfifo(path.c_str(), 0660) == 0 && unlink(path.c_str()) == 0;
+}
+
+bool moves(const std::string& path) {
+  const std::string other = path + ".moved";
+  return rename(path.c_str(), other.c_str()) == 0 && rename(other.c_str(), path.c_str()) == 0;
+}
 
 // The table of docs/security.md.
 // clang-format off
@@ -233,41 +246,52 @@ const struct {
   bool (*tried)();
   bool root, server, member, outsider;
 } kRights[] = {
-    {"queue a command",      [] { return reaches_queue(kMdxRequestQueue, 0200); },      true, true,  true,  false},
-    {"take an answer",       [] { return reaches_queue(kMdxResponseQueue, 0400); },     true, true,  true,  false},
-    {"wake the server",      [] { return opens(own_fifo(), O_WRONLY); },                true, true,  true,  false},
-    {"read its wake-ups",    [] { return opens(own_fifo(), O_RDONLY); },                true, false, false, false},
-    {"listen on the hub",    [] { return connects(kMdxHubPath, SOCK_SEQPACKET); },      true, true,  true,  false},
-    {"open the console",     [] { return connects(kMdxConsolePath, SOCK_STREAM); },     true, false, false, false},
-    {"look around",          [] { return opens(kMdxDirectory, O_RDONLY); },             true, true,  true,  false},
-    {"have an event FIFO",   [] { return mkfifo("/run/mdxgate/event.1", 0660) == 0 &&
-                                         unlink("/run/mdxgate/event.1") == 0; },        true, true,  true,  false},
-    {"take the lock",        [] { return opens("/run/mdxgate/lock", O_RDWR); },         true, false, false, false},
-    {"replace the hub",      [] { return rename(kMdxHubPath, "/run/mdxgate/h") == 0 &&
-                                         rename("/run/mdxgate/h", kMdxHubPath) == 0; }, true, false, false, false},
-    {"reach the pid file",   [] { return opens("/run/pidfile/x", O_RDONLY); },          true, false, false, false},
+    {"queue a command",          [] { return reaches_queue(kMdxRequestQueue, 0200); },  true, true,  true,  false},
+    {"take an answer",           [] { return reaches_queue(kMdxResponseQueue, 0400); }, true, true,  true,  false},
+    {"wake the server",          [] { return opens(server_fifo, O_WRONLY); },           true, true,  true,  false},
+    {"read its wake-ups",        [] { return opens(server_fifo, O_RDONLY); },           true, false, false, false},
+    {"wake a client",            [] { return opens(client_fifo, O_WRONLY); },           true, true,  true,  false},
+    {"read a client's wake-ups", [] { return opens(client_fifo, O_RDONLY); },           true, false, false, false},
+    {"listen on the hub",        [] { return connects(kMdxHubPath, SOCK_SEQPACKET); },  true, true,  true,  false},
+    {"open the console",         [] { return connects(kMdxConsolePath, SOCK_STREAM); }, true, false, false, false},
+    {"look around",              [] { return opens(kMdxDirectory, O_RDONLY); },         true, true,  true,  true},
+    {"make a name",              [] { return may_make("/run/mdxgate/x"); },             true, true,  false, false},
+    {"replace the hub",          [] { return moves(kMdxHubPath); },                     true, true,  false, false},
+    {"take the lock",            [] { return opens("/run/mdxgate/lock", O_RDWR); },     true, true,  false, false},
+    {"look at the tasks",        [] { return opens(kMdxTaskDirectory, O_RDONLY); },     true, true,  true,  false},
+    {"have an event FIFO",       [] { return may_make(task_name(getpid())); },          true, true,  true,  false},
+    {"remove another's",         [] { return unlink(task_name(1).c_str()) == 0; },      true, true,  false, false},
+    {"reach the pid file",       [] { return opens("/run/pidfile/x", O_RDONLY); },      true, false, false, false},
 };
 // clang-format on
 
-int serve_without_root() {
+/// A server that has given up root.
+int serve() {
   REQUIRE(start_up() == 0);
   KRP_UTIL_DropAndroidRootPrivileges();
   KRP_UTIL_RemoveAndroidWPerm("/var/none", "664");
-  return 0;
+  OtherProcess::say_ready();
+  OtherProcess::wait_for_kill();
+}
+
+/// A member with an event FIFO of its own.
+int be_a_client(uid_t user) {
+  if (!become(user, kServerUser)) return 1;
+  const std::string path = task_name(getpid());
+  while (event_fifo_create(path.c_str()) < 0) std::this_thread::yield();
+  OtherProcess::say_ready();
+  OtherProcess::wait_for_kill();
 }
 
 /// The server has given up root and goes on; each user is a process of its own next to it.
 int keep_rights_apart() {
   REQUIRE(mkdir("/run/pidfile", 0750) == 0 && std::ofstream("/run/pidfile/x").good());
-  OtherProcess server([] {
-    const int result = serve_without_root();
-    if (result != 0) return result;
-    OtherProcess::say_ready();
-    OtherProcess::wait_for_kill();
-    return 0;
-  });
+  OtherProcess server(serve);
   if (!server.wait_ready()) dprintf(STDERR_FILENO, "%s", server.errors().c_str());
-  const pid_t task = server.pid();
+  OtherProcess client([] { return be_a_client(kOtherUser); });
+  REQUIRE(client.wait_ready());
+  server_fifo = kMdxEventPrefix + std::to_string(server.pid());
+  client_fifo = task_name(client.pid());
   int wrong = 0;
   for (const auto& right : kRights) {
     const struct {
@@ -277,11 +301,11 @@ int keep_rights_apart() {
       bool may;
     } users[] = {{"root", 0, 0, right.root},
                  {"the server's user", kServerUser, kServerUser, right.server},
-                 {"a member", kOtherUser, kServerUser, right.member},
-                 {"an outsider", kOtherUser, kOtherUser, right.outsider}};
+                 {"a member", kThirdUser, kServerUser, right.member},
+                 {"an outsider", kThirdUser, kThirdUser, right.outsider}};
     for (const auto& user : users) {
+      mkfifo(task_name(1).c_str(), 0600);  // for that long it may wait for its reader
       OtherProcess one([&] {
-        tried_task = task;
         if (!become(user.user, user.group)) return 2;
         return right.tried() ? 1 : 0;
       });
@@ -291,6 +315,42 @@ int keep_rights_apart() {
     }
   }
   return wrong;
+}
+
+/// A member plants what it likes at the names of others' tasks, and at its own.
+int plant(pid_t victim) {
+  const std::string own = task_name(getpid());
+  if (!become(kThirdUser, kServerUser) || event_fifo_create(own.c_str()) < 0) return 1;
+  const std::string taken = task_name(victim);
+  const std::string nobodys = task_name(4'100'000);
+  const std::function<int()> plants[] = {
+      [&] { return mkfifo(taken.c_str(), 0600); },
+      [&] { return symlink("/etc", taken.c_str()); },
+      [&] { return mkdir(taken.c_str(), 0700); },
+      [&] { return mkfifo(nobodys.c_str(), 0666); },
+  };
+  for (const auto& make : plants) {
+    if (make() != 0) return 2;
+    mkdir((taken + "/in the way").c_str(), 0700);  // where the server leaves the time for it
+    struct stat status {};
+    while (lstat(taken.c_str(), &status) == 0 || lstat(nobodys.c_str(), &status) == 0)
+      std::this_thread::yield();
+  }
+  return access(own.c_str(), F_OK) == 0 ? 0 : 3;
+}
+
+int keep_names_for_their_tasks() {
+  OtherProcess server(serve);
+  REQUIRE(server.wait_ready());
+  OtherProcess victim([] {
+    if (!become(kOtherUser, kServerUser)) return 1;
+    OtherProcess::say_ready();
+    OtherProcess::wait_for_kill();
+  });
+  REQUIRE(victim.wait_ready());
+  OtherProcess planter([&victim] { return plant(victim.pid()); });
+  REQUIRE(planter.wait() == 0);
+  return 0;
 }
 
 /// The main thread may write anywhere until the ready flag is up; a device that is opened with that
@@ -344,19 +404,20 @@ int give_way_by_user() {
   const int32_t answers = MDX_get_msgQ_id(kMdxResponseQueue);
   int32_t record[kMdxRecordSize / 4] = {};
   int error = 0;
-  for (int32_t task = 4001; task <= 4011; ++task) {
-    char path[kEventPathSize];
-    event_fifo_path(task, path);
-    REQUIRE(event_fifo_create(path) >= 0);
-    const uid_t user = task == 4011 ? kServerUser : kOtherUser;
-    REQUIRE(chown(path, user, kServerUser) == 0);
-    if (task == 4011) MDX_sleep(400);
-    record[0] = task;
+  std::list<OtherProcess> clients;
+  for (int i = 0; i <= 10; ++i) {
+    const OtherProcess& client =
+        clients.emplace_back([i] { return be_a_client(i < 10 ? kOtherUser : kServerUser); });
+    REQUIRE(clients.back().wait_ready());
+    if (i == 10) MDX_sleep(400);
+    record[0] = client.pid();
     REQUIRE(send_to_msgqueue(answers, record, &error) == 0);
   }
-  REQUIRE(read_from_msgqueue(answers, record, 4001, &error) == -1 && error == ENOMSG);
-  for (int32_t task = 4002; task <= 4011; ++task)
-    REQUIRE(read_from_msgqueue(answers, record, task, &error) == 0);
+  REQUIRE(read_from_msgqueue(answers, record, clients.front().pid(), &error) == -1);
+  REQUIRE(error == ENOMSG);
+  clients.pop_front();
+  for (const OtherProcess& client : clients)
+    REQUIRE(read_from_msgqueue(answers, record, client.pid(), &error) == 0);
   return 0;
 }
 
@@ -375,6 +436,7 @@ TEST_F(Root, KeepsRightsApart) { run_in_own_world(keep_rights_apart); }
 TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the_device_alone); }
 TEST_F(Root, TellsWhoseAnswersTakeTheRoom) { run_in_own_world(give_way_by_user); }
 TEST_F(Root, TellsWhoseConnectionsTakeTheHub) { run_in_own_world(give_up_a_place_by_user); }
+TEST_F(Root, KeepsNamesForTheirTasks) { run_in_own_world(keep_names_for_their_tasks); }
 TEST_F(Root, TakesTheKeysThatOthersSitOn) { run_in_own_world(take_keys); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 

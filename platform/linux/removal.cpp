@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// A directory that somebody else made can be as deep and as full as he likes, and he may fill it
+// again meanwhile. So nothing here recurses, and one call does a bounded amount of work: what is
+// left then is out of the way.
+
+#include "platform/linux/removal.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/linux/monotonic.h"
+
+namespace {
+
+constexpr char kAside[] = ".refused.";
+constexpr int kMostAtOnce = 4096;
+constexpr int kMostPasses = 1000;
+
+bool move_aside(int from, const char* name, int to) {
+  static constinit uint64_t last = 0;
+  const uint64_t now = monotonic_us();
+  last = now > last ? now : last + 1;
+  char aside[sizeof(kAside) + 20];
+  snprintf(aside, sizeof(aside), "%s%" PRIx64, kAside, last);
+  return renameat(from, name, to, aside) == 0;
+}
+
+bool is_dot(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
+
+bool unlink_at(int directory, const char* name) {
+  return unlinkat(directory, name, 0) == 0 || errno == ENOENT ||
+         unlinkat(directory, name, AT_REMOVEDIR) == 0;
+}
+
+/// Root's powers, or those of an owner.
+bool may_empty(int parent, const char* name) {
+  struct stat status {};
+  if (geteuid() == 0) return true;
+  return fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_uid == geteuid();
+}
+
+DIR* open_directory(int parent, const char* name) {
+  const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  DIR* entries = fd >= 0 ? fdopendir(fd) : nullptr;
+  if (entries == nullptr && fd >= 0) close(fd);
+  return entries;
+}
+
+/// Removes what is in a directory, and moves what is a full directory up.
+void empty_directory(int parent, const char* name) {
+  DIR* entries = open_directory(parent, name);
+  if (entries == nullptr) return;
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    const dirent* entry = readdir(entries);
+    if (entry == nullptr) break;
+    if (is_dot(entry->d_name) || unlink_at(dirfd(entries), entry->d_name)) continue;
+    move_aside(dirfd(entries), entry->d_name, parent);
+  }
+  closedir(entries);
+}
+
+}  // namespace
+
+bool remove_entry(int directory, const char* name) {
+  if (unlink_at(directory, name)) return true;
+  if (may_empty(directory, name)) empty_directory(directory, name);
+  if (unlinkat(directory, name, AT_REMOVEDIR) == 0) return true;
+  return !is_removed_entry(name) && move_aside(directory, name, directory);
+}
+
+bool is_removed_entry(const char* name) { return strncmp(name, kAside, strlen(kAside)) == 0; }
+
+void remove_entries(int directory, bool (*goes)(int directory, const char* name)) {
+  DIR* entries = open_directory(directory, ".");
+  if (entries == nullptr) return;
+  bool removed = true;
+  for (int pass = 0; removed && pass < kMostPasses; ++pass) {
+    removed = false;
+    rewinddir(entries);
+    while (const dirent* entry = readdir(entries)) {
+      if (is_dot(entry->d_name) || !goes(directory, entry->d_name)) continue;
+      if (remove_entry(directory, entry->d_name)) removed = true;
+    }
+  }
+  closedir(entries);
+}
