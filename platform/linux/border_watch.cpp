@@ -31,6 +31,7 @@ constexpr int32_t kSettleMs = 200;
 constexpr int32_t kRepeatMs = 1000;
 constexpr uint32_t kRemovals = IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr uint32_t kArrivals = IN_CREATE | IN_MOVED_TO;
+constexpr uint32_t kEnds = IN_CLOSE_WRITE;  // a client holds its FIFO as long as it lives
 
 /// A look that is due at some time, or is not.
 struct due_t {
@@ -66,7 +67,6 @@ void take_event(const inotify_event& event) {
   } else if (event.wd != tasks_watch || (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
     border.come_in(kSettleMs);
   } else if (event.len > 0) {
-    // Whoever ended without removing his name is found when another comes or goes.
     tending.come_in(kTaskNamePatienceMs);
     if ((event.mask & kArrivals) != 0) tending.come_in(task_name_tend(tasks, event.name));
   }
@@ -83,13 +83,22 @@ void take_events() {
   }
 }
 
+/// Looks at names of tasks, which opens FIFOs, and must not be taken for clients that end.
+void tend_tasks() {
+  constexpr uint32_t kWithoutEnds = kRemovals | kArrivals | IN_ONLYDIR;
+  const int same = inotify_add_watch(watch, kMdxTaskDirectory, kWithoutEnds);
+  tending.come_in(task_names_tend_some(tasks));
+  if (same >= 0) inotify_add_watch(watch, kMdxTaskDirectory, kWithoutEnds | kEnds);
+}
+
 /// The directory may be another one than before.
 bool watch_tasks() {
   const int fresh = open(kMdxTaskDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (tasks >= 0) close(tasks);
   tasks = fresh;
   const int before = tasks_watch;
-  tasks_watch = inotify_add_watch(watch, kMdxTaskDirectory, kRemovals | kArrivals | IN_ONLYDIR);
+  tasks_watch =
+      inotify_add_watch(watch, kMdxTaskDirectory, kRemovals | kArrivals | kEnds | IN_ONLYDIR);
   if (tasks_watch != before) tending.come_in(0);
   return tasks >= 0 && tasks_watch >= 0;
 }
@@ -130,5 +139,5 @@ void border_watch_look() {
   }
   if (tending.left() != 0) return;
   tending.is_due = false;
-  tending.come_in(task_names_tend_some(tasks));
+  tend_tasks();
 }

@@ -7,6 +7,7 @@
 // out, leaves out what nobody will read, or who takes too much room (answer_room), and puts back
 // the rest, waking those clients again: one that looked in between found nothing.
 
+#include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -67,6 +68,8 @@ struct border_queue_t {
 
 constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
 constinit std::atomic<int32_t> serving_task{0};
+/// From taking a request until its client is known to live.
+pthread_mutex_t taking = PTHREAD_MUTEX_INITIALIZER;
 constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
@@ -302,6 +305,24 @@ bool put_answer(int32_t id, const record_message_t& message) {
   }
 }
 
+void drop_request_of_the_dead(int32_t client) {
+  MDX_DROP(COUNT_REQUESTS_OF_THE_DEAD, MDX_TRACE_MISSING, "request of task %d dropped: %s\n",
+           client, "it is gone");
+}
+
+/// @return the message's size or -1 with errno: EOWNERDEAD for the request of a client that is gone
+ssize_t take_message(int32_t id, int32_t type, record_message_t* message) {
+  const ssize_t size =
+      msgrcv(kernel_id_of(id), message, sizeof(message->record), type, IPC_NOWAIT | MSG_NOERROR);
+  if (size != static_cast<ssize_t>(kMdxRecordSize) || !is_request_queue(id)) return size;
+  int32_t client = 0;
+  memcpy(&client, message->record, sizeof(client));
+  if (served_client_begin(client)) return size;
+  drop_request_of_the_dead(client);
+  errno = EOWNERDEAD;
+  return -1;
+}
+
 int32_t fail(int* retcode, int error) {
   if (retcode != nullptr) *retcode = error;
   return -1;
@@ -352,6 +373,19 @@ void request_queue_raise() {
   if (serving_task != 0) MDX_event_send(serving_task, kMdxEventRequest);
 }
 
+requests_wait_t::requests_wait_t() { pthread_mutex_lock(&taking); }
+requests_wait_t::~requests_wait_t() { pthread_mutex_unlock(&taking); }
+
+void requests_drop(int32_t task_id) {
+  record_message_t message;
+  const int32_t id = MDX_get_msgQ_id(kMdxRequestQueue);
+  constexpr int kFlags = IPC_NOWAIT | MSG_NOERROR;
+  for (int i = 0; i < kMaxDrain; ++i) {
+    if (msgrcv(id, &message, sizeof(message.record), task_id, kFlags) < 0) return;
+    drop_request_of_the_dead(task_id);
+  }
+}
+
 void record_queues_settle() {
   for (int32_t number = kMdxResponseQueue; number <= kMdxRequestQueue; ++number) {
     border_queue_t& queue = border_queues[number];
@@ -376,20 +410,15 @@ int32_t MDX_msgQex_num(int32_t id) {
 int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode) {
   if (record == nullptr || type < 0) return fail(retcode, EINVAL);
   record_message_t message;
-  const ssize_t size =
-      msgrcv(kernel_id_of(id), &message, sizeof(message.record), type, IPC_NOWAIT | MSG_NOERROR);
-  if (size < 0) return fail(retcode, errno);
+  pthread_mutex_lock(&taking);
+  const ssize_t size = take_message(id, type, &message);
+  const int error = errno;
+  pthread_mutex_unlock(&taking);
+  if (size < 0) return fail(retcode, error);
   if (size != static_cast<ssize_t>(kMdxRecordSize)) {
     MDX_DROP(COUNT_REQUESTS_MISSIZED, MDX_TRACE_ERROR, "message of %s%zd bytes dropped\n",
              size > static_cast<ssize_t>(kMdxRecordSize) ? "at least " : "", size);
     return fail(retcode, EBADMSG);
-  }
-  int32_t client = 0;
-  memcpy(&client, message.record, sizeof(client));
-  if (is_request_queue(id) && !served_client_begin(client)) {
-    MDX_DROP(COUNT_REQUESTS_OF_THE_DEAD, MDX_TRACE_MISSING, "request of task %d dropped: %s\n",
-             client, "it is gone");
-    return fail(retcode, EOWNERDEAD);
   }
   memcpy(record, message.record, kMdxRecordSize);
   note_request();

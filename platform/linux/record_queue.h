@@ -14,6 +14,17 @@ int32_t record_queue_depth(int32_t number);
 /// Wakes the task that serves queue 2. Any thread.
 void request_queue_raise();
 
+/// No request is taken off queue 2 while one of these is there.
+struct requests_wait_t {
+  requests_wait_t();
+  ~requests_wait_t();
+  requests_wait_t(const requests_wait_t&) = delete;
+  requests_wait_t& operator=(const requests_wait_t&) = delete;
+};
+
+/// Drops what a client that has ended left on queue 2. Any thread.
+void requests_drop(int32_t task_id);
+
 /// Tries once more for the queues that could not be had yet. To be called while this process still
 /// is root: where it never can have one it says so on standard error and ends with exit code 1.
 void record_queues_settle();

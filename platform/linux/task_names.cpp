@@ -2,6 +2,9 @@
 
 // Whose a task is stands in /proc. Where that is hidden from the server, a FIFO stays as long as
 // its task lives, whoever made it.
+//
+// By its FIFO the serving task sees that a client has ended. So its requests go before the FIFO
+// does.
 
 #include "platform/linux/task_names.h"
 
@@ -20,6 +23,7 @@
 #include <ctime>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/record_queue.h"
 #include "platform/linux/removal.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
@@ -60,11 +64,12 @@ bool read_users(int32_t task, uid_t (&users)[kUserIds]) {
                                    &users[3]) == static_cast<int>(kUserIds);
 }
 
+bool is_there(int32_t task) { return kill(task, 0) == 0 || errno != ESRCH; }
+
 /// @return whether `user` may have made an event FIFO for the task
 bool may_serve(int32_t task, uid_t user) {
   uid_t users[kUserIds];
-  if (!read_users(task, users)) return kill(task, 0) == 0 || errno != ESRCH;
-  if (user == 0) return true;
+  if (user == 0 || !read_users(task, users)) return true;
   for (const uid_t own : users)
     if (own == user) return true;
   return false;
@@ -83,11 +88,18 @@ verdict_t judge(int directory, const char* name) {
   if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return STAYS;
   const int32_t task = task_of(name);
   if (task == 0 || !S_ISFIFO(status.st_mode)) return NO_TASKS;
+  if (!is_there(task)) return LEFT_BEHIND;
   if (!may_serve(task, status.st_uid)) return NO_TASKS;
+  if (is_young(status)) return TOO_YOUNG;
   const int fd = openat(directory, name, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
   if (fd >= 0) close(fd);
-  if (fd >= 0 || errno != ENXIO) return STAYS;
-  return is_young(status) ? TOO_YOUNG : LEFT_BEHIND;
+  return fd < 0 && errno == ENXIO ? LEFT_BEHIND : STAYS;
+}
+
+bool remove_left_behind(int directory, const char* name) {
+  const requests_wait_t none_is_taken;
+  requests_drop(task_of(name));
+  return remove_entry(directory, name);
 }
 
 /// One who plants without pause must not fill the log.
@@ -118,8 +130,9 @@ int32_t task_name_tend(int directory, const char* name) {
   const verdict_t verdict = judge(directory, name);
   if (verdict == STAYS) return kNever;
   if (verdict == TOO_YOUNG) return kTaskNamePatienceMs;
+  if (verdict == LEFT_BEHIND) return remove_left_behind(directory, name) ? kNever : kStuckMs;
   if (!remove_entry(directory, name)) return kStuckMs;
-  if (verdict == NO_TASKS) tell_of_plant();
+  tell_of_plant();
   return kNever;
 }
 

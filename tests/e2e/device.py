@@ -74,6 +74,14 @@ class Queues:
     def identifier(self, number):
         return self.libc.msgget(self.KEY + number, 0)
 
+    def depth(self, number):
+        """Messages on a queue."""
+        for line in pathlib.Path("/proc/sysvipc/msg").read_text().splitlines()[1:]:
+            key, _, _, _, messages, *_ = line.split()
+            if int(key) == self.KEY + number:
+                return int(messages)
+        return 0
+
     def send(self, record, message_type=0x7FFFFFFF):
         """Puts bytes on the request queue and wakes the server; False when the queue is full."""
         message = ctypes.create_string_buffer(struct.pack("l", message_type) + record)

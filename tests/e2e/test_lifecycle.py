@@ -5,10 +5,11 @@ import os
 import pathlib
 import signal
 import subprocess
+import threading
 import time
 import unittest
 
-from device import (NO_ANSWER, NO_SERVER, PATIENCE_S, READY_FLAG, SERVER_LINK, DeviceTest,
+from device import (NO_ANSWER, NO_SERVER, OK, PATIENCE_S, READY_FLAG, SERVER_LINK, DeviceTest,
                     ScriptedModem, record, wait_until)
 
 PID_FILE = pathlib.Path("/var/run/pidfile/mdxgate.pid")
@@ -90,6 +91,25 @@ class Lifecycle(DeviceTest):
         self.assert_serves()
         wait_until(lambda: not os.listdir(SERVER_LINK.parent / "tasks"), PATIENCE_S,
                    "their FIFOs are gone")
+
+    def test_command_of_a_client_killed_behind_another_is_not_sent(self):
+        """Its FIFO is removed meanwhile, and a request of a program that never had one is served."""
+        first_may_end = threading.Event()
+        self.modem = ScriptedModem(
+            lambda line: b"\r\nOK\r\n" if line != b"AT+FIRST" or first_may_end.wait(PATIENCE_S) else b"")
+        self.start_server()
+        first = self.start_client("at", "--timeout", "60", "AT+FIRST")
+        wait_until(lambda: b"AT+FIRST" in self.modem.heard, PATIENCE_S, "the command is under way")
+        killed = self.start_client("at", "--timeout", "60", "AT+KILLED")
+        wait_until(lambda: self.queues.depth(2) == 1, PATIENCE_S, "the second command waits")
+        killed.kill()
+        self.finish(killed)
+        wait_until(lambda: not (SERVER_LINK.parent / "tasks" / str(killed.pid)).exists(), PATIENCE_S,
+                   "its FIFO is gone")
+        first_may_end.set()
+        self.assertEqual(self.finish(first)[0], OK)
+        self.at("AT+NEXT")
+        self.assertNotIn(b"AT+KILLED", self.modem.heard)
 
 
 if __name__ == "__main__":
