@@ -147,7 +147,8 @@ pass_t take_text_line(at_msg_t* msg, const line_t& line) {
   constexpr int32_t kLongest = kResponseMax - static_cast<int32_t>(kLineEnd.size());
   const auto size = static_cast<size_t>(std::min(line.pos, kLongest));
   while (!has_room_for(static_cast<int32_t>(size + kLineEnd.size()))) {
-    const std::string_view text = collected().substr(0, collected().size() - 1);
+    std::string_view text = collected();
+    text.remove_suffix(1);
     const size_t end = text.rfind(kLineEnd);
     shorten_to(end == std::string_view::npos ? 0 : static_cast<int32_t>(end + kLineEnd.size()));
   }

@@ -25,6 +25,7 @@ constexpr std::string_view kResultWords[] = {
     "TOO MANY PARAMETERS", "CONNECT", "NO DIALTONE", "BUSY",
 };
 constexpr std::string_view kPrompt = "> ";
+constexpr std::string_view kPromptStart = ">";
 constexpr std::string_view kRawHeader = "^HCMGR";
 constexpr std::string_view kLineHeaders[] = {"+CBM", "+CMGR", "+CMGL"};
 /// With their bodies these are one report each.
@@ -276,7 +277,8 @@ bool delivery_assembler::is_for_somebody(std::string_view line) const {
   const bool is_late = debt_.is_in_front_of_echo();
   if (debt_.is_awaited() && !is_late) return true;
   if (!is_news(line)) return false;
-  return !is_late || expected_echo().find(line.substr(0, line.find(':'))) == kNowhere;
+  const std::string_view name(line.data(), std::min(line.size(), line.find(':')));
+  return !is_late || expected_echo().find(name) == kNowhere;
 }
 
 void delivery_assembler::measure_answer(std::string_view line) {
@@ -333,7 +335,7 @@ uint32_t delivery_assembler::silent_size(uint64_t silence) const {
 uint32_t delivery_assembler::wait_ms() const {
   const uint32_t tail = tail_wait_ms();
   if (!debt_.is_awaited()) return whole_ != 0 ? 0 : tail;
-  if (unfinished_line() == kPrompt.substr(0, 1)) return tail;
+  if (unfinished_line() == kPromptStart) return tail;
   return whole_ != 0 ? kLineWaitMs : std::max(kLineWaitMs, tail);
 }
 

@@ -23,8 +23,17 @@ constexpr std::string_view kCallWords[] = {
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
+// substr may throw, as far as the compiler knows, and would need the C++ library for that.
+std::string_view head_of(std::string_view text, size_t size) {
+  return {text.data(), std::min(size, text.size())};
+}
+std::string_view behind(std::string_view text, size_t size) {
+  text.remove_prefix(std::min(size, text.size()));
+  return text;
+}
+
 bool starts_with(std::string_view text, std::string_view start) {
-  return text.substr(0, start.size()) == start;
+  return head_of(text, start.size()) == start;
 }
 
 bool holds(std::string_view text, std::string_view upper_word) {
@@ -52,11 +61,11 @@ bool is_command(std::string_view line) {
 /// The commands of one letter, which stand in front of the first extended one.
 std::string_view basic_commands(std::string_view line) {
   line = without_blanks(line);
-  return line.substr(0, std::min(line.size(), line.find_first_of("+^*%$#")));
+  return head_of(line, line.find_first_of("+^*%$#"));
 }
 
 bool dials(std::string_view line) {
-  const std::string_view first = without_blanks(without_blanks(line).substr(2));
+  const std::string_view first = without_blanks(behind(without_blanks(line), 2));
   if (first.empty()) return false;
   return upper(first[0]) == 'D' || upper(first[0]) == 'A' || upper(first[0]) == 'O' ||
          holds(first, "+CGDATA");
@@ -105,12 +114,12 @@ void line_debt::count_body(std::string_view* bytes) {
   early_body_ = !prompt_;
   if (prompt_) ++due_;
   prompt_ = false;
-  *bytes = head == 0 ? bytes->substr(end + 1) : bytes->substr(0, head + 1);
+  *bytes = head == 0 ? behind(*bytes, end + 1) : head_of(*bytes, head + 1);
 }
 
 void line_debt::count_commands(std::string_view lines) {
   for (size_t end = lines.find('\r'); end != kNowhere; end = lines.find('\r')) {
-    const std::string_view line = lines.substr(0, end);
+    const std::string_view line = head_of(lines, end);
     lines.remove_prefix(end + 1);
     if (!is_command(line)) continue;
     ++due_;
