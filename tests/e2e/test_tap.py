@@ -191,6 +191,29 @@ class Tap(DeviceTest):
         self.start_tap()
         self.assertEqual(passed(RECORD.with_name("record.txt.1"))[">"], b"AT+COPS?\rAT+CGM")
 
+    def test_wrong_use_is_refused_before_anything_is_touched(self):
+        """Of what is there nothing is lost: no modem's name, and no recording by starts that come to nothing."""
+        modem = self.make_line()
+        RECORD.write_text("# a recording\n> AT\\r\n")
+        pathlib.Path("/tmp/file").touch()
+        cases = [  # options, exit code, and what is said
+            (["--link", str(MODEM)], 2, "is the device"),
+            (["--link", "/tmp/port", "--script", str(RECORD)], 2, "is the --record"),
+            (["--link", "/tmp/port", "--script", "/tmp/none/script"], 2, "cannot write /tmp/none/script"),
+            (["--link", "/tmp/port", "--max-size", "-5"], 2, "64K"),
+            (["--link", "/tmp/port", "--record", "/tmp"], 3, "/tmp is no file"),
+            (["--link", "/tmp/port", "--record", "/tmp/none/file"], 3, "/tmp/none/file"),
+        ] + [(["--link", "/tmp/file"], 3, "not touching it")] * 6
+        for options, code, said in cases:
+            record = [] if "--record" in options else ["--record", str(RECORD)]
+            done = subprocess.run(["mdxtap", str(MODEM), *record, *options], timeout=60, capture_output=True,
+                                  text=True)
+            self.assertEqual(done.returncode, code, options)
+            self.assertIn(said, done.stderr)
+        self.assertTrue(MODEM.is_symlink())
+        self.assertEqual(passed(RECORD.with_name("record.txt.1"))[">"], b"AT\r")
+        os.close(modem)
+
     def test_files_are_turned_and_hold_the_same_stand_ins(self):
         modem = self.make_line()
         self.start_tap("--max-size", "64K", "--keep", "2")

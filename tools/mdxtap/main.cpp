@@ -3,16 +3,20 @@
 // mdxtap: stands between a modem and its host, and writes down what passes.
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "tools/line/learn.h"
 #include "tools/line/session_file.h"
@@ -29,6 +33,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitUsage = 2;
 constexpr int kExitNoDevice = 3;
 constexpr uint64_t kSmallestFile = 64U * 1024U;
+constexpr uint64_t kLargestFile = 1ULL << 40U;
 constexpr int kMostFiles = 1000;
 
 constexpr const char* kDescription =
@@ -90,18 +95,49 @@ void declare_options(CLI::App& app, Options& options) {
   app.add_flag("--masks", options.masks, "Show what is masked in which command and report");
 }
 
+[[noreturn]] void refuse(const std::string& name, const std::string& why) {
+  throw CLI::ValidationError(name, why);
+}
+
+// Two of them in one place would destroy each other; the link, the way to the modem.
+void refuse_one_place(const Options& options) {
+  const std::pair<const char*, const std::string&> all[] = {{"device", options.device},
+                                                            {"--link", options.link},
+                                                            {"--listen", options.listen},
+                                                            {"--record", options.record.path},
+                                                            {"--script", options.script}};
+  std::map<std::filesystem::path, const char*> names;
+  for (const auto& [name, path] : all) {
+    if (path.empty()) continue;
+    const auto [taken, added] =
+        names.emplace(std::filesystem::absolute(path).lexically_normal(), name);
+    if (!added)
+      refuse(name, std::string("needs a name of its own: ") + path + " is the " + taken->second);
+  }
+}
+
+// Found out before something is recorded for it.
+void refuse_unwritable_script(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path there =
+      fs::exists(path, error) ? fs::path(path) : fs::absolute(path).parent_path();
+  const bool wrong = fs::exists(path, error) && fs::is_directory(path, error);
+  if (wrong || access(there.c_str(), W_OK) != 0) refuse("--script", "cannot write " + path);
+}
+
 void refuse_nonsense(const Options& options) {
-  const auto refuse = [](const std::string& name, const std::string& why) {
-    throw CLI::ValidationError(name, why);
-  };
   if (options.device.empty()) refuse("device", "is needed: which modem?");
   if (options.link.empty() && options.listen.empty()) {
     refuse("--link", "is needed, or --listen: where does the host find it?");
   }
   if (options.record.path.empty()) refuse("--record", "is needed: where to?");
-  if (options.record.max_size > 0 && options.record.max_size < kSmallestFile) {
-    refuse("--max-size", "is at least 64K, or 0 for no limit");
+  const uint64_t size = options.record.max_size;
+  if ((size > 0 && size < kSmallestFile) || size > kLargestFile) {
+    refuse("--max-size", "is 64K to 1T, or 0 for no limit");
   }
+  refuse_one_place(options);
+  if (!options.script.empty()) refuse_unwritable_script(options.script);
 }
 
 void show_masks() {

@@ -8,10 +8,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 #include <utility>
 
 namespace mdxtap {
 namespace {
+
+constexpr int kMostRemarks = 20;
 
 // The name is on the disk, too. A directory that can't be synchronised has nothing to keep.
 void sync_directory(const std::string& path) {
@@ -21,6 +24,17 @@ void sync_directory(const std::string& path) {
   if (fd < 0) return;
   fsync(fd);
   close(fd);
+}
+
+// What a run leaves that never came to record anything: a few remarks. Many such runs, as a service
+// that is started again and again makes them, must not push real recordings out.
+bool holds_nothing(const std::string& path) {
+  std::ifstream file(path);
+  int lines = 0;
+  for (std::string line; std::getline(file, line); ++lines) {
+    if (!line.starts_with('#') || lines == kMostRemarks) return false;
+  }
+  return file.eof();
 }
 
 }  // namespace
@@ -34,7 +48,9 @@ RecordFile::~RecordFile() {
 int RecordFile::open() {
   struct stat there {};
   if (lstat(options_.path.c_str(), &there) != 0) return errno == ENOENT ? create() : errno;
-  return S_ISREG(there.st_mode) ? turn() : EEXIST;
+  if (!S_ISREG(there.st_mode)) return EEXIST;
+  if (!holds_nothing(options_.path)) return turn();
+  return unlink(options_.path.c_str()) == 0 ? create() : errno;
 }
 
 // Never through a link, and never into a file that somebody else has put there.

@@ -27,7 +27,7 @@ class RecordFile {
   RecordFile(const RecordFile&) = delete;
   RecordFile& operator=(const RecordFile&) = delete;
 
-  /// A file that is there already becomes PATH.1.
+  /// A file that is there already becomes PATH.1, unless nothing was recorded in it.
   int open();
 
   /// Whole lines; begins a new file first when these do not fit any more, or when somebody has

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -29,10 +31,14 @@ constexpr size_t kMostWaiting = 16U << 20U;
 
 }  // namespace
 
-Recorder::Recorder(Options options) : file_(std::move(options.file)) {
+Recorder::Recorder(Options options) : file_(options.file) {
   if (options.stand_in) masker_.emplace(*options.stand_in);
   const int error = file_.open();
-  if (error != 0) throw std::system_error(error, std::generic_category(), "cannot record");
+  if (error == EEXIST) throw std::runtime_error(options.file.path + " is no file; not touching it");
+  if (error != 0) {
+    throw std::system_error(error, std::generic_category(),
+                            "cannot record to " + options.file.path);
+  }
   thread_ = std::thread(&Recorder::run, this);
 }
 
