@@ -116,6 +116,15 @@ bool withdraw(mdx_client_t* client) {
   return take_own(client, server_link_take_request, &unserved) == MDX_OK;
 }
 
+/// The deadline was that of the request's turn, and the modem is at it.
+bool its_turn_has_come(exchange_t* exchange) {
+  if (exchange->serve_ms == 0) return false;
+  const int64_t served = now_ms() + exchange->serve_ms;
+  exchange->deadline = served < exchange->end ? served : exchange->end;
+  exchange->serve_ms = 0;
+  return true;
+}
+
 int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
   raise_server(client);
   at_msg_t answer;
@@ -127,6 +136,9 @@ int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
   } else if (error == MDX_ERR_TIMEOUT) {
     if (now_ms() < client->exchange.deadline) return pending(client, EXCHANGE_SENT, kLookAgainMs);
     error = withdraw(client) ? MDX_ERR_BUSY : take_answer(client, &answer);
+    if (error == MDX_ERR_TIMEOUT && its_turn_has_come(&client->exchange)) {
+      return pending(client, EXCHANGE_SENT, kLookAgainMs);
+    }
   }
   client->settled = error == MDX_OK;
   if (error == MDX_OK) read_answer(client->exchange.sent, answer, client->text, result);
@@ -138,7 +150,13 @@ int begin(mdx_client_t* client, const request_t& request) {
   if (client->exchange.phase != EXCHANGE_NONE) return MDX_ERR_PENDING;
   exchange_t& exchange = client->exchange;
   exchange = {};
-  exchange.deadline = now_ms() + request.deadline_ms;
+  const int64_t now = now_ms();
+  exchange.end = now + request.deadline_ms;
+  exchange.deadline = exchange.end;
+  if (request.wait_ms > 0 && request.wait_ms < request.deadline_ms) {
+    exchange.deadline = now + request.wait_ms;
+    exchange.serve_ms = request.serve_ms;
+  }
   exchange.sent = request.record;
   exchange.sent.msg_type = client->task;
   exchange.sent.seq = ++client->seq;

@@ -17,9 +17,11 @@ enum exchange_phase_t {
 struct exchange_t {
   exchange_phase_t phase;
   bool raised;       ///< the server was told
-  int64_t deadline;  ///< monotonic milliseconds, as the next
+  int64_t deadline;  ///< monotonic milliseconds, as the next two
+  int64_t end;       ///< the deadline of the whole, from which on nothing is waited for
   int64_t look_at;   ///< when to look again though nothing was heard
   int64_t retry_ms;
+  int64_t serve_ms;  ///< above 0: the deadline is that of the request's turn, and so long follows
   at_msg_t sent;
 };
 

@@ -77,10 +77,13 @@ typedef struct mdx_options {
   int32_t multi_line;
   /** 1: every line with CR LF, the result line included; never with multi_line. */
   int32_t transparent;
+  /** Seconds that the request may wait for its turn, while the modem works for others; the modem
+   * then has all of timeout_s. 0: both together have what deadline_ms says. */
+  int32_t wait_s;
 } mdx_options_t;
 
 #define MDX_OPTIONS_INIT \
-  { sizeof(mdx_options_t), 10, 0, NULL, 0, 0 }
+  { sizeof(mdx_options_t), 10, 0, NULL, 0, 0, 0 }
 
 /** What makes a request one that can never be served. */
 typedef enum mdx_mistake {

@@ -48,7 +48,7 @@ bool read_options(const mdx_options_t* given, mdx_options_t* options) {
   if (!all_zero(reinterpret_cast<const char*>(given) + known, given->size - known)) return false;
   std::memcpy(options, given, known);
   const bool flags = (options->multi_line | options->transparent | 1) == 1;
-  return options->timeout_s >= 0 && options->deadline_ms >= 0 && flags &&
+  return options->timeout_s >= 0 && options->deadline_ms >= 0 && options->wait_s >= 0 && flags &&
          options->multi_line + options->transparent < 2;
 }
 
@@ -130,7 +130,10 @@ mdx_mistake_t check_pdu(const char* head, const char* pdu, const mdx_options_t* 
 
 void open_request(const mdx_options_t& options, int64_t default_ms, request_t* request) {
   *request = request_t{};
-  request->deadline_ms = options.deadline_ms > 0 ? options.deadline_ms : default_ms;
+  request->wait_ms = static_cast<int64_t>(options.wait_s) * 1000;
+  request->serve_ms = default_ms;
+  const int64_t both_ms = request->wait_ms + request->serve_ms;
+  request->deadline_ms = options.deadline_ms > 0 ? options.deadline_ms : both_ms;
   at_msg_t& record = request->record;
   record.req_type = options.transparent != 0 ? TRANSPARENT_CMD : NORMAL_CMD;
   record.multi_line = options.multi_line;

@@ -12,6 +12,8 @@
 struct request_t {
   at_msg_t record;
   int64_t deadline_ms;
+  int64_t wait_ms;   ///< for its turn, 0 without a bound of its own
+  int64_t serve_ms;  ///< behind that
 };
 
 /// Each fills `request` but for the sender's fields (`msg_type`, `seq`), zeroed.

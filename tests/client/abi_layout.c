@@ -17,6 +17,7 @@ AT(mdx_options_t, deadline_ms, 8);
 AT(mdx_options_t, match, 8 + POINTER);
 AT(mdx_options_t, multi_line, 8 + 2 * POINTER);
 AT(mdx_options_t, transparent, 12 + 2 * POINTER);
+AT(mdx_options_t, wait_s, 16 + 2 * POINTER);
 
 AT(mdx_result_t, size, 0);
 AT(mdx_result_t, ret_val, 4);

@@ -456,6 +456,28 @@ TEST(Client, CancelTellsWhetherTheCommandMayRun) {
   EXPECT_EQ(server.waiting(2), 0) << "a closed handle leaves nothing to be run";
 }
 
+TEST(Client, WaitForItsTurnHasATimeOfItsOwn) {
+  mdx_options_t options = within(0, 600);
+  options.wait_s = 1;
+  mdx_result_t result = MDX_RESULT_INIT;
+  StandInServer server(ignore, false);
+  Handle client;
+  EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_BUSY);
+  EXPECT_EQ(server.waiting(2), 0) << "it is not run later";
+
+  std::thread server_thread([&] {
+    at_msg_t record{};
+    while (!server.take(&record)) std::this_thread::yield();
+    std::this_thread::sleep_for(1300ms);
+    echo(server, record);
+  });
+  EXPECT_EQ(mdx_send(client, "ATslow", &options, &result), MDX_OK) << "its turn had come";
+  EXPECT_STREQ(result.text, "ATslow");
+  server_thread.join();
+  options.wait_s = -1;
+  EXPECT_EQ(mdx_send(client, "AT", &options, &result), MDX_ERR_ARGUMENT);
+}
+
 TEST(Client, WhoFloodsTheQueuesInItsNameDoesNotKeepItBeyondItsDeadline) {
   StandInServer server(ignore, false);
   Handle client;
