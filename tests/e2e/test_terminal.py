@@ -92,6 +92,17 @@ class Terminal(DeviceTest):
         history = pathlib.Path("/tmp/.local/state/mdxctl/history").read_text().splitlines()
         self.assertEqual(history, ["AT+GCAP", "reports off", "AT+COPS=?", "nonsense", "reports on"])
 
+    def test_interrupt_at_the_prompt_of_the_demo_ends_nothing(self):
+        """Above the tour stands a program that a Ctrl-C ends, as the one that makes its world."""
+        tour = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "tour"
+        self.type(f"python3 -c 'import subprocess; subprocess.run(\"{tour}\")'")
+        self.see("at>")
+        self.type("half a line", "C-c")
+        self.type("AT+GCAP")
+        self.see("+GCAP: ")
+        self.type("", "C-d")
+        self.see("Everything that ran here ends now")
+
     def test_top(self):
         self.start_device("--reports", "200")
         self.type("mdxctl top")
