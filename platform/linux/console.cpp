@@ -77,7 +77,9 @@ int32_t print_or_set_trace_mask() {
     errno = 0;
     const unsigned long mask = strtoul(argument, &end, 0);
     if (argument[0] == '-' || *end != '\0' || errno != 0 || mask > UINT32_MAX) {
-      KRP_Debug_Print("a mask is a sum of 2 errors, 4 things missing, 8 flow, 16 details\n");
+      KRP_Debug_Print(
+          "usage: platform trace MASK; a mask is a sum of 2 errors, 4 things missing, 8 flow, 16 "
+          "details\n");
       return 0;
     }
     mdx_trace_mask.store(static_cast<uint32_t>(mask), std::memory_order_relaxed);

@@ -10,6 +10,7 @@
 #include "tests/client/run_mdxctl.h"
 #include "tests/client/stand_in_server.h"
 #include "tools/mdxctl/collection.h"
+#include "tools/mdxctl/shell_line.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ TEST(Mdxctl, ShowsTextAndResultAndExitsByIt) {
     {"at AT2",                 0, "one\ntwo\nOK\n"                    },
     {"at --transparent AT2",   0, "one\ntwo\nOK\nOK\n"                },
     {"at --multi-line AT2",    0, "onetwo\nOK\n"                      },
-    {"at AT3",                 1, "+CME ERROR: 10\n+CME ERROR\n"      },
+    {"at AT3",                 1, "+CME ERROR: 10\n"                  },
     {"at AT5",                 1, "one\ntwo\nERROR\n"                 },
     {"at AT98",                5, "refused: the server could not write to the modem; check that it is plugged in: mdxctl status\n"},
   };
@@ -50,7 +51,24 @@ TEST(Mdxctl, ShowsTextAndResultAndExitsByIt) {
     EXPECT_EQ(outcome.output, c.output) << c.arguments;
   }
   EXPECT_EQ(mdxctl("at AT99").code, 3);
+  EXPECT_THAT(mdxctl("at --timeout 7 AT99").output, HasSubstr("the modem had 7 s for it"));
+  EXPECT_THAT(mdxctl("at AT99 --json").output, HasSubstr("--timeout SECONDS allows more"));
   EXPECT_EQ(mdxctl("at -", "AT2\n\nAT5\r\nAT98\n").code, 1) << "the first that failed";
+  const Outcome listed = mdxctl("at -", "\\357\\273\\277# a remark\n  AT2 \r\n#\n");
+  EXPECT_EQ(listed.output, "one\ntwo\nOK\n");
+  EXPECT_EQ(listed.code, 0);
+}
+
+TEST(Mdxctl, SaysWhatCouldNotBeReadOrWritten) {
+  StandInServer server(answer_by_number);
+  for (const char* arguments : {"at AT2 >/dev/full", "at AT2 --json >/dev/full",
+                                "status >/dev/full", "at - >/dev/full", "--version >/dev/full"}) {
+    const Outcome outcome = mdxctl(std::string(arguments), "AT2\n");
+    EXPECT_EQ(outcome.code, 5) << arguments;
+  }
+  const Outcome directory = mdxctl("at - </");
+  EXPECT_EQ(directory.code, 2);
+  EXPECT_THAT(directory.output, HasSubstr("Is a directory"));
 }
 
 TEST(Mdxctl, JsonHoldsTheTextAsItCame) {
@@ -87,6 +105,9 @@ TEST(Mdxctl, NamesTheMistake) {
     {"at AT+CNMA=1,5",                "", "AT+CNMA acknowledges without one"                       },
     {"at AT$(printf %0640d)",         "", "a command of 642 bytes is too long: 638 are the most"   },
     {"at AT --match \"$(printf 'a\\tb')\"", "", "the match string holds Tab at position 2"             },
+    {"at 'AT+CREG?;+CLIP?'",          "", "send each by itself"                                    },
+    {"at 'at e0 v'",                  "", "everybody's commands would time out; --yes sends it"    },
+    {"at 'ATS7=60Q1'",                "", "everybody's commands would time out"                    },
     {"sms-pdu AT+CSQ 00",             "", "such as AT+CMGS=22"                                     },
     {"sms-pdu AT+CMGS=2 123",         "", "the PDU has 3 digits: each byte takes two"              },
     {"sms-pdu AT+CMGS=2 0x",          "", "position 2 of the PDU is no hexadecimal digit"          },
@@ -100,6 +121,16 @@ TEST(Mdxctl, NamesTheMistake) {
   }
 }
 
+TEST(Mdxctl, AsksBeforeResultsAreTurnedOffAndNotElse) {
+  StandInServer server([](StandInServer& self, const at_msg_t& record) {
+    self.answer(with_text(record, "OK\r\n"));
+  });
+  for (const char* arguments : {"at --yes ATV0", "at ATV1Q0E0", "at ATDV0", "at AT+CSQV0",
+                                "at AT\\&FV1", "at 'AT+X=\"V0\"'"}) {
+    EXPECT_EQ(mdxctl(arguments).code, 0) << arguments;
+  }
+}
+
 TEST(Mdxctl, SaysWhatAnAnswerLacks) {
   StandInServer server([](StandInServer& self, const at_msg_t& record) {
     at_msg_t answer = with_text(record, "");
@@ -107,6 +138,8 @@ TEST(Mdxctl, SaysWhatAnAnswerLacks) {
     self.answer(answer);
   });
   EXPECT_THAT(mdxctl("at AT+CMGL=4").output, HasSubstr("longer than 1499 bytes"));
+  EXPECT_THAT(mdxctl("at AT+CPIN?").output, HasSubstr("nothing but its result"));
+  EXPECT_THAT(mdxctl("at AT+CPIN=?").output, Not(HasSubstr("nothing but its result")));
   EXPECT_THAT(mdxctl("at --json AT+CMGL=4").output, HasSubstr("\"truncated\":true"));
   for (const char* message : {"sms-pdu AT+CMGS=2 00", "sms-pdu --json AT+CMGS=2 00", "sms send 1 a",
                               "sms send --json 1 a"}) {
@@ -177,18 +210,59 @@ TEST(Mdxctl, WithoutServerEndsWithFour) {
 
 TEST(Mdxctl, ChoosesHowToCollect) {
   // clang-format off
-  const struct { const char* command; const char* match; } cases[] = {
-    {"AT+CREG?",       "+CREG:" }, {"at^hcsq?", "^HCSQ:"}, {"AT+CMGSX?", ""}, {"AT+COPS=?", ""},
-    {"AT+CMGS=?",      ""       }, {"AT+CSQ",   ""      }, {"ATI",      ""}, {"AT?",       ""},
-    {"AT+CREG?;+CSQ?", ""       }, {"AT",       ""      }, {"A?",       ""}, {"AT+?",      ""},
+  const struct { const char* command; const char* match; bool transparent; } cases[] = {
+    {"AT+CREG?",           "+CREG:",  false}, {"at^hcsq?",          "^HCSQ:", false}, {"AT+CMGSX?",          "",       true},
+    {"AT+CREG=?",          "+CREG:",  false}, {"AT+CREG=1",         "",       true }, {"AT+CCWA=1,2",        "+CCWA:", false},
+    {"AT+CCWA=1",          "",        true }, {"AT + CREG ?",       "+CREG:", false}, {"AT+CUSD=1,\"*1#\"",  "",       true},
+    {"AT^NDISSTATQRY?",    "^NDISSTATQRY:", false}, {"AT+ZPAS?",    "",       true }, {"AT+CEER",            "+CEER:", true},
+    {"AT+COPS=?",          "+COPS:",  true }, {"AT+CMGS=?",         "",       true }, {"AT+CSQ",             "",       true},
+    {"AT+CSQ;+CREG?",      "+CREG:",  false}, {"ATE0+CREG?",        "+CREG:", false}, {"AT+CREG?;+CGREG?",   "REG:",   false},
+    {"AT+X=\";+CREG?\"",   "",        true }, {"AT+CREG?;+CMGS=?",  "",       true }, {"ATD+CREG?",          "",       true},
+    {"ATI",                "",        true }, {"AT?",               "",       true }, {"A?",                 "",       true},
+    {"",                   "",        true }, {"AT+?",              "",       true }, {"AT+CREG?;+CLIP?",    "",       true},
   };
   // clang-format on
   for (const auto& c : cases) {
     const collection_t collection = collection_for(c.command, false);
     EXPECT_EQ(collection.match, c.match) << c.command;
-    EXPECT_EQ(collection.transparent, *c.match == '\0') << c.command;
+    EXPECT_EQ(collection.transparent, c.transparent) << c.command;
   }
-  EXPECT_EQ(collection_for("AT+COPS=?", true).match, "+COPS:");
+  EXPECT_TRUE(collection_for("AT+COPS=?", true).multi_line) << "or the time-out would not count";
+  EXPECT_TRUE(collection_for("AT+CREG?;+CLIP?", false).mixed);
+}
+
+TEST(Mdxctl, LinesOfAnAnswerStandApart) {
+  // clang-format off
+  const struct { const char* command; int ret_val; const char* text; const char* shown; } cases[] = {
+    {"AT+CSQ;+CREG?", 2, "+CSQ: 1,99+CREG: 0,1\r\n",              "+CSQ: 1,99\r\n+CREG: 0,1"        },
+    {"AT+CREG?;+CSQ", 2, "+CREG: 0,1\r\n+CSQ: 1,99",              "+CREG: 0,1\r\n+CSQ: 1,99"        },
+    {"AT+COPS?",      2, "+COPS: 0,0,\"RING OK\"OK\r\n",          "+COPS: 0,0,\"RING OK\""          },
+    {"AT+CPBR=1,2",   2, "+CPBR: 1,\"a\"+CPBR: 2,\"b\"OK\r\n",    "+CPBR: 1,\"a\"\r\n+CPBR: 2,\"b\""},
+    {"AT+CNUM",       3, "+CNUM: \"a\"+CME ERROR: 13\r\n",        "+CME ERROR: 13"                  },
+    {"AT+CEER",       5, "+CEER: nothingERROR\r\n",               "+CEER: nothing"                  },
+    {"AT+COPS?",      2, "OK\r\n",                                ""                                },
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    mdx_result_t result = MDX_RESULT_INIT;
+    result.ret_val = c.ret_val;
+    result.text = c.text;
+    result.length = static_cast<uint32_t>(std::strlen(c.text));
+    const std::string shown = shown_text(result, collection_for(c.command, false));
+    EXPECT_EQ(shown, c.shown) << c.command;
+  }
+}
+
+TEST(Mdxctl, KeepsNoSecretInItsHistory) {
+  for (const char* line : {"AT+CPIN =\"4713\"", "at + cpin=4713", "AT+CGAUTH=1,2,\"u\",\"p\"",
+                           "AT^AUTHDATA=1,2,,\"p\",\"u\"", "AT+QICSGP=1,1,\"a\",\"u\",\"p\",1",
+                           "ATD**05*12345678*1234*1234#;", "AT+CLCK=\"SC\",0,\"1234\"",
+                           "AT+CUSD=1,\"**04*1234*4321*4321#\""}) {
+    EXPECT_FALSE(fit_for_history(line)) << line;
+  }
+  for (const char* line : {"AT+CPIN?", "AT+CSQ", "ATD*99#", "AT+CGDCONT=1,\"IP\",\"internet\""}) {
+    EXPECT_TRUE(fit_for_history(line)) << line;
+  }
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/output.h"
 #include "wire/border.h"
 
 using nlohmann::ordered_json;
@@ -19,19 +20,17 @@ using nlohmann::ordered_json;
 namespace {
 
 const std::string kModem = std::string(kMdxChannelPrefix) + "6";
-const std::string kRefused =
-    "refused: the server could not write to the modem; check that it is plugged in: mdxctl status";
 
 /// Modems may send any byte; JSON takes UTF-8 only.
 void print(const ordered_json& object) {
   std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << std::endl;
 }
 
-/// As a terminal wants it: lines end in LF, the last one too.
+/// Lines end in LF, the last one too.
 void print_lines(std::string text) {
   for (size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
   if (!text.empty() && text.back() != '\n') text += '\n';
-  std::cout << text << std::flush;
+  std::cout << for_output(text) << std::flush;
 }
 
 }  // namespace
@@ -41,22 +40,41 @@ std::string error_text(int error) {
     return "the server waits for its modem, and nothing was run: " + kModem +
            " is not there; plug the modem in, or make " + kModem + " a link to its AT port";
   }
+  if (error == MDX_ERR_BUSY) {
+    return "the command did not get its turn, and was not run: the modem works for other clients, "
+           "or the server cannot open it; --wait SECONDS waits longer, mdxctl status tells more";
+  }
   std::string text = mdx_strerror(error);
-  if (error == MDX_ERR_BUSY) text += "; its log tells whether it can open " + kModem;
   if (error == MDX_ERR_SYSTEM) text += ": " + std::string(std::strerror(errno));
   return text;
 }
 
-answer_t::answer_t(std::string command, bool json)
-    : command_(std::move(command)), json_(json), start_(std::chrono::steady_clock::now()) {}
+answer_t::answer_t(std::string command, bool json, int32_t timeout_s)
+    : command_(std::move(command)),
+      json_(json),
+      timeout_s_(timeout_s),
+      start_(std::chrono::steady_clock::now()) {}
 
 double answer_t::seconds() const {
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start_;
   return std::round(taken.count() * 1e6) / 1e6;
 }
 
+std::string answer_t::no_answer_text() const {
+  return "no answer: the modem had " + std::to_string(timeout_s_) +
+         " s for it; --timeout SECONDS allows more, and mdxctl status tells whether it answers at "
+         "all";
+}
+
 int answer_t::show(const mdx_result_t& result, const std::string& text) const {
-  return show(result, text, exit_code_of_result(result) == EXIT_REFUSED ? kRefused : "");
+  switch (exit_code_of_result(result)) {
+    case EXIT_REFUSED:
+      return show(result, text, kModemAway);
+    case EXIT_NO_ANSWER:
+      return show(result, text, no_answer_text());
+    default:
+      return show(result, text, "");
+  }
 }
 
 int answer_t::show_message(const mdx_result_t& result, const std::string& text) const {
@@ -81,12 +99,16 @@ int answer_t::show(const mdx_result_t& result, const std::string& text,
     print(object);
     return code;
   }
-  print_lines(text);
-  std::cerr << (error.empty() ? name : error) << std::endl;
+  // A result with a number is the answer's text.
+  const bool numbered = text.starts_with(name + ':') && text.find('\n') == std::string::npos;
+  if (!numbered) print_lines(text);
+  std::cerr << (!error.empty() ? error : numbered ? harmless_line(text) : name) << std::endl;
   return code;
 }
 
-int answer_t::fail(int error) const { return fail(error, error_text(error)); }
+int answer_t::fail(int error) const {
+  return fail(error, error == MDX_ERR_TIMEOUT ? no_answer_text() : error_text(error));
+}
 
 int answer_t::fail(int error, const std::string& reason) const {
   if (json_) {

@@ -13,7 +13,8 @@
 class answer_t {
  public:
   /// Begins the time that the answer takes.
-  answer_t(std::string command, bool json);
+  /// @param timeout_s  what the modem has for it
+  answer_t(std::string command, bool json, int32_t timeout_s);
 
   /// For an answer that the modem did not give now: whether it is there belongs to it.
   void tell_link(const modem_link_t& link) { link_ = link; }
@@ -31,11 +32,13 @@ class answer_t {
 
  private:
   int show(const mdx_result_t& result, const std::string& text, const std::string& error) const;
+  std::string no_answer_text() const;
   double seconds() const;
 
   std::string command_;
   bool json_;
   std::optional<modem_link_t> link_;
+  int32_t timeout_s_;
   std::chrono::steady_clock::time_point start_;
 };
 
@@ -43,6 +46,13 @@ class answer_t {
 inline constexpr char kTruncated[] =
     "the answer was longer than 1499 bytes, and a part of it is missing: ask in parts, such as "
     "AT+CMGR=N instead of AT+CMGL";
+/// For an answer without text to a command that asks for some.
+inline constexpr char kNothingInIt[] =
+    "the answer holds nothing but its result: a line of it may look like a report, and be told to "
+    "its receivers; --match NAME keeps it";
+/// For a request that found no modem.
+inline constexpr char kModemAway[] =
+    "refused: the server could not write to the modem; check that it is plugged in: mdxctl status";
 /// For a message whose exchange ended without the modem's word.
 inline constexpr char kUnconfirmed[] =
     "the modem did not confirm the message: it may not have been sent, or it may have been";

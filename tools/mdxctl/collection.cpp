@@ -1,16 +1,40 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Plain collection runs lines together, and gives a line whose prefix is also a report's to the
-// report's receivers. A match string keeps such lines and sets them apart, but only them.
-// Transparent collection sets all lines apart, but does not keep reports. So a query (AT+CREG?),
-// whose answer may look like a report, is matched by its name, and everything else is transparent.
+// Plain collection runs lines together, and gives a line that holds a report's name to the report's
+// receivers. A match string keeps such lines and sets them apart, but only them. Transparent
+// collection sets all lines apart, but does not keep reports. So a command whose answer could be
+// taken for a report (AT+CREG?) is matched by its name, and everything else is transparent. An
+// answer in free words (+COPS: 0,0,"tele.RING") may hold such a name anywhere: it is transparent
+// and matched, and the line ends that its lines lose there are put back.
 
 #include "tools/mdxctl/collection.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <iterator>
+#include <vector>
 
 namespace {
+
+// clang-format off
+/// What the server takes for a report when a line holds it.
+constexpr std::string_view kReportNames[] = {
+  "+CBM", "+CCWA", "+CDS", "+CDSI", "+CGREG", "+CLIP", "+CMT", "+CMTI", "+COLP", "+CREG", "+CSSI", "+CSSU",
+  "+CTZV", "+CUSD", "CONNECT", "IRING", "RING", "XLEMA", "^ANLEVEL", "^APCURPROF", "^APDHCP", "^APDIALM",
+  "^APDIALUPRPT", "^APPROFRD", "^APROAMRPT", "^APWIFIBS", "^APWIFISEC", "^CARDLOCKNTY", "^CCALLSTATE", "^CCWA",
+  "^CEND", "^CONF", "^CONN", "^CSCHANNELINFO", "^DCONN", "^DEND", "^DSFLOWRPT", "^EARST", "^ECLSTAT", "^EONS",
+  "^EXSIMST", "^FACTORY", "^HCMGSF", "^HCMGSS", "^HCSQ", "^HFREQINFO", "^LCACELLURC", "^LTESIGLEV", "^MMIENTER",
+  "^MODE", "^NDISSTAT", "^NDISSTATEX", "^NORSTFACT", "^NWTIME", "^ORIG", "^REJINFO", "^RSSI", "^SIMREFRESH",
+  "^SIMST", "^SMMEMFULL", "^SRVST", "^STIN", "^TEMPPRT", "^TIME", "^WAKEUPIN",
+};
+/// Their answers hold names that people gave; each line begins with the command's own.
+constexpr std::string_view kFreeWords[] = {
+  "+CEER", "+CGDCONT", "+CNUM", "+COPN", "+COPS", "+CPBF", "+CPBR", "+CPOL",
+};
+/// The server would wait for a PDU.
+constexpr std::string_view kMessages[] = {"+CMGS", "+CMGW", "^HCMGS", "^HCMGW"};
+// clang-format on
 
 std::string in_capitals(std::string_view text) {
   std::string capitals(text);
@@ -19,27 +43,83 @@ std::string in_capitals(std::string_view text) {
   return capitals;
 }
 
-bool is_name(std::string_view text) {
-  const auto in_name = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
-  return !text.empty() && std::all_of(text.begin(), text.end(), in_name);
-}
+/// One of the commands between the semicolons of a line.
+struct part_t {
+  std::string name;  ///< such as "+CREG"; empty for a basic command
+  std::string rest;  ///< "?", "=?", "=VALUES", or nothing
 
-/// "+CREG" for AT+CREG?, empty for all that is no query of one extended command.
-std::string queried_name(const std::string& capitals) {
-  if (!capitals.starts_with("AT") || !capitals.ends_with("?") || capitals.size() < 5) return "";
-  const std::string name = capitals.substr(2, capitals.size() - 3);
-  const bool extended = name[0] == '+' || name[0] == '^' || name[0] == '$' || name[0] == '%';
-  return extended && is_name(std::string_view(name).substr(1)) ? name : "";
-}
-
-/// The prefix that the lines of the answer begin with, empty where they are better not matched.
-std::string answer_prefix(const std::string& capitals, bool timeout_given) {
-  if (timeout_given && capitals == "AT+COPS=?") return "+COPS:";
-  const std::string name = queried_name(capitals);
-  for (const char* sms : {"+CMGS", "+CMGW", "^HCMGS", "^HCMGW"}) {
-    if (name.starts_with(sms)) return "";  // the server would wait for a PDU
+  bool answers_like_a_report() const {
+    if (!may_be_report(name)) return false;
+    // A setting has no answer, and meanwhile the reports of its name are the receivers'.
+    return !rest.starts_with('=') || rest == "=?" || asks_network();
   }
-  return name.empty() || name.size() >= MDX_MATCH_MAX ? "" : name + ":";
+  /// AT+CCWA=1,2: whether call waiting is on.
+  bool asks_network() const {
+    return name == "+CCWA" && rest.find(',') != std::string::npos &&
+           rest.substr(rest.find(',')).starts_with(",2");
+  }
+  bool answers_in_free_words() const {
+    return std::find(std::begin(kFreeWords), std::end(kFreeWords), name) != std::end(kFreeWords);
+  }
+  bool is_message() const {
+    return std::any_of(std::begin(kMessages), std::end(kMessages),
+                       [&](std::string_view message) { return name.starts_with(message); });
+  }
+};
+
+part_t part_of(std::string_view text) {
+  // Basic commands may stand in front of it; but dialling takes all signs.
+  const size_t begin =
+      text.starts_with('D') ? std::string_view::npos : text.find_first_of("+^$%*#");
+  if (begin == std::string_view::npos) return {};
+  size_t end = begin + 1;
+  const auto in_name = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
+  while (end < text.size() && in_name(static_cast<unsigned char>(text[end]))) ++end;
+  return {std::string(text.substr(begin, end - begin)), std::string(text.substr(end))};
+}
+
+/// Without blanks, which modems skip.
+std::vector<part_t> parts_of(std::string_view command) {
+  std::vector<part_t> parts;
+  std::string part;
+  bool quoted = false;
+  for (const char c : in_capitals(command).substr(std::min<size_t>(2, command.size())) + ';') {
+    if (c == '"') quoted = !quoted;
+    if (c != ';' || quoted) {
+      if (quoted || c != ' ') part += c;
+      continue;
+    }
+    parts.push_back(part_of(part));
+    part.clear();
+  }
+  return parts;
+}
+
+/// The longest end that all names have in common, such as "REG:" of +CREG and +CGREG; empty when it
+/// would say too little.
+std::string common_end(const std::vector<std::string>& names) {
+  constexpr size_t kEnough = 4;
+  std::string end = names.front() + ':';
+  for (const std::string& name : names) {
+    while (!(name + ':').ends_with(end)) end.erase(0, 1);
+  }
+  return end.size() < kEnough || end.size() > MDX_MATCH_MAX ? "" : end;
+}
+
+/// Puts the line ends back that lines in front of `prefix` have lost.
+void part_lines(const std::string& prefix, std::string* text) {
+  for (size_t at = 1; (at = text->find(prefix, at)) != std::string::npos; at += prefix.size()) {
+    if (at == 0 || (*text)[at - 1] == '\n') continue;
+    text->insert(at, "\r\n");
+    at += 2;
+  }
+}
+
+/// The same in front of the result, with which the last line ends.
+void part_result(int32_t ret_val, std::string* text) {
+  if (ret_val < MDX_RESULT_OK) return;
+  const size_t at = text->rfind(mdx_result_name(ret_val));
+  if (at != std::string::npos && at != 0 && (*text)[at - 1] != '\n') text->insert(at, "\r\n");
 }
 
 /// Without the result line, which ends a transparent text.
@@ -53,19 +133,47 @@ std::string without_result(const std::string& text, int32_t ret_val) {
 
 }  // namespace
 
+bool may_be_report(std::string_view line) {
+  return std::any_of(
+      std::begin(kReportNames), std::end(kReportNames),
+      [&](std::string_view report) { return line.find(report) != std::string_view::npos; });
+}
+
 collection_t collection_for(std::string_view command, bool timeout_given) {
-  const std::string capitals = in_capitals(command);
+  const std::vector<part_t> parts = parts_of(command);
   collection_t collection;
-  collection.match = answer_prefix(capitals, timeout_given);
-  collection.multi_line = !collection.match.empty();
-  collection.transparent = collection.match.empty();
   collection.for_reading = true;
+  std::vector<std::string> like_reports;
+  bool has_message = false;
+  for (const part_t& part : parts) {
+    if (!part.name.empty()) collection.prefixes.push_back(part.name + ':');
+    if (part.answers_like_a_report()) like_reports.push_back(part.name);
+    has_message |= part.is_message();
+  }
+  const bool free_words = parts.size() == 1 && parts.front().answers_in_free_words();
+  const bool search = parts.front().name == "+COPS" && parts.front().rest == "=?";
+  if (!like_reports.empty() && !has_message) {
+    collection.match = common_end(like_reports);
+    collection.mixed = collection.match.empty();
+    collection.multi_line = !collection.match.empty();
+  } else if (free_words) {
+    collection.match = parts.front().name + ':';
+    collection.multi_line = search && timeout_given;
+  }
+  collection.transparent = !collection.multi_line;
+  collection.should_have_text = std::any_of(parts.begin(), parts.end(), [](const part_t& part) {
+    return part.rest == "?" || (part.rest == "=?" && may_be_report(part.name));
+  });
   return collection;
 }
 
 std::string shown_text(const mdx_result_t& result, const collection_t& collection) {
   std::string text(result.text, result.length);
   if (!collection.for_reading) return text;
+  if (collection.transparent && !collection.match.empty()) part_result(result.ret_val, &text);
+  if (!collection.match.empty()) {
+    for (const std::string& prefix : collection.prefixes) part_lines(prefix, &text);
+  }
   if (collection.transparent && result.refused == 0) text = without_result(text, result.ret_val);
   while (text.ends_with("\r\n")) text.resize(text.size() - 2);
   return text;

@@ -11,9 +11,11 @@
 struct at_arguments_t {
   std::string command;  ///< "-" reads commands from standard input
   std::optional<int32_t> timeout_s;
+  std::optional<int32_t> wait_s;  ///< for its turn
   std::string match;
   bool multi_line = false;
   bool transparent = false;
+  bool yes = false;  ///< also what takes the results from everyone
   bool json = false;
 };
 int run_at(const at_arguments_t& arguments);
@@ -22,6 +24,7 @@ struct sms_pdu_arguments_t {
   std::string head;
   std::string pdu;
   std::optional<int32_t> timeout_s;
+  std::optional<int32_t> wait_s;
   std::optional<std::string> match;
   bool json = false;
 };

@@ -7,12 +7,19 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/console_client.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/output.h"
 
 int run_console(const console_arguments_t& arguments) {
   std::string line = arguments.module;
   for (const std::string& word : arguments.words) line += ' ' + word;
-  const int error =
-      ask_console(line, [](const std::string& text) { std::cout << text << std::flush; });
+  bool begun = false;
+  bool refused = false;
+  const auto show = [&](const std::string& text) {
+    if (!begun) refused = text.starts_with("usage:");
+    begun = true;
+    (refused ? std::cerr : std::cout) << for_output(text) << std::flush;
+  };
+  const int error = ask_console(line, show);
   if (error != MDX_OK) std::cerr << "mdxctl: " << console_error_text(error) << std::endl;
-  return exit_code_of_error(error);
+  return error == MDX_OK && refused ? EXIT_USAGE : exit_code_of_error(error);
 }

@@ -72,7 +72,7 @@ int ask_console(const std::string& line, std::string* answer) {
 std::string console_error_text(int error) {
   switch (error) {
     case MDX_ERR_ACCESS:
-      return "permission denied: only root and the server's own user may use its console; try sudo";
+      return "permission denied: only root may use the server's console; try sudo";
     case MDX_ERR_TIMEOUT:
       return "the console did not answer: another client may hold it, try again in some seconds";
     default:

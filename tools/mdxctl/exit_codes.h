@@ -24,8 +24,8 @@ inline constexpr char kExitCodeHelp[] =
     "  2  wrong usage, or a command that can never be served\n"
     "  3  no answer in time, or a message that was not confirmed\n"
     "  4  no server running, or it died meanwhile\n"
-    "  5  the server refused the request, had no place for a receiver, or could not write to\n"
-    "     the modem; or access was denied";
+    "  5  the server refused the request, had no place for a receiver, or could not\n"
+    "     write to the modem; access was denied; standard output could not be written";
 
 /// The exit code for a call of the library that failed.
 exit_code_t exit_code_of_error(int error);

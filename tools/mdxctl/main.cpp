@@ -4,9 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/help.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/state_words.h"
 
 namespace {
@@ -40,6 +43,15 @@ void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::
       ->type_name("SECONDS");
 }
 
+void add_wait(CLI::App* command, std::optional<int32_t>& wait) {
+  command
+      ->add_option("--wait", wait,
+                   "how long the command may wait for its turn, while the modem works for others "
+                   "(its time-out and 1 s)")
+      ->check(CLI::Range(1, kLongestTimeoutS))
+      ->type_name("SECONDS");
+}
+
 void add_json(CLI::App* command, bool& json) {
   command->add_flag("--json", json,
                     "one object: command, result (name, number), text, truncated, seconds");
@@ -57,6 +69,7 @@ void add_at(CLI::App& app, at_arguments_t& arguments, int& code) {
       ->required();
   add_timeout(at, arguments.timeout_s,
               "how long the modem may take (10; a network search, AT+COPS=?, 240)");
+  add_wait(at, arguments.wait_s);
   at->add_option("--match", arguments.match, "a line that holds this is response text")
       ->check([](const std::string& match) {
         return match.size() > MDX_MATCH_MAX ? "at most 63 bytes" : std::string();
@@ -68,6 +81,8 @@ void add_at(CLI::App& app, at_arguments_t& arguments, int& code) {
   at->add_flag("--transparent", arguments.transparent,
                "all lines as they come, the result line included")
       ->excludes(multi_line);
+  at->add_flag("--yes", arguments.yes,
+               "also ATV0 and ATQ1, behind which nobody gets an answer any more");
   add_json(at, arguments.json);
 }
 
@@ -79,6 +94,7 @@ void add_sms_pdu(CLI::App& app, sms_pdu_arguments_t& arguments, int& code) {
   sms_pdu->add_option("pdu", arguments.pdu, "the PDU in hexadecimal digits")->required();
   add_timeout(sms_pdu, arguments.timeout_s,
               "how long the modem may take for the prompt, and again for its answer (10)");
+  add_wait(sms_pdu, arguments.wait_s);
   sms_pdu
       ->add_option("--match", arguments.match,
                    "a line that holds this is response text (the head's own prefix)")
@@ -197,7 +213,7 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
       ->excludes(service)
       ->type_name("NUMBER");
   watch->add_option("--count", arguments.count, "end after so many packets")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(uint32_t{1}, UINT32_MAX))
       ->type_name("N");
   watch->add_flag("--last", arguments.last,
                   "first what was told last of each kind of state, each with its age");
@@ -227,6 +243,7 @@ int main(int argc, char** argv) {
   CLI::App app("Talks to mdxgate, the AT command server of this machine.", "mdxctl");
   app.set_version_flag("--version", "mdxctl " MDXGATE_VERSION);
   app.footer(kExitCodeHelp);
+  app.formatter(std::make_shared<help_formatter_t>());
   app.failure_message(usage_error);
   app.require_subcommand(1);
   add_at(app, arguments.at, code);
@@ -243,7 +260,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    code = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
   }
-  return code;
+  return output_written() ? code : EXIT_REFUSED;
 }

@@ -2,6 +2,8 @@
 
 #include "tools/mdxctl/mistakes.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 
 namespace {
@@ -83,7 +85,44 @@ std::string text_of(int mistake, uint32_t position, const std::string& command,
   }
 }
 
+constexpr std::string_view kDigits = "0123456789";
+
+/// Cuts a basic command off `line`, whose first character is its letter. @return its number, or ""
+std::string take_basic(std::string* line) {
+  const size_t letter = line->front() == '&' || line->front() == '\\' ? 1 : 0;
+  const size_t begin = letter + 1;
+  const size_t end = std::min(line->find_first_not_of(kDigits, begin), line->size());
+  std::string number = begin < end ? line->substr(begin, end - begin) : "";
+  line->erase(0, std::max(end, begin));
+  return number;
+}
+
 }  // namespace
+
+bool mutes_results(std::string_view command) {
+  std::string line;
+  for (const char c : command) {
+    if (c != ' ') line += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  }
+  line.erase(0, 2);
+  while (!line.empty()) {
+    const char letter = line.front();
+    if (letter == 'D' || !(std::isalpha(static_cast<unsigned char>(letter)) != 0 || letter == '&' ||
+                           letter == '\\' || letter == ';')) {
+      // Dialling and extended commands go up to a semicolon, which in quotes is no end: what is
+      // taken for a command too many is only asked about.
+      const size_t end = line.find(';');
+      if (end == std::string::npos) return false;
+      line.erase(0, end + 1);
+      continue;
+    }
+    const std::string number = take_basic(&line);
+    const bool zero = number.find_first_not_of('0') == std::string::npos;
+    if ((letter == 'V' && zero) || (letter == 'Q' && !zero)) return true;
+    if (letter == 'S' && line.starts_with('=')) line.erase(0, line.find_first_not_of(kDigits, 1));
+  }
+  return false;
+}
 
 std::string command_mistake(const std::string& command, const mdx_options_t& options,
                             const message_words_t& words) {

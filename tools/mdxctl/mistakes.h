@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "client/mdxclient.h"
 
@@ -14,6 +15,17 @@ struct message_words_t {
 };
 inline constexpr message_words_t kOnCommandLine = {"mdxctl sms send NUMBER TEXT", "mdxctl sms-pdu"};
 inline constexpr message_words_t kInShell = {"sms NUMBER TEXT", "pdu"};
+
+/// For a command line whose answers no match string keeps together.
+inline constexpr char kMixedReports[] =
+    "the parts' answers look like reports of different names, and would be lost: send each by "
+    "itself";
+/// For a command that mutes_results.
+inline constexpr char kMutesResults[] =
+    "the modem would no longer say OK or ERROR, and everybody's commands would time out";
+
+/// Whether `command` turns off the results that end every answer: ATV0, ATQ1, also within a line.
+bool mutes_results(std::string_view command);
 
 /// @return one sentence that says what is wrong and what to do; empty when nothing is
 std::string command_mistake(const std::string& command, const mdx_options_t& options,

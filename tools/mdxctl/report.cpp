@@ -8,8 +8,14 @@
 #include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/request.h"
 
+namespace {
+
+constexpr int32_t kWaitS = 10;  // as the library's options have it
+
+}  // namespace
+
 int run_report(const report_arguments_t& arguments) {
-  answer_t answer(arguments.name, arguments.json);
+  answer_t answer(arguments.name, arguments.json, kWaitS);
   const client_session_t session;
   if (session.error() != MDX_OK) return answer.fail(session.error());
   mdx_result_t result = MDX_RESULT_INIT;

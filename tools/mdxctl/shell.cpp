@@ -17,6 +17,7 @@
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/packet_text.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/shell_line.h"
@@ -26,18 +27,6 @@
 namespace {
 
 constexpr std::chrono::milliseconds kLookForServer{1000};
-
-/// Lines end in LF, the last one too, and nothing in them moves the terminal's cursor.
-std::string shown_lines(const std::string& text) {
-  std::string lines;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\r') continue;
-    lines += c == '\n' || c == '\t' || byte >= 0xa0 || (byte >= ' ' && byte < 0x7f) ? c : '?';
-  }
-  if (!lines.empty() && lines.back() != '\n') lines += '\n';
-  return lines;
-}
 
 class shell_t {
  public:
@@ -181,7 +170,7 @@ class shell_t {
     if (error == MDX_ERR_PENDING) return;
     if (error != MDX_OK) return fail(error);
     const shell_request_t& request = waiting_.front();
-    prompt_.print(shown_lines(shown_text(result, request.collection)));
+    prompt_.print(harmless_lines(shown_text(result, request.collection)));
     if (result.truncated != 0) prompt_.print(std::string(kTruncated) + '\n');
     prompt_.print(result_line(request, result));
     waiting_.pop_front();

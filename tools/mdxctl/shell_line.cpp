@@ -5,8 +5,10 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "tools/mdxctl/mistakes.h"
 #include "tools/mdxctl/sms_pdu.h"
@@ -30,7 +32,14 @@ constexpr const char* kWords[] = {
   "AT^SYSINFOEX",
   "exit", "help", "pdu AT+CMGS=", "pdu AT+CMGW=", "quit", "reports off", "reports on", "rssi", "sms ",
 };
-constexpr const char* kSecretCommands[] = {"+CPIN=", "+CPWD=", "+CLCK=", "+CPIN2="};
+/// With a PIN or password behind them, as they are without blanks and in capitals.
+constexpr std::string_view kSecretCommands[] = {
+  "+CPIN=", "+CPIN2=", "+CPWD=", "+CLCK=", "+CGAUTH=", "+QICSGP=", "+QSSLCFG=", "+QMTCONN=", "+UAUTHREQ=",
+  "+UPSD=", "+WPPP=", "#PASSW=", "#SPN=", "$QCPDPP=", "$QCPIN=", "%CPIN=", "*CPIN=", "*CGAUTH=",
+  "^AUTHDATA=", "^CARDLOCK=", "^CPIN=", "^DATALOCK=", "^SCPIN=", "^SIMLOCKUNLOCK=", "^NDISDUP=",
+  "AUTH", "PASSW", "PWD",
+  "**03*", "**04*", "**042*", "**05*", "**052*",
+};
 // clang-format on
 
 bool starts_with(const std::string& line, const char* begin) {
@@ -59,6 +68,10 @@ shell_line_t at_line(const std::string& command) {
   options.transparent = collection.transparent ? 1 : 0;
   const std::string error = command_mistake(command, options, kInShell);
   if (!error.empty()) return mistake(error);
+  if (collection.mixed) return mistake(kMixedReports);
+  if (mutes_results(command)) {
+    return mistake(kMutesResults + std::string("; if that is meant: mdxctl at --yes ") + command);
+  }
   return {SHELL_SEND, {{command, "", collection, kTimeoutS}}, ""};
 }
 
@@ -111,8 +124,13 @@ std::vector<std::string> shell_completions(const std::string& begin) {
 }
 
 bool fit_for_history(const std::string& line) {
+  std::string plain;
+  for (const char c : line) {
+    if (c != ' ' && c != '\t')
+      plain += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  }
   return std::none_of(std::begin(kSecretCommands), std::end(kSecretCommands),
-                      [&](const char* name) { return strcasestr(line.c_str(), name) != nullptr; });
+                      [&](std::string_view name) { return plain.find(name) != std::string::npos; });
 }
 
 std::string shell_help() {

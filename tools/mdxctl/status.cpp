@@ -28,8 +28,9 @@ constexpr int32_t kModemWaitS = 2;
 
 struct status_t {
   exit_code_t code = EXIT_OK;
-  std::string error;  ///< why the server cannot be used, else empty
-  std::string modem;  ///< what it answered, or why it did not; empty without a server
+  std::string error;           ///< why the server cannot be used, else empty
+  bool access_denied = false;  ///< by this user; whether one is there is not to be seen
+  std::string modem;           ///< what it answered, or why it did not; empty without a server
   double modem_seconds = 0;
   std::optional<platform_stats_t> stats;
   std::optional<queue_depth_t> requests;
@@ -68,6 +69,7 @@ status_t look() {
   if (session.error() != MDX_OK) {
     status.code = exit_code_of_error(session.error());
     status.error = error_text(session.error());
+    status.access_denied = session.error() == MDX_ERR_ACCESS;
     return status;
   }
   status.requests = queue_depth(kMdxRequestQueue);
@@ -85,6 +87,7 @@ ordered_json queue_json(const std::optional<queue_depth_t>& depth) {
 ordered_json status_json(const status_t& status) {
   const bool up = status.error.empty();
   ordered_json object = {{"server", {{"up", up}}}, {"modem", nullptr}};
+  if (status.access_denied) object["server"]["up"] = nullptr;
   if (!up) object["server"]["error"] = status.error;
   if (up) {
     object["modem"] = {{"answers", status.code == EXIT_OK},

@@ -12,6 +12,7 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/packet_text.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/time_text.h"
@@ -89,6 +90,7 @@ class watcher_t {
     if (error != MDX_OK) return error;
     announced_ = MDX_OK;
     show(packet);
+    if (!output_written()) return finish();
     return arguments_.count && --left_ == 0 ? finish() : MDX_OK;
   }
 
