@@ -3,10 +3,11 @@
 
 import os
 import pathlib
+import subprocess
 import unittest
 import xml.etree.ElementTree
 
-from device import CHANNEL, NO_ANSWER, OK, PATIENCE_S, REFUSED_BY_MODEM, DeviceTest, wait_until
+from device import CHANNEL, NO_ANSWER, OK, PATIENCE_S, REFUSED_BY_MODEM, USAGE, DeviceTest, wait_until
 
 EXAMPLES = pathlib.Path(__file__).parent.parent.parent / "examples" / "mdxsim"
 PDU = "0001000B914497381100000000A054747A0E4ACF41"
@@ -21,6 +22,8 @@ class Scripts(DeviceTest):
         """One test for each expectation; what did not come has failed, in words that XML can hold."""
         script = pathlib.Path("/tmp/a.script")
         script.write_text('on AT+A="<&" -> OK\nexpect AT+A="<&"\nexpect 2 AT+B\nend after 1s\n')
+        over = subprocess.run(["mdxsim", "--script", script, "--junit", script], capture_output=True, timeout=60)
+        self.assertEqual((over.returncode, script.read_text()[:2]), (USAGE, "on"), "a script is not written over")
         self.start_modem("--script", str(script), "--junit", "/tmp/junit.xml")
         host = os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY)
         self.addCleanup(os.close, host)

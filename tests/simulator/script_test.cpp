@@ -40,6 +40,13 @@ TEST(ScriptFile, SaysWhereItIsWrongAndWhatIsAllowed) {
       {"fault drop 101%",                     "s:1: '101%' is no share",          "1% to 100%"       },
       {"expect no AT within 5s",              "s:1: what may not come",           "leave out"        },
       {"expect no AT\nend when expected",     "s:2: 'end when expected' needs",   "expect"           },
+      {"on AT -> hang-up",                    "s:1: 'hang-up' needs",             "3s"               },
+      {"on AT -> raw",                        "s:1: 'raw' needs",                 "BYTES"            },
+      {"on AT after -> OK",                   "s:1: 'after' stands alone",        "\\x20"            },
+      {"expect AT within",                    "s:1: 'within' stands alone",       "\\x20"            },
+      {"on pdu -> OK",                        "s:1: 'pdu' needs",                 "pdu *"            },
+      {"else OK\nelse ERROR",                 "s:2: there is an else line",       "above"            },
+      {"end after 1s\nend after 2s",          "s:2: there is an 'end after'",     "above"            },
       {"on " + std::string(5000, 'A') + " -> OK", "s:1: the line is too long",    "4096"             },
   };
   // clang-format on

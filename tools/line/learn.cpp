@@ -332,7 +332,8 @@ std::string script_text(std::string_view bytes) {
     rest.remove_prefix(end + 4);
   }
   const bool keyword = lines == "prompt" || lines == "nothing" || lines == "living" ||
-                       lines.starts_with("raw ") || lines.starts_with("hang-up ");
+                       lines == "raw" || lines == "hang-up" || lines.starts_with("raw ") ||
+                       lines.starts_with("hang-up ");
   return keyword ? raw : lines;
 }
 

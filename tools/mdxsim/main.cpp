@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -19,6 +20,7 @@
 #include "tools/line/learn.h"
 #include "tools/line/pty.h"
 #include "tools/line/session_file.h"
+#include "tools/line/text_file.h"
 #include "tools/mdxsim/cutter.h"
 #include "tools/mdxsim/junit.h"
 #include "tools/mdxsim/living_modem.h"
@@ -160,19 +162,33 @@ void declare_living_options(CLI::App& app, Options& options) {
       ->capture_default_str();
 }
 
+// Found out before the test is played for it.
+void refuse_junit(const Options& options) {
+  for (const std::string& read : {options.script_file, options.session_file}) {
+    std::error_code error;
+    if (read.empty() || !std::filesystem::equivalent(read, options.junit_file, error)) continue;
+    throw CLI::ValidationError("--junit", "would write over " + read);
+  }
+  if (!mdxline::is_writable(options.junit_file)) {
+    throw CLI::ValidationError("--junit", "cannot write " + options.junit_file);
+  }
+}
+
 // An option of the modem that is not played would silently do nothing.
-void refuse_strays(const CLI::App& app, const Options& options) {
+void refuse_strays(const CLI::App& app, const Options& options, bool learns) {
   const bool replay = !options.session_file.empty();
   const bool script = !options.script_file.empty();
   if (!options.junit_file.empty() && !replay && !script) {
     throw CLI::ValidationError("--junit", "needs --script or --replay");
   }
+  if (!options.junit_file.empty()) refuse_junit(options);
   for (const CLI::Option* option : app.get_options()) {
     if (option->count() == 0) continue;
     const std::string& group = option->get_group();
     const auto refuse = [&](const char* why) {
       throw CLI::ValidationError(option->get_name(), why);
     };
+    if (learns) refuse("has no meaning with learn");
     if (group == kReplayGroup && !replay) refuse("needs --replay");
     if (replay && (group == kLivingGroup || group == kCardGroup)) {
       refuse("has no meaning with --replay");
@@ -219,8 +235,7 @@ CLI::App* declare_learning(CLI::App& app, Options& options) {
 mdxline::Session read_recordings(const std::vector<std::string>& paths) {
   mdxline::Session whole;
   for (const std::string& path : paths) {
-    std::ifstream file(path);
-    if (!file) throw std::invalid_argument("cannot read " + path);
+    std::ifstream file = mdxline::open_to_read(path);
     mdxline::Session part = mdxline::parse_session(file, path);
     whole.name += (whole.name.empty() ? "" : " ") + path;
     std::move(part.steps.begin(), part.steps.end(), std::back_inserter(whole.steps));
@@ -255,8 +270,7 @@ void take_cut(const mdxsim::Script& script, Options& options) {
 std::unique_ptr<mdxsim::Modem> make_modem(Options& options) {
   using mdxsim::Time;
   if (!options.session_file.empty()) {
-    std::ifstream file(options.session_file);
-    if (!file) throw std::invalid_argument("cannot read " + options.session_file);
+    std::ifstream file = mdxline::open_to_read(options.session_file);
     return std::make_unique<mdxsim::SessionPlayer>(
         mdxsim::parse_session(file, options.session_file),
         mdxsim::ReplayOptions{Time{options.gap_ms}, Time{options.patience_s * Time::rep{1000}},
@@ -276,8 +290,7 @@ std::unique_ptr<mdxsim::Modem> make_modem(Options& options) {
   if (options.script_file.empty()) {
     return std::make_unique<mdxsim::LivingModem>(std::move(living));
   }
-  std::ifstream file(options.script_file);
-  if (!file) throw std::invalid_argument("cannot read " + options.script_file);
+  std::ifstream file = mdxline::open_to_read(options.script_file);
   mdxsim::Script script = mdxsim::parse_script(file, options.script_file);
   take_cut(script, options);
   return std::make_unique<mdxsim::ScriptedModem>(std::move(script), std::move(living));
@@ -332,7 +345,7 @@ int main(int argc, char** argv) {
   const CLI::App* learning = declare_learning(app, options);
   try {
     app.parse(argc, argv);
-    refuse_strays(app, options);
+    refuse_strays(app, options, learning->parsed());
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitOk : kExitUsage;
   }

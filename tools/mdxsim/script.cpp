@@ -11,6 +11,7 @@
 #include <iterator>
 #include <regex>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/line/at_line.h"
 #include "tools/line/escape.h"
@@ -70,6 +71,7 @@ int count_of(const std::string& digits) {
 }
 
 Action text_action(const std::string& text) {
+  if (text == "raw") refuse("'raw' needs BYTES behind it");
   std::mt19937 random;
   static_cast<void>(spoken(text, random));  // throws where the text is wrong
   return {Kind::kText, text, Time{0}};
@@ -89,10 +91,24 @@ Action answer_of(const std::string& text) {
   if (text == "prompt") return {Kind::kPrompt, {}, Time{0}};
   if (text == "nothing") return {Kind::kNothing, {}, Time{0}};
   if (text == "living") return {Kind::kLiving, {}, Time{0}};
+  if (text == "hang-up") refuse("'hang-up' needs a TIME behind it, such as hang-up 3s");
   return text.starts_with("hang-up ") ? happening(text) : text_action(text);
 }
 
+// Words of the line that have lost what belongs behind them would be heard as a part of the
+// command.
+void refuse_loose_word(const std::string& command) {
+  for (const std::string_view word : {"after", "then", "times", "within"}) {
+    const bool last = command.ends_with(" " + std::string(word));
+    if (last)
+      refuse("'" + std::string(word) +
+             "' stands alone; a blank in front of it that is meant is \\x20");
+  }
+  if (command == "pdu") refuse("'pdu' needs a BODY behind it; pdu * is any");
+}
+
 void read_on(Script& script, const Parts& parts, const std::string& answer, int line) {
+  refuse_loose_word(parts[1]);
   Rule rule{pattern_of(parts[1].str()), -1, Time{0}, std::nullopt, answer_of(answer), line, {}};
   if (parts[2] == "once") rule.left = 1;
   if (parts[3].matched) rule.left = count_of(parts[3]);
@@ -123,11 +139,13 @@ void read_also(Script& script, const Parts& parts, const std::string& answer, in
 }
 
 void read_else(Script& script, const Parts& parts, const std::string&, int) {
+  if (std::exchange(script.has_else, true)) refuse("there is an else line above");
   script.otherwise = answer_of(parts[1]);
 }
 
 void read_expect(Script& script, const Parts& parts, const std::string&, int line) {
   const bool never = parts[1] == "no";
+  refuse_loose_word(parts[2]);
   Expectation expected{pattern_of(parts[2].str()), never ? 0 : 1, std::nullopt, line};
   if (!never && parts[1].matched) expected.count = count_of(parts[1]);
   if (parts[3].matched) expected.within = time_of(parts[3]);
@@ -164,6 +182,7 @@ void read_echo(Script& script, const Parts& parts, const std::string&, int) {
 }
 
 void read_end(Script& script, const Parts& parts, const std::string&, int) {
+  if (parts[2].matched && script.end_after) refuse("there is an 'end after' line above");
   if (parts[2].matched) script.end_after = time_of(parts[2]);
   script.end_when_expected |= !parts[2].matched;
 }

@@ -59,6 +59,7 @@ struct Script {
   std::string name;  ///< stands in front of line numbers
   std::vector<Rule> rules;
   Action otherwise{Action::Kind::kLiving, {}, Time{0}};  ///< for commands that no rule knows
+  bool has_else = false;
   std::vector<Expectation> expectations;
   std::vector<Event> events;
   bool echo = true;

@@ -20,6 +20,7 @@
 
 #include "tools/line/learn.h"
 #include "tools/line/session_file.h"
+#include "tools/line/text_file.h"
 #include "tools/mdxtap/device_users.h"
 #include "tools/mdxtap/host_end.h"
 #include "tools/mdxtap/mask_table.h"
@@ -118,12 +119,7 @@ void refuse_one_place(const Options& options) {
 
 // Found out before something is recorded for it.
 void refuse_unwritable_script(const std::string& path) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::path there =
-      fs::exists(path, error) ? fs::path(path) : fs::absolute(path).parent_path();
-  const bool wrong = fs::exists(path, error) && fs::is_directory(path, error);
-  if (wrong || access(there.c_str(), W_OK) != 0) refuse("--script", "cannot write " + path);
+  if (!mdxline::is_writable(path)) refuse("--script", "cannot write " + path);
 }
 
 void refuse_nonsense(const Options& options) {
@@ -203,8 +199,7 @@ void write_script(const Options& options, int files) {
   for (int number = std::min(files - 1, options.record.keep); number >= 0; --number) {
     const std::string path =
         options.record.path + (number == 0 ? "" : "." + std::to_string(number));
-    std::ifstream file(path);
-    if (!file) throw std::runtime_error("cannot read " + path);
+    std::ifstream file = mdxline::open_to_read(path);
     mdxline::Session part = mdxline::parse_session(file, path);
     std::move(part.steps.begin(), part.steps.end(), std::back_inserter(whole.steps));
     std::move(part.remarks.begin(), part.remarks.end(), std::back_inserter(whole.remarks));
