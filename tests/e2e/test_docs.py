@@ -21,7 +21,7 @@ def code_block(file, heading, language):
 class Docs(DeviceTest):
     def test_readme_tour(self):
         """Line by line, as pasted. A remark tells what the line prints, or its exit code."""
-        opening, *lines = code_block("README.md", "Five minutes", "sh").splitlines()
+        opening, *lines = code_block("README.md", "Try it in five minutes", "sh").splitlines()
         self.assertEqual(opening, "scripts/box bash")
         # The marks tell where a line's output ends and how it ended.
         script = "".join(f"{line}\necho \"::mark $?\"\n" for line in lines)
