@@ -4,8 +4,10 @@
 
 #include "platform/linux/hub_states.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "platform/linux/monotonic.h"
 #include "wire/destinations.h"
@@ -14,20 +16,22 @@
 namespace {
 
 struct kind_row_t {
-  uint32_t kind;        ///< mdx_packet_kind_t
-  const char* service;  ///< null for a notification
-  uint32_t module;
-  uint32_t first;  ///< types from here
-  uint32_t last;   ///< to here tell the same state
-  size_t length;   ///< of the payload; packets with another are about something else
+  uint32_t first;   ///< types from here
+  char service[8];  ///< empty for a notification
+  uint8_t kind;     ///< mdx_packet_kind_t
+  uint8_t module;
+  uint8_t more;    ///< so many types behind the first tell the same state
+  uint8_t length;  ///< of the payload; packets with another are about something else
 };
 
-constexpr kind_row_t service(const char* name, uint32_t first, uint32_t last, size_t length) {
-  return {MDX_PACKET_SERVICE, name, 0, first, last, length};
+constexpr kind_row_t service(std::string_view name, uint32_t first, uint32_t last, uint8_t length) {
+  kind_row_t row{first, {}, MDX_PACKET_SERVICE, 0, static_cast<uint8_t>(last - first), length};
+  std::copy(name.begin(), name.end(), row.service);
+  return row;
 }
 
-constexpr kind_row_t notification(uint32_t module, uint32_t first, uint32_t last, size_t length) {
-  return {MDX_PACKET_NOTIFICATION, nullptr, module, first, last, length};
+constexpr kind_row_t notification(uint8_t module, uint32_t first, uint32_t last, uint8_t length) {
+  return {first, {}, MDX_PACKET_NOTIFICATION, module, static_cast<uint8_t>(last - first), length};
 }
 
 // clang-format off
@@ -70,8 +74,8 @@ constinit kept_t kept[kCount] = {};
 
 bool is_of_kind(const mdx_packet_header_t& header, const kind_row_t& row) {
   if (header.kind != row.kind || header.length != row.length) return false;
-  if (header.type < row.first || header.type > row.last) return false;
-  return row.service != nullptr ? strcmp(row.service, header.to) == 0 : header.module == row.module;
+  if (header.type < row.first || header.type - row.first > row.more) return false;
+  return row.service[0] != '\0' ? strcmp(row.service, header.to) == 0 : header.module == row.module;
 }
 
 void keep(kept_t* place, const mdx_packet_header_t& header, const void* payload) {

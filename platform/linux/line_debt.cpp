@@ -80,7 +80,7 @@ bool may_change_echo(std::string_view line) {
 
 void line_debt::opened(uint64_t now, line_balance_t left) {
   opening_ = dirty_ = true;
-  since_ = now;
+  begin_patience(now);
   due_ = left.results;
   prompt_ = left.prompt != 0;
   escapes_ = 0;
@@ -183,20 +183,25 @@ bool line_debt::prompt() {
   prompt_ = true;
   if (in_exchange_) return !is_foreign;
   dirty_ = true;
-  since_ = kNever;
+  since_known_ = false;
   return false;
 }
 
 bool line_debt::exchange_left_debt() {
   dirty_ = true;
   text_left_ = owes() || link_lost_in_exchange_;
-  since_ = kNever;
+  since_known_ = false;
   return false;
+}
+
+void line_debt::begin_patience(uint64_t now) {
+  since_ = now;
+  since_known_ = true;
 }
 
 void line_debt::pass(uint64_t now) {
   if (in_exchange_ || is_clean()) return;
-  if (since_ == kNever) since_ = now;
+  if (!since_known_) begin_patience(now);
   if (prompt_ && escapes_ >= kEscapesAtMost && now >= escaped_at_ + kEscapeWaitMs) {
     prompt_ = false;
     ++counts_.given_up;
@@ -224,12 +229,12 @@ void line_debt::escaped(uint64_t now) {
 }
 
 bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
-  return !in_exchange_ && !owes() && since_ != kNever && now >= due(last_byte);
+  return !in_exchange_ && !owes() && since_known_ && now >= due(last_byte);
 }
 
 uint64_t line_debt::due(uint64_t last_byte) const {
   if (in_exchange_ || is_clean()) return kNever;
-  if (since_ == kNever) return last_byte;
+  if (!since_known_) return last_byte;
   if (prompt_) return escapes_ == 0 ? last_byte : escaped_at_ + kEscapeWaitMs;
   if (due_ > 0) return since_ + kPatienceMs;
   const uint64_t silent = last_byte + kCleanSilenceMs;

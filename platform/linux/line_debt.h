@@ -40,6 +40,7 @@ struct line_counts_t {
   uint32_t escapes = 0;   ///< prompts that nobody answered: an ESC each time
 };
 
+/// All zero at the beginning, so that it takes no room in the program's file.
 class line_debt {
  public:
   static constexpr uint64_t kNever = UINT64_MAX;
@@ -123,13 +124,15 @@ class line_debt {
   bool absorb();
   bool show_to_exchange(bool pays);
   void pay();
+  void begin_patience(uint64_t now);
 
   uint32_t due_ = 0;            ///< results owed for what was sent
   uint32_t stale_ = 0;          ///< results that were waited for in vain; they may still come
   uint32_t results_shown_ = 0;  ///< to the exchange under way
   uint32_t escapes_ = 0;        ///< for the prompt that is open
-  uint64_t since_ = kNever;  ///< when the exchange ended or the device was opened; kNever: not told
+  uint64_t since_ = 0;  ///< when the exchange ended or the device was opened, if that was told
   uint64_t escaped_at_ = 0;
+  bool since_known_ = false;
   bool prompt_ = false;      ///< the modem waits for a body
   bool early_body_ = false;  ///< a body went out in front of its prompt
   bool may_prompt_ = false;  ///< the prompt came behind its body: the modem may have missed that
