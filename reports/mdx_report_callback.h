@@ -2,7 +2,7 @@
 
 // The report handlers: one for each unsolicited report that leads anywhere.
 //
-// A handler digests one line and passes the news to the rest of the device (destinations.h,
+// A handler takes one line apart and tells the rest of the device what it says (destinations.h,
 // report_records.h). It sends no AT command, answers no client and never blocks. A line that cannot
 // be parsed is traced and lost. Two things outlive a call: the stored ^RSSI line and the count of
 // ^DSFLOWRPT reports. Main thread only.

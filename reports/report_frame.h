@@ -4,7 +4,7 @@
 //
 // A handler says how its line is parsed and where each field goes, as two tables that stand in it,
 // and calls read_fields once. The field chain is gone when that returns, so nothing is ever sent
-// while it lives. What a handler does beyond that it does in plain sight.
+// while it lives. All else that a handler does stands in the handler.
 #pragma once
 
 #include <cstddef>

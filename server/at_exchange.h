@@ -3,7 +3,8 @@
 // One AT command and its answer.
 //
 // Writes the command, reads deliveries until a result has come or the budget is spent. Nothing ties
-// an answer to its command but the time it comes in: a late one belongs to whoever reads next.
+// an answer to its command but the time it comes in. So the platform shows no request as long as an
+// answer to an earlier one can still come.
 #pragma once
 
 #include <cstdint>

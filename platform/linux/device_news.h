@@ -2,8 +2,9 @@
 
 // What the log is told of a device that comes and goes: everything, unless it does so all the time.
 //
-// What was told last is true all the same, or becomes so within the limit's pause: a going that was
-// not told needs no coming back, and one that lasts is told later.
+// The last line in the log is true all the same, at the latest after the limit's pause. When it was
+// not told that the device has gone, it is not told either that it is back; when it stays away,
+// that is told later.
 #pragma once
 
 #include <cstdint>

@@ -2,8 +2,9 @@
 
 // The bus: what the server tells the rest of the device goes to whoever subscribed to it.
 //
-// The main thread sends, and never waits: a receiver whose buffer is full gets the CPU a few times,
-// once; what the buffer does not take then is counted and told to it with the next packet it gets.
+// The main thread sends, and never waits: for a receiver whose buffer has just become full it
+// gives up the CPU a few times. What the buffer does not take then is lost: that is counted, and
+// told to the receiver with the next packet it gets.
 // The message procedure thread does all the rest, and it alone changes the table of receivers,
 // under the lock that sends hold. There are more who may connect than places: who does not say soon
 // what it wants loses its place, and at a full table the user with the most.
