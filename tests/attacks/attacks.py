@@ -25,7 +25,7 @@ PATIENCE_S = 5
 COMMANDS = 10
 DIRECTORY = pathlib.Path("/run/mdxgate")
 KEYS = (0x4D445801, 0x4D445802)
-IPC_CREAT = 0o1000
+IPC_PRIVATE, IPC_RMID, IPC_CREAT = 0, 0, 0o1000
 GROUP = 64242
 HONEST, MEMBER, OUTSIDER = (64301, GROUP), (64302, GROUP), (64303, 64303)
 AHEAD = 60
@@ -66,6 +66,19 @@ def take_keys():
         libc.msgget(key, IPC_CREAT | 0o666)
 
 
+def take_all_queues():
+    """As many as the system holds, for a second."""
+    taken = []
+    end = time.monotonic() + 1
+    while time.monotonic() < end:
+        queue = libc.msgget(IPC_PRIVATE, 0o600)
+        if queue >= 0:
+            taken.append(queue)
+    for queue in taken:
+        libc.msgctl(queue, IPC_RMID, None)
+    time.sleep(1)
+
+
 def full_directory(path):
     quietly(os.mkdir, path)
     quietly(os.mkdir, path / "in the way")
@@ -98,6 +111,11 @@ def nothing():
     pass
 
 
+def no_queues():
+    for key in KEYS:
+        libc.msgctl(libc.msgget(key, 0), IPC_RMID, None)
+
+
 def directory_of_the_first_layout():
     """As a server made it whose group could make names in it, with a member's names in it."""
     remove_directory()
@@ -128,6 +146,8 @@ def directory_made_by_root():
 ATTACKS = {
     "nobody":                         (nothing, []),
     "outsider: keys of the queues":   (nothing, [(OUTSIDER, take_keys)] * 3),
+    "outsider: all queues":           (no_queues, [(OUTSIDER, take_all_queues)]),
+    "outsider: names":                (nothing, [(OUTSIDER, take_names), (OUTSIDER, plant_fifos)]),
     "member: keys of the queues":     (nothing, [(MEMBER, take_keys)] * 3),
     "member: full directories":       (nothing, [(MEMBER, take_names)]),
     "member: files":                  (nothing, [(MEMBER, touch_names)]),

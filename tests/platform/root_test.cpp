@@ -353,6 +353,23 @@ int keep_names_for_their_tasks() {
   return 0;
 }
 
+/// The whole directory goes, root makes it again as docs/security.md says, and the server that has
+/// given up root makes what was in it; so does the next.
+int come_back_where_root_made_the_directory() {
+  for (int i = 0; i < 2; ++i) {
+    OtherProcess server(serve);
+    REQUIRE(server.wait_ready());
+    if (i == 0) std::filesystem::remove_all("/run/mdxgate");
+    if (i == 0) REQUIRE(system("install -d -o mdxgate -g mdxgate /run/mdxgate") == 0);
+    const auto reaches_all = [] {
+      return become(kOtherUser, kServerUser) && connects(kMdxHubPath, SOCK_SEQPACKET) &&
+             opens(kMdxServerLink, O_WRONLY) && may_make(task_name(getpid()));
+    };
+    while (OtherProcess([&] { return reaches_all() ? 1 : 0; }).wait() == 0) MDX_sleep(10);
+  }
+  return 0;
+}
+
 /// The main thread may write anywhere until the ready flag is up; a device that is opened with that
 /// right could not be opened again.
 int leave_the_device_alone() {
@@ -437,6 +454,9 @@ TEST_F(Root, OpensNoDeviceWithRightsThatAreGivenUp) { run_in_own_world(leave_the
 TEST_F(Root, TellsWhoseAnswersTakeTheRoom) { run_in_own_world(give_way_by_user); }
 TEST_F(Root, TellsWhoseConnectionsTakeTheHub) { run_in_own_world(give_up_a_place_by_user); }
 TEST_F(Root, KeepsNamesForTheirTasks) { run_in_own_world(keep_names_for_their_tasks); }
+TEST_F(Root, ComesBackWhereRootMadeTheDirectory) {
+  run_in_own_world(come_back_where_root_made_the_directory);
+}
 TEST_F(Root, TakesTheKeysThatOthersSitOn) { run_in_own_world(take_keys); }
 TEST_F(Root, OrTheServersUserUninstalls) { run_in_own_world(let_all_uninstall); }
 
