@@ -77,13 +77,6 @@ bool is_news(std::string_view line) {
 
 bool is_cr_or_escape(char byte) { return byte == '\r' || byte == '\x1b'; }
 
-/// What a modem may repeat in front of an echo: the CR behind a Ctrl-Z, or an ESC that it has
-/// missed the prompt for.
-std::string_view without_left_over_echo(std::string_view line) {
-  while (!line.empty() && is_cr_or_escape(line.front())) line.remove_prefix(1);
-  return line;
-}
-
 std::string_view without_crs(std::string_view line) {
   while (!line.empty() && line.front() == '\r') line.remove_prefix(1);
   return line;
@@ -92,11 +85,26 @@ std::string_view without_crs(std::string_view line) {
 }  // namespace
 
 void delivery_assembler::sent(const char* bytes, size_t size) {
+  if (!debt_.in_exchange()) {
+    is_old_line_ = size_ > line_;
+    echo_at_ = echo_size_;
+  }
   debt_.sent({bytes, size});
   answer_ = 0;
-  echo_at_ = 0;
-  echo_size_ = size <= sizeof(echo_) ? static_cast<uint32_t>(size) : 0;
-  std::memcpy(echo_, bytes, echo_size_);
+  expect_echo({bytes, size});
+}
+
+/// The texts before stay as long as there is room.
+void delivery_assembler::expect_echo(std::string_view text) {
+  if (text.size() > sizeof(echo_)) text = {};
+  const auto size = static_cast<uint32_t>(text.size());
+  const uint32_t room = static_cast<uint32_t>(sizeof(echo_)) - echo_size_;
+  const uint32_t surplus = size > room ? size - room : 0;
+  echo_size_ -= surplus;
+  echo_at_ -= std::min(echo_at_, surplus);
+  std::memmove(echo_, echo_ + surplus, echo_size_);
+  std::copy(text.begin(), text.end(), echo_ + echo_size_);
+  echo_size_ += size;
 }
 
 void delivery_assembler::link_lost() {
@@ -125,6 +133,7 @@ size_t delivery_assembler::received(const char* bytes, size_t size, uint64_t now
       cut_full_buffer();
       continue;
     }
+    if (size_ == line_) is_old_line_ = false;
     bytes_[size_++] = byte;
     ++used;
     if (byte == '\r') drop_echo();
@@ -195,16 +204,31 @@ void delivery_assembler::drop_surplus_crs() {
 }
 
 // Called at each CR. The line behind a header is what it announces, even if it reads like the
-// command.
+// command. A body's echo may come without its head's.
 void delivery_assembler::drop_echo() {
-  const std::string_view echo = expected_echo();
-  if (echo.empty() || body_ != body_t::none) return;
-  if (without_left_over_echo({bytes_ + line_, size_ - 1 - line_}) != echo) return;
-  size_ = line_;
-  ++echoes_dropped_;
-  debt_.echoed();
-  echo_at_ += static_cast<uint32_t>(echo.size()) + 1;
-  behind_echo_ = true;
+  if (body_ != body_t::none) return;
+  const std::string_view line(bytes_ + line_, size_ - 1 - line_);
+  for (uint32_t at = echo_at_; at < echo_size_;) {
+    const std::string_view echo = sent_line(at);
+    at += static_cast<uint32_t>(echo.size()) + 1;
+    if (!repeats(line, echo)) continue;
+    size_ = line_;
+    ++echoes_dropped_;
+    debt_.echoed();
+    echo_at_ = at;
+    behind_echo_ = true;
+    return;
+  }
+}
+
+/// In front of an echo may stand what the modem repeats of earlier texts, such as the CR behind a
+/// Ctrl-Z, or an ESC.
+bool delivery_assembler::repeats(std::string_view line, std::string_view echo) const {
+  if (echo.empty() || !line.ends_with(echo)) return false;
+  line.remove_suffix(echo.size());
+  while (!line.empty() && is_cr_or_escape(line.front())) line.remove_prefix(1);
+  while (!line.empty() && is_cr_or_escape(line.back())) line.remove_suffix(1);
+  return std::string_view(echo_, echo_at_).find(line) != kNowhere;
 }
 
 void delivery_assembler::end_line() {
@@ -232,7 +256,7 @@ bool delivery_assembler::end_header(std::string_view line) {
   if (has_joined_body(line)) body = body_t::joined_line;
   if (body == body_t::none) return false;
   body_ = body;
-  body_is_dropped_ = !debt_.is_awaited() && is_any_header(line, kAnswerHeaders);
+  body_is_dropped_ = !is_for_exchange() && is_any_header(line, kAnswerHeaders);
   if (body_is_dropped_) {
     drop_line();
     return true;
@@ -260,7 +284,7 @@ void delivery_assembler::join_body() {
 }
 
 void delivery_assembler::end_answer(std::string_view result) {
-  if (!debt_.result(result)) return drop_line();
+  if (is_old_line_ || !debt_.result(result)) return drop_line();
   answer_ = 0;
   ends_with_result_ = true;
   whole_ = line_ = ready_ = size_;
@@ -271,14 +295,18 @@ void delivery_assembler::drop_line() {
   size_ = line_;
 }
 
-/// Outside an exchange a line is news or nobody's. In front of an echo stands what was given up; of
-/// that, a line with the name that the command in flight asks for would be taken for its answer.
+/// What began before the exchange, or stands in front of its command's echo, is not its own.
+bool delivery_assembler::is_for_exchange() const {
+  return debt_.is_awaited() && !debt_.is_in_front_of_echo() && !is_old_line_;
+}
+
+/// Other lines are news or nobody's. What bears the name of something that was asked for is an
+/// answer to what was given up, and would be taken for one to the command in flight.
 bool delivery_assembler::is_for_somebody(std::string_view line) const {
-  const bool is_late = debt_.is_in_front_of_echo();
-  if (debt_.is_awaited() && !is_late) return true;
+  if (is_for_exchange()) return true;
   if (!is_news(line)) return false;
   const std::string_view name(line.data(), std::min(line.size(), line.find(':')));
-  return !is_late || expected_echo().find(name) == kNowhere;
+  return !debt_.is_in_front_of_echo() || std::string_view(echo_, echo_size_).find(name) == kNowhere;
 }
 
 void delivery_assembler::measure_answer(std::string_view line) {
@@ -366,10 +394,10 @@ std::string_view delivery_assembler::unfinished_line() const {
 }
 
 // The next line of what was sent that has not been echoed; empty when there is none.
-std::string_view delivery_assembler::expected_echo() const {
-  if (echo_at_ >= echo_size_) return {};
-  const char* line = echo_ + echo_at_;
-  const size_t rest = echo_size_ - echo_at_;
-  const void* cr = std::memchr(line, '\r', rest);
-  return {line, cr == nullptr ? rest : static_cast<size_t>(static_cast<const char*>(cr) - line)};
+std::string_view delivery_assembler::expected_echo() const { return sent_line(echo_at_); }
+
+std::string_view delivery_assembler::sent_line(uint32_t at) const {
+  if (at >= echo_size_) return {};
+  const std::string_view text(echo_ + at, echo_size_ - at);
+  return {text.data(), std::min(text.size(), text.find('\r'))};
 }

@@ -99,6 +99,7 @@ class delivery_assembler {
  private:
   enum class body_t : uint8_t { none, line, joined_line, raw };
 
+  void expect_echo(std::string_view text);
   bool behind_echo(char byte);
   void drop_surplus_crs();
   void drop_echo();
@@ -109,6 +110,7 @@ class delivery_assembler {
   void join_body();
   void drop_line();
   void measure_answer(std::string_view line);
+  bool is_for_exchange() const;
   bool is_for_somebody(std::string_view line) const;
   uint32_t wait_ms() const;
   uint64_t text_due() const;
@@ -121,13 +123,15 @@ class delivery_assembler {
   uint32_t tail_wait_ms() const;
   std::string_view unfinished_line() const;
   std::string_view expected_echo() const;
+  std::string_view sent_line(uint32_t at) const;
+  bool repeats(std::string_view line, std::string_view echo) const;
 
   char bytes_[kDeliveryMaxBytes] = {};
-  char echo_[kDeliveryMaxBytes] = {};
-  uint32_t size_ = 0;   ///< bytes held
-  uint32_t line_ = 0;   ///< where the unfinished line begins
-  uint32_t whole_ = 0;  ///< end of the last line that may end a delivery, 0 for none
-  uint32_t ready_ = 0;  ///< length of the delivery shown or settled, 0 for none
+  char echo_[kDeliveryMaxBytes] = {};  ///< what was sent last
+  uint32_t size_ = 0;                  ///< bytes held
+  uint32_t line_ = 0;                  ///< where the unfinished line begins
+  uint32_t whole_ = 0;                 ///< end of the last line that may end a delivery, 0 for none
+  uint32_t ready_ = 0;                 ///< length of the delivery shown or settled, 0 for none
   uint32_t echo_size_ = 0;
   uint32_t echo_at_ = 0;  ///< the echo's lines in front of this have come
   uint32_t header_ = 0;   ///< end of the header whose body is to be joined to it
@@ -141,6 +145,7 @@ class delivery_assembler {
   bool body_is_dropped_ = false;   ///< as its header was
   bool ends_with_result_ = false;  ///< the delivery shown
   bool shows_own_result_ = false;
+  bool is_old_line_ = false;  ///< the unfinished line began before the exchange
   bool link_lost_ = false;    ///< what is held is all there will be
   bool behind_echo_ = false;  ///< the echo's text is dropped, its line end is to follow
   line_debt debt_;

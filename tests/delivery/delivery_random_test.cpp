@@ -20,10 +20,12 @@ string random_talk(std::mt19937& random) {
 }
 
 /// What two texts have in common once all that may be left out is left out of both.
-string without_line_ends(const string& bytes) {
+string without_echoes(const string& bytes) {
   string rest;
-  std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(rest),
-               [](char byte) { return byte != '\r' && byte != '\n'; });
+  for (const char byte : bytes) {
+    if (byte != '\r' && byte != '\n') rest += byte;
+    if (rest.ends_with("AT+X")) rest.resize(rest.size() - 4);
+  }
   return rest;
 }
 
@@ -34,7 +36,6 @@ bool only_blank_lines(const string& delivery) {
 }
 
 void talk_at_random(uint32_t seed) {
-  constexpr size_t kEcho = 4;
   constexpr std::string_view kOwedForGood = "AT\rAT\rAT\rAT\rAT\rAT\rAT\rAT\rAT\r";
   std::mt19937 random(seed);
   modem_line line(at_random(seed));
@@ -59,8 +60,7 @@ void talk_at_random(uint32_t seed) {
     ASSERT_FALSE(only_blank_lines(delivery)) << readable(delivery);
     heard += delivery;
   }
-  const size_t lost = without_line_ends(said).size() - without_line_ends(heard).size();
-  EXPECT_EQ(lost, kEcho * line.echoes_dropped());
+  EXPECT_EQ(without_echoes(said), without_echoes(heard));
   EXPECT_LE(line.echoes_dropped(), sends);
 }
 
