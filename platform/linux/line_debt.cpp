@@ -79,10 +79,12 @@ bool may_change_echo(std::string_view line) {
 }  // namespace
 
 void line_debt::opened(uint64_t now, line_balance_t left) {
-  opening_ = dirty_ = true;
+  opening_ = dirty_ = needs_silence_ = true;
   begin_patience(now);
   due_ = left.results;
-  prompt_ = left.prompt != 0;
+  prompt_ = left.prompt == 1;
+  may_prompt_ = left.prompt == 2;
+  if (left.echo != 0) echo_ = echo_t::yes;
   escapes_ = 0;
 }
 
@@ -94,13 +96,17 @@ void line_debt::link_lost() {
 }
 
 void line_debt::sent(std::string_view bytes) {
-  if (!in_exchange_) {
-    in_exchange_ = true;
-    results_shown_ = 0;
-    early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
-  }
+  if (!in_exchange_) begin_exchange();
   count_body(&bytes);
   count_commands(bytes);
+}
+
+void line_debt::begin_exchange() {
+  in_exchange_ = true;
+  results_shown_ = 0;
+  if (changes_echo_) echo_ = echo_t::unknown;
+  body_sent_ = early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
+  dials_ = changes_echo_ = false;
 }
 
 /// Takes a body off the bytes, which are the commands in front of it or behind it then. One that
@@ -111,6 +117,7 @@ void line_debt::count_body(std::string_view* bytes) {
   if (end == kNowhere) return;
   const size_t head = prompt_ || !is_command(*bytes) ? 0 : bytes->find('\r');
   if (head > end) return;  // a command that holds one
+  body_sent_ = true;
   early_body_ = !prompt_;
   if (prompt_) ++due_;
   prompt_ = false;
@@ -124,15 +131,15 @@ void line_debt::count_commands(std::string_view lines) {
     if (!is_command(line)) continue;
     ++due_;
     echo_missing_ = true;
-    dials_ = dials(line);
-    changes_echo_ = may_change_echo(line);
+    dials_ = dials_ || dials(line);
+    changes_echo_ = changes_echo_ || may_change_echo(line);
   }
 }
 
 void line_debt::echoed() {
   echo_missing_ = false;
   echo_ = echo_t::yes;
-  stale_ = 0;
+  if (in_exchange_ || due_ > 0) stale_ = 0;  // else it is given up itself
 }
 
 bool line_debt::result(std::string_view line) {
@@ -161,7 +168,6 @@ bool line_debt::show_to_exchange(bool pays) {
   if (!pays) return true;
   pay();
   if (echo_missing_) echo_ = echo_t::no;
-  if (changes_echo_) echo_ = echo_t::unknown;
   if (!owes()) stale_ = 0;
   return true;
 }
@@ -173,17 +179,17 @@ void line_debt::pay() {
 
 bool line_debt::prompt() {
   const bool is_foreign = !in_exchange_ || is_in_front_of_echo() || !owes();
-  escapes_ = 0;
-  if (!is_foreign && early_body_) {
-    may_prompt_ = true;
-    return true;
+  if (body_sent_ && due_ > 0 && !is_in_front_of_echo()) {  // or each line of it gets a prompt
+    may_prompt_ = early_body_;
+    return early_body_ && in_exchange_;
   }
   uint32_t& debt = stale_ > 0 && is_foreign ? stale_ : due_;
   if (debt > 0) --debt;
   prompt_ = true;
+  escapes_ = 0;
   if (in_exchange_) return !is_foreign;
-  dirty_ = true;
-  since_known_ = false;
+  if (!dirty_) since_known_ = false;
+  dirty_ = needs_silence_ = true;
   return false;
 }
 
@@ -201,7 +207,7 @@ void line_debt::begin_patience(uint64_t now) {
 
 void line_debt::pass(uint64_t now) {
   if (in_exchange_ || is_clean()) return;
-  if (!since_known_) begin_patience(now);
+  ended_at(now);
   if (prompt_ && escapes_ >= kEscapesAtMost && now >= escaped_at_ + kEscapeWaitMs) {
     prompt_ = false;
     ++counts_.given_up;
@@ -210,7 +216,7 @@ void line_debt::pass(uint64_t now) {
   ++counts_.given_up;
   if (may_prompt_) {
     prompt_ = true;  // it may wait for its body
-    --due_;
+    escapes_ = 0;
   }
   may_prompt_ = false;
   stale_ += due_;
@@ -237,7 +243,7 @@ uint64_t line_debt::due(uint64_t last_byte) const {
   if (!since_known_) return last_byte;
   if (prompt_) return escapes_ == 0 ? last_byte : escaped_at_ + kEscapeWaitMs;
   if (due_ > 0) return since_ + kPatienceMs;
-  const uint64_t silent = last_byte + kCleanSilenceMs;
+  const uint64_t silent = last_byte + (needs_silence_ ? kCleanSilenceMs : 0);
   if (!opening_) return silent;
   const uint64_t heard = std::max(last_byte, since_) + kOpeningSilenceMs;
   return std::max(silent, std::min(since_ + kOpeningMs, heard));

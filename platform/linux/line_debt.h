@@ -30,7 +30,8 @@ constexpr uint32_t kOpeningMs = 1000;
 /// What the account is worth to whoever opens the device after this process has died.
 struct line_balance_t {
   uint32_t results;  ///< owed
-  uint32_t prompt;   ///< 1: the modem waits for a body
+  uint32_t prompt;   ///< 1: the modem waits for a body, 2: it may
+  uint32_t echo;     ///< 1: the modem is known to echo
 };
 
 /// What has been counted, ever.
@@ -66,12 +67,17 @@ class line_debt {
   // What the server does.
 
   /// The server waits for no answer any more. Cheap when everything is paid.
+  /// @param all_read  it has read all that was handed over
   /// @return true when the line is clean
-  bool exchange_ended() {
+  bool exchange_ended(bool all_read) {
     if (!in_exchange_) return is_clean();
     in_exchange_ = false;
-    if (!opening_ && !owes() && results_shown_ <= 1 && !link_lost_in_exchange_) return true;
-    return exchange_left_debt();
+    needs_silence_ = opening_ || owes() || results_shown_ > 1 || link_lost_in_exchange_;
+    return (!needs_silence_ && all_read) || exchange_left_debt();
+  }
+  /// Tells when that was, if there is something left to wait for.
+  void ended_at(uint64_t now) {
+    if (!since_known_) begin_patience(now);
   }
 
   // What is to be done about it.
@@ -111,7 +117,10 @@ class line_debt {
   bool is_in_front_of_echo() const {
     return in_exchange_ && stale_ > 0 && echo_ == echo_t::yes && echo_missing_;
   }
-  line_balance_t balance() const { return {due_ + stale_, prompt_ ? 1u : 0u}; }
+  line_balance_t balance() const {
+    const bool echoes = echo_ == echo_t::yes && !changes_echo_;
+    return {due_ + stale_, prompt_ ? 1u : may_prompt_ ? 2u : 0u, echoes ? 1u : 0u};
+  }
   const line_counts_t& counts() const { return counts_; }
 
  private:
@@ -119,6 +128,7 @@ class line_debt {
 
   bool owes() const { return due_ > 0 || prompt_; }
   bool exchange_left_debt();
+  void begin_exchange();
   void count_body(std::string_view* bytes);
   void count_commands(std::string_view lines);
   bool absorb();
@@ -134,16 +144,18 @@ class line_debt {
   uint64_t escaped_at_ = 0;
   bool since_known_ = false;
   bool prompt_ = false;      ///< the modem waits for a body
-  bool early_body_ = false;  ///< a body went out in front of its prompt
+  bool body_sent_ = false;   ///< in this exchange
+  bool early_body_ = false;  ///< and in front of its prompt
   bool may_prompt_ = false;  ///< the prompt came behind its body: the modem may have missed that
   bool in_exchange_ = false;
   bool dirty_ = false;
+  bool needs_silence_ = false;  ///< to be clean; else what was handed over has only to be read
   bool opening_ = false;
   bool text_left_ = false;  ///< in the server, of an exchange that ended without result
   bool link_lost_in_exchange_ = false;
-  bool dials_ = false;         ///< the last command may be answered by words about a call
+  bool dials_ = false;         ///< the exchange may be answered by words about a call
   bool echo_missing_ = false;  ///< of the command in flight
-  bool changes_echo_ = false;  ///< the command in flight does
+  bool changes_echo_ = false;  ///< the exchange does
   echo_t echo_ = echo_t::unknown;
   line_counts_t counts_;
 };

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr uint32_t kFormat = 0x4D444C31;  // "MDL1"
+constexpr uint32_t kFormat = 0x4D444C32;  // "MDL2"
 /// More than this cannot have been owed: the file holds something else.
 constexpr uint32_t kBelievable = 1000;
 
@@ -22,7 +22,7 @@ struct kept_t {
   uint32_t format;
   line_balance_t balance;
 };
-static_assert(sizeof(kept_t) == 12);
+static_assert(sizeof(kept_t) == 16);
 
 constinit std::atomic<kept_t*> kept{nullptr};
 constinit line_balance_t left{};
@@ -38,7 +38,7 @@ kept_t* map(int fd) {
 
 bool is_believable(const kept_t& found) {
   return found.format == kFormat && found.balance.results <= kBelievable &&
-         found.balance.prompt <= 1;
+         found.balance.prompt <= 2 && found.balance.echo <= 1;
 }
 
 }  // namespace

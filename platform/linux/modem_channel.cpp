@@ -424,7 +424,9 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
 }
 
 bool modem_channel_is_clean() {
-  if (!modem_channel_is_read_here() || assembler.debt().exchange_ended()) return true;
+  if (!modem_channel_is_read_here()) return true;
+  if (assembler.debt().exchange_ended(nas_queue_is_empty())) return true;
+  assembler.debt().ended_at(monotonic_ms());  // the modem may have been looked at long before
   mind_line();
   return assembler.debt().is_clean();
 }

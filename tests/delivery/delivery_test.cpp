@@ -3,11 +3,11 @@
 // What becomes of a modem's bytes, whatever way they are cut.
 //
 // A case is a script of lines: "> " what is sent, "." the server waits no longer, "< " what the
-// modem says, "~20" milliseconds of silence, "!" the modem is gone, "o" the device is opened, with
-// "o1" while a result and with "op" while a body is owed; "= " a delivery or an ESC that has come
-// by then, "clean" and "dirty" how the line is. Each step must bring exactly the deliveries that
-// stand behind it, and the script is run with the modem's bytes whole, byte by byte and cut at
-// random.
+// modem says, "~20" milliseconds of silence, "!" the modem is gone, "o" the device is opened: "op"
+// while a body is owed, "o1" while a result is, "om" and then perhaps a body, "oe" by a modem that
+// echoes; "= " a delivery or an ESC that has come by then, "clean" and "dirty" how the line is.
+// Each step must bring exactly the deliveries that stand behind it, and the script is run with the
+// modem's bytes whole, byte by byte and cut at random.
 
 #include "tests/delivery/modem_line.h"
 
@@ -26,7 +26,11 @@ void run_script(const script_t& script, cut_t cut) {
     if (step[0] == '~') line.wait(std::stoul(step.substr(1)));
     if (step[0] == '!') line.lose();
     if (step[0] == '.') line.end_exchange();
-    if (step[0] == 'o') line.open({step == "o1" ? 1u : 0u, step == "op" ? 1u : 0u});
+    if (step == "o") line.open();
+    if (step == "op") line.open({0, 1, 0});
+    if (step == "o1") line.open({1, 0, 0});
+    if (step == "om") line.open({1, 2, 0});
+    if (step == "oe") line.open({1, 0, 1});
     if (step == "clean" || step == "dirty") {
       ASSERT_EQ(line.is_clean(), step == "clean") << "at step " << at;
     }
@@ -122,6 +126,7 @@ const case_t debts[] = {
     {"ForeignResults",      {"< \r\nOK\r\n+CME ERROR: 3\r\nCONNECT\r\n^A:1\r\n", "= \r\n^A:1\r\n", "> AT\r", "< OK\r\nOK\r\n", "= OK\r\n", ".", "clean"}},
     {"ForeignLines",        {"< \r\nRDY\r\nSMS Ready\r\n^RSSI:1\r\n", "= \r\n^RSSI:1\r\n", "< *PSUTTZ: 1\r\nIRING\r\n", "= IRING\r\n", "< x ^CPINNTY:READY\r\n", "= x ^CPINNTY:READY\r\n"}},
     {"ForeignListing",      {"< +CMGL: 1,,2\r\n0791\r\n^HCMGR:1\r\n^A:1\r\n\x1a\r\n^B:1\r\n", "= ^B:1\r\n", "< +CMGR: 1\r\n", "~50", "< ^C:1\r\n", "= ^C:1\r\n"}},
+    {"OneOfThemDials",      {"> ATD1\rAT\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", "< OK\r\n", "= OK\r\n", ".", "~20", "clean"}},
     {"BegunBefore",         {"< NO CAR", "> AT\r", "< RIER\r\nOK\r\n", "= OK\r\n", ".", "clean"}},
     {"ModemGone",           {"> AT\r", "< half", "!", "~0", "~10", ".", "dirty", "~10", "= OK\r\n", "clean"}},
     {"AnotherModem",        {"> AT\r", ".", "!", "o", "~10", "< RDY\r\n^A:1\r\n", "~99", "~1", "= ^A:1\r\n", "= OK\r\n", "clean"}},
@@ -138,6 +143,8 @@ const case_t prompts[] = {
     {"BodyInFrontIsMissed", {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> ", "= \r\n> ", ".", "~5000", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
     {"HeadIsRefused",       {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< ERROR\r\n", "= ERROR\r\n", ".", "clean"}},
     {"LeftByAnother",       {"op", "~0", "= \x1b", "< OK\r\n", "= OK\r\n", "~100", "clean"}},
+    {"MayBeLeft",           {"om", "~5000", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
+    {"ForEachLine",         {"> AT+CMGS=\"1\"\r", "< > ", "= > ", "> one\rtwo\x1a\r", "< \r\n> ", "< \r\n+CMGS: 1\r\nOK\r\n", "= \r\n\r\n+CMGS: 1\r\nOK\r\n", ".", "clean"}},
     {"ModemIsGone",         {"> AT+CMGS=22\r", "< > ", "= > ", "!", ".", "dirty", "~20", "= OK\r\n", "clean"}},
 };
 const case_t echoes[] = {
@@ -166,7 +173,10 @@ const case_t echoes[] = {
                           "> AT+CMGS=7\r", "< > ", "~3000", ".", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
     {"TellsOfOthers",    {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+COPS=?;+CMGL=4\r", ".", "~5000", "= OK\r\n",
                           "> AT+X\r", "< +COPS: 7\r\n+CMGL: 1,,2\r\n0791\r\nOK\r\n", "< AT+X\r\r\nOK\r\n", "= OK\r\n", ".", "clean"}},
-    {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "> AT\r", ".", "~5000", "= OK\r\n",
+    {"ItsOwnTellsNot",   {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+COPS=?\r", ".", "~5000", "= OK\r\n", "< AT+COPS=?\r",
+                          "> AT+X\r", "< \r\nOK\r\n", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"OfAnEarlierLife",  {"oe", "~5000", "clean", "> AT\r", "< OK\r\n", "< AT\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\rAT\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "~5000", "= OK\r\n",
                           "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
 };
 const case_t bodies[] = {
@@ -213,6 +223,15 @@ TEST(DeliveryRead, GathersWhatIsWaiting) {
   ASSERT_EQ(assembler.received(reports.data(), reports.size(), 5), reports.size());
   EXPECT_TRUE(assembler.next(500, true).empty());
   EXPECT_EQ(assembler.next(5, false), reports);
+}
+
+TEST(DeliveryDebt, WhatMayHaveChangedTheEchoIsNotForgottenByTheNextLife) {
+  modem_line line(whole);
+  line.send("AT\r");
+  line.say("AT\r\r\nOK\r\n");
+  EXPECT_EQ(line.debt().balance().echo, 1u);
+  line.send("AT\rATE0\r");
+  EXPECT_EQ(line.debt().balance().echo, 0u);
 }
 
 TEST(DeliverySize, AnswersThatDoNotFitARecordAreCounted) {

@@ -57,7 +57,7 @@ class modem_line {
   void open(line_balance_t left = {}) { assembler_.debt().opened(now_, left); }
   /// The server waits no longer.
   void end_exchange() {
-    assembler_.debt().exchange_ended();
+    assembler_.debt().exchange_ended(true);
     collect_debt();
   }
   bool is_clean() { return assembler_.debt().is_clean(); }
