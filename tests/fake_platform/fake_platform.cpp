@@ -19,6 +19,7 @@ namespace fake {
 std::vector<entry> journal;
 std::function<void(const std::string&)> on_write;
 faults fail;
+line* the_line = nullptr;
 
 namespace {
 
@@ -102,6 +103,14 @@ bool step(uint64_t until) {
   the_world.timetable.erase(next);
   happens();
   offer_deliveries();
+  return true;
+}
+
+// The same in a wait of the server's.
+bool wait_step(uint64_t until) {
+  if (the_line == nullptr) return step(until);
+  if (the_world.now >= until) return false;
+  the_line->wait(until);
   return true;
 }
 
@@ -243,6 +252,12 @@ void at(uint32_t after, std::function<void()> happens) {
   the_world.timetable.emplace(the_world.now + after, std::move(happens));
 }
 
+void pass(uint64_t until) {
+  if (step(until)) return;
+  if (until == UINT64_MAX) throw end_of_world{};
+  the_world.now = std::max(the_world.now, until);
+}
+
 void deliver(const script& deliveries) {
   for (const delivery& d : deliveries)
     at(d.after, [bytes = d.bytes] { the_world.undelivered.push_back(bytes); });
@@ -304,7 +319,11 @@ int32_t MDX_msgQ_create(int32_t number, int32_t depth, int32_t size) {
 }
 void MDX_msgQex_delete(int32_t id) { delete_queue("MDX_msgQex_delete", id); }
 void MDX_msgQ_delete(int32_t id) { delete_queue("MDX_msgQ_delete", id); }
-int32_t MDX_msgQex_num(int32_t id) { return count_queue(id); }
+int32_t MDX_msgQex_num(int32_t id) {
+  const bool is_hidden =
+      the_line != nullptr && id == 2 * kIdPerNumber && !the_line->shows_requests();
+  return is_hidden ? 0 : count_queue(id);
+}
 int32_t MDX_msgQ_num(int32_t id) { return count_queue(id); }
 
 int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
@@ -319,10 +338,13 @@ int32_t MDX_msgQ_recv(int32_t id, void* buffer, uint32_t size, int32_t wait_ms) 
   const uint64_t deadline = the_world.now + static_cast<uint64_t>(std::max(wait_ms, 0));
   queue* q = find_queue(id);
   offer_deliveries();
-  while ((q == nullptr || q->elements.empty()) && step(deadline)) {
+  const auto may_come = [] {
+    return the_line == nullptr || (the_line->has_client() && the_line->may_answer());
+  };
+  while ((q == nullptr || q->elements.empty()) && may_come() && wait_step(deadline)) {
   }
   if (q == nullptr || q->elements.empty()) {
-    the_world.now = deadline;
+    if (may_come()) the_world.now = deadline;
     record(kind::SILENCE, "silence").a = wait_ms;
     return -1;
   }
@@ -339,9 +361,13 @@ int32_t read_from_msgqueue(int32_t id, void* msg, int32_t type, int* retcode) {
   if (spend(fail.request_read)) return *retcode = EIO, -1;
   if (q == nullptr) return *retcode = EINVAL, -1;
   if (q->elements.empty() || type != 0) return *retcode = ENOMSG, -1;
-  std::memcpy(msg, q->elements.front().data(), sizeof(at_msg_t));
-  record(kind::REQUEST, "request", q->elements.front());
+  const std::string element = q->elements.front();
   q->elements.pop_front();
+  int32_t client = 0;
+  std::memcpy(&client, element.data(), sizeof(client));
+  if (the_line != nullptr && !the_line->begins_request(client)) return *retcode = EOWNERDEAD, -1;
+  std::memcpy(msg, element.data(), sizeof(at_msg_t));
+  record(kind::REQUEST, "request", element);
   return 0;
 }
 
@@ -349,6 +375,10 @@ int32_t read_from_msgqueue(int32_t id, void* msg, int32_t type, int* retcode) {
 int32_t send_to_msgqueue(int32_t id, const void* msg, int* retcode) {
   if (find_queue(id) == nullptr) return *retcode = EINVAL, -1;
   if (spend(fail.reply_send)) return *retcode = EAGAIN, -1;
+  if (the_line != nullptr && !the_line->has_client()) {
+    record(kind::CALL, "reply dropped");
+    return 0;
+  }
   record(kind::REPLY, "reply", bytes(msg, sizeof(at_msg_t)));
   return 0;
 }
@@ -385,7 +415,7 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
   const uint64_t deadline =
       wait_ms < 0 ? UINT64_MAX : the_world.now + static_cast<uint64_t>(wait_ms);
   offer_deliveries();
-  while ((the_world.pending_bits & mask) == 0 && step(deadline)) {
+  while ((the_world.pending_bits & mask) == 0 && wait_step(deadline)) {
   }
   if ((the_world.pending_bits & mask) == 0) {
     if (wait_ms < 0) throw end_of_world{};
@@ -467,6 +497,7 @@ int32_t KRP_UTIL_SendMsgToVoice2(int32_t message, int32_t type, int32_t, const v
 int32_t Q7_APP_RegCallBack(int32_t channel, mdx_receive_function_t receive,
                            mdx_send_function_t* send) {
   record(kind::CALL, "Q7_APP_RegCallBack", std::to_string(channel));
+  if (the_line != nullptr) return the_line->bind(channel, receive, send);
   if (++the_world.bindings <= fail.bind_attempts) return 0;
   the_world.receive = receive;
   *send = send_to_modem;

@@ -139,6 +139,31 @@ void make_directory(const std::string& path);
 void make_file(const std::string& path, std::string_view content);
 
 // ---------------------------------------------------------------------------------------------------
+// The line
+// ---------------------------------------------------------------------------------------------------
+
+/// Stands for what the platform does between the server and a modem that speaks bytes, and for its
+/// knowledge of clients that die.
+struct line {
+  virtual ~line() = default;
+  virtual int32_t bind(int32_t channel, mdx_receive_function_t receive,
+                       mdx_send_function_t* send) = 0;
+  /// The server waits; the line calls `pass`. @param until  UINT64_MAX: for ever
+  virtual void wait(uint64_t until) = 0;
+  virtual bool shows_requests() = 0;
+  virtual bool begins_request(int32_t client) = 0;  ///< false: its client is gone
+  virtual bool has_client() = 0;  ///< whether that of the request begun last is there
+  virtual bool may_answer() = 0;  ///< whether the modem's answer can still come
+};
+
+/// Null: the modem's deliveries are ready-made, and all clients live.
+extern line* the_line;
+
+/// Lets the next thing on the timetable happen; when there is nothing up to `until`, it is `until`
+/// now. Throws end_of_world when that is for ever.
+void pass(uint64_t until);
+
+// ---------------------------------------------------------------------------------------------------
 // Faults
 // ---------------------------------------------------------------------------------------------------
 

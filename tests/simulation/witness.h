@@ -9,26 +9,23 @@
 
 #include <cstdint>
 #include <deque>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tests/fake_platform/fake_platform.h"
+#include "tests/simulation/broken_rule.h"
 #include "tests/simulation/line_rules.h"
 #include "wire/at_msg.h"
 
 namespace simulation {
-
-struct broken_rule : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 struct counts_t {
   uint64_t requests = 0;
   uint64_t replies = 0;
   uint64_t deliveries = 0;
   uint64_t reports = 0;
+  uint64_t line_replies = 0;  ///< by the world with the platform's own channel
 };
 
 class witness {

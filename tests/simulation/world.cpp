@@ -59,7 +59,7 @@ class world {
     return choices[below(std::size(choices))];
   }
 
-  void run_until_idle(int32_t state);
+  void run(int32_t state);
   void plan_hour();
   void plan_fault(uint32_t when);
   at_msg_t request();
@@ -100,34 +100,15 @@ void world::live(uint64_t hours) {
   fake::on_write = [this](const std::string& written) { answer(written); };
   fake::fail.bind_attempts = static_cast<int32_t>(below(4));
   const uint64_t begin = fake::now();
-  run_until_idle(AT_INIT_S);
+  run(AT_INIT_S);
   while (fake::now() < begin + hours * kHourMs) {
     plan_hour();
-    run_until_idle(AT_IDLE_S);
+    run(AT_IDLE_S);
   }
 }
 
-void world::run_until_idle(int32_t state) {
-  const auto run = [&state] {
-    try {
-      if (state == AT_INIT_S) mdxgate_main();
-      for (;;) {
-        state = mdx_state_pass(state);
-        check_state();
-      }
-    } catch (const fake::end_of_world&) {
-      state = AT_IDLE_S;
-    }
-  };
-  run();
-  // A delivery that a fault has held back is offered again.
-  fake::fail.nas_send = 0;
-  fake::at(1, [] {});
-  run();
-  check_state();
-  if (mdx_state.at_state != AT_IDLE_S || mdx_state.ring_head != mdx_state.ring_tail ||
-      MDX_msgQex_num(mdx_state.req_queue_id) != 0 || MDX_msgQ_num(mdx_state.nas_queue_id) != 0)
-    throw broken_rule("the server is not idle");
+void world::run(int32_t state) {
+  run_until_idle(state);
   const std::vector<fake::entry> journal = std::move(fake::journal);
   witness_.read(journal);
   fake::journal.clear();
@@ -268,6 +249,29 @@ void world::deliver(uint32_t when, const std::string& bytes) {
 }
 
 }  // namespace
+
+void run_until_idle(int32_t state) {
+  const auto run = [&state] {
+    try {
+      if (state == AT_INIT_S) mdxgate_main();
+      for (;;) {
+        state = mdx_state_pass(state);
+        check_state();
+      }
+    } catch (const fake::end_of_world&) {
+      state = AT_IDLE_S;
+    }
+  };
+  run();
+  // A delivery that a fault has held back is offered again.
+  fake::fail.nas_send = 0;
+  fake::at(1, [] {});
+  run();
+  check_state();
+  if (mdx_state.at_state != AT_IDLE_S || mdx_state.ring_head != mdx_state.ring_tail ||
+      MDX_msgQex_num(mdx_state.req_queue_id) != 0 || MDX_msgQ_num(mdx_state.nas_queue_id) != 0)
+    throw broken_rule("the server is not idle");
+}
 
 void live(uint32_t seed, uint64_t hours, counts_t* counts) { world(seed, counts).live(hours); }
 

@@ -14,4 +14,7 @@ namespace simulation {
 /// @param counts  what happened is added to it
 void live(uint32_t seed, uint64_t hours, counts_t* counts);
 
+/// Runs the server, which is in this state, until nothing is left to happen. Throws broken_rule.
+void run_until_idle(int32_t state);
+
 }  // namespace simulation
