@@ -60,12 +60,28 @@ class Clients(DeviceTest):
         self.assertIn("12.50 EUR", self.gammu("getussd", "*100#"))
         self.assertIn("Alice", self.gammu("getmemory", "SM", "1"))
 
-    def test_chat(self):
-        self.start_sim("chat")
-        with MODEM.open("r+b", buffering=0) as line:
+    def chat(self, device):
+        with device.open("r+b", buffering=0) as line:
             chat = ["chat", "-t", "20", "ABORT", "ERROR", "", "ATZ", "OK", 'AT+CGDCONT=1,"IP","internet"',
                     "OK", "ATDT*99***1#", "CONNECT", ""]
             self.assertEqual(subprocess.run(chat, stdin=line, stdout=line, timeout=120).returncode, 0)
+
+    def test_chat(self):
+        """It writes byte by byte, and goes when it has read CONNECT. Recorded, its modem is learnt and serves it."""
+        self.start_sim("chat")
+        port, script = pathlib.Path("/tmp/port"), pathlib.Path("/tmp/modem.script")
+        tap = self.start("mdxtap", str(MODEM), "--link", str(port), "--record", "/tmp/log.txt", "--script", str(script),
+                         "--plain")
+        wait_until(port.is_symlink, 10, "mdxtap links its terminal")
+        self.chat(port)
+        self.stop(tap)
+        learnt = script.read_text()
+        self.assertNotIn("report", learnt)
+        script.write_text(learnt + "expect ATDT*\nend when expected\n")
+        modem = self.start("mdxsim", "--script", str(script), "--link", str(port))
+        wait_until(port.is_symlink, 10, "mdxsim links its terminal")
+        self.chat(port)
+        self.assertEqual(modem.wait(60), 0, self.log_of(modem))
 
     def test_runscript_of_minicom(self):
         self.start_sim("runscript")

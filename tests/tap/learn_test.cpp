@@ -192,6 +192,7 @@ TEST(Learn, SaysWhatWasSeen) {
       {"> ATE0\\r\n< ATE0\\r\\r\\nOK\\r\\n\n> AT\\r\n< \\r\\nOK\\r\\n\n", {"on ATE0 then echo off -> OK\n"}},
       {"> AT\\r\n< \\r\\nOK\\r\\n\n",                       {"echo off\n"}},
       {"> ATD*99#\\r\n< \\r\\nCONNECT\\r\\n\n",             {"on ATD\\*99# -> CONNECT\n"}},
+      {"> A\n< A\n> T\n< T\n> I\n< I\n> \\r\n< \\r\\r\\nme\\r\\n\\r\\nOK\\r\\n\n> A\n< A\n> T\\r\n< T\\r\\r\\nOK\\r\\n\n", {"# learnt from s\non ATI -> me | OK\non AT -> OK\nelse ERROR\n"}},
       {"> AT+A=\"a -> b once\"\\r\n< \\r\\nOK\\r\\n\n",       {"on AT+A=\"a\\x20->\\x20b\\x20once\" -> OK\n"}},
       {"# at 1.000\n> AT+COPS=?\\r\n# at 5.040\n< \\r\\n+COPS: {1|2}\\r\\n\\r\\nOK\\r\\n\n", {"on AT+COPS=? after 4s -> +COPS: \\x7b1\\x7c2} | OK\n"}},
       {"# at 1.000\n> AT+CUSD=1,1\\r\n< \\r\\nOK\\r\\n\n# at 1.800\n< \\r\\n+CUSD: 0\\r\\n\n", {"on AT+CUSD=1,1 -> OK\nalso after 800ms -> +CUSD: 0\n"}},

@@ -48,7 +48,8 @@ struct Asked {
   std::string text;  // as a rule names it, unescaped
   bool is_body = false;
   Time at{0};
-  std::string answer;  // what came, without the echo once that is known
+  std::string typed;   // the beginning of its echo, which came before the command was whole
+  std::string answer;  // what came behind that, without the echo once that is known
   bool prompted = false;
   bool complete = false;
   std::optional<bool> echoed;
@@ -179,6 +180,7 @@ class Listener {
         if (!line_.empty()) ask(std::exchange(line_, {}), false, piece.at);
       } else if (c == '\b') {
         if (!line_.empty()) line_.pop_back();
+        typed_.resize(std::min(typed_.size(), line_.size()));
       } else if (static_cast<unsigned char>(c) >= ' ') {
         line_ += c;
       }
@@ -201,6 +203,7 @@ class Listener {
     if (!waits) give_up();
     Asked asked_now;
     asked_now.text = std::move(text);
+    asked_now.typed = std::exchange(typed_, {});
     asked_now.is_body = is_body;
     asked_now.at = at;
     open_.push_back(std::move(asked_now));
@@ -221,14 +224,24 @@ class Listener {
   // What stands in front of the echo was said by itself.
   void split_echo(Asked& now) {
     if (now.echoed || now.is_body) return;
-    const size_t echo = now.answer.find(now.text + "\r");
+    const std::string rest = now.text.substr(now.typed.size()) + "\r";
+    const size_t echo = now.answer.find(rest);
     now.echoed = echo != std::string::npos;
     if (!*now.echoed) return;
     if (echo > 0) said.push_back({now.at, now.answer.substr(0, echo)});
-    now.answer.erase(0, echo + now.text.size() + 1);
+    now.answer.erase(0, echo + rest.size());
+  }
+
+  // A host that writes byte by byte, as a person does, gets its echo so.
+  bool takes_typed_echo(const std::string& text) {
+    if (!open_.empty() || writes_ || line_.compare(typed_.size(), text.size(), text) != 0)
+      return false;
+    typed_ += text;
+    return true;
   }
 
   void from_modem(std::string text, Time at) {
+    if (!line_.empty() && takes_typed_echo(text)) return;
     while (!text.empty()) {
       if (open_.empty()) return by_itself(text, at);
       Asked& now = open_.front();
@@ -292,6 +305,7 @@ class Listener {
   }
 
   std::string line_;
+  std::string typed_;  // of the line, what has been echoed
   bool writes_ = false;
   std::deque<Asked> open_;
   Time since_{0};

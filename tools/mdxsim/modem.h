@@ -22,6 +22,7 @@ using Time = std::chrono::milliseconds;
 struct Ending {
   bool as_expected;
   std::string message;
+  bool to_be_read = false;  ///< all that was transmitted, or it is not as expected
 };
 
 /// What a modem expected of its host, and what was wrong with it.

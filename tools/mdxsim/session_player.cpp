@@ -107,8 +107,10 @@ void SessionPlayer::compare(Time now) {
   }
   if (ending_ || step() != nullptr) return;
   if (!input_.empty()) return fail_at_difference("");
-  ending_ = Ending{true, session_.name + ": played, " + std::to_string(session_.steps.size()) +
-                             " lines of the session"};
+  ending_ = Ending{true,
+                   session_.name + ": played, " + std::to_string(session_.steps.size()) +
+                       " lines of the session",
+                   true};
 }
 
 // True when it got on and there may be more to compare.

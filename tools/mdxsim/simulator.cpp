@@ -61,7 +61,8 @@ void Simulator::note_changes() {
   const bool unread = pty_.take_changes();
   if (pty_.attached() == was_attached) return;
   if (pty_.attached()) return modem_.attached(now());
-  end_unread_ = modem_.ending() && (unread || !pieces_.empty());
+  const auto ending = modem_.ending();
+  end_unread_ = ending && ending->to_be_read && (unread || !pieces_.empty());
   pieces_.clear();
   modem_.detached(now());
 }
@@ -108,8 +109,10 @@ bool Simulator::done() {
   if (!ending) return false;
   if (!ended_) ended_ = now();
   if (!ending->as_expected || !pty_.attached()) return true;
-  end_unread_ = now() - *ended_ > kLastReadPatience;
-  return pieces_.empty() && pty_.host_has_read_all();
+  if (pieces_.empty() && pty_.host_has_read_all()) return true;
+  const bool waited = now() - *ended_ > kLastReadPatience;
+  end_unread_ = waited && ending->to_be_read;
+  return waited && !end_unread_;
 }
 
 int Simulator::wait_ms() const {

@@ -256,8 +256,10 @@ void mask_ussd(const StandIn& stand_in, std::string& line, size_t begin, size_t 
 
 void mask_dialled(const StandIn& stand_in, std::string& line, size_t begin, size_t end) {
   const std::string value = line.substr(begin, end - begin);
-  const bool data = (value.starts_with("*99") || value.starts_with("*98")) && value.back() == '#' &&
-                    value.find_first_not_of("*0123456789#") == value.npos && value.size() < 16;
+  const size_t tones = value.find_first_not_of("TPtp ");  // or pulses
+  const std::string code = value.substr(std::min(tones, value.size()));
+  const bool data = (code.starts_with("*99") || code.starts_with("*98")) && code.back() == '#' &&
+                    code.find_first_not_of("*0123456789#") == code.npos && code.size() < 16;
   if (data) return;
   const bool name = value.find('"') != value.npos;
   replace(line, {begin, end - begin, false}, name ? stand_in.text(value) : stand_in.number(value));

@@ -23,8 +23,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kBatch{200};     // that is written at once
-constexpr milliseconds kLineTime{250};  // that a line may take to its end
+constexpr milliseconds kBatch{200};      // that is written at once
+constexpr milliseconds kLineTime{250};   // that a line may pause
+constexpr milliseconds kWholeLine{600};  // that it may take to its end
 constexpr milliseconds kSyncEvery{300};
 constexpr size_t kMostAtOnce = 8U << 10U;  // that go into one file
 constexpr size_t kMostWaiting = 16U << 20U;
@@ -102,6 +103,7 @@ void Recorder::run() {
 
 void Recorder::take(Entry entry) {
   const Kind kind = entry.kind;
+  if (kind != Kind::kRemark) last_[kind == Kind::kHost] = entry.at;
   held_.push_back(std::move(entry));
   const std::string& bytes = held_.back().bytes;
   if (!masker_ || kind == Kind::kRemark) {
@@ -129,8 +131,9 @@ void Recorder::release_old(Clock::time_point now) {
   if (!masker_) return;
   for (const Entry& entry : held_) {
     if (entry.masked.size() == entry.bytes.size()) continue;
-    if (now != Clock::time_point::max() && now - entry.at < kLineTime) return;
     const Kind kind = entry.kind;
+    const bool goes_on = now - last_[kind == Kind::kHost] < kLineTime;
+    if (now != Clock::time_point::max() && goes_on && now - entry.at < kWholeLine) return;
     deal_out(kind, kind == Kind::kHost ? masker_->release_host() : masker_->release_modem());
   }
 }

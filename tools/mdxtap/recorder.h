@@ -87,6 +87,7 @@ class Recorder {
   std::deque<Entry> held_;             // in their order; the first is not masked to its end
   size_t gone_ = 0;                    // entries that were in it before
   std::array<size_t, 2> masked_to_{};  // for host and modem: no entry before this one needs more
+  Clock::time_point last_[2];          // when the modem, the host was last heard
   std::string told_time_;
   size_t lost_ = 0;  // bytes since the disk last took any
   int told_error_ = 0;
