@@ -30,15 +30,6 @@ struct sms_pdu_arguments_t {
 };
 int run_sms_pdu(const sms_pdu_arguments_t& arguments);
 
-struct sms_send_arguments_t {
-  std::string number;
-  std::string text;  ///< UTF-8
-  std::optional<int32_t> timeout_s;
-  bool dry_run = false;  ///< show the parts, send nothing
-  bool json = false;
-};
-int run_sms_send(const sms_send_arguments_t& arguments);
-
 struct report_arguments_t {
   std::string name;
   bool json = false;

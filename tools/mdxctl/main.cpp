@@ -3,24 +3,26 @@
 // mdxctl: the server's clients on the command line.
 
 #include <CLI/CLI.hpp>
-#include <functional>
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/help.h"
 #include "tools/mdxctl/output.h"
+#include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/state_words.h"
+#include "tools/mdxctl/subcommand.h"
 
 namespace {
-
-/// Twice this, in milliseconds, is still a 32-bit count.
-constexpr int32_t kLongestTimeoutS = 1000000;
 
 struct arguments_t {
   at_arguments_t at;
   sms_pdu_arguments_t sms_pdu;
-  sms_send_arguments_t sms_send;
+  sms_arguments_t sms;
   report_arguments_t report;
   console_arguments_t console;
   stats_arguments_t stats;
@@ -28,20 +30,6 @@ struct arguments_t {
   status_arguments_t status;
   watch_arguments_t watch;
 };
-
-CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& purpose,
-                      std::function<void()> run) {
-  CLI::App* command = app.add_subcommand(name, purpose);
-  command->footer(kExitCodeHelp);
-  command->callback(std::move(run));
-  return command;
-}
-
-void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::string& help) {
-  command->add_option("--timeout", timeout, help)
-      ->check(CLI::Range(0, kLongestTimeoutS))
-      ->type_name("SECONDS");
-}
 
 void add_wait(CLI::App* command, std::optional<int32_t>& wait) {
   command
@@ -100,26 +88,6 @@ void add_sms_pdu(CLI::App& app, sms_pdu_arguments_t& arguments, int& code) {
                    "a line that holds this is response text (the head's own prefix)")
       ->type_name("TEXT");
   add_json(sms_pdu, arguments.json);
-}
-
-void add_sms(CLI::App& app, sms_send_arguments_t& arguments, int& code) {
-  CLI::App* sms = app.add_subcommand("sms", "Text messages: sms send.");
-  sms->require_subcommand(1);
-  sms->footer(kExitCodeHelp);
-  CLI::App* send =
-      add_command(*sms, "send",
-                  "Send a text message: in the GSM 7-bit alphabet, or UCS-2 where the text needs "
-                  "it, and in parts when it is long.\nThe modem has to be in PDU mode, AT+CMGF=0, "
-                  "in which it starts.",
-                  [&] { code = run_sms_send(arguments); });
-  send->add_option("number", arguments.number, "such as +4915112345678")->required();
-  send->add_option("text", arguments.text, "the message, in UTF-8")->required();
-  add_timeout(send, arguments.timeout_s,
-              "how long each part may take for the prompt, and again to be sent (60)");
-  send->add_flag("--dry-run", arguments.dry_run,
-                 "show each part's command line and PDU, send nothing");
-  send->add_flag("--json", arguments.json,
-                 "one object: number, alphabet, parts (head, pdu, result, reference), error");
 }
 
 void add_report(CLI::App& app, report_arguments_t& arguments, int& code) {
@@ -248,7 +216,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   add_at(app, arguments.at, code);
   add_sms_pdu(app, arguments.sms_pdu, code);
-  add_sms(app, arguments.sms_send, code);
+  add_sms(app, arguments.sms, code);
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
   add_shell(app, code);
@@ -258,7 +226,9 @@ int main(int argc, char** argv) {
   add_top(app, code);
   add_watch(app, arguments.watch, code);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = with_text_behind_options(argc, argv);
+    std::reverse(words.begin(), words.end());  // as the parser takes them
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {
     code = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
   }

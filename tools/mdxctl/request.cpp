@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <functional>
 #include <iostream>
+#include <utility>
 
 #include "tools/mdxctl/polled_signals.h"
 
@@ -41,8 +42,11 @@ class ending_signals_t {
   sigset_t before_;
 };
 
+std::function<void()> before_end;
+
 [[noreturn]] void give_up(mdx_client_t* client, int signal) {
   const bool never_run = mdx_cancel(client) == MDX_OK;
+  if (before_end) before_end();
   mdx_close(client);
   std::cerr << "mdxctl: interrupted; "
             << (never_run ? "the command was not run" : "the modem may still be at it")
@@ -67,6 +71,8 @@ int run(mdx_client_t* client, const std::function<int()>& begin, mdx_result_t* r
 }
 
 }  // namespace
+
+void before_signal_ends(std::function<void()> act) { before_end = std::move(act); }
 
 int send_command(mdx_client_t* client, const std::string& command, const mdx_options_t& options,
                  mdx_result_t* result) {

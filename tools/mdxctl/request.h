@@ -6,9 +6,14 @@
 // be run later, and nobody would know.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "client/mdxclient.h"
+
+/// Has something done before a signal ends the program, behind the request that was taken back;
+/// null: nothing any more.
+void before_signal_ends(std::function<void()> act);
 
 /// Each as the function of the library, but for the signals that end programs (SIGINT, SIGTERM,
 /// SIGHUP, SIGQUIT): then it says what became of the request, and the program ends by the signal.

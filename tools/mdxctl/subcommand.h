@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What the subcommands' options have in common.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "tools/mdxctl/exit_codes.h"
+
+/// Twice this, in milliseconds, is still a 32-bit count.
+inline constexpr int32_t kLongestTimeoutS = 1000000;
+
+inline CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& purpose,
+                             std::function<void()> run) {
+  CLI::App* command = app.add_subcommand(name, purpose);
+  command->footer(kExitCodeHelp);
+  command->callback(std::move(run));
+  return command;
+}
+
+inline void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::string& help,
+                        const std::string& name = "--timeout") {
+  command->add_option(name, timeout, help)
+      ->check(CLI::Range(0, kLongestTimeoutS))
+      ->type_name("SECONDS");
+}
