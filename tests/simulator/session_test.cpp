@@ -55,6 +55,9 @@ TEST(SessionFile, KeepsEachByteAndItsLine) {
   EXPECT_EQ(session.steps[2].bytes, "00\x1a\0"sv);
   EXPECT_TRUE(session.steps[2].from_host);
 
+  const std::string cut_off = "# recorded by mdxtap 0\n> AT\\r\n< \\r\\nO\\";
+  EXPECT_EQ(parsed(cut_off).steps.size(), 1U) << "a power cut may end a recording anywhere";
+
   std::string all;
   for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
   EXPECT_EQ(unescape(escape(all)), all);

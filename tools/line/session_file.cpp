@@ -14,6 +14,7 @@
 namespace mdxline {
 namespace {
 
+constexpr std::string_view kRecorded = "# recorded by mdxtap ";
 constexpr std::string_view kTimeMark = "# at ";
 constexpr size_t kMostDigits = 8;
 
@@ -44,8 +45,11 @@ Session parse_session(std::istream& text, std::string name) {
   std::optional<SessionTime> now;
   std::string line;
   int number = 0;
+  bool recorded = false;
   while (std::getline(text, line)) {
     ++number;
+    recorded |= number == 1 && line.starts_with(kRecorded);
+    if (recorded && text.eof()) break;                          // a power cut has torn it
     if (!line.empty() && line.back() == '\r') line.pop_back();  // an editor's line end
     if (line.starts_with(kTimeMark)) read_time(line, session, now);
     if (line.empty() || line == "#" || line.starts_with("# ")) continue;

@@ -41,7 +41,8 @@ class SessionError : public std::runtime_error {
 };
 
 /// Reads a session: "> " what the host sent, "< " one read from the modem, "# " a remark, bytes
-/// escaped as in escape.h; empty lines are skipped. Throws SessionError, also when there is no step
+/// escaped as in escape.h; empty lines are skipped. So is the last line of a recording of mdxtap if
+/// it has no end: the recorder was cut off there. Throws SessionError, also when there is no step
 /// at all.
 Session parse_session(std::istream& text, std::string name);
 
