@@ -74,6 +74,10 @@ const std::vector<Case> kCases = {
                    "< \\r\\n+QICSGP: 1,\"internet\",\"fred\",\"w0rd\",1\\r\\n\\r\\nOK\\r\\n"},           {"fred", "w0rd"}, {"internet"}},
     {"",          {"> ATE1+CPIN=\"2718\";+CSQ\\r", "< \\r\\n+CSQ: 20,99\\r\\n\\r\\nOK\\r\\n"},           {"2718"}, {"ATE1+CPIN", ";+CSQ", "20,99"}},
     {"",          {"< \\r\\n> ", "> 2718\\r"},                                                           {"2718"}, {}},
+    {"$QCPDPP",   {"> AT$QCPDPP=1,1,\"w0rd\",\"fred\"\\r", "< \\r\\n$QCPDPP: 1,1,\"w0rd\",\"fred\"\\r\\n"},     {"fred", "w0rd"}, {"=1,1,\"", ": 1,1,\""}},
+    {"#PDPAUTH",  {"> AT#PDPAUTH=1,2,\"fred\",\"w0rd\"\\r", "< \\r\\n#PDPAUTH: 1,2,\"fred\",\"w0rd\"\\r\\n"},   {"fred", "w0rd"}, {"=1,2,\"", ": 1,2,\""}},
+    {"+UAUTHREQ", {"> AT+UAUTHREQ=1,2,\"fred\",\"w0rd\"\\r"},                                         {"fred", "w0rd"}, {"=1,2,\""}},
+    {"+CSTT",     {"> AT+CSTT=\"internet\",\"fred\",\"w0rd\"\\r", "< \\r\\n+CSTT: \"internet\",\"fred\",\"w0rd\"\\r\\n"}, {"fred", "w0rd"}, {"=\"internet\"", ": \"internet\""}},
     // Calls and numbers
     {"D",         {"> ATD+4930123456;\\r", "< ATD+4930123456;\\r\\r\\nNO CARRIER\\r\\n"},                {"30123456"}, {"ATD+", ";\\r", "NO CARRIER"}},
     {"D",         {"> ATD*03*330*2718*3141*3141#;\\r"},                                                  {"2718", "3141"}, {"ATD*", "#;"}},

@@ -47,6 +47,10 @@ const std::vector<MaskRow>& mask_rows() {
       {"^AUTHDATA", kBoth,    {{3, kSecret, true}}},
       {"+QICSGP",   kCommand, {{4, kSecret}, {5, kSecret}}},
       {"+QICSGP",   kAnswer,  {{3, kSecret}, {4, kSecret}}},
+      {"$QCPDPP",   kBoth,    {{3, kSecret, true}}},
+      {"#PDPAUTH",  kBoth,    {{3, kSecret, true}}},
+      {"+UAUTHREQ", kBoth,    {{3, kSecret, true}}},
+      {"+CSTT",     kBoth,    {{2, kSecret, true}}},
       // Calls and numbers
       {"D",         kCommand, {{1, kWords}}},
       {"+CNUM",     kAnswer,  {{1, kWords}, {2, kWords}}},
