@@ -35,7 +35,8 @@ typedef enum mdx_error {
   MDX_ERR_SYSTEM = -8,      /**< a call of the system failed; errno tells which way */
   MDX_ERR_PENDING = -9,     /**< the handle has a request under way */
   MDX_ERR_TAKEN = -10,      /**< another user keeps this thread's place at the server */
-  MDX_ERR_REFUSED = -11     /**< the hub has no place for this subscription, or gave it away */
+  MDX_ERR_REFUSED = -11,    /**< the hub has no place for this subscription, or gave it away */
+  MDX_ERR_NAMESPACE = -12   /**< the server runs in another PID namespace than this program */
 } mdx_error_t;
 
 /** How the exchange with the modem ended: `ret_val` of a result. */
@@ -127,8 +128,8 @@ typedef struct mdx_client mdx_client_t;
  * Where another user's file bears the thread's name at the server, this waits until the server has
  * removed it, 2 seconds at most.
  * @param client  set to the handle on success, to NULL otherwise; a thread has one at most
- * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_TAKEN, MDX_ERR_THREAD,
- * MDX_ERR_ARGUMENT, MDX_ERR_SYSTEM
+ * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_TAKEN, MDX_ERR_NAMESPACE,
+ * MDX_ERR_THREAD, MDX_ERR_ARGUMENT, MDX_ERR_SYSTEM
  */
 MDX_API int mdx_open(mdx_client_t** client);
 

@@ -39,6 +39,10 @@ const char* mdx_strerror(int error) {
       return "the server's hub has no place for this receiver, since others of the same user have "
              "too many: end some, or have root look at them with \"mdxctl console platform "
              "receivers\"";
+    case MDX_ERR_NAMESPACE:
+      return "the server runs in another PID namespace, where this task's id may be another's: run "
+             "this program in the server's (for a container: --pid=host), or the server in this "
+             "one";
     case MDX_ERR_SYSTEM:
       return "a call of the system failed: errno tells why";
     default:

@@ -61,6 +61,15 @@ int open_event_fifo() {
   return event_fifo_open(path);
 }
 
+/// Task ids are addresses at the server, and another namespace's name other tasks. Where one of the
+/// two is not to be read nobody knows better.
+bool knows_our_tasks() {
+  char servers[kPidNamespaceSize];
+  char own[kPidNamespaceSize];
+  return !read_pid_namespace(kMdxPidNamespaceLink, servers) ||
+         !read_pid_namespace("/proc/self/ns/pid", own) || std::strcmp(servers, own) == 0;
+}
+
 /// @return whether the queue is there; else errno tells more, ENOENT when it is missing
 bool find_queue(int32_t number, int* queue) {
   if (*queue < 0) *queue = msgget(kMdxQueueKey + number, 0600);
@@ -103,6 +112,10 @@ int have_server_look(const server_link_t& link) {
 int server_link_open(server_link_t* link) {
   *link = server_link_t{};
   link->event_fd = open_event_fifo();
+  if (link->event_fd >= 0 && !knows_our_tasks()) {
+    server_link_close(link);
+    return MDX_ERR_NAMESPACE;
+  }
   const bool is_open = link->event_fd >= 0 &&
                        (find_queue(kMdxRequestQueue, &link->request_queue) || errno == ENOENT) &&
                        (find_queue(kMdxResponseQueue, &link->response_queue) || errno == ENOENT);

@@ -15,7 +15,8 @@ struct server_link_t {
 };
 
 /// Finds the server that runs now.
-/// @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS or MDX_ERR_SYSTEM; `link` is closed on failure
+/// @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_NAMESPACE or MDX_ERR_SYSTEM; `link`
+/// is closed on failure
 int server_link_open(server_link_t* link);
 
 void server_link_close(server_link_t* link);

@@ -15,6 +15,9 @@ constexpr char kMdxDirectory[] = "/var/run/mdxgate";
 constexpr char kMdxTaskDirectory[] = "/var/run/mdxgate/tasks";
 /// Symbolic link to the event FIFO of the task that serves queue 2.
 constexpr char kMdxServerLink[] = "/var/run/mdxgate/queue.2";
+/// Symbolic link to "pid:[N]", what /proc/self/ns/pid is to the server. Task ids are one PID
+/// namespace's, so a client of another has none that the server knows.
+constexpr char kMdxPidNamespaceLink[] = "/var/run/mdxgate/pid_namespace";
 /// Followed by a task id: the event FIFO of a task of the server, mode 0620. One raise is one write
 /// of 4 bytes.
 constexpr char kMdxEventPrefix[] = "/var/run/mdxgate/event.";

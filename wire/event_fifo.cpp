@@ -69,6 +69,12 @@ bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error
 
 }  // namespace
 
+bool read_pid_namespace(const char* link, char (&name)[kPidNamespaceSize]) {
+  const ssize_t length = readlink(link, name, sizeof(name) - 1);
+  name[length > 0 ? length : 0] = '\0';
+  return length > 0;
+}
+
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]) {
   std::snprintf(path, sizeof(path), "%s%d", kMdxTaskPrefix, task_id);
 }

@@ -17,6 +17,13 @@ constexpr size_t kEventPathSize = 48;
 /// The group raises, and cannot read another's raises away.
 constexpr mode_t kEventMode = 0620;
 
+/// Room for the name of any PID namespace, its NUL included.
+constexpr size_t kPidNamespaceSize = 32;
+
+/// Reads which PID namespace a symbolic link names, such as "pid:[4026531836]".
+/// @return false, with errno, when there is no such link
+bool read_pid_namespace(const char* link, char (&name)[kPidNamespaceSize]);
+
 /// Writes the path of a client's FIFO to `path`.
 void event_fifo_path(int32_t task_id, char (&path)[kEventPathSize]);
 

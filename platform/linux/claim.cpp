@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,6 +37,8 @@ constexpr mode_t kPrivateMode = 0700;
 constexpr char kLockName[] = "lock";
 constexpr char kTasksName[] = "tasks";
 constexpr int kLockAttempts = 100;
+constexpr rlim_t kDescriptors = 256;       ///< for all places of the hub
+constexpr rlim_t kFewestDescriptors = 64;  ///< for clients and a few receivers
 
 constinit std::atomic_flag claimed = ATOMIC_FLAG_INIT;
 constinit int lock = -1;
@@ -51,6 +54,15 @@ constexpr refusal_t kGranted = nullptr;
   dprintf(STDERR_FILENO, "mdxgate: %s%s%s\n", what, error != 0 ? ": " : "",
           error != 0 ? strerror(error) : "");
   _exit(1);
+}
+
+/// Rather than to run and be deaf.
+void have_enough_descriptors() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
+  limit.rlim_cur = limit.rlim_max < kDescriptors ? limit.rlim_max : kDescriptors;
+  if (limit.rlim_cur < kFewestDescriptors || setrlimit(RLIMIT_NOFILE, &limit) != 0)
+    refuse("too few files may be open here: allow 256, with \"ulimit -n\" or LimitNOFILE=", 0);
 }
 
 /// Without this a file opened later could become standard error and get its texts.
@@ -228,6 +240,7 @@ refusal_t make_directory_ours() {
 void claim_machine() {
   if (claimed.test_and_set()) return;
   occupy_standard_files();
+  have_enough_descriptors();
   standard_output_never_waits();
   signal(SIGPIPE, SIG_IGN);
   umask(022);  // an odd one would keep a server that is not root out of its own directory

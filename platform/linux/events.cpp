@@ -177,9 +177,11 @@ bool raise_other_process(int32_t task_id, uint32_t bits) {
   return raise_recent(task_id, bits) || (open_task(task_id) >= 0 && raise_recent(task_id, bits));
 }
 
-bool has_reader(int fd) {
+/// A FIFO that its task has replaced may still be read, by a child that its task forked.
+bool is_current(int fd) {
+  struct stat status {};
   pollfd fifo = {fd, 0, 0};
-  return poll(&fifo, 1, 0) == 0;
+  return fstat(fd, &status) == 0 && status.st_nlink != 0 && poll(&fifo, 1, 0) == 0;
 }
 
 }  // namespace
@@ -208,7 +210,7 @@ int event_task_fd(int32_t task_id) {
 int event_task_open(int32_t task_id) {
   pthread_mutex_lock(&recent_lock);
   recent_task_t* recent = find_recent(task_id);
-  if (recent != nullptr && !has_reader(recent->fd)) {
+  if (recent != nullptr && !is_current(recent->fd)) {
     forget(recent);
     recent = nullptr;
   }

@@ -100,6 +100,15 @@ bool is_border_queue(int32_t number) {
   return number == kMdxResponseQueue || number == kMdxRequestQueue;
 }
 
+/// Tells clients whose task ids the server knows. Without /proc it stays untold.
+void link_pid_namespace() {
+  char name[kPidNamespaceSize];
+  if (!read_pid_namespace("/proc/self/ns/pid", name)) return;
+  unlink(kMdxPidNamespaceLink);
+  if (symlink(name, kMdxPidNamespaceLink) != 0)
+    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s: %s\n", kMdxPidNamespaceLink, strerror(errno));
+}
+
 /// Tells clients whom to wake: the link appears whole or not at all.
 bool link_server() {
   char target[kEventPathSize];
@@ -107,6 +116,7 @@ bool link_server() {
   server_fifo_path(serving_task, target);
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
+  link_pid_namespace();
   if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
     return true;
   MDX_TRACE("platform", MDX_TRACE_ERROR, "clients cannot find the server: %s\n", strerror(errno));

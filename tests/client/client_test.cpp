@@ -531,6 +531,23 @@ TEST(Client, WithoutServerOpenSaysSo) {
   EXPECT_EQ(client, nullptr);
 }
 
+TEST(Client, OfAnotherPidNamespaceIsRefused) {
+  StandInServer server(echo);
+  char own[kPidNamespaceSize];
+  ASSERT_TRUE(read_pid_namespace("/proc/self/ns/pid", own));
+  const auto open_where_server_is_in = [](const char* name) {
+    unlink(kMdxPidNamespaceLink);
+    EXPECT_EQ(symlink(name, kMdxPidNamespaceLink), 0);
+    mdx_client_t* client = nullptr;
+    const int error = mdx_open(&client);
+    mdx_close(client);
+    unlink(kMdxPidNamespaceLink);
+    return error;
+  };
+  EXPECT_EQ(open_where_server_is_in("pid:[1]"), MDX_ERR_NAMESPACE);
+  EXPECT_EQ(open_where_server_is_in(own), MDX_OK);
+}
+
 TEST(Client, HandleIsOneThreads) {
   StandInServer server(echo);
   mdx_client_t* client = nullptr;

@@ -81,6 +81,20 @@ class Lifecycle(DeviceTest):
         self.assertEqual(before, what_stands())
         self.assert_serves()
 
+    def test_with_too_few_files_it_says_so(self):
+        few = subprocess.run(["prlimit", "--nofile=10", "mdxgate"], capture_output=True, text=True,
+                             timeout=PATIENCE_S)
+        self.assertEqual(few.returncode, 1)
+        self.assertIn("too few files", few.stderr)
+
+    def test_client_in_another_pid_namespace_is_refused(self):
+        self.start_device()
+        other = subprocess.run(["unshare", "--pid", "--fork", "--mount-proc", "mdxctl", "at", "AT"],
+                               capture_output=True, text=True, timeout=PATIENCE_S)
+        self.assertIn("another PID namespace", other.stderr)
+        self.assertEqual(other.returncode, 5)
+        self.assert_serves()
+
     def test_client_killed_while_it_waits_hurts_nobody(self):
         self.start_device()
         for _ in range(15):

@@ -116,6 +116,22 @@ TEST_F(Events, ARaiseInAFifoThatIsRemovedIsNotLost) {
   EXPECT_EQ(pending() & 1u, 1u);
 }
 
+TEST_F(Events, FindATaskInTheFifoThatItMadeAnew) {
+  constexpr int32_t kTask = 4003;
+  char path[kEventPathSize];
+  event_fifo_path(kTask, path);
+  const int held_by_a_child = event_fifo_create(path);
+  ASSERT_EQ(MDX_event_send(kTask, 1), 1);
+  EXPECT_EQ(event_fifo_take(held_by_a_child), 1u);
+  const int fresh = event_fifo_create(path);
+  ASSERT_GE(event_task_open(kTask), 0);
+  EXPECT_EQ(MDX_event_send(kTask, 1), 1);
+  EXPECT_EQ(event_fifo_take(fresh), 1u);
+  close(held_by_a_child);
+  close(fresh);
+  unlink(path);
+}
+
 TEST_F(Events, AreWrittenToFifosOnly) {
   constexpr int32_t kTask = 4002;
   char path[kEventPathSize];
