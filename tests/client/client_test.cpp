@@ -4,11 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 
 #include <chrono>
 #include <future>
+#include <thread>
 
 #include "client/mdxclient.h"
 #include "tests/client/stand_in_server.h"
@@ -546,6 +548,22 @@ TEST(Client, OfAnotherPidNamespaceIsRefused) {
   };
   EXPECT_EQ(open_where_server_is_in("pid:[1]"), MDX_ERR_NAMESPACE);
   EXPECT_EQ(open_where_server_is_in(own), MDX_OK);
+}
+
+TEST(Client, WaitsForItsNameThatSomebodyHasTaken) {
+  StandInServer server(echo);
+  mdx_client_t* client = nullptr;
+  char path[kEventPathSize];
+  event_fifo_path(gettid(), path);
+  ASSERT_EQ(mkdir(path, 0700), 0);
+  EXPECT_EQ(mdx_open(&client), MDX_ERR_TAKEN);
+  std::thread free_again([&path] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    rmdir(path);
+  });
+  EXPECT_EQ(mdx_open(&client), MDX_OK);
+  free_again.join();
+  mdx_close(client);
 }
 
 TEST(Client, HandleIsOneThreads) {
