@@ -208,8 +208,9 @@ void line_debt::begin_patience(uint64_t now) {
 void line_debt::pass(uint64_t now) {
   if (in_exchange_ || is_clean()) return;
   ended_at(now);
-  if (prompt_ && escapes_ >= kEscapesAtMost && now >= escaped_at_ + kEscapeWaitMs) {
+  if (prompt_ && escapes_ >= kEscapesAtMost && now >= escape_ends_at()) {
     prompt_ = false;
+    ++stale_;
     ++counts_.given_up;
   }
   if (due_ == 0 || now < since_ + kPatienceMs) return;
@@ -225,7 +226,13 @@ void line_debt::pass(uint64_t now) {
 
 bool line_debt::escape_is_due(uint64_t now) const {
   if (in_exchange_ || !prompt_ || escapes_ >= kEscapesAtMost) return false;
-  return escapes_ == 0 || now >= escaped_at_ + kEscapeWaitMs;
+  return escapes_ == 0 || now >= escape_ends_at();
+}
+
+/// The last ESC is waited for as long as there is patience.
+uint64_t line_debt::escape_ends_at() const {
+  const uint64_t end = escaped_at_ + kEscapeWaitMs;
+  return escapes_ < kEscapesAtMost ? end : std::max(end, since_ + kPatienceMs);
 }
 
 void line_debt::escaped(uint64_t now) {
@@ -241,7 +248,7 @@ bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
 uint64_t line_debt::due(uint64_t last_byte) const {
   if (in_exchange_ || is_clean()) return kNever;
   if (!since_known_) return last_byte;
-  if (prompt_) return escapes_ == 0 ? last_byte : escaped_at_ + kEscapeWaitMs;
+  if (prompt_) return escapes_ == 0 ? last_byte : escape_ends_at();
   if (due_ > 0) return since_ + kPatienceMs;
   const uint64_t silent = last_byte + (needs_silence_ ? kCleanSilenceMs : 0);
   if (!opening_) return silent;

@@ -19,7 +19,7 @@ constexpr uint32_t kCleanSilenceMs = 20;
 /// An answer that its exchange no longer waits for is waited for this long, from the exchange's
 /// end.
 constexpr uint32_t kPatienceMs = 5000;
-/// The modem's result to an ESC is waited for this long.
+/// The modem's result to an ESC is waited for this long before another ESC goes out.
 constexpr uint32_t kEscapeWaitMs = 1000;
 constexpr uint32_t kEscapesAtMost = 2;
 /// A device that has just been opened is listened to until it has been silent this long, or for the
@@ -126,6 +126,7 @@ class line_debt {
  private:
   enum class echo_t : uint8_t { unknown, yes, no };
 
+  uint64_t escape_ends_at() const;
   bool owes() const { return due_ > 0 || prompt_; }
   bool exchange_left_debt();
   void begin_exchange();

@@ -136,7 +136,8 @@ const case_t debts[] = {
 };
 const case_t prompts[] = {
     {"NobodyAnswers",       {"> at+cmgs =22\r", "< \r\n> ", "= \r\n> ", ".", "= \x1b", "dirty", "< \r\nOK\r\n", "= \r\nOK\r\n", "~20", "clean"}},
-    {"SecondEscape",        {"> AT+CMGS=22\r", "< > ", "= > ", ".", "= \x1b", "~999", "~1", "= \x1b", "~999", "dirty", "~1", "= OK\r\n", "clean"}},
+    {"SecondEscape",        {"> AT+CMGS=22\r", "< > ", "= > ", ".", "= \x1b", "~999", "~1", "= \x1b", "~3999", "dirty", "~1", "= OK\r\n", "clean"}},
+    {"EscapeAnsweredLate",  {"> AT+CMGS=22\r", "< > ", "= > ", ".", "= \x1b", "~1000", "= \x1b", "~3000", "dirty", "< \r\nOK\r\n", "= \r\nOK\r\n", "~20", "clean"}},
     {"ComesLate",           {"> AT+CMGS=22\r", ".", "~2000", "< > ", "= \x1b", "< \r\n+CMS ERROR: 500\r\n", "= \r\n+CMS ERROR: 500\r\n", "~20", "clean"}},
     {"ComesBehindPatience", {"> AT+CMGS=22\r", ".", "~5000", "= OK\r\n", "clean", "< > ", "= \x1b", "dirty", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
     {"BodyInFront",         {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> ", "= \r\n> ", "< \r\n+CMGS: 1\r\nOK\r\n", "= \r\n+CMGS: 1\r\nOK\r\n", ".", "clean"}},
@@ -176,6 +177,8 @@ const case_t echoes[] = {
     {"ItsOwnTellsNot",   {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+COPS=?\r", ".", "~5000", "= OK\r\n", "< AT+COPS=?\r",
                           "> AT+X\r", "< \r\nOK\r\n", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
     {"OfAnEarlierLife",  {"oe", "~5000", "clean", "> AT\r", "< OK\r\n", "< AT\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"TellsALateEscape", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", ".", "= \x1b", "~1000", "= \x1b", "~4000", "= OK\r\n",
+                          "clean", "> AT+X\r", "< \r\nOK\r\nAT+X\r\r\nERROR\r\n", "= \r\nERROR\r\n", ".", "clean"}},
     {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\rAT\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "~5000", "= OK\r\n",
                           "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
 };
