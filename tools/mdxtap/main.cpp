@@ -206,7 +206,10 @@ void write_script(const Options& options, int files) {
   }
   std::ofstream script(options.script);
   script << mdxline::learn(whole) << std::flush;
-  if (!script) throw std::runtime_error("cannot write " + options.script);
+  if (!script) {
+    throw std::runtime_error("cannot write " + options.script + "; mdxsim learn makes it of " +
+                             options.record.path + " later");
+  }
 }
 
 int serve(const Options& options) {
