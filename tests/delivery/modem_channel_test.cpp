@@ -196,6 +196,21 @@ TEST_F(ModemChannel, ComesBackBehindAnotherDevice) {
   EXPECT_TRUE(server.has({"\r\nOK\r\n"}));
 }
 
+// A server with commands to serve all the time waits for nothing but them.
+TEST_F(ModemChannel, IsLookedForWhileSendsFailAtOnce) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind(); }));
+  unplug();
+  ASSERT_TRUE(soon([&] { return !send("AT\r"); }));
+  ASSERT_NO_FATAL_FAILURE(plug());
+  bool is_back = false;
+  for (const auto end = clock_type::now() + kPatience; !is_back && clock_type::now() < end;) {
+    modem_channel_is_clean();
+    is_back = send("AT\r");
+  }
+  EXPECT_TRUE(is_back);
+}
+
 // The late answer is not shown to the next exchange, nor is the next exchange begun before it.
 TEST_F(ModemChannel, CollectsWhatAnExchangeIsOwed) {
   ASSERT_NO_FATAL_FAILURE(plug());
