@@ -46,8 +46,8 @@ std::function<void()> before_end;
 
 [[noreturn]] void give_up(mdx_client_t* client, int signal) {
   const bool never_run = mdx_cancel(client) == MDX_OK;
-  if (before_end) before_end();
   mdx_close(client);
+  if (before_end) before_end();
   std::cerr << "mdxctl: interrupted; "
             << (never_run ? "the command was not run" : "the modem may still be at it")
             << std::endl;

@@ -11,8 +11,8 @@
 
 #include "client/mdxclient.h"
 
-/// Has something done before a signal ends the program, behind the request that was taken back;
-/// null: nothing any more.
+/// Has something done before a signal ends the program, when the request was taken back and its
+/// handle is closed; null: nothing any more.
 void before_signal_ends(std::function<void()> act);
 
 /// Each as the function of the library, but for the signals that end programs (SIGINT, SIGTERM,

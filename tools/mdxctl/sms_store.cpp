@@ -127,7 +127,12 @@ sms_store_t::sms_store_t(int32_t timeout_s) : timeout_s_(timeout_s) {
   if (session_.error() != MDX_OK) {
     throw sms_failure_t(exit_code_of_error(session_.error()), error_text(session_.error()));
   }
-  before_signal_ends([this] { put_back(); });
+  // The server works for no handle that is closed, so a new one does not wait for the old one's
+  // answer.
+  before_signal_ends([this] {
+    const client_session_t fresh;
+    put_back(fresh.client());
+  });
   const std::vector<std::string> mode = values_behind(ask("AT+CMGF?").text, "+CMGF:");
   if (mode.empty() || mode[0] != "1") return;
   put_back_later("AT+CMGF=1");
@@ -136,18 +141,18 @@ sms_store_t::sms_store_t(int32_t timeout_s) : timeout_s_(timeout_s) {
 
 sms_store_t::~sms_store_t() {
   before_signal_ends(nullptr);
-  put_back();
+  put_back(client());
 }
 
 void sms_store_t::put_back_later(const std::string& command) { put_back_.push_back(command); }
 
-void sms_store_t::put_back() {
+void sms_store_t::put_back(mdx_client_t* client) {
   mdx_options_t options = MDX_OPTIONS_INIT;
   while (!put_back_.empty()) {
     mdx_result_t result = MDX_RESULT_INIT;
     const std::string command = put_back_.back();
     put_back_.pop_back();
-    const int error = mdx_send(client(), command.c_str(), &options, &result);
+    const int error = mdx_send(client, command.c_str(), &options, &result);
     if (error == MDX_OK && result.ret_val == MDX_RESULT_OK) continue;
     std::cerr << "mdxctl: the modem could not be put back with " << command << ": do it by hand"
               << std::endl;

@@ -85,7 +85,7 @@ class sms_store_t {
   std::vector<int> places(const fill_t& fill);
   size_t read_group(const std::vector<int>& places, size_t at, std::vector<sms_entry_t>* entries);
   std::vector<sms_entry_t> read_places(const std::vector<int>& places, int used);
-  void put_back();
+  void put_back(mdx_client_t* client);
 
   int32_t timeout_s_;
   client_session_t session_;
