@@ -70,6 +70,7 @@ class Queues:
 
     def __init__(self):
         self.libc = ctypes.CDLL(None, use_errno=True)
+        self.libc.msgrcv.argtypes = [ctypes.c_int, ctypes.c_void_p, ctypes.c_size_t, ctypes.c_long, ctypes.c_int]
 
     def identifier(self, number):
         return self.libc.msgget(self.KEY + number, 0)
@@ -88,6 +89,14 @@ class Queues:
         sent = self.libc.msgsnd(self.identifier(self.REQUESTS), message, len(record), self.NOWAIT)
         self.wake()
         return sent == 0
+
+    def answers(self, message_type):
+        """The texts of the answers that wait for this task."""
+        texts = []
+        message = ctypes.create_string_buffer(8 + 1600)
+        while self.libc.msgrcv(self.identifier(1), message, 1600, message_type, self.NOWAIT) > 0:
+            texts.append(message.raw[8 + 28 + 64:8 + 28 + 64 + 1500].split(b"\0")[0].decode(errors="replace"))
+        return texts
 
     @staticmethod
     def wake():

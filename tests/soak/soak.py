@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Server, modem, 20 clients and 5 watchers for as long as asked, with kills at random; then the balance.
+"""Server, modem, 20 clients and 5 watchers for as long as asked, with disturbances at random; then the balance.
 
   scripts/box python3 tests/soak/soak.py [--minutes N] [--seed N]
 
-Nobody may get another's answer, no command and no report may disappear without a word. What goes down
-with a killed client or an unplugged device is told apart from what is lost.
+Clients run out of time, put two commands into one, leave the modem in its prompt and are killed; the server is
+killed, the modem unplugged, late or mute. Nobody may get another's answer, no command may run behind its client's
+end or become the text of a message, and no command and no report may disappear without a word. What goes down
+with a killed client or server or an unplugged device is told apart from what is lost.
 """
 
 import argparse
@@ -13,21 +15,32 @@ import json
 import os
 import pathlib
 import random
+import re
 import struct
 import subprocess
 import sys
 import time
 
-from modem import NUMBERS_A_LIFE
+from modem import NUMBERS_A_LIFE, reference
 
 HERE = pathlib.Path(__file__).parent
+sys.path.append(str(HERE.parent / "e2e"))
+from device import Queues, record  # noqa: E402
+
 LEDGER = pathlib.Path("/tmp/ledger")
+NOTES = pathlib.Path("/tmp/notes")
 CLIENTS, WATCHERS = 20, 5
-TIMEOUT_S = 10
+TIMEOUTS_S = (1, 1, 2, 3, 5, 10)
+TURN_S = 60
 # A command that the device took with it waits for its time-out, and the others wait behind it.
-AFTERMATH_S = TIMEOUT_S + 3
+AFTERMATH_S = max(TIMEOUTS_S) + 3
+# Who has so much time gets an answer that comes so soon.
+ENOUGH_S, SOON_S = 5, 0.3
+# A process that ends has ended, and the server knows.
+END_S = 1
 WARM_UP_S = 20
-KILL_EVERY_S = {"client": 0.7, "watcher": 7, "modem": 40, "stalled watcher": 60}
+KILL_EVERY_S = {"client": 0.7, "watcher": 7, "modem": 40, "stalled watcher": 60, "server": 30, "raw client": 6}
+RAW_TEXTS = (("AT+TAG={0}\rAT+TAG={0}", 0), ("AT\rAT+TAG={0}", 0), ("AT+CMGS={0}", 5), ("at+cmgs={0}", 0))
 
 class Run:
     """A client with a batch of commands, or a watcher."""
@@ -39,16 +52,16 @@ class Run:
             self.path.write_text(given)
             stdin = open(self.path)
         out = open(f"{self.path}.out", "w")
-        self.began, self.killed = time.monotonic(), False
+        self.began, self.killed_at = time.monotonic(), None
         self.process = subprocess.Popen(command, stdin=stdin, stdout=out, stderr=subprocess.DEVNULL)
         out.close()
         if given:
             stdin.close()
 
     def kill(self):
-        self.killed = True
         self.process.kill()
         self.process.wait()
+        self.killed_at = time.monotonic()
 
     def lines(self):
         """The objects it wrote; a kill may have cut the last."""
@@ -67,9 +80,11 @@ class Soak:
         self.life = 0
         self.modem = None
         self.batch = 0
-        self.server = subprocess.Popen(["mdxgate"], stdin=subprocess.DEVNULL)
-        self.wait_for(lambda: os.path.exists("/var/run/mdxgate/hub"))
+        self.queues = Queues()
+        self.unanswered, self.ended = [], []
+        self.start_server()
         self.watchers = [self.new_watcher() for _ in range(WATCHERS)]
+        self.joined_late = set()  # watchers that were not there when a life began
         time.sleep(2)  # they are there before the first report
         self.start_modem()
         self.wait_for(lambda: os.path.exists("/var/mdx_ready.flg"))
@@ -83,9 +98,17 @@ class Soak:
                 sys.exit("soak: the device does not come up")
             time.sleep(0.01)
 
+    def start_server(self):
+        self.server = subprocess.Popen(["mdxgate"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+        self.wait_for(self.is_served)
+
+    @staticmethod
+    def is_served():
+        return subprocess.run(["mdxctl", "stats"], capture_output=True).returncode == 0
+
     def start_modem(self):
         self.modem = subprocess.Popen([sys.executable, "-B", HERE / "modem.py", str(self.life),
-                                       str(self.dice.getrandbits(32)), LEDGER])
+                                       str(self.dice.getrandbits(32)), LEDGER, NOTES])
         self.life += 1
         self.wait_for(lambda: os.path.exists("/dev/smd6"))
 
@@ -94,11 +117,52 @@ class Soak:
 
     def new_client(self):
         self.batch += 1
-        commands = [f"AT+TAG={self.batch}.{n}" for n in range(self.dice.randint(1, 40))]
-        run = Run("mdxctl", "at", "--json", "--timeout", str(TIMEOUT_S), "-",
-                  given="".join(command + "\n" for command in commands))
-        run.commands = commands
+        timeout = self.dice.choice(TIMEOUTS_S)
+        options = ["--json", "--timeout", str(timeout)]
+        if self.dice.random() < 0.8:
+            options += ["--wait", str(TURN_S)]
+        if self.dice.random() < 0.2:
+            run = self.new_sender(options)
+        else:
+            commands = [f"AT+TAG={self.batch}.{n}" for n in range(self.dice.randint(1, 40))]
+            run = Run("mdxctl", "at", *options, "-", given="".join(command + "\n" for command in commands))
+            run.expected = {command: command.replace("AT+TAG=", "+TAG: ") for command in commands}
+        run.timeout = timeout
         return run
+
+    def new_sender(self, options):
+        pdu = f"0001000B91{self.dice.randrange(10**12):012d}0000A054747A0E4ACF41"
+        run = Run("mdxctl", "sms-pdu", *options, "AT+CMGS=20", pdu)
+        run.expected = {"AT+CMGS=20": f"+CMGS: {reference(pdu.encode())}"}
+        return run
+
+    def be_reachable(self):
+        fifo = pathlib.Path(f"/var/run/mdxgate/tasks/{os.getpid()}")
+        if not fifo.exists():  # a server that starts takes those of the one before away
+            os.mkfifo(fifo)
+            self.fifo = os.open(fifo, os.O_RDWR | os.O_NONBLOCK)
+
+    def send_raw(self):
+        """What no tool would send: from a program that knows nothing of the library."""
+        self.batch += 1
+        text, kind = self.dice.choice(RAW_TEXTS)
+        request = record(text.format(f"{self.batch}.raw").encode(), os.getpid(), kind)
+        try:
+            self.be_reachable()
+            for _ in range(200):  # the queue is mostly full
+                if self.queues.send(request):
+                    return
+                time.sleep(0.002)
+            self.count["raw: no room"] += 1
+        except OSError:
+            self.count["raw: no server"] += 1
+
+    def settle_raw(self):
+        for text in self.queues.answers(os.getpid()):
+            tags = re.findall(r"\+TAG: ?([\w.]+)", text)
+            self.count["raw"] += 1
+            if any(not tag.endswith(".raw") for tag in tags) or len(set(tags)) > 1:
+                self.oddity("misdelivered", f"raw: {text!r}")
 
     # Accounts
 
@@ -113,25 +177,53 @@ class Soak:
         answers = run.lines()
         self.count["sent"] += len(answers)
         ended = run.began
-        for command, answer in zip(run.commands, answers):
+        for (command, expected), answer in zip(run.expected.items(), answers):
             began, ended = ended, ended + answer["seconds"]
-            what = f"{began - self.start:.1f} to {ended - self.start:.1f} s: {answer}"
-            tag = "+TAG: " + command.partition("=")[2]
-            text = (answer.get("text") or "").strip()
-            if text.endswith(tag) and text != tag and self.is_excused(began, ended):
-                self.count["torn"] += 1  # a hang-up may take a piece out of its echo
-            elif answer["result"] and text not in (tag, ""):
-                self.oddity("misdelivered", what)
-            elif answer["result"] and answer["result"]["number"] == 2 and answer["text"]:
-                self.count["answered"] += 1
-            elif self.is_excused(began, ended):
-                self.count["refused" if "error" in answer else "timed out"] += 1
-            else:
+            self.settle_answer(command, expected, answer, began, ended, run.timeout)
+        if run.killed_at is not None:
+            self.count["killed under way"] += len(answers) < len(run.expected)
+            self.ended += [(command, run.killed_at) for command in run.expected]
+        elif len(answers) != len(run.expected):
+            self.oddity("lost", f"{list(run.expected)[-1]}: only {len(answers)} came back")
+
+    def settle_answer(self, command, expected, answer, began, ended, timeout):
+        what = f"{began - self.start:.1f} to {ended - self.start:.1f} s: {answer}"
+        text = (answer.get("text") or "").strip()
+        result = answer["result"]
+        excused = self.is_excused(began, ended)
+        if text == expected and result and result["number"] == 2:
+            self.count["answered"] += 1
+        elif text.endswith(expected) and text != expected and excused:
+            self.count["torn"] += 1  # a hang-up may take a piece out of its echo
+        elif text not in (expected, ""):
+            self.oddity("misdelivered", what)
+        elif result and result["number"] == 2 and not excused and "error" not in answer:
+            self.oddity("misdelivered", what)  # somebody else's OK
+        elif result and "CMS" in str(result["name"]):
+            self.count["refused by the modem"] += 1
+        else:
+            self.count["timed out" if result else "refused"] += 1
+            if not excused and timeout >= ENOUGH_S:
+                self.unanswered.append((command, what))
+
+    def settle_notes(self):
+        """What the modem was asked, against what became of it."""
+        heard, answered = {}, {}
+        for line in NOTES.read_text().splitlines():
+            at, what, tag = line.split(" ", 2)
+            if what == "swallowed":
+                self.oddity("swallowed as text", f"{float(at) - self.start:.1f} s: {tag}")
+                continue
+            if what == "heard" and tag in heard and not tag.endswith(".raw"):
+                self.oddity("run twice", tag)
+            (heard if what == "heard" else answered)[tag] = float(at)
+        for command, what in self.unanswered:
+            tag = command.partition("=")[2]
+            if tag in answered and answered[tag] < heard[tag] + SOON_S:
                 self.oddity("lost", what)
-        if run.killed:
-            self.count["killed under way"] += len(answers) < len(run.commands)
-        elif len(answers) != len(run.commands):
-            self.oddity("lost", f"{run.commands[-1]}: only {len(answers)} came back")
+        for command, killed_at in self.ended:
+            if heard.get(command.partition("=")[2], 0) > killed_at + END_S:
+                self.oddity("run after its client's end", command)
 
     def settle_watcher(self, run):
         """Within a life of the modem numbers go up by one, but for those counted as lost."""
@@ -142,7 +234,8 @@ class Soak:
             # Only the first watcher, which nobody kills, was there when a life began.
             missed = number % NUMBERS_A_LIFE if begins_anew else number - before - 1
             wrong = lost < missed if begins_anew else lost != missed
-            if wrong and not (begins_anew and run is not self.watchers[0]):
+            was_there = run is self.watchers[0] and (before is not None or run not in self.joined_late)
+            if wrong and (was_there or not begins_anew):
                 self.oddity("lost or misordered", f"{before}, {number}, {lost} counted as lost")
             self.count["counted as lost"] += lost
             self.count["delivered"] += 1
@@ -159,7 +252,7 @@ class Soak:
 
     def strike(self, victim):
         self.count[f"kills: {victim}"] += 1
-        if victim != "client":
+        if "client" not in victim:
             print(f"{time.monotonic() - self.start:.1f} s: {victim}", file=sys.stderr)
         if victim == "client":
             self.dice.choice(self.clients).kill()
@@ -168,6 +261,10 @@ class Soak:
             self.watchers[place].kill()
             self.settle_watcher(self.watchers[place])
             self.watchers[place] = self.new_watcher()
+        elif victim == "server":
+            self.kill_server()
+        elif victim == "raw client":
+            self.send_raw()
         elif victim == "stalled watcher":
             self.stall(self.dice.choice(self.watchers[1:]).process.pid)
         else:
@@ -177,6 +274,19 @@ class Soak:
             os.unlink("/dev/smd6")
             time.sleep(self.dice.choice((0, self.dice.random())))
             self.start_modem()
+
+    def kill_server(self):
+        """Watchers begin anew behind it: what is told meanwhile reaches nobody."""
+        self.faults.append(time.monotonic())
+        self.server.kill()
+        self.server.wait()
+        for run in self.watchers:
+            run.kill()
+            self.settle_watcher(run)
+        self.start_server()
+        self.watchers = [self.new_watcher() for _ in range(WATCHERS)]
+        self.joined_late.update(self.watchers)
+        self.faults.append(time.monotonic())
 
     @staticmethod
     def stall(pid):
@@ -191,6 +301,7 @@ class Soak:
         while time.monotonic() < end:
             if time.monotonic() > warm and not self.sizes:
                 self.sizes.append(self.server_size())
+            self.settle_raw()
             for place, run in enumerate(self.clients):
                 if run.process.poll() is not None:
                     self.settle_client(run)
@@ -205,8 +316,12 @@ class Soak:
         self.end()
 
     def end(self):
+        end = time.monotonic() + AFTERMATH_S
         for run in self.clients:
-            run.process.wait(len(run.commands) * 2 * TIMEOUT_S)
+            try:
+                run.process.wait(max(0, end - time.monotonic()))
+            except subprocess.TimeoutExpired:
+                run.kill()
             self.settle_client(run)
         self.modem.kill()
         time.sleep(2)
@@ -214,15 +329,17 @@ class Soak:
         for run in self.watchers:
             run.kill()
             self.settle_watcher(run)
+        self.settle_notes()
         self.count["made"] = sum(struct.unpack(f"{self.life}q", LEDGER.read_bytes()))
-        self.count["gone with the modem"] = self.count["made"] - self.count["told of"]
+        self.count["told nobody"] = self.count["made"] - self.count["told of"]
 
     def balance(self):
         """Prints the accounts; true when nothing is missing."""
         for title, kinds in (
-                ("commands", ("sent", "answered", "refused", "timed out", "torn",
-                              "killed under way", "lost", "misdelivered")),
-                ("reports", ("made", "gone with the modem", "delivered", "counted as lost",
+                ("commands", ("sent", "answered", "refused", "refused by the modem", "timed out", "torn",
+                              "killed under way", "raw", "raw: no room", "raw: no server", "lost", "misdelivered",
+                              "run after its client's end", "run twice", "swallowed as text")),
+                ("reports", ("made", "told nobody", "delivered", "counted as lost",
                              "lost or misordered")),
                 ("kills", [kind for kind in self.count if kind.startswith("kills")])):
             print(f"{title}: " + ", ".join(f"{self.count[kind]} {kind.removeprefix('kills: ')}"
