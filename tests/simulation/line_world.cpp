@@ -31,7 +31,8 @@ constexpr int32_t kFirstReport = 1000000;
 /// A modem has 5 seconds for what it owes and 2 for a prompt; a delivery may be offered twice.
 constexpr uint32_t kLongestWaitMs = 9500;
 /// What has been said so shortly before a modem is unplugged or the server killed may be lost.
-constexpr uint32_t kMayBeLostMs = 2000;
+/// A delivery that is refused twice waits two seconds.
+constexpr uint32_t kMayBeLostMs = 4000;
 constexpr uint32_t kSetUpMs = 3000;
 constexpr uint32_t kThreadMayLagMs = 100;
 /// Of what came before a broken rule.
@@ -262,11 +263,11 @@ void line_world::judge() {
     const std::string pdu = e.as<at_sms_content_info>().pdu;
     judge_report(pdu.starts_with("0791") ? std::stoi(pdu.substr(4)) : 0);
   }
-  fake::journal.clear();
   for (const auto& [number, made] : reports_) {
     if (handled_.count(number) == 0 && may_be_lost_.count(number) == 0)
-      fail("report " + std::to_string(number) + " has reached nobody", made);
+      fail("report " + std::to_string(number) + " has reached nobody", made + kMayBeLostMs);
   }
+  fake::journal.clear();
   reports_.clear();
   may_be_lost_.clear();
   handled_.clear();

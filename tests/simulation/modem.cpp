@@ -50,7 +50,15 @@ void modem::reset() {
   line_.clear();
 }
 
-void modem::say_line(const std::string& line) { output_ += "\r\n" + line + "\r\n"; }
+void modem::say_line(const std::string& line) {
+  if (line_.empty() || !has_echo_) {
+    output_ += "\r\n" + line + "\r\n";
+    return;
+  }
+  fake::at(10, [self = weak_from_this(), line] {
+    if (const auto alive = self.lock()) alive->say_line(line);
+  });
+}
 
 /// Unless it is another modem by then.
 void modem::later(uint32_t after, std::function<void()> happens) {

@@ -42,7 +42,7 @@ class modem : public std::enable_shared_from_this<modem> {
   void take(std::string_view bytes);
   /// Forgets all it was asked, and starts anew.
   void reset();
-  /// Says a whole line by itself.
+  /// Says a whole line by itself, but not in the middle of an echo.
   void say_line(const std::string& line);
 
  private:
