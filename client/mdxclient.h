@@ -325,6 +325,13 @@ MDX_API void mdx_unsubscribe(mdx_subscription_t* subscription);
  */
 MDX_API const char* mdx_packet_name(const mdx_packet_t* packet);
 
+/** The names that mdx_packet_name gives, one after the other; some stand there more than once.
+ *
+ * @param index  from 0 on
+ * @return a text that is never released; NULL behind the last
+ */
+MDX_API const char* mdx_known_packet(uint32_t index);
+
 /** A notification module's name, such as "RUT_MDL_DEVICE"; NULL for one that is not known. */
 MDX_API const char* mdx_module_name(uint32_t module);
 

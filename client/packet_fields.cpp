@@ -126,6 +126,10 @@ const char* mdx_packet_name(const mdx_packet_t* packet) {
   return row == nullptr ? nullptr : row->name;
 }
 
+const char* mdx_known_packet(uint32_t index) {
+  return index < packet_rows().size() ? packet_rows()[index].name : nullptr;
+}
+
 int mdx_packet_field(const mdx_packet_t* packet, uint32_t index, mdx_field_t* field) {
   if (!is_usable(packet) || field == nullptr || field->size < kFirstFieldSize) {
     return MDX_ERR_ARGUMENT;

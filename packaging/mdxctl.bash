@@ -18,6 +18,11 @@ _mdxctl_values() {
   "$@" --help 2>/dev/null | sed -n 's/^  [a-z]* TEXT:{\([^}]*\)}.*/\1/p' | tr ',' '\n'
 }
 
+# What --only takes stands in the message about what it does not take.
+_mdxctl_packets() {
+  "$@" --only '?' 2>&1 | sed -n 's/.*; there are \(.*\); see: .*/\1/p' | tr -d ','
+}
+
 _mdxctl() {
   local current=${COMP_WORDS[COMP_CWORD]} words=("${COMP_WORDS[0]}") word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -26,6 +31,10 @@ _mdxctl() {
     fi
   done
   local candidates
+  if [ "${COMP_WORDS[COMP_CWORD-1]}" = --only ]; then
+    mapfile -t COMPREPLY < <(compgen -W "$(_mdxctl_packets "${words[@]}")" -- "$current")
+    return
+  fi
   case $current in
     -*) candidates=$(_mdxctl_options "${words[@]}") ;;
     *) candidates=$(_mdxctl_section Subcommands "${words[@]}"; _mdxctl_values "${words[@]}") ;;
@@ -33,4 +42,4 @@ _mdxctl() {
   mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
 }
 
-complete -F _mdxctl mdxctl
+complete -o default -F _mdxctl mdxctl

@@ -10,6 +10,7 @@
 #include "tests/client/run_mdxctl.h"
 #include "tests/client/stand_in_server.h"
 #include "tools/mdxctl/collection.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/shell_line.h"
 
 namespace {
@@ -251,6 +252,16 @@ TEST(Mdxctl, LinesOfAnAnswerStandApart) {
     const std::string shown = shown_text(result, collection_for(c.command, false));
     EXPECT_EQ(shown, c.shown) << c.command;
   }
+}
+
+TEST(Mdxctl, NothingShownMovesTheCursor) {
+  // clang-format off
+  const struct { std::string text; std::string shown; } cases[] = {
+    {"\x1b[2Ja\r\nb", "?[2Ja\nb\n"}, {"z\xc5\x82\t\xe2\x82\xac", "z\xc5\x82\t\xe2\x82\xac\n"},
+    {"\xc2\x9bm\x9b\x7f", "\xc2?m??\n"}, {"\xe9t\xe9", "\xe9t\xe9\n"}, {"", ""},
+  };
+  // clang-format on
+  for (const auto& c : cases) EXPECT_EQ(harmless_lines(c.text), c.shown);
 }
 
 TEST(Mdxctl, KeepsNoSecretInItsHistory) {

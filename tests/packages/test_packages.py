@@ -63,6 +63,8 @@ class Packages(DeviceTest):
     def test_unit(self):
         """systemd finds nothing to say about the unit, and its rights are as narrow as they look."""
         for name, program, here in (("mdxgate.service", "/usr/sbin/mdxgate\n", "mdxgate.service"),
+                                    ("mdxgate-init@.service", "/usr/bin/mdxctl init --follow ", "mdxgate-init@a.service"),
+                                    ("mdxgate-metrics.service", "/usr/bin/mdxctl stats ", "mdxgate-metrics.service"),
                                     ("mdxtap@.service", "/usr/bin/mdxtap /dev/%I ", "mdxtap@ttyUSB2.service")):
             text = (ROOT / "usr/lib/systemd/system" / name).read_text()
             self.assertIn("ExecStart=" + program, text)
@@ -138,7 +140,8 @@ class Packages(DeviceTest):
         """Completion offers what the installed mdxctl knows."""
         script = ROOT / "usr/share/bash-completion/completions/mdxctl"
         for line, offered in (("mdxctl sms", "sms-pdu"), ("mdxctl at --time", "--timeout"),
-                              ("mdxctl --ver", "--version"), ("mdxctl report rs", "rssi")):
+                              ("mdxctl wait reg", "registered"), ("mdxctl sim un", "unlock"),
+                              ("mdxctl watch --only EVT_AT_HC", "EVT_AT_HCSQ"), ("mdxctl --ver", "--version"), ("mdxctl report rs", "rssi")):
             words = line.split()
             printed = run("bash", "-c", f"source {script}; COMP_WORDS=({line}); "
                           f"COMP_CWORD={len(words) - 1}; _mdxctl; echo ${{COMPREPLY[@]}}")

@@ -12,7 +12,9 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/help.h"
+#include "tools/mdxctl/modem_verbs.h"
 #include "tools/mdxctl/output.h"
+#include "tools/mdxctl/packet_names.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/state_words.h"
 #include "tools/mdxctl/subcommand.h"
@@ -29,16 +31,8 @@ struct arguments_t {
   state_arguments_t state;
   status_arguments_t status;
   watch_arguments_t watch;
+  modem_verbs_t modem;
 };
-
-void add_wait(CLI::App* command, std::optional<int32_t>& wait) {
-  command
-      ->add_option("--wait", wait,
-                   "how long the command may wait for its turn, while the modem works for others "
-                   "(its time-out and 1 s)")
-      ->check(CLI::Range(1, kLongestTimeoutS))
-      ->type_name("SECONDS");
-}
 
 void add_json(CLI::App* command, bool& json) {
   command->add_flag("--json", json,
@@ -143,8 +137,16 @@ void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
                   [&] { code = run_stats(arguments); });
   CLI::Option* json = stats->add_flag("--json", arguments.json,
                                       "one object: version, values by their names, receivers");
-  stats->add_flag("--prometheus", arguments.prometheus, "the text exposition format")
-      ->excludes(json);
+  CLI::Option* prometheus =
+      stats
+          ->add_flag("--prometheus", arguments.prometheus,
+                     "the text exposition format; with what the modem told last of its state")
+          ->excludes(json);
+  stats
+      ->add_option("--output", arguments.output,
+                   "write to FILE, which is replaced in one step, for a collector of text files")
+      ->needs(prometheus)
+      ->type_name("FILE");
 }
 
 void add_status(CLI::App& app, status_arguments_t& arguments, int& code) {
@@ -183,6 +185,22 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
   watch->add_option("--count", arguments.count, "end after so many packets")
       ->check(CLI::Range(uint32_t{1}, UINT32_MAX))
       ->type_name("N");
+  watch
+      ->add_option("--only", arguments.only,
+                   "only packets of this name, such as EVT_AT_SMS_NEW, or for this word, such as "
+                   "signal; again for more")
+      ->check([](const std::string& name) {
+        return is_packet_name(name) ? std::string()
+                                    : "there is no '" + name + "'; there are " + packet_names(", ");
+      })
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("NAME");
+  watch
+      ->add_option("--exec", arguments.program,
+                   "run PROGRAM for each packet, one after the other: its JSON on standard input, "
+                   "its name in MDX_REPORT; no shell is involved")
+      ->type_name("PROGRAM");
   watch->add_flag("--last", arguments.last,
                   "first what was told last of each kind of state, each with its age");
   watch->add_flag("--follow", arguments.follow,
@@ -225,6 +243,7 @@ int main(int argc, char** argv) {
   add_status(app, arguments.status, code);
   add_top(app, code);
   add_watch(app, arguments.watch, code);
+  add_modem_verbs(app, arguments.modem, code);
   try {
     std::vector<std::string> words = with_text_behind_options(argc, argv);
     std::reverse(words.begin(), words.end());  // as the parser takes them

@@ -54,16 +54,20 @@ std::function<void()> before_end;
   end_by_signal(signal);
 }
 
-int run(mdx_client_t* client, const std::function<int()>& begin, mdx_result_t* result) {
+int run(mdx_client_t* client, const std::function<int()>& begin, mdx_result_t* result,
+        const std::function<void()>& tick = nullptr) {
+  constexpr int kTickMs = 1000;
   const ending_signals_t signals;
   int error = begin();
   if (error != MDX_OK) return error;
   for (;;) {
     pollfd fds[] = {{mdx_client_fd(client), POLLIN, 0}, {signals.fd(), POLLIN, 0}};
-    const bool failed = fds[0].fd < 0 || (poll(fds, std::size(fds), -1) < 0 && errno != EINTR);
+    const bool failed =
+        fds[0].fd < 0 || (poll(fds, std::size(fds), tick ? kTickMs : -1) < 0 && errno != EINTR);
     error = mdx_finish(client, result);
     if (error != MDX_ERR_PENDING) return error;
     if (failed) break;
+    if (tick) tick();
     if (const int signal = next_signal(signals.fd()); signal != 0) give_up(client, signal);
   }
   mdx_cancel(client);
@@ -75,9 +79,9 @@ int run(mdx_client_t* client, const std::function<int()>& begin, mdx_result_t* r
 void before_signal_ends(std::function<void()> act) { before_end = std::move(act); }
 
 int send_command(mdx_client_t* client, const std::string& command, const mdx_options_t& options,
-                 mdx_result_t* result) {
+                 mdx_result_t* result, const std::function<void()>& tick) {
   return run(
-      client, [&] { return mdx_begin(client, command.c_str(), &options); }, result);
+      client, [&] { return mdx_begin(client, command.c_str(), &options); }, result, tick);
 }
 
 int send_message(mdx_client_t* client, const std::string& head, const std::string& pdu,

@@ -17,8 +17,9 @@ void before_signal_ends(std::function<void()> act);
 
 /// Each as the function of the library, but for the signals that end programs (SIGINT, SIGTERM,
 /// SIGHUP, SIGQUIT): then it says what became of the request, and the program ends by the signal.
+/// `tick`, where there is one, is called about once a second meanwhile.
 int send_command(mdx_client_t* client, const std::string& command, const mdx_options_t& options,
-                 mdx_result_t* result);
+                 mdx_result_t* result, const std::function<void()>& tick = nullptr);
 int send_message(mdx_client_t* client, const std::string& head, const std::string& pdu,
                  const mdx_options_t& options, mdx_result_t* result);
 int fetch_report(mdx_client_t* client, int32_t report, mdx_result_t* result);

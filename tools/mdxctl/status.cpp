@@ -11,10 +11,13 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/known_states.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/platform_stats.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/server_queues.h"
@@ -32,10 +35,31 @@ struct status_t {
   bool access_denied = false;  ///< by this user; whether one is there is not to be seen
   std::string modem;           ///< what it answered, or why it did not; empty without a server
   double modem_seconds = 0;
+  std::string sim;  ///< such as "READY" or "SIM PIN", empty where the modem does not say
   std::optional<platform_stats_t> stats;
   std::optional<queue_depth_t> requests;
   std::optional<queue_depth_t> answers;
 };
+
+/// A server that has its modem is merely busy.
+std::string why_no_turn() {
+  modem_link_t link{};
+  if (fetch_link(&link) != MDX_OK || !link.up) return error_text(MDX_ERR_BUSY);
+  const std::optional<queue_depth_t> requests = queue_depth(kMdxRequestQueue);
+  return "is there, and works for other clients: " +
+         std::to_string(requests ? requests->waiting : 0) + " requests wait; try again";
+}
+
+void ask_sim(mdx_client_t* client, status_t* status) {
+  mdx_options_t options = MDX_OPTIONS_INIT;
+  options.timeout_s = kModemWaitS;
+  options.match = "+CPIN:";
+  mdx_result_t result = MDX_RESULT_INIT;
+  if (send_command(client, "AT+CPIN?", options, &result) != MDX_OK) return;
+  if (result.ret_val == MDX_RESULT_OK)
+    status->sim = text_in(answer_fields(result.text, "+CPIN:"), 0);
+  if (result.ret_val == MDX_RESULT_CME_ERROR) status->sim = result.text;
+}
 
 void ask_modem(mdx_client_t* client, status_t* status) {
   mdx_options_t options = MDX_OPTIONS_INIT;
@@ -47,7 +71,7 @@ void ask_modem(mdx_client_t* client, status_t* status) {
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (error != MDX_OK) {
     status->code = exit_code_of_error(error);
-    status->modem = error_text(error);
+    status->modem = error == MDX_ERR_BUSY ? why_no_turn() : error_text(error);
     return;
   }
   status->code = exit_code_of_result(result);
@@ -60,6 +84,7 @@ void ask_modem(mdx_client_t* client, status_t* status) {
       break;
     default:
       status->modem = std::string("answers ") + mdx_result_name(result.ret_val);
+      ask_sim(client, status);
   }
 }
 
@@ -92,7 +117,8 @@ ordered_json status_json(const status_t& status) {
   if (up) {
     object["modem"] = {{"answers", status.code == EXIT_OK},
                        {"state", status.modem},
-                       {"seconds", status.modem_seconds}};
+                       {"seconds", status.modem_seconds},
+                       {"sim", status.sim.empty() ? ordered_json() : ordered_json(status.sim)}};
   }
   object["server"]["uptime_seconds"] = nullptr;
   if (status.stats) object["server"]["uptime_seconds"] = status.stats->value("uptime_seconds");
@@ -128,6 +154,11 @@ void show(const status_t& status) {
     modem += ", in " + std::to_string(static_cast<int>(status.modem_seconds * 1000)) + " ms";
   }
   line("modem", modem);
+  if (status.sim == "SIM PIN") {
+    line("SIM", "asks for its PIN: mdxctl sim unlock");
+  } else if (!status.sim.empty()) {
+    line("SIM", status.sim == "READY" ? "ready" : harmless_line(status.sim));
+  }
   line("requests", depth_text(status.requests));
   line("answers", depth_text(status.answers));
   line("mdxctl", MDXGATE_VERSION);

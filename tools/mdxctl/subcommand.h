@@ -29,3 +29,13 @@ inline void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, cons
       ->check(CLI::Range(0, kLongestTimeoutS))
       ->type_name("SECONDS");
 }
+
+/// How long a command may wait for its turn.
+inline void add_wait(CLI::App* command, std::optional<int32_t>& wait) {
+  command
+      ->add_option("--wait", wait,
+                   "how long the command may wait for its turn, while the modem works for others "
+                   "(its time-out and 1 s)")
+      ->check(CLI::Range(1, kLongestTimeoutS))
+      ->type_name("SECONDS");
+}

@@ -13,8 +13,10 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/output.h"
+#include "tools/mdxctl/packet_names.h"
 #include "tools/mdxctl/packet_text.h"
 #include "tools/mdxctl/polled_signals.h"
+#include "tools/mdxctl/run_program.h"
 #include "tools/mdxctl/time_text.h"
 
 namespace {
@@ -39,7 +41,7 @@ class watcher_t {
     for (;;) {
       int error = subscribe();
       while (error == MDX_OK) error = show_next();
-      if (done_) return EXIT_OK;
+      if (done_) return failed_to_start_ ? EXIT_USAGE : EXIT_OK;
       if (!may_come_back(error) || !arguments_.follow) return fail(error);
       announce(error);
       if (stopped_within(is_refusal(error) ? kLookForPlaceMs : kLookForServerMs)) return EXIT_OK;
@@ -89,20 +91,38 @@ class watcher_t {
     if (error == MDX_ERR_TIMEOUT) return MDX_OK;
     if (error != MDX_OK) return error;
     announced_ = MDX_OK;
-    show(packet);
-    if (!output_written()) return finish();
+    if (!is_wanted(packet, arguments_.only)) return MDX_OK;
+    if (!arguments_.program.empty()) {
+      if (!run_for(packet)) return finish();
+    } else {
+      show(packet);
+      if (!output_written()) return finish();
+    }
     return arguments_.count && --left_ == 0 ? finish() : MDX_OK;
   }
 
-  void show(const mdx_packet_t& packet) const {
-    if (!arguments_.json) {
-      std::cout << time_text(false) << ' ' << packet_line(packet) << std::endl;
-      return;
-    }
+  static std::string json_line(const mdx_packet_t& packet) {
     nlohmann::ordered_json object = {{"time", time_text(true)}};
     object.update(packet_json(packet));
-    std::cout << object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
-              << std::endl;
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+  }
+
+  void show(const mdx_packet_t& packet) const {
+    if (arguments_.json) {
+      std::cout << json_line(packet) << std::flush;
+    } else {
+      std::cout << time_text(false) << ' ' << packet_line(packet) << std::endl;
+    }
+  }
+
+  /// @return false when a signal ended the wait for the program, or there is none
+  bool run_for(const mdx_packet_t& packet) {
+    const char* name = mdx_packet_name(&packet);
+    const program_end_t end =
+        run_program(arguments_.program, name != nullptr ? name : "", json_line(packet), stop_fd_);
+    if (!end.error.empty()) std::cerr << "mdxctl: " << end.error << std::endl;
+    failed_to_start_ = !end.started;
+    return end.started && !end.interrupted;
   }
 
   bool stopped_within(int wait_ms) const {
@@ -128,6 +148,7 @@ class watcher_t {
   int stop_fd_;
   mdx_subscription_t* subscription_ = nullptr;
   bool done_ = false;
+  bool failed_to_start_ = false;
   int announced_ = MDX_OK;  ///< for what it waits, as last said
 };
 
