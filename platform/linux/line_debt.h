@@ -107,7 +107,9 @@ class line_debt {
   /// The server waits for an answer, and it is not complete.
   bool is_awaited() const { return in_exchange_ && owes(); }
   bool in_exchange() const { return in_exchange_; }
-  bool is_opening() const { return opening_; }
+  /// A device that has just been opened is listened to first. An exchange that began before is no
+  /// reason to: nothing is owed to it any more, and its end may be long in coming.
+  bool is_opening() const { return opening_ && !in_exchange_; }
   /// All that was owed has come, or was given up.
   bool waits_for_silence() const { return dirty_ && !in_exchange_ && !owes(); }
   /// The device went away after the exchange under way had begun: its answer cannot come.

@@ -130,6 +130,7 @@ const case_t debts[] = {
     {"BegunBefore",         {"< NO CAR", "> AT\r", "< RIER\r\nOK\r\n", "= OK\r\n", ".", "clean"}},
     {"ModemGone",           {"> AT\r", "< half", "!", "~0", "~10", ".", "dirty", "~10", "= OK\r\n", "clean"}},
     {"AnotherModem",        {"> AT\r", ".", "!", "o", "~10", "< RDY\r\n^A:1\r\n", "~99", "~1", "= ^A:1\r\n", "= OK\r\n", "clean"}},
+    {"BackBeforeItsEnd",    {"> AT\r", "< OK\r\n", "= OK\r\n", "!", "o", "~10", "< ^A:1\r\n", "= ^A:1\r\n"}},
     {"NeverSilent",         {"o", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n",
                              "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~10", "dirty", "~10", "clean"}},
     {"LeftByAnother",       {"o1", "~3000", "dirty", "< +CSQ: 1\r\nOK\r\n", "= +CSQ: 1\r\nOK\r\n", "~19", "dirty", "~1", "clean"}},
