@@ -90,7 +90,7 @@ void line_debt::opened(uint64_t now, line_balance_t left) {
 
 void line_debt::link_lost() {
   due_ = stale_ = 0;
-  prompt_ = may_prompt_ = opening_ = false;
+  prompt_ = may_prompt_ = opening_ = doubts_ = false;
   echo_ = echo_t::unknown;
   if (in_exchange_) link_lost_in_exchange_ = true;
 }
@@ -106,7 +106,7 @@ void line_debt::begin_exchange() {
   results_shown_ = 0;
   if (changes_echo_) echo_ = echo_t::unknown;
   body_sent_ = early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
-  dials_ = changes_echo_ = false;
+  dials_ = changes_echo_ = doubts_ = false;
 }
 
 /// Takes a body off the bytes, which are the commands in front of it or behind it then. One that
@@ -168,7 +168,7 @@ bool line_debt::show_to_exchange(bool pays) {
   if (!pays) return true;
   pay();
   if (echo_missing_) echo_ = echo_t::no;
-  if (!owes()) stale_ = 0;
+  doubts_ = !owes() && stale_ > 0;
   return true;
 }
 
@@ -250,7 +250,8 @@ uint64_t line_debt::due(uint64_t last_byte) const {
   if (!since_known_) return last_byte;
   if (prompt_) return escapes_ == 0 ? last_byte : escape_ends_at();
   if (due_ > 0) return since_ + kPatienceMs;
-  const uint64_t silent = last_byte + (needs_silence_ ? kCleanSilenceMs : 0);
+  const uint32_t silence = doubts_ && stale_ > 0 ? kDoubtMs : kCleanSilenceMs;
+  const uint64_t silent = last_byte + (needs_silence_ ? silence : 0);
   if (!opening_) return silent;
   const uint64_t heard = std::max(last_byte, since_) + kOpeningSilenceMs;
   return std::max(silent, std::min(since_ + kOpeningMs, heard));

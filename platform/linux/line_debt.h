@@ -19,6 +19,9 @@ constexpr uint32_t kCleanSilenceMs = 20;
 /// An answer that its exchange no longer waits for is waited for this long, from the exchange's
 /// end.
 constexpr uint32_t kPatienceMs = 5000;
+/// On a modem without echo the first answer behind that may be the one given up, and the own one
+/// still to come: it is waited for this long, once.
+constexpr uint32_t kDoubtMs = 1000;
 /// The modem's result to an ESC is waited for this long before another ESC goes out.
 constexpr uint32_t kEscapeWaitMs = 1000;
 constexpr uint32_t kEscapesAtMost = 2;
@@ -72,7 +75,7 @@ class line_debt {
   bool exchange_ended(bool all_read) {
     if (!in_exchange_) return is_clean();
     in_exchange_ = false;
-    needs_silence_ = opening_ || owes() || results_shown_ > 1 || link_lost_in_exchange_;
+    needs_silence_ = opening_ || owes() || results_shown_ > 1 || doubts_ || link_lost_in_exchange_;
     return (!needs_silence_ && all_read) || exchange_left_debt();
   }
   /// Tells when that was, if there is something left to wait for.
@@ -96,7 +99,10 @@ class line_debt {
   /// To be called when it is silent: what was held since the opening may go on.
   void end_opening() { opening_ = false; }
   /// To be called when it is silent and the server has read everything: the line is clean.
-  void settled() { dirty_ = opening_ = false; }
+  void settled() {
+    if (doubts_) stale_ = 0;
+    dirty_ = opening_ = doubts_ = false;
+  }
   /// When `pass`, `escape_is_due` or `is_silent` will say something else; kNever when only bytes or
   /// sends change it.
   uint64_t due(uint64_t last_byte) const;
@@ -156,6 +162,7 @@ class line_debt {
   bool opening_ = false;
   bool text_left_ = false;  ///< in the server, of an exchange that ended without result
   bool link_lost_in_exchange_ = false;
+  bool doubts_ = false;        ///< the exchange may have been paid by what was stale
   bool dials_ = false;         ///< the exchange may be answered by words about a call
   bool echo_missing_ = false;  ///< of the command in flight
   bool changes_echo_ = false;  ///< the exchange does

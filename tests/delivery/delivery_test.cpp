@@ -120,6 +120,10 @@ const case_t debts[] = {
     {"TextInBothHalves",    {"> AT+CPIN?\r", "< +CPIN: READY\r\n", "~300", "= +CPIN: READY\r\n", ".", "< late\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
     {"NeverPaid",           {"> AT\r", "< text\r\n", "~300", "= text\r\n", ".", "~4999", "dirty", "~1", "= OK\r\n", "clean"}},
     {"PaidBehindPatience",  {"> AT\r", ".", "~5000", "= OK\r\n", "clean", "< \r\nOK\r\n", "clean"}},
+    {"PaidByTheNextOnes",   {"> AT+COPS=?\r", ".", "~5000", "= OK\r\n", "clean", "> AT+X\r", "< OK\r\n", "= OK\r\n", ".", "dirty", "~999", "< text\r\nOK\r\n", "= OK\r\n",
+                             "~20", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
+    {"NeverPaidByTheNext",  {"> AT\r", ".", "~5000", "= OK\r\n", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", ".", "~999", "dirty", "~1", "clean",
+                             "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
     {"TwoCommandsInOne",    {"> AT\rATI\r", "< OK\r\n", "= OK\r\n", ".", "dirty", "< evil\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
     {"BothResultsAtOnce",   {"> AT\rATI\r", "< OK\r\nevil\r\nOK\r\n", "= OK\r\n", "= evil\r\nOK\r\n", ".", "dirty", "~20", "clean"}},
     {"EndOfACall",          {"> AT+CSQ\r", "< NO CARRIER\r\n", "= NO CARRIER\r\n", ".", "dirty", "< text\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
@@ -181,7 +185,7 @@ const case_t echoes[] = {
     {"TellsALateEscape", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", ".", "= \x1b", "~1000", "= \x1b", "~4000", "= OK\r\n",
                           "clean", "> AT+X\r", "< \r\nOK\r\nAT+X\r\r\nERROR\r\n", "= \r\nERROR\r\n", ".", "clean"}},
     {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\rAT\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "~5000", "= OK\r\n",
-                          "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
+                          "> AT\r", "< OK\r\n", "= OK\r\n", ".", "~1000", "clean"}},
 };
 const case_t bodies[] = {
     {"Cmt",            {"< \r\n+CMT: ,35\r\n", "~49", "< 0791\r\n", "= \r\n+CMT: ,35\n0791\r\n"}},
