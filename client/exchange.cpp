@@ -125,11 +125,17 @@ bool its_turn_has_come(exchange_t* exchange) {
   return true;
 }
 
+bool server_lives(mdx_client_t* client) {
+  if (server_link_alive(client->link, now_ms())) return true;
+  watch_forget_server(client);
+  return server_link_follow(&client->link);
+}
+
 int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
   raise_server(client);
   at_msg_t answer;
   int error = take_answer(client, &answer);
-  if (error == MDX_ERR_TIMEOUT && !server_link_alive(client->link, now_ms())) {
+  if (error == MDX_ERR_TIMEOUT && !server_lives(client)) {
     // Another server shall not run it. The last thing this one did may have been our answer.
     withdraw(client);
     error = take_answer(client, &answer) == MDX_OK ? MDX_OK : MDX_ERR_SERVER_GONE;

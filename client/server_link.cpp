@@ -137,6 +137,20 @@ bool server_link_alive(const server_link_t& link, int64_t deadline) {
   return poll_until(&server, 1, deadline) == 0;
 }
 
+bool server_link_follow(server_link_t* link) {
+  const int fresh = open_event_fifo();
+  if (fresh < 0) return false;
+  // Another server would have deleted the queue before it could be found.
+  msqid_ds status{};
+  if (msgctl(link->request_queue, IPC_STAT, &status) != 0) {
+    close(fresh);
+    return false;
+  }
+  close(link->event_fd);
+  link->event_fd = fresh;
+  return true;
+}
+
 int server_link_put(server_link_t* link, const at_msg_t& record) {
   if (!find_queue(kMdxRequestQueue, &link->request_queue)) {
     return errno == ENOENT ? have_server_look(*link) : error_of(errno);

@@ -25,6 +25,11 @@ void server_link_close(server_link_t* link);
 /// @return whether the server lives
 bool server_link_alive(const server_link_t& link, int64_t deadline);
 
+/// Goes over to the FIFO that a living server has made anew, after somebody removed the one that
+/// `link` leads to.
+/// @return whether it is the same server, which still has all requests
+bool server_link_follow(server_link_t* link);
+
 /// Puts a record on the request queue, once; a queue that is full or missing is not waited for, but
 /// a raise has the server look at it.
 /// @return MDX_OK; MDX_ERR_BUSY when the queue is full or missing; MDX_ERR_SERVER_GONE when it was

@@ -109,8 +109,8 @@ bool restore_all() {
   if (!directory_restore()) return false;
   own_watch = inotify_add_watch(watch, kMdxDirectory, kRemovals | IN_ONLYDIR);
   const bool all[] = {
-      own_watch >= 0,    watch_tasks(),         hub_restore(),
-      console_restore(), event_fifos_restore(), server_link_restore(),
+      own_watch >= 0,        watch_tasks(), hub_restore(), console_restore(), server_link_restore(),
+      event_fifos_restore(),  // who waited in the old one goes by the link
   };
   return std::find(std::begin(all), std::end(all), false) == std::end(all);
 }

@@ -3,6 +3,8 @@
 
 import os
 import pathlib
+import select
+import shutil
 import signal
 import subprocess
 import threading
@@ -94,6 +96,28 @@ class Lifecycle(DeviceTest):
         self.assertIn("another PID namespace", other.stderr)
         self.assertEqual(other.returncode, 5)
         self.assert_serves()
+
+    def test_client_that_waits_outlives_the_servers_fifo(self):
+        go_on = threading.Event()
+
+        def answer(line):
+            if line == b"AT+SLOW":
+                go_on.wait(PATIENCE_S)
+            return b"\r\nOK\r\n"
+        self.modem = ScriptedModem(answer)
+        self.start_server()
+        waiting = self.start_client("at", "--timeout", "100", "AT+SLOW")
+        wait_until(lambda: b"AT+SLOW" in self.modem.heard, PATIENCE_S, "the command is under way")
+        for remove in (lambda: os.unlink(os.readlink(SERVER_LINK)),
+                       lambda: shutil.rmtree(SERVER_LINK.parent)):
+            ends = select.poll()
+            ends.register(os.open(SERVER_LINK, os.O_WRONLY | os.O_NONBLOCK), 0)
+            remove()
+            self.assertTrue(ends.poll(1000 * PATIENCE_S), "the FIFO is another one")
+            wait_until(self.server_is_reachable, PATIENCE_S, "it is there again")
+            time.sleep(0.2)
+        go_on.set()
+        self.assertEqual(self.finish(waiting)[0], 0)
 
     def test_client_killed_while_it_waits_hurts_nobody(self):
         self.start_device()
