@@ -125,8 +125,8 @@ TEST_F(Claim, RemovesWhatAnEarlierServerLeftAndOthersPlanted) {
   std::vector<std::string> left;
   for (const auto& entry : fs::recursive_directory_iterator(kDirectory))
     left.push_back(entry.path().lexically_relative(kDirectory));
-  EXPECT_THAT(left, UnorderedElementsAre("lock", "hub", "console", "queue.2", "tasks", "tasks/100",
-                                         StartsWith("event.")));
+  EXPECT_THAT(left, UnorderedElementsAre("lock", "hub", "console", "queue.2", "pid_namespace",
+                                         "tasks", "tasks/100", StartsWith("event.")));
   EXPECT_TRUE(fs::exists(victim / "precious"));
   close(client);
 }

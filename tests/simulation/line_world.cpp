@@ -35,6 +35,7 @@ constexpr uint32_t kLongestWaitMs = 9500;
 constexpr uint32_t kMayBeLostMs = 4000;
 constexpr uint32_t kSetUpMs = 3000;
 constexpr uint32_t kThreadMayLagMs = 100;
+constexpr uint32_t kPatienceMs = 5000;
 /// Of what came before a broken rule.
 constexpr uint32_t kShownMs = 60000;
 
@@ -102,6 +103,7 @@ class line_world {
   void judge_wait(const entry& request, uint64_t idle_since);
   void judge_reply(const entry& reply);
   void judge_report(int32_t number);
+  bool was_given_up_before(const std::string& tag, const client_t& client) const;
   [[noreturn]] void fail(const std::string& problem, uint64_t when);
   std::string history() const;
 
@@ -289,7 +291,8 @@ void line_world::judge_reply(const entry& reply) {
   const std::string own = tag_of(msg.msg_type);
   const std::string what = plain(client.text + " got " + std::to_string(msg.ret_val) + ": " + text);
   for (const std::string& tag : tags_in(text))
-    if (tag != own) fail("the answer to " + tag + ": " + what, reply.at);
+    if (tag != own && !was_given_up_before(tag, client))
+      fail("the answer to " + tag + ": " + what, reply.at);
   const bool is_own_text = client.text.starts_with(text);  // a head that was refused
   if (text.find("AT+") != text.npos && !is_own_text) fail("an echo: " + what, reply.at);
   for (const auto& [line, said] : said_.lines)
@@ -297,7 +300,8 @@ void line_world::judge_reply(const entry& reply) {
       fail("an old line: " + what, reply.at);
 
   const auto found = said_.answers.find(own);
-  const bool was_answered = found != said_.answers.end() && found->second <= reply.at;
+  const bool was_answered =
+      found != said_.answers.end() && found->second <= reply.at + kThreadMayLagMs;
   const auto& calls = said_.about_a_call;
   const auto heard_word = [&](uint64_t at) { return at >= client.written && at <= reply.at; };
   const bool may_be_disturbed = std::any_of(disturbed_.begin(), disturbed_.end(), [&](uint64_t at) {
@@ -325,6 +329,17 @@ void line_world::judge_reply(const entry& reply) {
     default:
       if (!may_be_disturbed) fail("no such result: " + what, reply.at);
   }
+}
+
+/// What a command was called is forgotten with the server or the link. When its answer comes later
+/// than is waited for, a line of it that could be a report is not told from one.
+bool line_world::was_given_up_before(const std::string& tag, const client_t& client) const {
+  const auto asked = std::find_if(clients_.begin(), clients_.end(),
+                                  [&tag](const auto& known) { return tag_of(known.first) == tag; });
+  if (asked == clients_.end()) return false;
+  return std::any_of(disturbed_.begin(), disturbed_.end(), [&](uint64_t at) {
+    return asked->second.written < at && at + kPatienceMs <= client.written;
+  });
 }
 
 void line_world::judge_report(int32_t number) {
