@@ -50,6 +50,24 @@ class Docs(DeviceTest):
             self.assertEqual(client.returncode, code, client.stderr)
             self.assertIn(text, client.stdout)
 
+    def test_a_modem_in_ci(self):
+        """With the modem gone before it is told to go; and with a program that fails."""
+        place = pathlib.Path("/tmp/ci")
+        place.mkdir()
+        (place / "test-with-modem").write_text(code_block("docs/ci.md", "In each run", "sh"))
+        (place / "modem.script").write_text("on AT -> OK\nexpect AT\nend when expected\n")
+        program = place / "program-under-test"
+        talks = "exec 3<>$1; printf 'AT\\r' >&3; while [ -e $1 ]; do sleep 0.1; done"
+        for work, code in ((talks, 0), ("exit 7", 7)):
+            program.write_text(f"#!/bin/sh\n{work}\n")
+            program.chmod(0o755)
+            run = subprocess.run(["bash", "-e", "test-with-modem", "--cut", "byte"], cwd=place, timeout=60,
+                                 capture_output=True, text=True)
+            self.assertEqual(run.returncode, code, run.stderr)
+            self.assertIn("<testcase", (place / "result.xml").read_text())
+            (place / "result.xml").unlink()
+            self.assertFalse(pathlib.Path("/tmp/modem").is_symlink(), "mdxsim has ended")
+
     def test_tour_of_the_demo(self):
         tour = subprocess.run([ROOT / "scripts" / "tour"], stdin=subprocess.DEVNULL, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120)
