@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -180,6 +181,27 @@ TEST(Learn, TheRecordedSessionsArePlayedAsTheyWere) {
     EXPECT_EQ(escape(all_of(answers(learnt, host, now + Time{1000}, nullptr))), escape(recorded))
         << script;
   }
+}
+
+// An answer that does not end, different commands, reports at uneven times: what looks at all that
+// came before once more for each line takes minutes here.
+TEST(Learn, ADayIsNotTooLong) {
+  constexpr int kMany = 30000;
+  Session day{"day", {}, kOpened};
+  const auto add = [&day](bool from_host, const std::string& bytes, int pause) {
+    const Time now = day.steps.empty() ? Time{0} : *day.steps.back().at;
+    day.steps.push_back({from_host, bytes, 0, now + Time{pause}});
+  };
+  add(true, "AT+STREAM\r", 0);
+  for (int i = 0; i < kMany; ++i) add(false, "an answer without an end\r\n", 50);
+  for (int i = 0; i < kMany; ++i) {
+    add(true, "AT+X=" + std::to_string(i) + "\r", 50);
+    add(false, "\r\nOK\r\n", 50);
+  }
+  for (int i = 0; i < kMany; ++i) add(false, "\r\n^A:1\r\n", 100 + 900 * (i % 2));
+  const std::string script = mdxline::learn(day);
+  EXPECT_EQ(std::count(script.begin(), script.end(), '\n'), 4 + 2 * kMany);
+  EXPECT_THAT(script, HasSubstr("on AT+X=29999 -> OK\nelse ERROR\n"));
 }
 
 // Each case: what was recorded, and what the script says of it.

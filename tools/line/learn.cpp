@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -33,6 +34,7 @@ constexpr Time kRounded{100};
 constexpr Time kBelongs{10000};  // a report of a command's name to that command
 constexpr Time kTogether{20};    // reads that may be one
 constexpr size_t kEvenly = 3;    // reports that make an interval
+constexpr size_t kMostPipelined = 256;
 constexpr char kCtrlZ = '\x1a';
 constexpr char kEscape = '\x1b';
 constexpr std::string_view kCallReports[] = {"^ORIG", "^CONF", "^CONN", "^CEND", "+COLP"};
@@ -50,9 +52,12 @@ struct Asked {
   Time at{0};
   std::string typed;   // the beginning of its echo, which came before the command was whole
   std::string answer;  // what came behind that, without the echo once that is known
+  size_t line = 0;     // where in it the last line begins, which has not ended
+  size_t heard = 0;    // up to where that has been looked through
   bool prompted = false;
   bool complete = false;
   std::optional<bool> echoed;
+  bool named = false;        // its echo has come at some time
   bool interrupted = false;  // by a report
   Time took{0};
   std::vector<std::pair<Time, std::string>> reports;  // behind the result, that are its own
@@ -99,12 +104,15 @@ std::vector<Piece> pieces_of(const Session& session) {
   return pieces;
 }
 
-// Where the first result ends, behind its line end; npos when there is none. A lone digit is one
-// behind a CR (ATV0).
-size_t end_of_result(std::string_view text) {
-  for (size_t begin = 0; begin < text.size();) {
-    const size_t end = text.find_first_of("\r\n", begin);
-    if (end == text.npos) return text.npos;
+// Where the first result ends, behind its line end; npos when there is none, and `begin` is where
+// the last line begins, `heard` its end so far. A lone digit is one behind a CR (ATV0).
+size_t end_of_result(std::string_view text, size_t& begin, size_t& heard) {
+  while (begin < text.size()) {
+    const size_t end = text.find_first_of("\r\n", std::max(begin, heard));
+    if (end == text.npos) {
+      heard = text.size();
+      return text.npos;
+    }
     const std::string_view line = text.substr(begin, end - begin);
     const bool digit = line.size() == 1 && line[0] >= '0' && line[0] <= '8' && text[end] == '\r' &&
                        text.substr(end + 1, 1) != "\n";
@@ -113,6 +121,12 @@ size_t end_of_result(std::string_view text) {
     begin = end + 1;
   }
   return text.npos;
+}
+
+size_t end_of_result(std::string_view text) {
+  size_t begin = 0;
+  size_t heard = 0;
+  return end_of_result(text, begin, heard);
 }
 
 // Whole lines between CR LF, all with names.
@@ -198,8 +212,8 @@ class Listener {
   }
 
   void ask(std::string text, bool is_body, Time at) {
-    const bool waits =
-        !open_.empty() && at - open_.back().at < kPipelined && open_.front().answer.empty();
+    const bool waits = !open_.empty() && open_.size() < kMostPipelined &&
+                       at - open_.back().at < kPipelined && open_.front().answer.empty();
     if (!waits) give_up();
     Asked asked_now;
     asked_now.text = std::move(text);
@@ -230,6 +244,7 @@ class Listener {
     if (!*now.echoed) return;
     if (echo > 0) said.push_back({now.at, now.answer.substr(0, echo)});
     now.answer.erase(0, echo + rest.size());
+    now.line = now.heard = 0;
   }
 
   // A host that writes byte by byte, as a person does, gets its echo so.
@@ -262,8 +277,8 @@ class Listener {
         continue;
       }
       if (now.is_body) drop_body_echo(now);
-      if (!now.is_body && (now.echoed || now.answer.find('\r') != now.answer.npos)) split_echo(now);
-      const size_t end = end_of_result(now.answer);
+      if (now.answer.find('\r', now.heard) != now.answer.npos) split_echo(now);
+      const size_t end = end_of_result(now.answer, now.line, now.heard);
       if (end == now.answer.npos) {
         if (!now.answer.ends_with("> ") || now.is_body) return;
         now.prompted = writes_ = true;
@@ -279,18 +294,23 @@ class Listener {
   }
 
   // Whether what came is the echo of a command behind the one that waits.
-  [[nodiscard]] bool echoes_later() const {
-    const Asked& now = open_.front();
+  bool echoes_later() {
+    Asked& now = open_.front();
+    if (now.echoed || open_.size() == 1) return false;
     const auto has_echo = [&now](const Asked& asked_one) {
-      return !asked_one.is_body && now.answer.find(asked_one.text + "\r") != std::string::npos;
+      return !asked_one.is_body &&
+             now.answer.find(asked_one.text + "\r", now.line) != std::string::npos;
     };
-    return !now.echoed && !has_echo(now) && std::any_of(open_.begin() + 1, open_.end(), has_echo);
+    now.named = now.named || has_echo(now);
+    return !now.named && std::any_of(open_.begin() + 1, open_.end(), has_echo);
   }
 
   // A body's echo ends in the Ctrl-Z.
   static void drop_body_echo(Asked& now) {
-    const size_t end = now.answer.find_first_of("\x1a\x1b");
-    if (end != now.answer.npos) now.answer.erase(0, end + 1);
+    const size_t end = now.answer.find_first_of("\x1a\x1b", now.heard);
+    if (end == now.answer.npos) return;
+    now.answer.erase(0, end + 1);
+    now.line = now.heard = 0;
   }
 
   void by_itself(const std::string& text, Time at) {
@@ -391,32 +411,39 @@ struct Rule {
 
 std::vector<Rule> rules_of(const std::vector<Asked>& asked) {
   std::vector<Rule> rules;
+  std::map<std::string, size_t> numbers;
   for (const Asked& one : asked) {
     if (one.text.empty()) continue;
-    const auto found = std::find_if(rules.begin(), rules.end(), [&one](const Rule& rule) {
-      return capitals(rule.text) == capitals(one.text);
-    });
-    if (found == rules.end()) {
-      rules.push_back({one.text, {&one}});
-    } else {
-      found->times.push_back(&one);
-    }
+    const auto [place, is_new] = numbers.emplace(capitals(one.text), rules.size());
+    if (is_new) rules.push_back({one.text, {}});
+    rules[place->second].times.push_back(&one);
   }
   return rules;
 }
 
-// The echo behind each command, as the next one shows it; only where the command changed it.
-std::string echo_change(const std::vector<Asked>& asked, const Rule& rule) {
+// Whether the modem echoes behind each command, as the next one shows it.
+using Echoes = std::map<const Asked*, bool>;
+
+Echoes echoes_behind(const std::vector<Asked>& asked) {
+  Echoes echoes;
+  std::optional<bool> next;
+  for (auto one = asked.rbegin(); one != asked.rend(); ++one) {
+    if (next) echoes.emplace(&*one, *next);
+    if (one->echoed && !one->is_body) next = one->echoed;
+  }
+  return echoes;
+}
+
+// Only where the command changed it.
+std::string echo_change(const Echoes& echoes, const Rule& rule) {
   bool changes = false;
   std::optional<bool> becomes;
-  for (size_t i = 0; i < asked.size(); ++i) {
-    if (std::find(rule.times.begin(), rule.times.end(), &asked[i]) == rule.times.end()) continue;
-    const auto next = std::find_if(asked.begin() + static_cast<std::ptrdiff_t>(i) + 1, asked.end(),
-                                   [](const Asked& a) { return a.echoed && !a.is_body; });
-    if (next == asked.end() || !asked[i].echoed) continue;
-    if (becomes && *becomes != *next->echoed) return "";
-    becomes = *next->echoed;
-    changes |= *next->echoed != *asked[i].echoed;
+  for (const Asked* one : rule.times) {
+    const auto behind = echoes.find(one);
+    if (behind == echoes.end() || !one->echoed) continue;
+    if (becomes && *becomes != behind->second) return "";
+    becomes = behind->second;
+    changes |= *becomes != *one->echoed;
   }
   if (!changes) return "";
   return *becomes ? " then echo on" : " then echo off";
@@ -429,10 +456,10 @@ bool same_answer(const Asked& one, const Asked& other) {
                     other.reports.end(), same_text);
 }
 
-std::string lines_of(const std::vector<Asked>& asked, const Rule& rule) {
+std::string lines_of(const Echoes& echoes, const Rule& rule) {
   std::string lines;
   const std::string pattern = script_pattern(rule.text);
-  const std::string echo = echo_change(asked, rule);
+  const std::string echo = echo_change(echoes, rule);
   for (size_t i = 0; i < rule.times.size();) {
     size_t end = i + 1;
     while (end < rule.times.size() && same_answer(*rule.times[end], *rule.times[i])) ++end;
@@ -457,14 +484,14 @@ std::string lines_of(const std::vector<Asked>& asked, const Rule& rule) {
 // known.
 std::string other_messages(const std::vector<Rule>& rules) {
   std::string heads;
+  std::set<std::string> written;
   std::string bodies;
   for (const Rule& rule : rules) {
     const Asked& last = *rule.times.back();
     if (last.is_body) bodies = "on pdu * -> " + answer_of(last) + "\n";
     if (!last.prompted) continue;
     const std::string head = rule.text.substr(0, rule.text.find('=')) + "=*";
-    if (capitals(heads).find(capitals("on " + head)) == heads.npos)
-      heads += "on " + head + " -> prompt\n";
+    if (written.insert(capitals(head)).second) heads += "on " + head + " -> prompt\n";
   }
   return heads + bodies;
 }
@@ -481,18 +508,23 @@ std::optional<Time> interval_of(const std::vector<Time>& times) {
   return even ? std::optional(middle) : std::nullopt;
 }
 
+// Those of an interval are written where the first one came.
 std::string reports_of(const std::vector<Said>& said, Time opened) {
   std::map<std::string_view, std::vector<Time>> times;
   for (const Said& report : said) {
     if (report.at >= opened) times[report.text].push_back(report.at);
   }
+  std::map<std::string_view, Time> intervals;
+  for (const auto& [text, all] : times) {
+    if (const std::optional<Time> interval = interval_of(all)) intervals.emplace(text, *interval);
+  }
   std::string lines;
   for (const Said& report : said) {
-    const auto all = times.find(report.text);
-    if (report.at < opened || all == times.end()) continue;
-    const std::optional<Time> interval = interval_of(all->second);
-    if (interval) times.erase(all);
-    lines += interval ? "every " + script_time(*interval) : "at " + script_time(report.at - opened);
+    if (report.at < opened) continue;
+    const auto every = intervals.find(report.text);
+    if (every != intervals.end() && report.at != times[report.text].front()) continue;
+    lines += every != intervals.end() ? "every " + script_time(every->second)
+                                      : "at " + script_time(report.at - opened);
     lines += " report " + script_text(report.text) + "\n";
   }
   return lines;
@@ -536,7 +568,8 @@ std::string learn(const Session& session) {
   std::string script = "# learnt from " + session.name + "\n";
   if (first != asked.end() && !*first->echoed) script += "echo off\n";
   const std::vector<Rule> rules = rules_of(asked);
-  for (const Rule& rule : rules) script += lines_of(asked, rule);
+  const Echoes echoes = echoes_behind(asked);
+  for (const Rule& rule : rules) script += lines_of(echoes, rule);
   script += other_messages(rules);
   script += "else ERROR\n";
   script += reports_of(listener.said, opened);

@@ -244,8 +244,18 @@ mdxline::Session read_recordings(const std::vector<std::string>& paths) {
   return whole;
 }
 
+void refuse_overwriting(const Options& options) {
+  std::error_code none;  // what is not there yet is no recording
+  for (const std::string& recording : options.recordings) {
+    if (!std::filesystem::equivalent(recording, options.learnt_file, none)) continue;
+    throw std::invalid_argument("-o needs a name of its own: " + options.learnt_file +
+                                " is the recording");
+  }
+}
+
 int learn(const Options& options) {
   try {
+    refuse_overwriting(options);
     const std::string script = mdxline::learn(read_recordings(options.recordings));
     if (options.learnt_file.empty()) {
       std::cout << script << std::flush;
