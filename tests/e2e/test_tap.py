@@ -20,6 +20,7 @@ from device import CHANNEL, SHORT, DeviceTest, wait_until
 MODEM = pathlib.Path("/dev/modem")
 RECORD = pathlib.Path("/tmp/record.txt")
 SECOND_READER = 3
+BYTES_ARE_MISSING = 4
 
 
 def passed(path=RECORD):
@@ -38,7 +39,7 @@ class Tap(DeviceTest):
     def start_tap(self, *options, to=("--link", str(CHANNEL)), limit=None):
         self.tap = self.start("mdxtap", str(MODEM), *to, "--record", str(RECORD), *options)
         if limit is not None:
-            resource.prlimit(self.tap.pid, resource.RLIMIT_FSIZE, (limit, resource.RLIM_INFINITY))
+            self.limit_files(limit)
         end = pathlib.Path(to[1])
         wait_until(lambda: end.is_char_device() or end.is_socket(), 10, "the host's end is there")
 
@@ -57,9 +58,16 @@ class Tap(DeviceTest):
         wait_until(lambda: "the host opened" in RECORD.read_text(), 10, "the tap sees its host")
         return host
 
-    def end_tap(self):
+    def end_tap(self, code=0):
         self.stop(self.tap)
-        self.assertEqual(self.tap.returncode, 0, self.log_of(self.tap))
+        self.assertEqual(self.tap.returncode, code, self.log_of(self.tap))
+
+    def limit_files(self, size):
+        resource.prlimit(self.tap.pid, resource.RLIMIT_FSIZE, (size, resource.RLIM_INFINITY))
+
+    def say(self, host, text):
+        os.write(host, text.encode() + b"\r")
+        wait_until(lambda: RECORD.exists() and text in RECORD.read_text(), 10, f"{text} is written")
 
     def exchange(self, streams):
         """Writes to each descriptor its bytes and reads what comes, until all has come.
@@ -173,10 +181,39 @@ class Tap(DeviceTest):
         wait_until(lambda: "not recording: File too large" in self.log_of(self.tap), 10, "it is said")
         self.assertLessEqual(RECORD.stat().st_size, 2000)
         self.assertTrue(RECORD.read_text().endswith("\n"), "whole lines")
-        resource.prlimit(self.tap.pid, resource.RLIMIT_FSIZE, (1 << 30, resource.RLIM_INFINITY))
-        os.write(host, b"AT+CGMM\r")
-        wait_until(lambda: "AT+CGMM" in RECORD.read_text(), 10, "it records again")
+        self.limit_files(1 << 30)
+        self.say(host, "AT+CGMM")
         self.assertRegex(RECORD.read_text(), r"\n# \d+ bytes are missing here\n")
+        self.end_tap(BYTES_ARE_MISSING)
+
+    def test_a_disk_that_stays_full_is_told_at_the_end(self):
+        self.make_line()
+        self.start_tap("--plain", limit=1000)  # room for what it says, which goes to a file, too
+        os.write(self.open_host(), b"A" * 1500)
+        wait_until(lambda: "not recording" in self.log_of(self.tap), 10, "it is said")
+        self.end_tap(BYTES_ARE_MISSING)
+        self.assertRegex(self.log_of(self.tap), r"1500 bytes from the host.*\nmdxtap: of these, \d+ are missing")
+
+    def test_a_script_is_of_its_own_run(self):
+        """Not of the run before, though its file stands where this run's would; and as plain as it."""
+        self.make_line()
+        RECORD.write_text("> AT+OTHER\\r\n")
+        script = pathlib.Path("/tmp/script")
+        self.start_tap("--plain", "--script", str(script))
+        host = self.open_host()
+        self.say(host, "AT+GONE")
+        RECORD.unlink()
+        self.say(host, 'AT+CPIN="2718"')
+        self.end_tap()
+        self.assertIn(f"{script} is the script of it, but of 1", self.log_of(self.tap))
+        self.assertRegex(script.read_text(), r'^# plain: .*\n# learnt from .*\n(echo off\n)?on AT\+CPIN="2718"')
+        self.assertNotIn("AT+OTHER", script.read_text())
+        self.assertEqual(script.stat().st_mode & 0o777, 0o600)
+        os.close(host)
+        self.start_tap("--script", str(script))
+        self.end_tap()
+        self.assertIn("nothing passed", self.log_of(self.tap))
+        self.assertIn("2718", script.read_text())
 
     def test_killed_it_leaves_what_passed(self):
         modem = self.make_line()
@@ -196,10 +233,12 @@ class Tap(DeviceTest):
         modem = self.make_line()
         RECORD.write_text("# a recording\n> AT\\r\n")
         pathlib.Path("/tmp/file").touch()
+        pathlib.Path("/tmp/symlink").symlink_to("file")
         cases = [  # options, exit code, and what is said
             (["--link", str(MODEM)], 2, "is the device"),
             (["--link", "/tmp/port", "--script", str(RECORD)], 2, "is the --record"),
             (["--link", "/tmp/port", "--script", "/tmp/none/script"], 2, "cannot write /tmp/none/script"),
+            (["--link", "/tmp/port", "--script", "/tmp/symlink"], 2, "/tmp/symlink is no file"),
             (["--link", "/tmp/port", "--max-size", "-5"], 2, "64K"),
             (["--link", "/tmp/port", "--record", "/tmp"], 3, "/tmp is no file"),
             (["--link", "/tmp/port", "--record", "/tmp/none/file"], 3, "/tmp/none/file"),

@@ -6,15 +6,15 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -26,6 +26,7 @@
 #include "tools/mdxtap/mask_table.h"
 #include "tools/mdxtap/modem_end.h"
 #include "tools/mdxtap/recorder.h"
+#include "tools/mdxtap/script_file.h"
 #include "tools/mdxtap/tap.h"
 
 namespace {
@@ -33,9 +34,13 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitUsage = 2;
 constexpr int kExitNoDevice = 3;
+constexpr int kExitIncomplete = 4;
 constexpr uint64_t kSmallestFile = 64U * 1024U;
 constexpr uint64_t kLargestFile = 1ULL << 40U;
 constexpr int kMostFiles = 1000;
+
+constexpr const char* kPlainRemark =
+    "# plain: everything is as it was, identities, texts and passwords too\n";
 
 constexpr const char* kDescription =
     "Stands between a modem and its host as a terminal of its own, passes everything on unchanged, "
@@ -47,11 +52,12 @@ constexpr const char* kFooter =
     "replaced by\n"
     "one of the same length and kind, the same one each time. --masks shows what is masked where.\n"
     "\n"
-    "Exit codes: 0 ended by SIGINT or SIGTERM; 2 wrong usage; 3 the device is another program's, "
-    "or "
-    "is\n"
-    "none, or the host's end or the recording could not be made. A device that is not there is "
-    "waited for.\n"
+    "Exit codes: 0 ended by SIGINT, SIGTERM or SIGHUP; 2 wrong usage; 3 the device is another "
+    "program's, or\n"
+    "is none, or the host's end, the recording or the script could not be made; 4 bytes are "
+    "missing "
+    "in the\n"
+    "recording. A device that is not there is waited for.\n"
     "\n"
     "Examples:\n"
     "  mdxtap /dev/ttyUSB2 --link /dev/smd6 --record modem.txt\n"
@@ -119,7 +125,8 @@ void refuse_one_place(const Options& options) {
 
 // Found out before something is recorded for it.
 void refuse_unwritable_script(const std::string& path) {
-  if (!mdxline::is_writable(path)) refuse("--script", "cannot write " + path);
+  const std::string why = mdxtap::script_obstacle(path);
+  if (!why.empty()) refuse("--script", why);
 }
 
 void refuse_nonsense(const Options& options) {
@@ -166,7 +173,7 @@ std::string head_of(const Options& options) {
   }
   return "# recorded by mdxtap " MDXGATE_VERSION " at " + device + "; time 0 is " + time.data() +
          "\n" +
-         (options.plain ? "# plain: everything is as it was, identities, texts and passwords too\n"
+         (options.plain ? kPlainRemark
                         : "# masked: identities, numbers, texts and secrets are stand-ins\n");
 }
 
@@ -192,24 +199,36 @@ void open_modem(mdxtap::ModemEnd& modem) {
     throw std::runtime_error(modem.path() + " is neither a terminal nor a socket");
 }
 
-// Of all files of this run that are still there, the oldest first.
-void write_script(const Options& options, int files) {
-  mdxline::Session whole;
-  whole.name = options.record.path;
-  for (int number = std::min(files - 1, options.record.keep); number >= 0; --number) {
-    const std::string path =
-        options.record.path + (number == 0 ? "" : "." + std::to_string(number));
-    std::ifstream file = mdxline::open_to_read(path);
-    mdxline::Session part = mdxline::parse_session(file, path);
-    std::move(part.steps.begin(), part.steps.end(), std::back_inserter(whole.steps));
-    std::move(part.remarks.begin(), part.remarks.end(), std::back_inserter(whole.remarks));
+// Of all files of this run that are still there, the oldest first. Only the first line of all would
+// say that it is a recording, and each has a head.
+mdxline::Session session_of(const mdxtap::RecordFile& written, const std::string& path) {
+  std::stringstream whole;
+  for (int number = written.beside(); number >= 0; --number) {
+    std::ifstream file =
+        mdxline::open_to_read(path + (number == 0 ? "" : "." + std::to_string(number)));
+    for (std::string line; std::getline(file, line);) whole << line << '\n';
   }
-  std::ofstream script(options.script);
-  script << mdxline::learn(whole) << std::flush;
-  if (!script) {
-    throw std::runtime_error("cannot write " + options.script + "; mdxsim learn makes it of " +
-                             options.record.path + " later");
+  return mdxline::parse_session(whole, path);
+}
+
+void write_script(const Options& options, const mdxtap::RecordFile& written) {
+  const std::string head = options.plain ? kPlainRemark : "";
+  const std::string script = head + mdxline::learn(session_of(written, options.record.path));
+  const int error = mdxtap::write_script_file(options.script, script, options.plain);
+  if (error != 0) {
+    throw std::runtime_error("cannot write " + options.script + ": " + std::strerror(error) +
+                             "; mdxsim learn makes it of " + options.record.path + " later");
   }
+  std::cerr << "mdxtap: " << options.script << " is the script of it";
+  if (written.gone() > 0) std::cerr << ", but of " << written.gone() << " files that are gone";
+  std::cerr << '\n';
+}
+
+int tell_missing(const mdxtap::Recorder& recorder) {
+  if (recorder.missing() > 0) {
+    std::cerr << "mdxtap: of these, " << recorder.missing() << " are missing in the recording\n";
+  }
+  return recorder.missing() > 0 || recorder.unsafe() ? kExitIncomplete : kExitOk;
 }
 
 int serve(const Options& options) {
@@ -233,9 +252,14 @@ int serve(const Options& options) {
   recorder.finish();
   std::cerr << "mdxtap: " << tap.host_bytes() << " bytes from the host, " << tap.modem_bytes()
             << " from the modem\n";
-  const bool anything = tap.host_bytes() + tap.modem_bytes() > 0;
-  if (!options.script.empty() && anything) write_script(options, recorder.files());
-  return kExitOk;
+  const int code = tell_missing(recorder);
+  if (options.script.empty()) return code;
+  if (tap.host_bytes() + tap.modem_bytes() > 0) {
+    write_script(options, recorder.file());
+  } else {
+    std::cerr << "mdxtap: nothing passed: " << options.script << " is not written\n";
+  }
+  return code;
 }
 
 }  // namespace

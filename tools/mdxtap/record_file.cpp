@@ -49,17 +49,21 @@ int RecordFile::open() {
   struct stat there {};
   if (lstat(options_.path.c_str(), &there) != 0) return errno == ENOENT ? create() : errno;
   if (!S_ISREG(there.st_mode)) return EEXIST;
-  if (!holds_nothing(options_.path)) return turn();
-  return unlink(options_.path.c_str()) == 0 ? create() : errno;
+  int error = 0;
+  if (!holds_nothing(options_.path)) {
+    error = turn();
+  } else if (unlink(options_.path.c_str()) != 0) {
+    error = errno;
+  }
+  return error != 0 ? error : create();
 }
 
 // Never through a link, and never into a file that somebody else has put there.
 int RecordFile::create() {
   if (fd_ >= 0) close(fd_);
+  size_ = 0;
   fd_ = ::open(options_.path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd_ < 0) return errno;
-  size_ = 0;
-  ++begun_;
   sync_directory(options_.path);
   return write_all(options_.head);
 }
@@ -74,20 +78,26 @@ int RecordFile::turn() {
     if (rename(name(number - 1).c_str(), name(number).c_str()) != 0 && errno != ENOENT)
       return errno;
   }
-  return create();
+  return 0;
 }
 
 int RecordFile::append(std::string_view lines) {
   const bool full = options_.max_size > 0 && size_ > options_.head.size() &&
                     size_ + lines.size() > options_.max_size;
   int error = 0;
-  if (fd_ < 0 || removed()) {
-    error = create();
-  } else if (full) {
+  if (fd_ >= 0 && is_removed()) {
+    ++removed_;
+    close(std::exchange(fd_, -1));
+  } else if (fd_ >= 0 && full) {
     error = sync();
     if (error == 0) error = turn();
+    if (error != 0) return error;
+    ++turned_;
+    close(std::exchange(fd_, -1));
   }
-  return error != 0 ? error : write_all(lines);
+  if (fd_ < 0) error = create();
+  if (error != 0) return error;
+  return size_ == 0 ? write_all(options_.head + std::string(lines)) : write_all(lines);
 }
 
 int RecordFile::write_all(std::string_view bytes) {
@@ -108,7 +118,7 @@ int RecordFile::write_all(std::string_view bytes) {
   return 0;
 }
 
-bool RecordFile::removed() const {
+bool RecordFile::is_removed() const {
   struct stat own {};
   return fstat(fd_, &own) == 0 && own.st_nlink == 0;
 }

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -18,7 +19,7 @@ struct RecordFileOptions {
 /// The file of a recording, and those before it. Readable by its owner alone.
 ///
 /// All functions return 0 or an errno value. A disk that is full leaves whole lines: what did not
-/// fit is not there at all.
+/// fit is not there at all, and the head comes with the first of them that do.
 class RecordFile {
  public:
   explicit RecordFile(RecordFileOptions options) : options_(std::move(options)) {}
@@ -37,19 +38,23 @@ class RecordFile {
   /// What was appended is on the disk when this returns.
   int sync();
 
-  /// Files that this run has begun.
-  [[nodiscard]] int begun() const { return begun_; }
+  /// Files of this run that are there beside PATH, as PATH.1 to PATH.N.
+  [[nodiscard]] int beside() const { return std::min(turned_, options_.keep); }
+
+  /// Files of this run that are not there any more.
+  [[nodiscard]] int gone() const { return turned_ - beside() + removed_; }
 
  private:
   int create();
   int turn();
   int write_all(std::string_view bytes);
-  [[nodiscard]] bool removed() const;
+  [[nodiscard]] bool is_removed() const;
 
   RecordFileOptions options_;
   int fd_ = -1;
   uint64_t size_ = 0;
-  int begun_ = 0;
+  int turned_ = 0;   // files of this run that were given a number
+  int removed_ = 0;  // by somebody else
   bool dirty_ = false;
 };
 

@@ -79,6 +79,7 @@ void Recorder::run() {
   Clock::time_point synced = Clock::now();
   for (bool last = false; !last;) {
     std::vector<Entry> arrived;
+    size_t dropped = 0;
     {
       std::unique_lock guard(lock_);
       if (held_.empty()) news_.wait(guard, [this] { return ends_ || !arrived_.empty(); });
@@ -86,17 +87,19 @@ void Recorder::run() {
       last = ends_;
       arrived.swap(arrived_);
       waiting_ = 0;
-      lost_ += std::exchange(dropped_, 0);
+      dropped = std::exchange(dropped_, 0);
     }
+    lose(dropped);
     for (Entry& entry : arrived) take(std::move(entry));
     release_old(last ? Clock::time_point::max() : Clock::now());
     write_ready();
+    if (last && lost_ > 0) store("", 0);
     const auto now = Clock::now();
     if (!last && held_.empty() && now - synced < kSyncEvery) {
       std::unique_lock guard(lock_);
       news_.wait_for(guard, kSyncEvery - (now - synced), [this] { return ends_; });
     }
-    file_.sync();
+    sync();
     synced = Clock::now();
   }
 }
@@ -178,7 +181,25 @@ void Recorder::store(const std::string& lines, size_t bytes) {
               << (error != 0 ? std::strerror(error) : "") << '\n';
   }
   lost_ = error != 0 ? lost_ + bytes : 0;
-  if (error != 0) told_time_.clear();
+  if (error == 0) return;
+  missing_ += bytes;
+  told_time_.clear();
+}
+
+// For which there was no room. Said once until there is room again.
+void Recorder::lose(size_t bytes) {
+  lost_ += bytes;
+  missing_ += bytes;
+  if (bytes > 0 && !told_slow_) std::cerr << "mdxtap: not recording: the disk is too slow\n";
+  told_slow_ = bytes > 0;
+}
+
+void Recorder::sync() {
+  const int error = file_.sync();
+  if (error == 0) return;
+  if (!unsafe_)
+    std::cerr << "mdxtap: the disk may have lost the last second: " << std::strerror(error) << '\n';
+  unsafe_ = true;
 }
 
 }  // namespace mdxtap

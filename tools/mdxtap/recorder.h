@@ -24,7 +24,7 @@ namespace mdxtap {
 ///
 /// Who records never waits: masking and disk have a thread of their own. What passed is in the file
 /// half a second later and on the disk within a second. What the disk does not take is counted and
-/// told in the file and on standard error.
+/// told in the file, when it takes some again, and on standard error.
 class Recorder {
  public:
   struct Options {
@@ -49,8 +49,14 @@ class Recorder {
   /// Ends the recording as the destructor does.
   void finish();
 
-  /// Files that it has written, after `finish`.
-  [[nodiscard]] int files() const { return file_.begun(); }
+  /// What it has written, after `finish`.
+  [[nodiscard]] const RecordFile& file() const { return file_; }
+
+  /// Bytes that passed and were not recorded, after `finish`.
+  [[nodiscard]] uint64_t missing() const { return missing_; }
+
+  /// Whether the disk may have lost what it had taken, after `finish`.
+  [[nodiscard]] bool unsafe() const { return unsafe_; }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -70,6 +76,8 @@ class Recorder {
   void release_old(Clock::time_point now);
   void write_ready();
   void store(const std::string& lines, size_t bytes);
+  void lose(size_t bytes);
+  void sync();
   [[nodiscard]] std::string line_of(const Entry& entry);
 
   Clock::time_point start_ = Clock::now();
@@ -90,6 +98,9 @@ class Recorder {
   Clock::time_point last_[2];          // when the modem, the host was last heard
   std::string told_time_;
   size_t lost_ = 0;  // bytes since the disk last took any
+  uint64_t missing_ = 0;
+  bool unsafe_ = false;
+  bool told_slow_ = false;
   int told_error_ = 0;
   std::thread thread_;
 };
