@@ -204,7 +204,7 @@ int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_pa
   if (subscription == nullptr || packet == nullptr || packet->size < kFirstSize) {
     return MDX_ERR_ARGUMENT;
   }
-  const int64_t deadline = now_ms() + (timeout_ms < 0 ? kForGoodMs : timeout_ms);
+  const int64_t deadline = now_ms() + timeout_ms;
   for (;;) {
     if (subscription->refused) return MDX_ERR_REFUSED;
     const ssize_t size = read_datagram(subscription);
@@ -216,7 +216,8 @@ int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_pa
     if (size == -2) return MDX_ERR_SYSTEM;
     if (timeout_ms >= 0 && now_ms() >= deadline) return MDX_ERR_TIMEOUT;
     pollfd hub = {subscription->fd, POLLIN, 0};
-    if (poll_until(&hub, 1, deadline) < 0) return MDX_ERR_SYSTEM;
+    if (poll_until(&hub, 1, timeout_ms < 0 ? now_ms() + kForGoodMs : deadline) < 0)
+      return MDX_ERR_SYSTEM;
   }
 }
 

@@ -35,7 +35,7 @@ namespace {
 
 constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
-constexpr int kTurns = 8;                // of the CPU that a receiver gets which has kept up so far
+constexpr int kTurns = 8;  // of the CPU that receivers get which have kept up so far, for a packet
 constexpr uint32_t kAcceptNapMs = 100;
 constexpr uint32_t kSubscribeWithinMs = 5000;
 constexpr uint32_t kUninstall = 0x8805;
@@ -96,10 +96,12 @@ bool put_packet(int fd, const mdx_packet_header_t& header, const void* data) {
   return sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
-void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const void* data) {
+void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const void* data,
+                      int& turns_left) {
   header.lost = receiver.lost;
   bool sent = put_packet(receiver.fd, header, data);
-  for (int turn = 0; !sent && errno == EAGAIN && receiver.lost == 0 && turn < kTurns; ++turn) {
+  while (!sent && errno == EAGAIN && receiver.lost == 0 && turns_left > 0) {
+    --turns_left;
     sched_yield();
     sent = put_packet(receiver.fd, header, data);
   }
@@ -135,8 +137,9 @@ int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
   if (listener < 0) return -1;
   pthread_mutex_lock(&receivers_lock);
   hub_states_keep(header, data);
+  int turns_left = kTurns;
   for (receiver_t& receiver : receivers)
-    if (wants(receiver, header)) send_to_receiver(receiver, header, data);
+    if (wants(receiver, header)) send_to_receiver(receiver, header, data, turns_left);
   pthread_mutex_unlock(&receivers_lock);
   return 0;
 }

@@ -11,6 +11,8 @@
 namespace {
 
 constexpr char kCtrlZ = 0x1A;
+/// Answers without an echo in a row, by a modem that has echoed: it may have stopped that.
+constexpr uint32_t kUnechoedAtMost = 3;
 constexpr auto kNowhere = std::string_view::npos;
 
 /// Words that a modem also says by itself, when a call ends or a connection comes up. The server
@@ -72,8 +74,12 @@ bool dials(std::string_view line) {
 }
 
 bool may_change_echo(std::string_view line) {
-  const std::string_view basic = basic_commands(line);
-  return holds(basic, "E") || holds(basic, "Z") || holds(basic, "&F");
+  for (size_t end = 0; end != kNowhere; line.remove_prefix(end == kNowhere ? 0 : end + 1)) {
+    end = line.find(';');
+    const std::string_view basic = basic_commands(head_of(line, end));
+    if (holds(basic, "E") || holds(basic, "Z") || holds(basic, "&F")) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -106,6 +112,7 @@ void line_debt::begin_exchange() {
   results_shown_ = 0;
   if (changes_echo_) echo_ = echo_t::unknown;
   body_sent_ = early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
+  passed_over_ = false;
   dials_ = changes_echo_ = doubts_ = false;
 }
 
@@ -138,6 +145,7 @@ void line_debt::count_commands(std::string_view lines) {
 
 void line_debt::echoed() {
   echo_missing_ = false;
+  unechoed_ = 0;
   echo_ = echo_t::yes;
   if (in_exchange_ || due_ > 0) stale_ = 0;  // else it is given up itself
 }
@@ -161,6 +169,7 @@ bool line_debt::show_to_exchange(bool pays) {
   if (is_in_front_of_echo()) {
     if (pays) --stale_;
     if (pays) ++counts_.absorbed;
+    passed_over_ = true;
     return false;
   }
   if (!owes()) return false;
@@ -220,6 +229,7 @@ void line_debt::pass(uint64_t now) {
     escapes_ = 0;
   }
   may_prompt_ = false;
+  if (passed_over_ && echo_missing_ && ++unechoed_ >= kUnechoedAtMost) echo_ = echo_t::unknown;
   stale_ += due_;
   due_ = 0;
 }
@@ -245,13 +255,19 @@ bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
   return !in_exchange_ && !owes() && since_known_ && now >= due(last_byte);
 }
 
+/// A modem that never stops is waited for no longer than one that never answers.
+uint64_t line_debt::silent_at(uint64_t last_byte) const {
+  if (!needs_silence_) return last_byte;
+  const uint32_t silence = doubts_ && stale_ > 0 ? kDoubtMs : kCleanSilenceMs;
+  return std::min(last_byte + silence, since_ + kPatienceMs);
+}
+
 uint64_t line_debt::due(uint64_t last_byte) const {
   if (in_exchange_ || is_clean()) return kNever;
   if (!since_known_) return last_byte;
   if (prompt_) return escapes_ == 0 ? last_byte : escape_ends_at();
   if (due_ > 0) return since_ + kPatienceMs;
-  const uint32_t silence = doubts_ && stale_ > 0 ? kDoubtMs : kCleanSilenceMs;
-  const uint64_t silent = last_byte + (needs_silence_ ? silence : 0);
+  const uint64_t silent = silent_at(last_byte);
   if (!opening_) return silent;
   const uint64_t heard = std::max(last_byte, since_) + kOpeningSilenceMs;
   return std::max(silent, std::min(since_ + kOpeningMs, heard));

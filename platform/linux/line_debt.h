@@ -135,6 +135,7 @@ class line_debt {
   enum class echo_t : uint8_t { unknown, yes, no };
 
   uint64_t escape_ends_at() const;
+  uint64_t silent_at(uint64_t last_byte) const;
   bool owes() const { return due_ > 0 || prompt_; }
   bool exchange_left_debt();
   void begin_exchange();
@@ -148,8 +149,9 @@ class line_debt {
   uint32_t due_ = 0;            ///< results owed for what was sent
   uint32_t stale_ = 0;          ///< results that were waited for in vain; they may still come
   uint32_t results_shown_ = 0;  ///< to the exchange under way
-  uint32_t escapes_ = 0;        ///< for the prompt that is open
-  uint64_t since_ = 0;  ///< when the exchange ended or the device was opened, if that was told
+  uint32_t unechoed_ = 0;  ///< commands in a row that came to nothing, with a result passed over
+  uint32_t escapes_ = 0;   ///< for the prompt that is open
+  uint64_t since_ = 0;     ///< when the exchange ended or the device was opened, if that was told
   uint64_t escaped_at_ = 0;
   bool since_known_ = false;
   bool prompt_ = false;      ///< the modem waits for a body
@@ -162,6 +164,7 @@ class line_debt {
   bool opening_ = false;
   bool text_left_ = false;  ///< in the server, of an exchange that ended without result
   bool link_lost_in_exchange_ = false;
+  bool passed_over_ = false;   ///< a result, since the command had not been echoed yet
   bool doubts_ = false;        ///< the exchange may have been paid by what was stale
   bool dials_ = false;         ///< the exchange may be answered by words about a call
   bool echo_missing_ = false;  ///< of the command in flight

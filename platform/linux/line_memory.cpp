@@ -5,6 +5,7 @@
 
 #include "platform/linux/line_memory.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,7 +32,8 @@ kept_t* map(int fd) {
   struct stat status {};
   if (fstat(fd, &status) != 0) return nullptr;
   const auto size = static_cast<off_t>(sizeof(kept_t));
-  if (status.st_size < size && ftruncate(fd, size) != 0) return nullptr;
+  // Not a hole: what a full file system cannot give would be missed at the first write to it.
+  if (status.st_size < size && posix_fallocate(fd, 0, size) != 0) return nullptr;
   void* page = mmap(nullptr, sizeof(kept_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   return page == MAP_FAILED ? nullptr : static_cast<kept_t*>(page);
 }

@@ -113,6 +113,23 @@ const case_t answers[] = {
     {"SendWhileHeld",       {"> AT\r", "< old\r\nhal", "~10", "> AT+X\r", "< f\r\nOK\r\n", "= old\r\nhalf\r\nOK\r\n"}},
     {"ModemGoneInALine",    {"> AT\r", "< ^A:1\r\n^B", "!", "~0", "= ^A:1\r\n^B", "< :2\r\n"}},
 };
+/// A report each 10 ms, behind an answer that never comes and behind one that may not be its own.
+script_t chatter_behind_a_lost_answer() {
+  script_t script = {"> AT\r", "."};
+  const auto chatter = [&script](int reports) {
+    for (int i = 0; i < reports; ++i)
+      for (const char* step : {"~10", "< ^A:1\r\n", "= ^A:1\r\n"}) script.emplace_back(step);
+  };
+  const auto add = [&script](const script_t& steps) {
+    script.insert(script.end(), steps.begin(), steps.end());
+  };
+  chatter(499);
+  add({"dirty", "~10", "= OK\r\n", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", "."});
+  chatter(499);
+  add({"dirty", "~10", "clean"});
+  return script;
+}
+
 const case_t debts[] = {
     {"PaidAtOnce",          {"> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
     {"PaidLate",            {"> AT+COPS=?\r", "~1000", ".", "dirty", "~2000", "< \r\n+COPS: 1\r\n", "= \r\n+COPS: 1\r\n", "< name\r\n\r\nOK\r\n", "= \r\nOK\r\n",
@@ -137,6 +154,10 @@ const case_t debts[] = {
     {"BackBeforeItsEnd",    {"> AT\r", "< OK\r\n", "= OK\r\n", "!", "o", "~10", "< ^A:1\r\n", "= ^A:1\r\n"}},
     {"NeverSilent",         {"o", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n",
                              "~90", "< \r\n", "~90", "< \r\n", "~90", "< \r\n", "~10", "dirty", "~10", "clean"}},
+    {"NeverSilentBehindIt", chatter_behind_a_lost_answer()},
+    {"StopsToEcho",         {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT\r", ".", "~5000", "= OK\r\n", "clean",
+                             "> AT\r", "< OK\r\n", ".", "~5000", "= OK\r\n", "clean", "> AT\r", "< OK\r\n", ".", "~5000", "= OK\r\n", "clean",
+                             "> AT\r", "< OK\r\n", ".", "~5000", "= OK\r\n", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", "."}},
     {"LeftByAnother",       {"o1", "~3000", "dirty", "< +CSQ: 1\r\nOK\r\n", "= +CSQ: 1\r\nOK\r\n", "~19", "dirty", "~1", "clean"}},
 };
 const case_t prompts[] = {

@@ -31,8 +31,10 @@ constexpr int32_t kFirstReport = 1000000;
 /// A modem has 5 seconds for what it owes and 2 for a prompt; a delivery may be offered twice.
 constexpr uint32_t kLongestWaitMs = 9500;
 /// What has been said so shortly before a modem is unplugged or the server killed may be lost.
-/// A delivery that is refused twice waits two seconds.
-constexpr uint32_t kMayBeLostMs = 4000;
+constexpr uint32_t kMayBeLostMs = 2000;
+/// A server that begins reads nothing before its first command is out; a kill takes it down with
+/// it.
+constexpr uint32_t kMayBeHeldMs = 7000;
 constexpr uint32_t kSetUpMs = 3000;
 constexpr uint32_t kThreadMayLagMs = 100;
 constexpr uint32_t kPatienceMs = 5000;
@@ -240,7 +242,7 @@ void line_world::unplug(uint32_t when) {
 void line_world::note_loss() {
   disturbed_.push_back(fake::now());
   for (const auto& [number, made] : reports_)
-    if (made + kMayBeLostMs >= fake::now()) may_be_lost_.insert(number);
+    if (made + kMayBeHeldMs >= fake::now()) may_be_lost_.insert(number);
 }
 
 void line_world::sent(std::string_view bytes) {
@@ -303,7 +305,9 @@ void line_world::judge_reply(const entry& reply) {
   const bool was_answered =
       found != said_.answers.end() && found->second <= reply.at + kThreadMayLagMs;
   const auto& calls = said_.about_a_call;
-  const auto heard_word = [&](uint64_t at) { return at >= client.written && at <= reply.at; };
+  const auto heard_word = [&](uint64_t at) {
+    return at + kThreadMayLagMs >= client.written && at <= reply.at;
+  };
   const bool may_be_disturbed = std::any_of(disturbed_.begin(), disturbed_.end(), [&](uint64_t at) {
     return at + kMayBeLostMs >= client.written && at <= reply.at;
   });
