@@ -78,6 +78,23 @@ const std::vector<Case> kCases = {
     {"#PDPAUTH",  {"> AT#PDPAUTH=1,2,\"fred\",\"w0rd\"\\r", "< \\r\\n#PDPAUTH: 1,2,\"fred\",\"w0rd\"\\r\\n"},   {"fred", "w0rd"}, {"=1,2,\"", ": 1,2,\""}},
     {"+UAUTHREQ", {"> AT+UAUTHREQ=1,2,\"fred\",\"w0rd\"\\r"},                                         {"fred", "w0rd"}, {"=1,2,\""}},
     {"+CSTT",     {"> AT+CSTT=\"internet\",\"fred\",\"w0rd\"\\r", "< \\r\\n+CSTT: \"internet\",\"fred\",\"w0rd\"\\r\\n"}, {"fred", "w0rd"}, {"=\"internet\"", ": \"internet\""}},
+    {"+XGAUTH",   {"> AT+XGAUTH=1,1,\"fred\",\"w0rd\"\\r"},                                         {"fred", "w0rd"}, {"=1,1,"}},
+    {"+QMTCONN",  {"> AT+QMTCONN=0,\"client\",\"fred\",\"w0rd\"\\r"},                               {"fred", "w0rd"}, {"=0,"}},
+    {"+SAPBR",    {"> AT+SAPBR=3,1,\"PWD\",\"w0rd\"\\r"},                                           {"w0rd"}, {"3,1,\"PWD\""}},
+    {"+CPBS",     {"> AT+CPBS=\"FD\",\"2718\"\\r"},                                                 {"2718"}, {"\"FD\""}},
+    {"+CACM",     {"> AT+CACM=\"2718\"\\r"},                                                        {"2718"}, {}},
+    {"+CAMM",     {"> AT+CAMM=\"000100\",\"2718\"\\r"},                                             {"2718"}, {"000100"}},
+    {"+CPUC",     {"> AT+CPUC=\"EUR\",\"0.10\",\"2718\"\\r"},                                       {"2718"}, {"EUR"}},
+    {"+VTS",      {"> AT+VTS=\"2718#\"\\r"},                                                        {"2718"}, {}},
+    {"+QICSGP",   {"> AT+QICSGP=1,\"internet\",\"fred\",\"w0rd\"\\r"},                              {"fred", "w0rd"}, {"internet"}},
+    {"",          {"> AT+CPIN \"2718\"\\r", "> AT+CPIN2718\\r", "> AT+CPIN?=\"2718\"\\r", "> AT+CMEE=1+CPIN=\"2718\"\\r",
+                   "> AT+CPIM\\x08N=\"2718\"\\r", "> AAT+CPIN=\"2718\"\\r", "> At Miller 2718\\r"}, {"2718", "Miller"}, {"AT+CMEE=1"}},
+    {"",          {"> AT+MINE=3,\"w0rd\",2718\\r", "< \\r\\n*MINE: 3,\"w0rd\",27182\\r\\n"},         {"w0rd", "2718"}, {"AT+MINE=3", "*MINE: 3"}},
+    {"",          {"> AT+CPMS=\"SM\"\\r", "< \\r\\n+COPS: 0,0,\"Telekom\",7\\r\\n\\r\\nOK\\r\\n"},  {}, {"\"SM\"", "\"Telekom\",7"}},
+    {"",          {"> ATI\\r", "< \\r\\nIMEI: 49-015420-323751-8\\r\\nMEID: A1000031D9B5E3\\r\\nE1750\\r\\n\\r\\nOK\\r\\n"}, {"323751", "31D9B5E3"}, {"E1750"}},
+    {"",          {"> ATD*99#\\r", "< \\r\\nCONNECT\\r\\n", "> at name=Kate&pin=2718\\r\\n", "< X-TOKEN: s3cr3t\\r\\n", "< \\r\\nNO CARRIER\\r\\n", "> AT+CSQ\\r"},
+                  {"Kate", "2718", "s3cr3t"}, {"ATD*99#", "CONNECT", "NO CARRIER", "AT+CSQ"}},
+    {"",          {"> AT+CUSD=1\\r", "< \\r\\n+CME ERROR: Miller\\r\\n", "< +CME ERROR: SIM PIN required\\r\\n"}, {"Miller"}, {"SIM PIN required"}},
     // Calls and numbers
     {"D",         {"> ATD+4930123456;\\r", "< ATD+4930123456;\\r\\r\\nNO CARRIER\\r\\n"},                {"30123456"}, {"ATD+", ";\\r", "NO CARRIER"}},
     {"D",         {"> ATD*03*330*2718*3141*3141#;\\r"},                                                  {"2718", "3141"}, {"ATD*", "#;"}},
@@ -85,6 +102,12 @@ const std::vector<Case> kCases = {
     {"D",         {"> ATDT*99***1#\\r", "< ATDT*99***1#\\r\\r\\nCONNECT\\r\\n"},                         {}, {"> ATDT*99***1#", "< ATDT*99***1#"}},
     {"D",         {"> ATDT030123456;\\r"},                                                               {"30123456"}, {"ATDT"}},
     {"D",         {"> ATD>\"Miller\";\\r"},                                                              {"Miller"}, {}},
+    {"D",         {"> AT+4930123456;\\r", "> AT**04*2718*3141*3141#\\r", "> ATD*99*27182818#\\r", "> ATD>Miller;\\r"}, {"30123456", "2718", "3141", "Miller"}, {"AT+", "#\\r"}},
+    {"+CCFCU",    {"> AT+CCFCU=0,3,2,129,\"030123456\"\\r"},                                         {"30123456"}, {"=0,3,2,129"}},
+    {"+CKPD",     {"> AT+CKPD=\"030123456s\"\\r"},                                                  {"30123456"}, {}},
+    {"+CSVM",     {"> AT+CSVM=1,\"030123456\",129\\r", "< \\r\\n+CSVM: 1,\"030123456\",129\\r\\n"},   {"30123456"}, {"=1,", ": 1,"}},
+    {"+CLCCS",    {"< \\r\\n+CLCCS: 1,0,0,1,0,0,0,1,\"030123456\"\\r\\n"},                          {"30123456"}, {"1,0,0,1,0,0,0,1"}},
+    {"+CNUM",     {"> at+cnum\\r", "< \\r\\n+cnum: \"Miller\",\"030123456\",129\\r\\n"},            {"Miller", "30123456"}, {"+cnum: "}},
     {"+CNUM",     {"> AT+CNUM\\r", "< \\r\\n+CNUM: \"Miller\",\"+4930123456\",145\\r\\n\\r\\nOK\\r\\n"}, {"Miller", "30123456"}, {",145"}},
     {"+CLIP",     {"< \\r\\nRING\\r\\n\\r\\n+CLIP: \"+4930123456\",145,,,\"Miller\",0\\r\\n"},           {"Miller", "30123456"}, {"RING", ",145,,,"}},
     {"+COLP",     {"< \\r\\n+COLP: \"030123456\",129\\r\\n"},                                            {"30123456"}, {"\"0", ",129"}},
@@ -133,6 +156,10 @@ const std::vector<Case> kCases = {
                   {"30123456", "Dear", "Miller", "code", "2718"}, {"18/12/13", "+CSQ: 20,99"}},
     {"+CDS",      {"< \\r\\n+CDS: 26\\r\\n" + kStatusReport + "\\r\\n"},                                 {"947132547698"}, {"+CDS: 26"}},
     {"+CDS",      {"< \\r\\n+CDS: 6,31,\"+4930123456\",145,\"18/12/13,06:20:04+28\",\"18/12/13,06:20:09+28\",0\\r\\n"}, {"30123456"}, {"6,31,", "06:20:09"}},
+    {"+CDS",      {"< \\r\\n+CDS: 6,31,\"+4930123456\",145,\"18/12/13,06:20:04+28\",\"18/12/13,06:20:09+28\",0\\r\\n", "> AT+CSQ\\r", "< AT+CSQ\\r\\r\\n+CSQ: 20,99\\r\\n"}, {"30123456"}, {"< \\r\\n+CDS", "AT+CSQ\\r\\r", "+CSQ: 20,99"}},
+    {"+CMT",      {"< \\r\\n+CMT: \"+4930123456\",,\"18/12/13,06:20:04+28\"\\r\\nDear\\r\\n", "> AT+CSQ\\r", "< AT+CSQ\\r\\r\\n+CSQ: 20,99\\r\\n"}, {"Dear"}, {"AT+CSQ\\r\\r", "+CSQ: 20,99"}},
+    {"+CMGS",     {"> AT+CMGS=\"+4930123456\"\\r", "< \\r\\n>", "> At Miller 2718\\r", "> OK\\r", "< At Miller 2718\\r\\n> OK\\r\\n> ", "> code 2718\\x1a", "< code 2718\\r\\n+CMGS: 1\\r\\n\\r\\nOK\\r\\n"},
+                  {"Miller", "2718", "code"}, {"+CMGS: 1", "nOK"}},
     {"+CBM",      {"< \\r\\n+CBM: 88\\r\\n001000320111C834888E2ECBCB2E97CB284FCB41\\r\\n"},              {"C834888E2ECBCB"}, {"+CBM: 88", "001000320111"}},
     {"^HCMGR",    {"> AT^HCMGR=1\\r", "< \\r\\n^HCMGR:030123456,2018,12,13,6,20,4,0,1,9,0,0,0,0\\r\\nDear Miller\\r\\n\\r\\nOK\\r\\n"}, {"30123456", "Dear"}, {"2018,12,13"}},
     {"^HCMGL",    {"> AT^HCMGL=4\\r", "< \\r\\n^HCMGL:1,030123456,0\\r\\nDear\\r\\n\\r\\nOK\\r\\n"},      {"30123456", "Dear"}, {}},
@@ -252,6 +279,60 @@ TEST(Mask, EveryRowIsTried) {
 
 Recorded recorded(const std::vector<std::string>& steps) {
   return recorded(Case{"", steps, {}, {}}, std::string::npos, false);
+}
+
+// Each echo of a secret as a line may hurt it.
+TEST(Mask, ADamagedEchoShowsNoMore) {
+  const std::string secret = "27182818";
+  for (const char* front : {"+CPIN=\"", "+MINE=\"", "+CLCK=\"SC\",1,\"", "+CPWD=\"SC\",\""}) {
+    const std::string command = "AT" + std::string(front) + secret + "\"";
+    std::vector<std::string> echoes = {"~" + command, "A" + command, "\\x1b" + command,
+                                       command.substr(1), command.substr(2)};
+    for (size_t cut = 1; cut < command.size(); ++cut) {
+      for (const char* report : {"^RSSI:20", "RING", "+CREG: 1"}) {
+        echoes.push_back(command.substr(0, cut) + "\\r\\n" + report + "\\r\\n" +
+                         command.substr(cut));
+      }
+    }
+    for (const std::string& echo : echoes) {
+      const Recorded out = recorded({"> " + command + "\\r", "< " + echo + "\\r\\r\\nOK\\r\\n"});
+      for (const char* part : {"2718", "818"}) {
+        EXPECT_THAT(out.host + out.modem, Not(HasSubstr(part))) << echo;
+      }
+      EXPECT_THAT(out.modem, testing::EndsWith("\nOK\r\n"));
+    }
+  }
+}
+
+// A line of a text may look like anything that a modem says.
+TEST(Mask, NoLineOfATextShowsThoseBehindIt) {
+  std::vector<std::string> lines = {
+      "OK",   "ERROR", "CONNECT", "CONNECTION", "NO CARRIER", "BUSY", "5",  "+CME ERROR: 10",
+      "RING", "at",    "2718",    "^RSSI:20",   "> ",         "$GP",  "\"", "+CSQ: 20,99"};
+  for (const MaskRow& row : mask_rows()) lines.push_back(std::string(row.name) + ": 1");
+  const std::string time = "\"18/12/13,06:20:04+28\"";
+  const std::vector<std::vector<std::string>> dialogues = {
+      {"< \\r\\n+CMT: \"+4930123456\",," + time + "\\r\\n"},
+      {"> AT+CMGR=1\\r", "< \\r\\n+CMGR: \"REC READ\",\"+4930123456\",," + time + "\\r\\n"},
+      {"> AT+CMGL=\"ALL\"\\r", "< \\r\\n+CMGL: 1,\"REC READ\",\"+4930123456\",," + time + "\\r\\n"},
+      {"< \\r\\n+CUSD: 1,\"Dear\\r\\n"},
+  };
+  for (const auto& dialogue : dialogues) {
+    for (const std::string& line : lines) {
+      for (const char* front :
+           {"", "+CCLK: ", "+CREG: ", "^NWTIME: ", "CONNECT ", "+XYZ: ", "at "}) {
+        std::vector<std::string> steps = dialogue;
+        steps.push_back("< Dear\\r\\n" + line + "\\r\\n" + front + "Miller code 31415\\r\\n");
+        // A quote at the end of a line is the end of a USSD text.
+        if (line == "\"" && dialogue.size() == 1) continue;
+        if (dialogue.back().find("CUSD") != std::string::npos) steps.push_back("< fred\",15\\r\\n");
+        const Recorded out = recorded(steps);
+        for (const char* secret : {"Miller", "code", "31415", "fred"}) {
+          EXPECT_THAT(out.modem, Not(HasSubstr(secret))) << dialogue.back() << line << front;
+        }
+      }
+    }
+  }
 }
 
 // Between the first `from` and the next `to` behind it.

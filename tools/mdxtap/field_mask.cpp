@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <utility>
 
 #include "tools/line/octets.h"
@@ -34,12 +35,37 @@ void replace(std::string& line, const Span& span, std::string_view with) {
 
 bool is_coding(std::string_view value) {
   const size_t first = std::min(value.find_first_not_of(' '), value.size());
-  const size_t end = std::min(value.find_first_of(' ', first), value.size());
-  return all_of(value.substr(first, end - first), kDigits);
+  const size_t end = std::min(value.find_last_not_of(' ') + 1, value.size());
+  return is_length(value.substr(first, end - std::min(first, end)), false);
 }
 
+// 18/12/13,06:20:04+28, whole or its beginning.
 bool is_time(std::string_view value) {
-  return value.size() >= 8 && is_digit(value[0]) && is_digit(value[1]) && value[2] == '/';
+  constexpr std::string_view kForm = "00/00/00,00:00:00+00";
+  if (value.size() < 8 || value.size() > kForm.size()) return false;
+  for (size_t i = 0; i < value.size(); ++i) {
+    const bool fits = kForm[i] == '0'   ? is_digit(value[i])
+                      : kForm[i] == '+' ? value[i] == '+' || value[i] == '-'
+                                        : value[i] == kForm[i];
+    if (!fits) return false;
+  }
+  return true;
+}
+
+bool has_letter(std::string_view value) {
+  return std::any_of(value.begin(), value.end(), [](char c) { return is_word(c) && !is_digit(c); });
+}
+
+// What may stand in quotes of a command or report that no row speaks of.
+bool is_plain_value(std::string_view value) {
+  constexpr std::string_view kPlain[] = {
+      "",         "SM",         "ME",       "MT",   "SR",     "BM",  "TA",     "FD",
+      "ON",       "LD",         "MC",       "RC",   "EN",     "DC",  "ALL",    "REC UNREAD",
+      "REC READ", "STO UNSENT", "STO SENT", "GSM",  "UCS2",   "IRA", "HEX",    "8859-1",
+      "PCCP437",  "UTF-8",      "IP",       "IPV6", "IPV4V6", "PPP", "NON-IP", "LTE",
+      "WCDMA",    "NOSERVICE",  "EUR",      "USD",
+  };
+  return std::find(std::begin(kPlain), std::end(kPlain), value) != std::end(kPlain);
 }
 
 // Among other measurements several may stand in one pair of quotes.
@@ -92,6 +118,7 @@ std::string mask_apdu(const StandIn& stand_in, std::string_view hex, bool comman
 }
 
 std::string mask_positions(const StandIn& stand_in, std::string_view value) {
+  if (value.find('\'') != value.npos) return stand_in.number(value);  // degrees and minutes
   std::string shown(value);
   for (size_t at = 0; at < value.size();) {
     if (!is_digit(value[at])) {
@@ -103,7 +130,8 @@ std::string mask_positions(const StandIn& stand_in, std::string_view value) {
     if (point < value.size() && value[point] == '.') {
       end = std::min(value.find_first_not_of(kDigits, point + 1), value.size());
     }
-    if (end > point + kShortestFraction) {
+    const bool degrees = point - at <= 3 && end > point + 3;
+    if (degrees || end > point + kShortestFraction) {
       replace(shown, {at, end - at, false}, stand_in.position(value.substr(at, end - at)));
     }
     at = end;
@@ -119,10 +147,10 @@ std::string masked(const StandIn& stand_in, const Field& field, std::string_view
     case Holds::kRecipient:
       return is_length(value, quoted) ? std::string(value) : stand_in.words(value);
     case Holds::kHeading: {
-      const bool state = value.starts_with("REC ") || value.starts_with("STO ");
-      const bool number = !quoted && value.size() > 4 && all_of(value, "+0123456789");
-      return (quoted && !is_time(value) && !state) || number ? stand_in.words(value)
-                                                             : std::string(value);
+      if (quoted)
+        return is_time(value) || is_plain_value(value) ? std::string(value) : stand_in.words(value);
+      const bool number = value.size() > 4 && all_of(value, "+0123456789");
+      return number || has_letter(value) ? stand_in.words(value) : std::string(value);
     }
     case Holds::kSecret:
       return stand_in.secret(value);
@@ -230,6 +258,40 @@ void mask_conspicuous(const StandIn& stand_in, std::string& line, size_t begin, 
   }
 }
 
+// Of what no row speaks: what stands in quotes, runs of digits, octets.
+void mask_unknown(const StandIn& stand_in, std::string& line, size_t begin, size_t end,
+                  size_t shortest, bool imsi) {
+  const std::string whole = line;
+  for (size_t at = begin; at < end;) {
+    const size_t open = std::min(whole.find('"', at), end);
+    mask_conspicuous(stand_in, line, at, open, imsi);
+    for (size_t word = at; word < open;) {
+      size_t word_end = word;
+      while (word_end < open && is_word(whole[word_end])) ++word_end;
+      const std::string_view text = std::string_view(whole).substr(word, word_end - word);
+      const bool masked_already = line.compare(word, text.size(), text) != 0;
+      const bool octets = text.size() >= 2 * shortest && all_of(text, kHexDigits) &&
+                          text.find_first_of(kDigits) != text.npos;
+      if (octets && !masked_already) replace(line, {word, text.size(), false}, stand_in.hex(text));
+      for (size_t run = word; run < word_end && !octets && !masked_already;) {
+        const size_t run_end = std::min(whole.find_first_not_of(kDigits, run), word_end);
+        if (run_end - run >= shortest) {
+          replace(line, {run, run_end - run, false},
+                  stand_in.number(std::string_view(whole).substr(run, run_end - run)));
+        }
+        run = std::max(run_end, run + 1);
+      }
+      word = std::max(word_end, word + 1);
+    }
+    if (open == end) return;
+    const size_t close = std::min(whole.find('"', open + 1), end);
+    const std::string_view value = std::string_view(whole).substr(open + 1, close - open - 1);
+    if (!is_plain_value(value))
+      replace(line, {open + 1, value.size(), true}, stand_in.words(value));
+    at = close + 1;
+  }
+}
+
 // The text ends at the last quote that is followed by a comma and digits or by the end.
 void mask_ussd(const StandIn& stand_in, std::string& line, size_t begin, size_t end, bool* open) {
   const size_t comma = line.find(',', begin);
@@ -244,6 +306,8 @@ void mask_ussd(const StandIn& stand_in, std::string& line, size_t begin, size_t 
   }
   while (last > first && is_blank(line[last - 1])) --last;
   if (first < last && line[first] == '"') {
+    if (line[last - 1] != '"') last = end;  // a comma of the text
+    while (last > first && is_blank(line[last - 1])) --last;
     ++first;
     const bool closed = last > first && line[last - 1] == '"';
     if (open != nullptr) *open = !closed;
@@ -258,10 +322,15 @@ void mask_dialled(const StandIn& stand_in, std::string& line, size_t begin, size
   const std::string value = line.substr(begin, end - begin);
   const size_t tones = value.find_first_not_of("TPtp ");  // or pulses
   const std::string code = value.substr(std::min(tones, value.size()));
+  const bool digits = std::count_if(code.begin(), code.end(), is_digit) <= 4;  // 99 and a context
   const bool data = (code.starts_with("*99") || code.starts_with("*98")) && code.back() == '#' &&
-                    code.find_first_not_of("*0123456789#") == code.npos && code.size() < 16;
+                    all_of(code, "*0123456789#") && digits;
   if (data) return;
-  const bool name = value.find('"') != value.npos;
+  const bool name =
+      value.find_first_of("\">") != value.npos || std::any_of(code.begin(), code.end(), [](char c) {
+        return is_word(c) &&
+               std::string_view("0123456789ABCDWTPGIabcdwtpgi").find(c) == std::string_view::npos;
+      });
   replace(line, {begin, end - begin, false}, name ? stand_in.text(value) : stand_in.number(value));
 }
 

@@ -34,6 +34,11 @@ void mask_fields(const StandIn& stand_in, std::string& line, size_t begin, size_
 void mask_conspicuous(const StandIn& stand_in, std::string& line, size_t begin, size_t end,
                       bool imsi);
 
+/// The same, and what stands in quotes, all runs of digits from `shortest` on, and octets twice as
+/// long: for commands and reports that nobody knows.
+void mask_unknown(const StandIn& stand_in, std::string& line, size_t begin, size_t end,
+                  size_t shortest, bool imsi);
+
 /// +CUSD: the text may hold quotes and commas. `open` tells that it goes on behind the line end; it
 /// may be null.
 void mask_ussd(const StandIn& stand_in, std::string& line, size_t begin, size_t end, bool* open);

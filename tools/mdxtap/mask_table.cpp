@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What is personal in which command, answer and report. All else passes but for what looks personal
-// by itself (line_mask.cpp).
+// What is personal in which command, answer and report. Of those that are not here, what stands in
+// quotes and long numbers are masked.
 #include "tools/mdxtap/mask_table.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace mdxtap {
 namespace {
@@ -21,7 +22,29 @@ constexpr auto kPosition = Holds::kPosition;
 constexpr auto kAddress = Holds::kAddress;
 constexpr auto kHeading = Holds::kHeading;
 
+// Whose values speak of networks, models and settings, and of nobody.
+constexpr std::string_view kKept[] = {
+    "+CBST", "+CESQ",    "+CFUN",   "+CGACT",    "+CGATT",   "+CGMI",      "+CGMM",    "+CGMR",
+    "+CIND", "+CLAC",    "+CMEE",   "+CMER",     "+CMGD",    "+CMGF",      "+CMGL",    "+CMGR",
+    "+CMTI", "+CNMI",    "+COPN",   "+COPS",     "+CPMS",    "+CPOL",      "+CSCS",    "+CSDH",
+    "+CSMP", "+CSMS",    "+CSPN",   "+CSQ",      "+CTZR",    "+CTZU",      "+GCAP",    "+GMI",
+    "+GMM",  "+GMR",     "+ICF",    "+IFC",      "+IPR",     "+QCFG",      "+QCSQ",    "+QENG",
+    "+QIND", "+QNWINFO", "+WS46",   "^CSNR",     "^CURC",    "^HCSQ",      "^HWVER",   "^MODE",
+    "^RSSI", "^SETPORT", "^SYSCFG", "^SYSCFGEX", "^SYSINFO", "^SYSINFOEX", "^VERSION",
+};
+
 }  // namespace
+
+bool is_kept(std::string_view name) {
+  return std::find(std::begin(kKept), std::end(kKept), name) != std::end(kKept);
+}
+
+bool begins_known_name(std::string_view text) {
+  const auto begins = [text](std::string_view name) { return name.starts_with(text); };
+  return std::any_of(std::begin(kKept), std::end(kKept), begins) ||
+         std::any_of(mask_rows().begin(), mask_rows().end(),
+                     [&](const MaskRow& row) { return begins(row.name); });
+}
 
 const std::vector<MaskRow>& mask_rows() {
   // clang-format off
@@ -51,6 +74,14 @@ const std::vector<MaskRow>& mask_rows() {
       {"#PDPAUTH",  kBoth,    {{3, kSecret, true}}},
       {"+UAUTHREQ", kBoth,    {{3, kSecret, true}}},
       {"+CSTT",     kBoth,    {{2, kSecret, true}}},
+      {"+XGAUTH",   kBoth,    {{3, kSecret, true}}},
+      {"+QMTCONN",  kCommand, {{2, kSecret, true}}},
+      {"+SAPBR",    kCommand, {{4, kSecret, true}}},
+      {"+CPBS",     kCommand, {{2, kSecret}}},
+      {"+CACM",     kCommand, {{1, kSecret}}},
+      {"+CAMM",     kCommand, {{2, kSecret}}},
+      {"+CPUC",     kCommand, {{3, kSecret}}},
+      {"+VTS",      kCommand, {{1, kSecret, true}}},
       // Calls and numbers
       {"D",         kCommand, {{1, kWords}}},
       {"+CNUM",     kAnswer,  {{1, kWords}, {2, kWords}}},
@@ -65,7 +96,11 @@ const std::vector<MaskRow>& mask_rows() {
       {"+CSSU",     kAnswer,  {{3, kWords}, {5, kWords, true}}},
       {"+CCFC",     kCommand, {{3, kWords}, {6, kWords}}},
       {"+CCFC",     kAnswer,  {{3, kWords}, {5, kWords}}},
+      {"+CCFCU",    kBoth,    {{5, kWords, true}}},
       {"+CTFR",     kCommand, {{1, kWords}}},
+      {"+CKPD",     kCommand, {{1, kWords}}},
+      {"+CSVM",     kBoth,    {{2, kWords}}},
+      {"+CLCCS",    kAnswer,  {{9, kWords, true}}},
       {"+CPBR",     kAnswer,  {{2, kWords}, {4, kWords, true}}},
       {"^CPBR",     kAnswer,  {{2, kWords}, {4, kWords, true}}},
       {"+CPBF",     kAnswer,  {{2, kWords}, {4, kWords, true}}},

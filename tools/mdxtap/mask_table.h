@@ -47,6 +47,12 @@ const std::vector<MaskRow>& mask_rows();
 /// The row of a name in capitals: null when there is none for that side.
 const MaskRow* find_mask_row(std::string_view name, bool command);
 
+/// Whether a name without a row has values that stay, long numbers and what is quoted, too.
+bool is_kept(std::string_view name);
+
+/// Whether a name of a row, or one that is kept, begins so.
+bool begins_known_name(std::string_view text);
+
 /// What a field holds, for people.
 std::string_view name_of(Holds holds);
 

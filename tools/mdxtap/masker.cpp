@@ -36,6 +36,7 @@ bool Masker::take(Side& side, char c, bool ends, std::string& out, bool from_hos
 
 std::string Masker::from_host(std::string_view bytes) {
   std::string out;
+  if (modem_.line == kPrompt.substr(0, 1)) lines_.prompt_began();
   for (const char c : bytes) {
     const bool ends = c == '\r' || c == '\n' || c == kCtrlZ || c == kEscape;
     if (!take(host_, c, ends, out, true)) continue;

@@ -289,7 +289,7 @@ std::string StandIn::ucs2(std::string_view octets) const {
   });
 }
 
-// Leading zeros say how a number is dialled, and stay.
+// One leading zero or two say how a number is dialled, and stay; a short number is all of a code.
 std::string StandIn::number(std::string_view value) const {
   std::string result;
   for (size_t at = 0; at < value.size();) {
@@ -299,11 +299,13 @@ std::string StandIn::number(std::string_view value) const {
     }
     const size_t end = std::min(value.find_first_not_of("0123456789", at), value.size());
     const std::string_view run = value.substr(at, end - at);
-    const size_t zeros = std::min(run.find_first_not_of('0'), run.size());
-    result += changed("number", run, [run, zeros](Random& random) {
+    constexpr size_t kShortestDialled = 6;
+    const bool dialled = run.size() >= kShortestDialled;
+    const size_t zeros = dialled ? std::min<size_t>(run.find_first_not_of('0'), 2) : 0;
+    result += changed("number", run, [run, zeros, dialled](Random& random) {
       std::string digits(run.substr(0, zeros));
       for (size_t i = zeros; i < run.size(); ++i) {
-        digits += i == zeros ? random.from('1', 9) : random.from('0', 10);
+        digits += dialled && i == zeros ? random.from('1', 9) : random.from('0', 10);
       }
       return digits;
     });
@@ -313,6 +315,10 @@ std::string StandIn::number(std::string_view value) const {
 }
 
 std::string StandIn::words(std::string_view value) const {
+  constexpr size_t kLongestCode = 6;
+  if (value.size() <= kLongestCode && std::all_of(value.begin(), value.end(), is_digit)) {
+    return number(value);
+  }
   const std::optional<Octets> coded = value.size() >= 4 ? from_hex(value) : std::nullopt;
   if (coded && looks_like_ucs2(*coded)) {
     return in_case_of(mdxline::to_hex(as_octets(ucs2(as_string(*coded)))), value);
