@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (what % 3 == 0) assembler.sent(sent.data(), sent.size());
     if (what % 3 == 1) now += what;
     if (what == 2) assembler.link_lost();
-    if (what == 5) assembler.debt().opened(now, {1, 0});
+    if (what == 5) assembler.debt().opened(now, {1, 0, 0});
     if (what == 8) assembler.debt().exchange_ended(true);
     look();
     if (assembler.due() == delivery_assembler::kNever) continue;
