@@ -48,7 +48,7 @@ class Clients(DeviceTest):
         return done.stdout
 
     def gammu(self, *words, given="", tries=5):
-        """It gives a modem two seconds, also where the machine takes them."""
+        """It gives a modem a fixed time, also where the machine takes it."""
         command = ("gammu", "-c", "/tmp/gammurc", *words)
         done = subprocess.run(command, input=given, capture_output=True, text=True, timeout=120)
         if done.returncode == GAMMU_HEARD_NOTHING and tries > 1:
