@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "client/sms/alphabets.h"
+#include "wire/gsm_alphabet.h"
 
 bool utf8_take(const char** at, const char* end, char32_t* character) {
   constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};

@@ -10,7 +10,7 @@
 
 #include <iterator>
 
-#include "client/sms/alphabets.h"
+#include "wire/gsm_alphabet.h"
 
 namespace {
 

@@ -6,7 +6,6 @@
 
 #include <sstream>
 
-#include "client/sms/alphabets.h"
 #include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/init_file.h"
 #include "tools/mdxctl/network_words.h"
@@ -110,11 +109,6 @@ TEST(ModemWords, UssdInEveryCoding) {
   EXPECT_EQ(ussd_for_modem("*1#", "UCS2"), "002A00310023");
   EXPECT_EQ(ussd_packed("*100#"), "AA180C3602");
   EXPECT_EQ(ussd_text(ussd_packed("1234567"), 15, "IRA"), "1234567") << "filled with a CR";
-  for (char16_t i = 0; i < 128; ++i) {
-    if (kDefaultAlphabet[i] == 0 || kDefaultAlphabet[i] > 0x7f) continue;
-    EXPECT_EQ(ussd_text({static_cast<char>(i)}, 15, "GSM"),
-              std::string(1, static_cast<char>(kDefaultAlphabet[i])));
-  }
   for (const char* bad : {"", "a\"b", "a\rb", "\xc3\xa9"}) EXPECT_FALSE(is_ussd(bad)) << bad;
 }
 

@@ -10,22 +10,12 @@
 #include <string_view>
 
 #include "tools/line/octets.h"
+#include "wire/gsm_alphabet.h"
 
 namespace {
 
 constexpr uint8_t kEscape = 0x1b;
 
-// The 7-bit default alphabet of 3GPP TS 23.038, by value; and what stands behind the escape.
-// clang-format off
-constexpr char16_t kDefaultAlphabet[] =
-  u"@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\0ÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
-  u"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà";
-static_assert(std::size(kDefaultAlphabet) == 128 + 1);
-constexpr struct { char septet; char16_t character; } kShifted[] = {
-  {0x0a, u'\f'}, {0x14, u'^'}, {0x28, u'{'}, {0x29, u'}'}, {0x2f, u'\\'}, {0x3c, u'['}, {0x3d, u'~'},
-  {0x3e, u']'},  {0x40, u'|'}, {0x65, u'€'},
-};
-// clang-format on
 constexpr char16_t kReplacement = 0xfffd;
 
 enum class alphabet_t { kSeptets, kOctets, kUcs2 };
@@ -112,9 +102,10 @@ std::string of_septets(const std::string& septets) {
       continue;
     }
     if (++i == septets.size()) break;
-    const auto* shifted = std::find_if(std::begin(kShifted), std::end(kShifted),
-                                       [&](const auto& s) { return s.septet == septets[i]; });
-    append_utf8(shifted != std::end(kShifted) ? shifted->character : kReplacement, &text);
+    const auto* shifted = std::find_if(
+        std::begin(kDefaultExtension), std::end(kDefaultExtension),
+        [&](const shifted_t& s) { return s.value == static_cast<uint8_t>(septets[i]); });
+    append_utf8(shifted != std::end(kDefaultExtension) ? shifted->character : kReplacement, &text);
   }
   return text;
 }
