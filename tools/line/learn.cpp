@@ -373,10 +373,13 @@ std::string script_text(std::string_view bytes) {
 
 // What a rule hears: blanks are written so that none of its words is taken for the rule's.
 std::string script_pattern(std::string_view text) {
-  const bool words = text.find(" -> ") != text.npos || text.find(" once") != text.npos ||
-                     text.find(" times") != text.npos || text.find(" after") != text.npos ||
-                     text.find(" then") != text.npos || text.find("  ") != text.npos ||
+  constexpr std::string_view kTaken[] = {" -> ",  " once",   " times", " after",
+                                         " then", " within", "  "};
+  const bool words = std::any_of(std::begin(kTaken), std::end(kTaken),
+                                 [text](auto word) { return text.find(word) != text.npos; }) ||
                      text.ends_with(' ') || text.starts_with(' ');
+  if (text == "pdu") return "\\x70du";    // a command of that name, not a message
+  if (text == "pdu ") return "pdu\\x20";  // a message without text
   const size_t word_end = text.starts_with("pdu ") ? 4 : 0;
   std::string result;
   for (size_t i = 0; i < text.size(); ++i) {
@@ -490,7 +493,7 @@ std::string other_messages(const std::vector<Rule>& rules) {
     const Asked& last = *rule.times.back();
     if (last.is_body) bodies = "on pdu * -> " + answer_of(last) + "\n";
     if (!last.prompted) continue;
-    const std::string head = rule.text.substr(0, rule.text.find('=')) + "=*";
+    const std::string head = script_pattern(rule.text.substr(0, rule.text.find('='))) + "=*";
     if (written.insert(capitals(head)).second) heads += "on " + head + " -> prompt\n";
   }
   return heads + bodies;
