@@ -52,6 +52,12 @@ class Tap(DeviceTest):
         MODEM.symlink_to(os.ttyname(slave))
         return modem
 
+    def start_reader(self, terminal):
+        reader = self.start("sh", "-c", f"exec sleep 100 <{terminal}")
+        comm = pathlib.Path(f"/proc/{reader.pid}/comm")
+        wait_until(lambda: comm.read_text() == "sleep\n", 10, "it is open")
+        return reader
+
     def open_host(self):
         host = os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
         tty.setraw(host, termios.TCSANOW)
@@ -149,13 +155,25 @@ class Tap(DeviceTest):
     def test_who_reads_the_device_already_is_named(self):
         """Without locks, and whoever is root: an open file is enough."""
         self.make_line()
-        reader = self.start("sh", "-c", f"exec sleep 100 <{MODEM}")
-        wait_until(lambda: os.path.exists(f"/proc/{reader.pid}/fd/0")
-                   and os.readlink(f"/proc/{reader.pid}/fd/0") == os.ttyname(self.slave), 10, "it is open")
+        reader = self.start_reader(MODEM)
         second = subprocess.run(["mdxtap", str(MODEM), "--link", "/tmp/other", "--record", "/tmp/other.txt"],
                                 capture_output=True, text=True, timeout=10)
         self.assertEqual(second.returncode, SECOND_READER)
         self.assertIn(f"sleep (process {reader.pid})", second.stderr)
+
+    def test_a_terminal_of_the_same_number_elsewhere_is_another_one(self):
+        """Each mounted devpts counts its terminals from nought."""
+        self.make_line()
+        elsewhere = pathlib.Path("/tmp/pts")
+        elsewhere.mkdir()
+        subprocess.run(["mount", "-t", "devpts", "-o", "newinstance", "devpts", str(elsewhere)], check=True)
+        twin = elsewhere / pathlib.Path(os.ttyname(self.slave)).name
+        while not twin.exists():
+            maker = os.open(elsewhere / "ptmx", os.O_RDWR | os.O_NOCTTY)
+            fcntl.ioctl(maker, 0x40045431, bytes(4))  # TIOCSPTLCK: unlocks the terminal
+        self.assertEqual(os.stat(twin).st_rdev, os.stat(MODEM).st_rdev)
+        self.start_reader(twin)
+        self.start_tap()
 
     def test_a_socket_serves_one_host_after_the_other(self):
         modem = self.make_line()

@@ -371,10 +371,10 @@ std::string script_text(std::string_view bytes) {
   return keyword ? raw : lines;
 }
 
-// What a rule hears: blanks are written so that none of its words is taken for the rule's.
+// What a rule hears: blanks and arrows are written so that none of its words is taken for the
+// rule's.
 std::string script_pattern(std::string_view text) {
-  constexpr std::string_view kTaken[] = {" -> ",  " once",   " times", " after",
-                                         " then", " within", "  "};
+  constexpr std::string_view kTaken[] = {" once", " times", " after", " then", " within", "  "};
   const bool words = std::any_of(std::begin(kTaken), std::end(kTaken),
                                  [text](auto word) { return text.find(word) != text.npos; }) ||
                      text.ends_with(' ') || text.starts_with(' ');
@@ -387,6 +387,8 @@ std::string script_pattern(std::string_view text) {
     if (c == '*' || c == '\\') {
       result += '\\';
       result += c;
+    } else if (text.substr(i, 2) == "->") {
+      result += "\\x2d";
     } else if (c == ' ' && words && i >= word_end) {
       result += "\\x20";
     } else {

@@ -26,14 +26,23 @@ struct Uses {
   bool makes_terminals = false;
 };
 
-Uses uses_of(const fs::path& process, dev_t device) {
+bool is_pseudo(const struct stat& terminal) {
+  return major(terminal.st_rdev) >= kFirstPseudo && major(terminal.st_rdev) <= kLastPseudo;
+}
+
+// Each mounted devpts counts its terminals from nought.
+bool is_same(const struct stat& one, const struct stat& other) {
+  return one.st_rdev == other.st_rdev && (!is_pseudo(one) || one.st_dev == other.st_dev);
+}
+
+Uses uses_of(const fs::path& process, const struct stat& device) {
   Uses uses;
   std::error_code error;
   for (fs::directory_iterator file(process / "fd", error), end; !error && file != end;
        file.increment(error)) {
     struct stat there {};
     if (stat(file->path().c_str(), &there) != 0 || !S_ISCHR(there.st_mode)) continue;
-    uses.device |= there.st_rdev == device;
+    uses.device |= is_same(there, device);
     uses.makes_terminals |= there.st_rdev == kMaker;
   }
   return uses;
@@ -44,7 +53,6 @@ Uses uses_of(const fs::path& process, dev_t device) {
 std::string other_user_of(const std::string& path) {
   struct stat own {};
   if (stat(path.c_str(), &own) != 0) return {};
-  const bool pseudo = major(own.st_rdev) >= kFirstPseudo && major(own.st_rdev) <= kLastPseudo;
   std::error_code error;
   for (fs::directory_iterator process("/proc", error), end; !error && process != end;
        process.increment(error)) {
@@ -52,8 +60,8 @@ std::string other_user_of(const std::string& path) {
     int number = 0;
     const auto [rest, wrong] = std::from_chars(id.data(), id.data() + id.size(), number);
     if (wrong != std::errc{} || *rest != '\0' || number == getpid()) continue;
-    const Uses uses = uses_of(process->path(), own.st_rdev);
-    if (!uses.device || (pseudo && uses.makes_terminals)) continue;
+    const Uses uses = uses_of(process->path(), own);
+    if (!uses.device || (is_pseudo(own) && uses.makes_terminals)) continue;
     std::string name;
     std::getline(std::ifstream(process->path() / "comm"), name);
     return name + " (process " + id + ")";
