@@ -9,6 +9,7 @@ It works on one thing after the other and takes its time. Some answers and promp
 than LATEST_S behind their command, and some never. Half of its lives echo.
 """
 
+import fcntl
 import os
 import pathlib
 import random
@@ -45,11 +46,11 @@ class Modem:
         self.plug()
 
     def plug(self):
-        self.master, slave = os.openpty()
-        tty.setraw(slave, termios.TCSANOW)
+        self.master, self.slave = os.openpty()
+        tty.setraw(self.slave, termios.TCSANOW)
         os.set_blocking(self.master, False)
         CHANNEL.unlink(missing_ok=True)
-        CHANNEL.symlink_to(os.ttyname(slave))
+        CHANNEL.symlink_to(os.ttyname(self.slave))
 
     def note(self, what, tag):
         os.write(self.notes, b"%.3f %s %s\n" % (time.monotonic(), what, tag))
@@ -57,6 +58,8 @@ class Modem:
     def run(self):
         heard = b""
         while True:
+            # A killed server has left it exclusive; a real device forgets that when it is closed.
+            fcntl.ioctl(self.slave, termios.TIOCNXCL)
             self.report()
             readable, writable, _ = select.select([self.master], [self.master] if self.output else [], [], 0.005)
             if readable:

@@ -201,6 +201,8 @@ class Soak:
             self.oddity("misdelivered", what)  # somebody else's OK
         elif result and "CMS" in str(result["name"]):
             self.count["refused by the modem"] += 1
+        elif answer.get("error", "").startswith(("no server", "refused: the server could not write")):
+            self.count["nobody there"] += 1  # a whole batch of them takes a millisecond
         else:
             self.count["timed out" if result else "refused"] += 1
             if not excused and timeout >= ENOUGH_S:
@@ -336,7 +338,7 @@ class Soak:
     def balance(self):
         """Prints the accounts; true when nothing is missing."""
         for title, kinds in (
-                ("commands", ("sent", "answered", "refused", "refused by the modem", "timed out", "torn",
+                ("commands", ("sent", "answered", "nobody there", "refused", "refused by the modem", "timed out", "torn",
                               "killed under way", "raw", "raw: no room", "raw: no server", "lost", "misdelivered",
                               "run after its client's end", "run twice", "swallowed as text")),
                 ("reports", ("made", "told nobody", "delivered", "counted as lost",
