@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // A client's event FIFO has no reader any more when its client is gone: the kernel says so to a
-// poll that waits for something else anyway.
+// poll that waits for something else anyway. A program that never made one can be asked for only
+// before its request is begun.
 
 #include "platform/linux/served_client.h"
-
-#include <cerrno>
 
 #include "platform/linux/events.h"
 
@@ -18,7 +17,7 @@ constinit bool is_dead = false;
 
 bool served_client_begin(int32_t task_id) {
   client = task_id;
-  is_dead = task_id > 0 && event_task_open(task_id) < 0 && errno == ENXIO;
+  is_dead = task_id > 0 && event_task_open(task_id) < 0 && task_is_dead(task_id);
   return !is_dead;
 }
 

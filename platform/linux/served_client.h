@@ -11,7 +11,7 @@
 #include <cstdint>
 
 /// A request has been taken.
-/// @param task_id  who asked; a program that has no event FIFO counts as alive
+/// @param task_id  who asked; 0 or less is nobody, and lives
 /// @return whether it lives
 bool served_client_begin(int32_t task_id);
 

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -104,7 +105,7 @@ TEST_F(RecordQueue, DropsForeignSizesAndServesTheRest) {
   const uint64_t dropped = counter_value(COUNT_REQUESTS_MISSIZED);
   for (const size_t size : {0u, 1u, 1599u, 1601u, 4000u})
     ASSERT_EQ(msgsnd(requests(), &message, size, IPC_NOWAIT), 0) << size;
-  record_t record{5, 1};
+  record_t record{getpid(), 1};
   int error = kUntouched;
   ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0);
 
@@ -117,6 +118,28 @@ TEST_F(RecordQueue, DropsForeignSizesAndServesTheRest) {
   EXPECT_EQ(read_from_msgqueue(requests(), read.data(), 0, &error), 0);
   EXPECT_EQ(read, record);
   EXPECT_EQ(error, kUntouched);
+}
+
+TEST_F(RecordQueue, RequestIsServedWhileItsTaskLivesWithAnEventSetOrWithout) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  Client open(4001), closed(4002);
+  closed.die();
+  // clang-format off
+  const struct { int32_t task; int error; } cases[] = {
+      {getpid(), kUntouched}, {open.task(), kUntouched}, {0, kUntouched}, {-7, kUntouched},
+      {child, EOWNERDEAD},    {closed.task(), EOWNERDEAD},
+  };
+  // clang-format on
+  for (const auto& [task, expected] : cases) {
+    record_t record{task};
+    int error = kUntouched;
+    ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0) << task;
+    const int32_t result = read_from_msgqueue(requests(), record.data(), 0, &error);
+    EXPECT_EQ(error, expected) << task;
+    EXPECT_EQ(result == 0, error == kUntouched) << task;
+  }
 }
 
 TEST_F(RecordQueue, TypesKeepClientsApart) {

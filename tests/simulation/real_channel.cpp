@@ -186,10 +186,8 @@ void request_queue_raise() { MDX_event_send(fake::kMainTask, 1); }
 line_balance_t line_memory_left() { return remembered; }
 void line_memory_keep(line_balance_t balance) { remembered = balance; }
 
-int event_task_open(int32_t task_id) {
-  errno = ENXIO;
-  return channel->dead.count(task_id) != 0 ? -1 : event_task_fd(task_id);
-}
+int event_task_open(int32_t task_id) { return task_is_dead(task_id) ? -1 : event_task_fd(task_id); }
+bool task_is_dead(int32_t task_id) { return channel->dead.count(task_id) != 0; }
 int event_task_fd(int32_t task_id) { return kFirstClient + task_id; }
 
 void privileges_set_aside() {}
