@@ -9,9 +9,9 @@
 
 #include "tests/client/run_mdxctl.h"
 #include "tests/client/stand_in_server.h"
-#include "tools/mdxctl/collection.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/shell_line.h"
+#include "tools/words/collection.h"
 
 namespace {
 

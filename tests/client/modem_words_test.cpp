@@ -12,6 +12,7 @@
 #include "tools/mdxctl/signal_levels.h"
 #include "tools/mdxctl/state_metrics.h"
 #include "tools/mdxctl/ussd_text.h"
+#include "tools/words/shown_command.h"
 
 namespace {
 

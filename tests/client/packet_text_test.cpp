@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include "tools/mdxctl/packet_text.h"
+#include "tools/words/packet_text.h"
 #include "wire/call_records.h"
 #include "wire/destinations.h"
 #include "wire/report_records.h"

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "server/at_match.h"
-#include "tools/mdxctl/collection.h"
+#include "tools/words/collection.h"
 
 namespace {
 

@@ -9,12 +9,12 @@
 
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/client_session.h"
-#include "tools/mdxctl/collection.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
-#include "tools/mdxctl/mistakes.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
+#include "tools/words/collection.h"
+#include "tools/words/mistakes.h"
 
 namespace {
 

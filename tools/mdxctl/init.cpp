@@ -11,6 +11,7 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/init_file.h"
 #include "tools/mdxctl/modem_query.h"
+#include "tools/words/shown_command.h"
 
 namespace {
 

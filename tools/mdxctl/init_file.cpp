@@ -5,8 +5,8 @@
 #include <charconv>
 #include <optional>
 
-#include "tools/mdxctl/collection.h"
-#include "tools/mdxctl/mistakes.h"
+#include "tools/words/collection.h"
+#include "tools/words/mistakes.h"
 
 namespace {
 
@@ -66,10 +66,4 @@ init_file_t read_init_file(std::istream& file, int32_t timeout_s) {
     }
   }
   return read;
-}
-
-std::string shown_command(const std::string& command) {
-  const size_t end = command.find('=');
-  if (end == std::string::npos || command.substr(end) == "=?") return command;
-  return command.substr(0, end) + "=...";
 }

@@ -27,6 +27,3 @@ struct init_file_t {
 
 /// @param timeout_s  for commands without one of their own
 init_file_t read_init_file(std::istream& file, int32_t timeout_s);
-
-/// What of a command may be shown: without its values, which may hold a PIN or a password.
-std::string shown_command(const std::string& command);

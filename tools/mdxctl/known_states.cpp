@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "client/mdxclient.h"
-#include "tools/mdxctl/duration.h"
-#include "tools/mdxctl/packet_text.h"
-#include "tools/mdxctl/state_words.h"
-#include "tools/mdxctl/time_text.h"
+#include "tools/words/duration.h"
+#include "tools/words/packet_text.h"
+#include "tools/words/state_words.h"
+#include "tools/words/time_text.h"
 
 namespace {
 

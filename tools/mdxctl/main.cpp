@@ -16,8 +16,8 @@
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/packet_names.h"
 #include "tools/mdxctl/sms_commands.h"
-#include "tools/mdxctl/state_words.h"
 #include "tools/mdxctl/subcommand.h"
+#include "tools/words/state_words.h"
 
 namespace {
 

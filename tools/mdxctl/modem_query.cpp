@@ -6,9 +6,9 @@
 #include <iostream>
 
 #include "tools/mdxctl/answer.h"
-#include "tools/mdxctl/collection.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
+#include "tools/words/collection.h"
 
 using nlohmann::ordered_json;
 

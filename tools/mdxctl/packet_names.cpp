@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include "tools/mdxctl/state_words.h"
+#include "tools/words/state_words.h"
 
 bool is_packet_name(const std::string& name) {
   if (is_state_name(name)) return true;

@@ -10,8 +10,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "tools/mdxctl/mistakes.h"
 #include "tools/mdxctl/sms_pdu.h"
+#include "tools/words/mistakes.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/mdxctl/collection.h"
+#include "tools/words/collection.h"
 
 enum shell_action_t {
   SHELL_NOTHING,

@@ -16,8 +16,8 @@
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/report_wait.h"
-#include "tools/mdxctl/state_words.h"
-#include "tools/mdxctl/time_text.h"
+#include "tools/words/state_words.h"
+#include "tools/words/time_text.h"
 
 using nlohmann::ordered_json;
 

@@ -9,10 +9,10 @@
 #include "client/mdxclient.h"
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/commands.h"
-#include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/known_states.h"
-#include "tools/mdxctl/state_words.h"
+#include "tools/words/duration.h"
+#include "tools/words/state_words.h"
 
 using nlohmann::ordered_json;
 

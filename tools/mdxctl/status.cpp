@@ -14,13 +14,13 @@
 #include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
-#include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/platform_stats.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/server_queues.h"
+#include "tools/words/duration.h"
 #include "wire/border.h"
 
 using nlohmann::ordered_json;

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "tools/mdxctl/packet_text.h"
+#include "tools/words/packet_text.h"
 
 namespace {
 

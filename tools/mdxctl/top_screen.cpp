@@ -17,9 +17,9 @@
 #include <cstring>
 #include <string>
 
-#include "tools/mdxctl/duration.h"
 #include "tools/mdxctl/server_queues.h"
-#include "tools/mdxctl/time_text.h"
+#include "tools/words/duration.h"
+#include "tools/words/time_text.h"
 #include "wire/border.h"
 
 #undef columns  // a macro of term.h

@@ -14,7 +14,7 @@
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/network_words.h"
 #include "tools/mdxctl/report_wait.h"
-#include "tools/mdxctl/state_words.h"
+#include "tools/words/state_words.h"
 
 namespace {
 

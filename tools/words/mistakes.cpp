@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/mdxctl/mistakes.h"
+#include "tools/words/mistakes.h"
 
 #include <algorithm>
 #include <cctype>

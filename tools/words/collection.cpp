@@ -7,7 +7,7 @@
 // answer in free words (+COPS: 0,0,"tele.RING") may hold such a name anywhere: it is transparent
 // and matched, and the line ends that its lines lose there are put back.
 
-#include "tools/mdxctl/collection.h"
+#include "tools/words/collection.h"
 
 #include <algorithm>
 #include <array>

@@ -3,13 +3,13 @@
 // The library names what it knows. Of any other packet the two values of its header are shown, and
 // its payload in hexadecimal digits.
 
-#include "tools/mdxctl/packet_text.h"
+#include "tools/words/packet_text.h"
 
 #include <cctype>
 #include <string_view>
 #include <utility>
 
-#include "tools/mdxctl/duration.h"
+#include "tools/words/duration.h"
 
 using nlohmann::ordered_json;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/mdxctl/state_words.h"
+#include "tools/words/state_words.h"
 
 #include <algorithm>
 #include <iterator>

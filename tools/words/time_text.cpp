@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/mdxctl/time_text.h"
+#include "tools/words/time_text.h"
 
 #include <cstdio>
 #include <ctime>
