@@ -175,6 +175,22 @@ class Tap(DeviceTest):
         self.start_reader(twin)
         self.start_tap()
 
+    def test_a_connection_ends_with_the_host_that_lets_go(self):
+        """As a dialler does, which drops the line and hears nothing more."""
+        modem = self.make_line()
+        self.start_tap()
+        host = self.open_host()
+        self.exchange({host: (b"ATD*99#\r", len(b"\r\nCONNECT\r\n")), modem: (b"\r\nCONNECT\r\n", 8)})
+        self.exchange({host: (b"~hidden\r of mine", 0), modem: (b"", 16)})
+        os.close(host)
+        wait_until(lambda: "closed" in RECORD.read_text(), 10, "the tap sees it go")
+        host = os.open(CHANNEL, os.O_RDWR | os.O_NOCTTY)
+        self.say(host, "AT+CSQ")
+        os.close(host)
+        self.assertNotIn("of mine", RECORD.read_text())
+        self.assertNotIn("hidden", RECORD.read_text())
+        self.end_tap()
+
     def test_a_socket_serves_one_host_after_the_other(self):
         modem = self.make_line()
         self.start_tap(to=("--listen", "/tmp/socket"))

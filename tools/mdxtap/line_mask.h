@@ -30,6 +30,9 @@ class LineMask {
   /// A prompt that has come without the blank behind it, so far.
   void prompt_began();
 
+  /// The line was let go of; a data connection ends with that.
+  void hung_up() { data_ = false; }
+
   /// A line that stopped in the middle: all but the name at its front is masked. Nothing is learnt
   /// from it.
   [[nodiscard]] std::string part_of_host_line(std::string_view line) const;

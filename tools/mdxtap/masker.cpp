@@ -62,6 +62,11 @@ std::string Masker::from_modem(std::string_view bytes) {
   return out;
 }
 
+void Masker::hung_up() {
+  host_ = modem_ = {};
+  lines_.hung_up();
+}
+
 std::string Masker::release_host() {
   std::string out = lines_.part_of_host_line(host_.line).substr(host_.shown);
   host_.shown = host_.line.size();

@@ -26,6 +26,9 @@ class Masker {
   std::string release_host();
   std::string release_modem();
 
+  /// A data connection has ended without a word: the host let go of the line, or the modem went.
+  void hung_up();
+
  private:
   struct Side {
     std::string line;  ///< as it came

@@ -60,6 +60,8 @@ void Recorder::passed(bool from_host, std::string_view bytes) {
 
 void Recorder::happened(std::string_view what) { put(Kind::kRemark, what); }
 
+void Recorder::hung_up(std::string_view what) { put(Kind::kHangUp, what); }
+
 void Recorder::put(Kind kind, std::string_view bytes) {
   bool first = false;
   {
@@ -106,14 +108,22 @@ void Recorder::run() {
 
 void Recorder::take(Entry entry) {
   const Kind kind = entry.kind;
-  if (kind != Kind::kRemark) last_[kind == Kind::kHost] = entry.at;
+  const bool passed = kind == Kind::kHost || kind == Kind::kModem;
+  if (passed) last_[kind == Kind::kHost] = entry.at;
   held_.push_back(std::move(entry));
   const std::string& bytes = held_.back().bytes;
-  if (!masker_ || kind == Kind::kRemark) {
+  if (!masker_ || !passed) {
     held_.back().masked = bytes;
+    if (masker_ && kind == Kind::kHangUp) hang_up();
   } else {
     deal_out(kind, kind == Kind::kHost ? masker_->from_host(bytes) : masker_->from_modem(bytes));
   }
+}
+
+void Recorder::hang_up() {
+  deal_out(Kind::kHost, masker_->release_host());
+  deal_out(Kind::kModem, masker_->release_modem());
+  masker_->hung_up();
 }
 
 // To the reads that the bytes came in. Begins where the last one ended: thousands may be held.
@@ -163,7 +173,7 @@ std::string Recorder::line_of(const Entry& entry) {
   std::array<char, 40> time{};
   std::snprintf(time.data(), time.size(), "# at %lld.%03lld", static_cast<long long>(passed / 1000),
                 static_cast<long long>(passed % 1000));
-  if (entry.kind == Kind::kRemark) {
+  if (entry.kind == Kind::kRemark || entry.kind == Kind::kHangUp) {
     told_time_ = time.data();
     return told_time_ + ": " + entry.masked + "\n";
   }

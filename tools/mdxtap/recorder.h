@@ -46,6 +46,9 @@ class Recorder {
   /// Something that happened; one line of text.
   void happened(std::string_view what);
 
+  /// Likewise, and with it a data connection has ended.
+  void hung_up(std::string_view what);
+
   /// Ends the recording as the destructor does.
   void finish();
 
@@ -60,7 +63,7 @@ class Recorder {
 
  private:
   using Clock = std::chrono::steady_clock;
-  enum class Kind { kHost, kModem, kRemark };
+  enum class Kind { kHost, kModem, kRemark, kHangUp };
 
   struct Entry {
     Clock::time_point at;
@@ -72,6 +75,7 @@ class Recorder {
   void put(Kind kind, std::string_view bytes);
   void run();
   void take(Entry entry);
+  void hang_up();
   void deal_out(Kind kind, std::string_view masked);
   void release_old(Clock::time_point now);
   void write_ready();

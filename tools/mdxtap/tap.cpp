@@ -93,7 +93,7 @@ void Tap::lose_modem() {
   attached_ = false;
   for_host_.clear();
   for_modem_.clear();
-  recorder_.happened("the modem is gone");
+  recorder_.hung_up("the modem is gone");
   look_again_ = Clock::now() + kLookAgain;
 }
 
@@ -101,8 +101,12 @@ void Tap::note_changes() {
   host_.take_changes();
   if (host_.attached() == attached_) return;
   attached_ = host_.attached();
-  recorder_.happened(attached_ ? "the host opened the device" : "the host closed the device");
-  if (!attached_) for_host_.clear();
+  if (attached_) {
+    recorder_.happened("the host opened the device");
+  } else {
+    recorder_.hung_up("the host closed the device");
+    for_host_.clear();
+  }
   follow_settings();
   modem_.set_ready(attached_);
 }
