@@ -6,13 +6,13 @@
 
 #include <sstream>
 
-#include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/init_file.h"
 #include "tools/mdxctl/network_words.h"
-#include "tools/mdxctl/signal_levels.h"
 #include "tools/mdxctl/state_metrics.h"
 #include "tools/mdxctl/ussd_text.h"
+#include "tools/words/answer_fields.h"
 #include "tools/words/shown_command.h"
+#include "tools/words/signal_levels.h"
 
 namespace {
 

@@ -42,6 +42,20 @@ TEST(PacketText, NumbersKeepSignAndWidth) {
   EXPECT_THAT(line, HasSubstr(" curr_rx_flow=18446744073709551615 B "));
 }
 
+TEST(PacketText, SignalIsToldInDbmWhereTheCodesCanBe) {
+  // clang-format off
+  const struct { at_hcsq_info info; const char* signal; } cases[] = {
+    {{2, 40, 52, 121, 28, 0},     R"({"technology":"LTE","rssi_dbm":-81.0,"rscp_dbm":null,"ecio_db":null,"rsrp_dbm":-89.0,"rsrq_db":-6.0,"sinr_db":4.0})"},
+    {{1, 42, 97, INT32_MIN, 1, 1}, R"({"technology":"WCDMA","rssi_dbm":-79.0,"rscp_dbm":null,"ecio_db":null,"rsrp_dbm":null,"rsrq_db":null,"sinr_db":null})"},
+    {{-1, 42, 42, 42, 42, 0},     R"({"technology":null,"rssi_dbm":null,"rscp_dbm":null,"ecio_db":null,"rsrp_dbm":null,"rsrq_db":null,"sinr_db":null})"},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    EXPECT_EQ(packet_json(with_record(packet_of(2, EVT_AT_HCSQ, 19), c.info))["signal"].dump(),
+              c.signal);
+  }
+}
+
 TEST(PacketText, TextsAreShownWholeAndHarmless) {
   at_ussd_info ussd{};
   std::memcpy(ussd.cusdStr, "a\0\x1b[\"\xe9", 7);

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "client/mdxclient.h"
-#include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/words/answer_fields.h"
 
 /// What a question brought.
 struct reply_t {

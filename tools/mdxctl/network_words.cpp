@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "tools/mdxctl/answer_fields.h"
+#include "tools/words/answer_fields.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 //
 // --watch asks again when the modem reports a change, and not while nothing changes.
 
-#include "tools/mdxctl/signal_levels.h"
+#include "tools/words/signal_levels.h"
 
 #include <cmath>
 #include <cstdio>
@@ -32,37 +32,17 @@ std::string level_text(const std::optional<double>& level, const char* unit) {
   return text;
 }
 
-ordered_json level_json(const std::optional<double>& level) {
-  return level ? ordered_json(std::round(*level * 10) / 10) : ordered_json(nullptr);
-}
-
-// clang-format off
-constexpr struct { const char* name; const char* unit; std::optional<double> signal_levels_t::*level; } kLevels[] = {
-  {"rssi", "dBm", &signal_levels_t::rssi_dbm}, {"rscp", "dBm", &signal_levels_t::rscp_dbm},
-  {"ecio", "dB",  &signal_levels_t::ecio_db }, {"rsrp", "dBm", &signal_levels_t::rsrp_dbm},
-  {"rsrq", "dB",  &signal_levels_t::rsrq_db }, {"sinr", "dB",  &signal_levels_t::sinr_db },
-};
-// clang-format on
-
-ordered_json levels_json(const signal_levels_t& levels) {
-  ordered_json object = {{"technology", or_null(levels.technology)}};
-  for (const auto& row : kLevels) {
-    const std::string unit = std::string(row.unit) == "dB" ? "_db" : "_dbm";
-    object[row.name + unit] = level_json(levels.*row.level);
-  }
-  return object;
-}
-
 void show_lines(const signal_levels_t& levels) {
   print_line("technology", levels.technology);
-  for (const auto& row : kLevels) print_line(row.name, level_text(levels.*row.level, row.unit));
+  for (const signal_level_row_t& row : signal_level_rows())
+    print_line(row.name, level_text(levels.*row.level, row.unit));
   if (levels.empty()) print_line("signal", "none, or not known to the modem");
 }
 
 void show_one_line(const signal_levels_t& levels) {
   std::string line = time_text(false);
   if (!levels.technology.empty()) line += ' ' + levels.technology;
-  for (const auto& row : kLevels) {
+  for (const signal_level_row_t& row : signal_level_rows()) {
     const std::string level = level_text(levels.*row.level, row.unit);
     if (!level.empty()) line += std::string(" ") + row.name + ' ' + level;
   }

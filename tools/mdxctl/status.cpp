@@ -11,7 +11,6 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/mdxctl/answer.h"
-#include "tools/mdxctl/answer_fields.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
@@ -20,6 +19,7 @@
 #include "tools/mdxctl/platform_stats.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/server_queues.h"
+#include "tools/words/answer_fields.h"
 #include "tools/words/duration.h"
 #include "wire/border.h"
 

@@ -8,8 +8,10 @@
 #include <cctype>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tools/words/duration.h"
+#include "tools/words/signal_levels.h"
 
 using nlohmann::ordered_json;
 
@@ -126,6 +128,17 @@ void add_fields(const mdx_packet_t& packet, ordered_json* object) {
   });
 }
 
+/// Levels in dBm where the fields have a modem's codes for them.
+void add_signal(ordered_json* object) {
+  const ordered_json& fields = (*object)["fields"];
+  if ((*object)["event"] != "EVT_AT_HCSQ" || !fields.contains("sysmode")) return;
+  std::vector<int> codes;
+  for (const auto& [name, value] : fields.items()) {
+    if (name != "sysmode") codes.push_back(value.get<int>());
+  }
+  (*object)["signal"] = levels_json(levels_of_report(fields["sysmode"].get<int>(), codes));
+}
+
 }  // namespace
 
 std::string packet_name(const mdx_packet_t& packet) {
@@ -162,5 +175,6 @@ ordered_json packet_json(const mdx_packet_t& packet) {
   if (packet.remembered != 0) object["remembered"] = true;
   if (packet.remembered != 0) object["age_s"] = packet.age_s;
   add_fields(packet, &object);
+  add_signal(&object);
   return object;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/mdxctl/answer_fields.h"
+#include "tools/words/answer_fields.h"
 
 #include <algorithm>
 #include <charconv>

@@ -4,7 +4,9 @@
 // ^HCSQ of some makers). A coded number stands for a step; the value is the step's lower edge.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 
 struct signal_levels_t {
@@ -20,6 +22,22 @@ struct signal_levels_t {
     return !rssi_dbm && !rscp_dbm && !ecio_db && !rsrp_dbm && !rsrq_db && !sinr_db;
   }
 };
+
+struct signal_level_row_t {
+  const char* name;
+  const char* unit;  ///< "dBm" or "dB"
+  std::optional<double> signal_levels_t::*level;
+};
+
+/// Every level by its name, in the order in which people read them.
+std::span<const signal_level_row_t> signal_level_rows();
+
+/// technology, and each level with its unit in its name, such as rssi_dbm; null for what is not
+/// told.
+nlohmann::ordered_json levels_json(const signal_levels_t& levels);
+
+/// What EVT_AT_HCSQ tells by its numbers: `sysmode`, and value1 and so on in `codes`.
+signal_levels_t levels_of_report(int sysmode, std::span<const int> codes);
 
 /// Each takes what an answer tells and leaves what is known already.
 void take_csq(const std::string& text, signal_levels_t* levels);
