@@ -148,6 +148,26 @@ void measure_burst(const ends_t& ends, const std::string& name) {
   print_value(name + ".in_order", received.in_order ? 1 : 0);
 }
 
+/// How many of so many bursts came whole, and what the worst of them left out.
+void measure_bursts(const ends_t& ends, const std::string& name, pid_t server, int bursts) {
+  const int64_t used = cpu_ns(server);
+  int whole = 0;
+  uint32_t fewest = kBurst;
+  std::vector<int64_t> times;
+  for (int i = 0; i < bursts; ++i) {
+    ends.modem->ask_for(kBurst);
+    const received_t received = receive(ends.subscription, kBurst);
+    times.push_back(received.last_at - ends.board->written_at);
+    fewest = std::min(fewest, received.count);
+    if (received.count == kBurst && received.in_order) ++whole;
+  }
+  print_value(name + ".whole", whole);
+  print_value(name + ".fewest", fewest);
+  print_value(name + ".server_us",
+              static_cast<double>(cpu_ns(server) - used) / 1e3 / (1.0 * bursts * kBurst));
+  print_times(name, times);
+}
+
 /// Time of a report until the last of so many receivers has it.
 void measure_crowd(const ends_t& ends, size_t receivers) {
   std::vector<pid_t> crowd;
@@ -183,4 +203,16 @@ void measure_reports(const terminal_t& device) {
   mdx_unsubscribe(sleeper);
   mdx_unsubscribe(ends.subscription);
   for (const size_t receivers : {1, 8, 64}) measure_crowd(ends, receivers);
+}
+
+void measure_whole_bursts(const terminal_t& device, pid_t server, int bursts) {
+  board_t* board = make_board();
+  reporting_modem_t modem(device.modem_fd, board);
+  ends_t ends = {nullptr, -1, &modem, subscribe(), board};
+  print_value("bursts", bursts);
+  measure_bursts(ends, "bursts.alone", server, bursts);
+  mdx_subscription_t* sleeper = subscribe();
+  measure_bursts(ends, "bursts.beside_sleeper", server, bursts);
+  mdx_unsubscribe(sleeper);
+  mdx_unsubscribe(ends.subscription);
 }

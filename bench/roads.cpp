@@ -4,6 +4,7 @@
 // that the kernel takes for the same. Runs in a box, on the one CPU that bench/run gives it.
 //
 //   mdx_bench_roads               measures once, prints "name value" lines
+//   mdx_bench_roads bursts N      counts the bursts that come whole
 //   mdx_bench_roads tap           measures mdxtap instead
 //   mdx_bench_roads modem         is the modem at /dev/smd6
 //   mdx_bench_roads send N TEXT   sends a command N times
@@ -40,17 +41,17 @@ std::string ten_reports() {
   return text + "\r\nOK\r\n";
 }
 
-void start_server() {
-  start_process([] {
+pid_t start_server() {
+  return start_process([] {
     execlp("mdxgate", "mdxgate", nullptr);
     give_up("mdxgate");
   });
 }
 
-/// From the server's start to its first answer.
-void measure_start_up() {
+/// From the server's start to its first answer. @return the server
+pid_t measure_start_up() {
   const int64_t start = now_ns();
-  start_server();
+  const pid_t server = start_server();
   mdx_client_t* client = nullptr;
   while (mdx_open(&client) != MDX_OK) {
     if (now_ns() - start > kStartUpLimitNs) give_up("the server does not start");
@@ -60,6 +61,7 @@ void measure_start_up() {
   if (mdx_send(client, "AT", nullptr, &result) != MDX_OK) give_up("first command");
   print_value("start_ms", static_cast<double>(now_ns() - start) / 1e6);
   mdx_close(client);
+  return server;
 }
 
 void send_commands(int count, const char* command) {
@@ -164,6 +166,15 @@ void write_all(int fd, std::string_view bytes) {
   }
 }
 
+int64_t cpu_ns(pid_t process) {
+  clockid_t clock = 0;
+  timespec used = {};
+  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+    give_up("the time of a process");
+  }
+  return used.tv_sec * int64_t{1'000'000'000} + used.tv_nsec;
+}
+
 int64_t now_ns() {
   timespec time = {};
   clock_gettime(CLOCK_MONOTONIC, &time);
@@ -199,7 +210,12 @@ int main(int argc, char** argv) {
   }
   const terminal_t device = open_device();
   const pid_t modem = start_process([&] { answer_commands(device.modem_fd); });
-  measure_start_up();
+  const pid_t server = measure_start_up();
+  if (mode == "bursts" && argc == 3) {
+    stop_process(modem);
+    measure_whole_bursts(device, server, std::atoi(argv[2]));
+    return 0;
+  }
   if (access(kReadyFlag, F_OK) != 0) give_up(kReadyFlag);
   measure_round_trips(device);
   stop_process(modem);

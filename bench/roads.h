@@ -38,6 +38,8 @@ void read_answer(int user_fd);
 
 void write_all(int fd, std::string_view bytes);
 int64_t now_ns();
+/// The CPU time that a process has used so far.
+int64_t cpu_ns(pid_t process);
 
 /// Prints "name value" for bench/run.
 void print_value(std::string_view name, double value);
@@ -50,5 +52,8 @@ void print_times(std::string_view name, std::vector<int64_t> nanoseconds);
 void measure_round_trips(const terminal_t& device);
 /// Reports to receivers: one at a time, in bursts, with many receivers.
 void measure_reports(const terminal_t& device);
+/// How many of so many bursts of 10,000 reports are delivered whole, to a receiver that reads, and
+/// beside one that does not.
+void measure_whole_bursts(const terminal_t& device, pid_t server, int bursts);
 /// What mdxtap adds between a terminal's two ends, beside a terminal without it.
 void measure_tap();

@@ -114,7 +114,7 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits);
 pthread_t MDX_pthread_create(int, int, int, void (*entry)(), int);
 
 // ------------------------------------------------------------------------------------------------
-// Message bus, notifications, voice. Sends never block; a slow receiver misses packets and is told.
+// Message bus, notifications, voice. Sends never block; what a slow receiver misses it is told.
 // ------------------------------------------------------------------------------------------------
 
 /// Joins the bus under a name of at most 11 characters. 0 on success.

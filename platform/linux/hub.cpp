@@ -2,18 +2,18 @@
 
 // The bus: what the server tells the rest of the device goes to whoever subscribed to it.
 //
-// The main thread sends, and never waits: for a receiver whose buffer has just become full it
-// gives up the CPU a few times. What the buffer does not take then is lost: that is counted, and
-// told to the receiver with the next packet it gets.
-// The message procedure thread does all the rest, and it alone changes the table of receivers,
-// under the lock that sends hold. There are more who may connect than places: who does not say soon
-// what it wants loses its place, and at a full table the user with the most.
+// The main thread sends, and never waits. What a receiver has no room for is kept in the backlog,
+// and given to it as it reads. When that is full the oldest packets are lost to who is that far
+// behind: that is counted, and told with the packet behind them, which is kept.
+// The message procedure thread does all the rest, and it alone changes who is in the table of
+// receivers, under the lock that sends hold. There are more who may connect than places: who does
+// not say soon what it wants loses its place, and at a full table the user with the most.
 
 #include "platform/linux/hub.h"
 
 #include <poll.h>
 #include <pthread.h>
-#include <sched.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -25,6 +25,7 @@
 
 #include "platform/linux/border_watch.h"
 #include "platform/linux/counters.h"
+#include "platform/linux/hub_backlog.h"
 #include "platform/linux/hub_places.h"
 #include "platform/linux/hub_states.h"
 #include "platform/linux/local_socket.h"
@@ -35,7 +36,8 @@ namespace {
 
 constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
-constexpr int kTurns = 8;  // of the CPU that receivers get which have kept up so far, for a packet
+constexpr int kGivenAtOnce = 32;         // packets, with the lock held
+constexpr int kGivenInARow = 32;         // times as many, before others are served
 constexpr uint32_t kAcceptNapMs = 100;
 constexpr uint32_t kSubscribeWithinMs = 5000;
 constexpr uint32_t kUninstall = 0x8805;
@@ -51,6 +53,8 @@ struct receiver_t {
   char name[sizeof(mdx_packet_header_t::to)] = {};  ///< as in the subscription
   uint32_t module = 0;
   uint32_t lost = 0;  ///< packets missed since the last one that it got
+  bool is_behind = false;
+  hub_backlog::place_t next = 0;  ///< to be given to it, if it is behind
   pid_t process = 0;
   uint64_t sent_ever = 0;
   uint64_t lost_ever = 0;
@@ -68,6 +72,9 @@ constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
 constinit receiver_t receivers[kMaxReceivers];
 constinit uint64_t connections = 0;
+constinit hub_backlog backlog;
+constinit size_t count_behind = 0;  ///< receivers
+constinit int wake_fd = -1;         ///< eventfd: somebody has fallen behind
 pthread_mutex_t receivers_lock = PTHREAD_MUTEX_INITIALIZER;
 
 /// A service's name as packets hold it. @return false when it does not fit
@@ -96,23 +103,78 @@ bool put_packet(int fd, const mdx_packet_header_t& header, const void* data) {
   return sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
-void send_to_receiver(receiver_t& receiver, mdx_packet_header_t header, const void* data,
-                      int& turns_left) {
+void miss(receiver_t& receiver) {
+  if (receiver.lost != UINT32_MAX) ++receiver.lost;
+  ++receiver.lost_ever;
+  counter_add(COUNT_PACKETS_LOST);
+}
+
+/// @return false when there is no room for it
+bool give(receiver_t& receiver, mdx_packet_header_t header, const void* data) {
   header.lost = receiver.lost;
-  bool sent = put_packet(receiver.fd, header, data);
-  while (!sent && errno == EAGAIN && receiver.lost == 0 && turns_left > 0) {
-    --turns_left;
-    sched_yield();
-    sent = put_packet(receiver.fd, header, data);
-  }
-  if (sent) {
+  if (put_packet(receiver.fd, header, data)) {
     receiver.lost = 0;
     ++receiver.sent_ever;
     counter_add(COUNT_PACKETS_SENT);
-  } else if (errno != EPIPE && errno != ECONNRESET) {
-    if (receiver.lost != UINT32_MAX) ++receiver.lost;
-    ++receiver.lost_ever;
-    counter_add(COUNT_PACKETS_LOST);
+    return true;
+  }
+  if (errno == EAGAIN) return false;
+  if (errno != EPIPE && errno != ECONNRESET) miss(receiver);
+  return true;
+}
+
+void miss_next(receiver_t& receiver) {
+  if (wants(receiver, backlog.header_at(receiver.next))) miss(receiver);
+  receiver.next = backlog.behind(receiver.next);
+}
+
+void keep(const mdx_packet_header_t& header, const void* data) {
+  while (!backlog.has_room(header.length)) {
+    for (receiver_t& receiver : receivers)
+      if (receiver.is_behind && receiver.next == backlog.oldest()) miss_next(receiver);
+    backlog.forget_oldest();
+  }
+  if (backlog.append(header, data)) return;
+  for (receiver_t& receiver : receivers)
+    if (receiver.is_behind && wants(receiver, header)) miss(receiver);
+}
+
+void fall_behind(receiver_t& receiver) {
+  receiver.is_behind = true;
+  receiver.next = backlog.end();
+  ++count_behind;
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t size = write(wake_fd, &one, sizeof(one));
+}
+
+void be_behind_no_more(receiver_t& receiver) {
+  if (!receiver.is_behind) return;
+  receiver.is_behind = false;
+  if (--count_behind == 0) backlog.clear();
+}
+
+/// Gives a receiver some of what was kept for it. @return whether it has room for more of that
+bool give_some(receiver_t& receiver) {
+  static constinit char payload[kMaxPayload] = {};
+  for (int i = 0; i < kGivenAtOnce && receiver.is_behind; ++i) {
+    if (receiver.next == backlog.end()) {
+      be_behind_no_more(receiver);
+      break;
+    }
+    const mdx_packet_header_t header = backlog.header_at(receiver.next);
+    backlog.payload_at(receiver.next, header.length, payload);
+    if (wants(receiver, header) && !give(receiver, header, payload)) return false;
+    receiver.next = backlog.behind(receiver.next);
+  }
+  return receiver.is_behind;
+}
+
+void let_catch_up(receiver_t& receiver) {
+  bool more = true;
+  for (int i = 0; i < kGivenInARow && more; ++i) {
+    pthread_mutex_lock(&receivers_lock);
+    more = give_some(receiver);
+    pthread_mutex_unlock(&receivers_lock);
   }
 }
 
@@ -137,15 +199,21 @@ int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
   if (listener < 0) return -1;
   pthread_mutex_lock(&receivers_lock);
   hub_states_keep(header, data);
-  int turns_left = kTurns;
-  for (receiver_t& receiver : receivers)
-    if (wants(receiver, header)) send_to_receiver(receiver, header, data, turns_left);
+  bool is_kept = false;
+  for (receiver_t& receiver : receivers) {
+    if (!wants(receiver, header)) continue;
+    if (!receiver.is_behind && give(receiver, header, data)) continue;
+    if (!receiver.is_behind) fall_behind(receiver);
+    is_kept = true;
+  }
+  if (is_kept) keep(header, data);
   pthread_mutex_unlock(&receivers_lock);
   return 0;
 }
 
 void hang_up(receiver_t& receiver) {
   pthread_mutex_lock(&receivers_lock);
+  be_behind_no_more(receiver);
   close(receiver.fd);
   receiver = receiver_t{};
   pthread_mutex_unlock(&receivers_lock);
@@ -172,7 +240,10 @@ receiver_t* find_slot(uid_t user) {
   receiver_t& receiver = receivers[given_up];
   MDX_DROP(COUNT_RECEIVERS_DISPLACED, MDX_TRACE_ERROR,
            "a receiver of user %u gives way to one of user %u\n", receiver.user, user);
+  pthread_mutex_lock(&receivers_lock);
+  while (receiver.is_behind && receiver.next != backlog.end()) miss_next(receiver);
   say_farewell(receiver.fd, MDX_FAREWELL_DISPLACED, receiver.lost);
+  pthread_mutex_unlock(&receivers_lock);
   hang_up(receiver);
   return &receiver;
 }
@@ -282,25 +353,38 @@ void take_packet(receiver_t& receiver) {
   serve_packet(receiver, packet, static_cast<size_t>(size));
 }
 
-/// One round: whoever has something is served once. @return false when waiting fails
+void serve_receiver(receiver_t& receiver, short revents) {
+  if ((revents & ~POLLOUT) != 0) take_packet(receiver);
+  if ((revents & POLLOUT) != 0) let_catch_up(receiver);
+}
+
+/// One round: whoever has something, or room for something, is served once.
+/// @return false when waiting fails
 bool dispatch_once() {
-  pollfd waiting[kMaxReceivers + 2];
-  receiver_t* waiting_for[kMaxReceivers + 2];
-  nfds_t count = 0;
-  waiting[count++] = {listener, POLLIN, 0};
-  waiting[count++] = {border_watch_fd(), POLLIN, 0};
+  constexpr nfds_t kOthers = 3;
+  pollfd waiting[kMaxReceivers + kOthers] = {
+      {listener, POLLIN, 0}, {border_watch_fd(), POLLIN, 0}, {wake_fd, POLLIN, 0}};
+  receiver_t* waiting_for[kMaxReceivers + kOthers];
+  nfds_t count = kOthers;
+  pthread_mutex_lock(&receivers_lock);
   for (receiver_t& receiver : receivers) {
     if (receiver.fd == 0) continue;
     waiting_for[count] = &receiver;
-    waiting[count++] = {receiver.fd, POLLIN, 0};
+    const int events = receiver.is_behind ? POLLIN | POLLOUT : POLLIN;
+    waiting[count++] = {receiver.fd, static_cast<short>(events), 0};
   }
+  pthread_mutex_unlock(&receivers_lock);
   const int border_ms = border_watch_wait_ms();
   const int silence_ms = next_silence_ms();
   const int wait_ms =
       border_ms < 0 || (silence_ms >= 0 && silence_ms < border_ms) ? silence_ms : border_ms;
   if (poll(waiting, count, wait_ms) < 0) return errno == EINTR;
-  for (nfds_t i = 2; i < count; ++i)
-    if (waiting[i].revents != 0) take_packet(*waiting_for[i]);
+  if (waiting[2].revents != 0) {
+    uint64_t wakes = 0;
+    [[maybe_unused]] const ssize_t size = read(wake_fd, &wakes, sizeof(wakes));
+  }
+  for (nfds_t i = kOthers; i < count; ++i)
+    if (waiting[i].revents != 0) serve_receiver(*waiting_for[i], waiting[i].revents);
   hang_up_the_silent();
   if ((waiting[0].revents & POLLIN) != 0) accept_receiver();
   return (waiting[0].revents & (POLLERR | POLLNVAL)) == 0;
@@ -335,6 +419,7 @@ int32_t KRP_MSG_Init(const char* module) {
   if (!set_name(own_name, module)) return -1;
   if (listener >= 0) return 0;
   hub_states_begin();
+  wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
   return listener >= 0 ? 0 : -1;
 }

@@ -10,12 +10,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/hub_backlog.h"
 #include "platform/linux/hub_places.h"
 #include "tests/platform/other_process.h"
 #include "tests/platform/shifted_clock.h"
@@ -185,6 +188,65 @@ TEST_F(Hub, EachReceiverGetsWhatItAskedFor) {
   EXPECT_THAT(voice.types_waiting(), ElementsAre());
   EXPECT_THAT(module12.types_waiting(), ElementsAre());
   EXPECT_THAT(nothing.types_waiting(), ElementsAre());
+}
+
+// One that reads nothing for a while gets all that was kept for it, and is told of what was not: of
+// the last as well, since the last packet is always kept.
+TEST_F(Hub, KeepsWhatAReceiverHasNoRoomForYet) {
+  const struct {
+    uint32_t packets;
+    size_t bytes;
+    bool all;
+  } cases[] = {{10000, 24, true}, {1000, 8192, false}};
+  for (const auto& [packets, bytes, all] : cases) {
+    const Receiver sleeps("cms"), reads("cms"), leaves("cms");
+    const std::string payload(bytes, 'p');
+    for (uint32_t n = 1; n <= packets; ++n) {
+      ASSERT_EQ(KRP_MSG_SendMsgData("cms", n, payload.data(), static_cast<uint32_t>(bytes)), 0);
+      ASSERT_EQ(reads.next().header.type, n);
+    }
+    uint32_t before = 0;
+    uint32_t lost = 0;
+    while (before != packets) {
+      const Packet packet = sleeps.next();
+      lost += packet.header.lost;
+      ASSERT_EQ(packet.header.type, before + packet.header.lost + 1);
+      ASSERT_EQ(packet.payload, payload);
+      before = packet.header.type;
+    }
+    EXPECT_EQ(lost == 0, all) << lost;
+    EXPECT_LT(lost, packets - hub_backlog::kBytes / (bytes + 48)) << "what fits is kept";
+    EXPECT_THAT(sleeps.types_waiting(), ElementsAre());
+  }
+}
+
+TEST(HubBacklog, HoldsTheNewestWhole) {
+  hub_backlog backlog;
+  std::deque<std::string> kept;
+  std::minstd_rand random(7);
+  for (uint32_t n = 0; n < 20000; ++n) {
+    mdx_packet_header_t header = header_to(MDX_PACKET_SERVICE, "cms", n);
+    header.length = n % 100 == 0 ? 8192 : static_cast<uint32_t>(random() % 600);
+    std::string payload(header.length, static_cast<char>(random() % 256));
+    for (; !backlog.has_room(header.length); backlog.forget_oldest()) kept.pop_front();
+    ASSERT_TRUE(backlog.append(header, payload.data()));
+    kept.push_back(std::move(payload));
+    if (n % 500 != 0) continue;
+    auto place = backlog.oldest();
+    for (size_t i = 0; i < kept.size(); ++i, place = backlog.behind(place)) {
+      const mdx_packet_header_t found = backlog.header_at(place);
+      ASSERT_EQ(found.type, n + 1 - kept.size() + i);
+      std::string bytes(found.length, '\0');
+      backlog.payload_at(place, found.length, bytes.data());
+      ASSERT_EQ(bytes, kept[i]);
+    }
+    ASSERT_EQ(place, backlog.end());
+    if (n == 10000) {
+      backlog.clear();
+      kept.clear();
+    }
+  }
+  EXPECT_GT(kept.size(), 1024u);
 }
 
 TEST_F(Hub, RefusesWhatNoPacketHolds) {
