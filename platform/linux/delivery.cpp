@@ -68,6 +68,12 @@ bool has_joined_body(std::string_view line) {
   return is_header(line, "+CMT") || line.find(',') == kNowhere;
 }
 
+/// Some modems show an empty place as a message of no length, and no body follows.
+bool announces_nothing(std::string_view line) {
+  while (!line.empty() && line.back() == ' ') line.remove_suffix(1);
+  return line.ends_with(",0");
+}
+
 /// Whether the server does anything with the line but keep it as text.
 bool is_news(std::string_view line) {
   if (line[0] == '^' || line[0] == '+' || line[0] == '>') return true;
@@ -251,7 +257,7 @@ void delivery_assembler::end_line() {
 /// @return whether the line announces a body; a delivery does not end between the two
 bool delivery_assembler::end_header(std::string_view line) {
   body_t body = body_t::none;
-  if (is_any_header(line, kLineHeaders)) body = body_t::line;
+  if (is_any_header(line, kLineHeaders) && !announces_nothing(line)) body = body_t::line;
   if (is_header(line, kRawHeader)) body = body_t::raw;
   if (has_joined_body(line)) body = body_t::joined_line;
   if (body == body_t::none) return false;

@@ -218,6 +218,7 @@ const case_t bodies[] = {
     {"Index",          {"< +CMTI: \"SM\",1\r\n", "= +CMTI: \"SM\",1\r\n", "< +CDSI: 1\r\n", "= +CDSI: 1\r\n"}},
     {"NotInTheMiddle", {"< ^X+CMT: 1\r\n", "= ^X+CMT: 1\r\n", "< +CMT\r\n", "= +CMT\r\n"}},
     {"Stored",         {"> AT+CMGR=1\r", "< \r\n+CMGR: 0,,23\r\n", "~299", "< 0791\r\n\r\nOK\r\n", "= \r\n+CMGR: 0,,23\r\n0791\r\n\r\nOK\r\n"}},
+    {"EmptyPlace",     {"> AT+CMGR=1\r", "< \r\n+CMGR: 0,,0\r\n\r\nOK\r\n", "= \r\n+CMGR: 0,,0\r\n\r\nOK\r\n", ".", "clean"}},
     {"TextLikePrompt", {"> AT\r", "< +CMT: 1\r\n> hello\r\nOK\r\n", "= +CMT: 1\n> hello\r\nOK\r\n"}},
     {"Raw",            {"> AT^HCMGR=1\r", "< ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n", "= ^HCMGR:1\r\na\r\nOK\r\nb\x1a" "c\r\n\x1a\r\n\r\nOK\r\n"}},
     {"RawKeepsItsCrs", {"> AT\r", "< ^HCMGR:1\r\r\na\r\r\n\r\r\nb\x1a\r\r\nOK\r\n", "= ^HCMGR:1\r\na\r\r\n\r\r\nb\x1a\r\nOK\r\n"}},
