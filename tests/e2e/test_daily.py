@@ -170,6 +170,33 @@ class Daily(DeviceTest):
         watching.send_signal(signal.SIGTERM)
         self.assertEqual(watching.wait(PATIENCE_S), OK, "the program is told to end")
 
+    def test_what_went_wrong_is_told_in_words(self):
+        """Also where the modem's own words would move a terminal's cursor."""
+        script = pathlib.Path("/tmp/modem.script")
+        script.write_text("on AT+CPIN? -> +CPIN: \\x1b[31mred | OK\non AT+SILENT -> nothing\n")
+        self.start_device("--script", str(script))
+        cases = (
+            (("sim", "unlock"),                   REFUSED_BY_MODEM, "asks for ?[31mred, not"),
+            (("wait", "sim", "--timeout", "0"),   NO_ANSWER,        "asks for ?[31mred"),
+            (("ussd",),                           USAGE,            "which code?"),
+            (("init", "-"),                       USAGE,            "standard input holds no command"),
+            (("init", "/tmp"),                    USAGE,            "/tmp cannot be read: Is a directory"),
+            (("sms", "read", "-1"),               USAGE,            "'-1' is no message's number"),
+            (("sms", "delete", "99999999999"),    USAGE,            "is no message's number"),
+        )
+        for arguments, expected, told in cases:
+            code, _, err = self.ctl(*arguments)
+            self.assertEqual((code, told in err), (expected, True), f"{arguments}: {err}")
+            self.assertNotIn("\x1b", err, arguments)
+        slow = self.start_client("at", "--timeout", "600", "AT+SILENT")
+        wait_until(lambda: "AT_IDLE_S" not in self.console("display", "state"), PATIENCE_S, "the modem works")
+        for arguments, waits_longer in ((("signal", "--timeout", "1"), False), (("at", "--timeout", "1", "AT"), True)):
+            code, _, err = self.ctl(*arguments)
+            self.assertEqual((code, "did not get its turn" in err), (NO_ANSWER, True), err)
+            self.assertEqual("--wait SECONDS waits longer" in err, waits_longer, arguments)
+        slow.send_signal(signal.SIGINT)
+        self.finish(slow)
+
     def test_nothing_is_asked_while_nothing_happens(self):
         self.start_device("--quiet")
         watching = self.start_client("signal", "--watch")

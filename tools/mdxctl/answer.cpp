@@ -35,14 +35,15 @@ void print_lines(std::string text) {
 
 }  // namespace
 
-std::string error_text(int error) {
+std::string error_text(int error, const std::string& for_its_turn) {
   if (error == MDX_ERR_BUSY && access(kModem.c_str(), F_OK) != 0) {
     return "the server waits for its modem, and nothing was run: " + kModem +
            " is not there; plug the modem in, or make " + kModem + " a link to its AT port";
   }
   if (error == MDX_ERR_BUSY) {
     return "the command did not get its turn, and was not run: the modem works for other clients, "
-           "or the server cannot open it; --wait SECONDS waits longer, mdxctl status tells more";
+           "or the server cannot open it; " +
+           for_its_turn + ", mdxctl status tells more";
   }
   std::string text = mdx_strerror(error);
   if (error == MDX_ERR_SYSTEM) text += ": " + std::string(std::strerror(errno));
@@ -86,7 +87,7 @@ int answer_t::show(const mdx_result_t& result, const std::string& text,
                    const std::string& error) const {
   const exit_code_t code = exit_code_of_result(result);
   const std::string name = mdx_result_name(result.ret_val);
-  if (result.truncated != 0) std::cerr << "mdxctl: " << kTruncated << std::endl;
+  if (result.truncated != 0) tell(kTruncated);
   if (link_) warn_if_gone(*link_);
   if (json_) {
     ordered_json object = {{"command", command_},
@@ -102,12 +103,16 @@ int answer_t::show(const mdx_result_t& result, const std::string& text,
   // A result with a number is the answer's text.
   const bool numbered = text.starts_with(name + ':') && text.find('\n') == std::string::npos;
   if (!numbered) print_lines(text);
-  std::cerr << (!error.empty() ? error : numbered ? harmless_line(text) : name) << std::endl;
+  std::cerr << (!error.empty() ? harmless_line(error)
+                : numbered     ? harmless_line(text)
+                               : name)
+            << std::endl;
   return code;
 }
 
 int answer_t::fail(int error) const {
-  return fail(error, error == MDX_ERR_TIMEOUT ? no_answer_text() : error_text(error));
+  if (error == MDX_ERR_TIMEOUT) return fail(error, no_answer_text());
+  return fail(error, error_text(error, "--wait SECONDS waits longer"));
 }
 
 int answer_t::fail(int error, const std::string& reason) const {
@@ -118,6 +123,6 @@ int answer_t::fail(int error, const std::string& reason) const {
            {"seconds", seconds()},
            {"error", reason}});
   }
-  std::cerr << "mdxctl: " << reason << std::endl;
+  tell(reason);
   return exit_code_of_error(error);
 }

@@ -25,9 +25,10 @@ class answer_t {
   /// The same for a message: that it was not confirmed is said in so many words.
   int show_message(const mdx_result_t& result, const std::string& text) const;
 
-  /// Says why there is no answer.
+  /// Says why there is no answer to a command that --timeout and --wait belong to.
   /// @return the exit code
   int fail(int error) const;
+  /// The same in words of the caller's.
   int fail(int error, const std::string& reason) const;
 
  private:
@@ -59,4 +60,5 @@ inline constexpr char kUnconfirmed[] =
 
 /// `error` of the library in words, with what this machine tells about it: the system's own words,
 /// or that there is no modem to serve a request.
-std::string error_text(int error);
+/// @param for_its_turn  what helps a request that waited for its turn in vain
+std::string error_text(int error, const std::string& for_its_turn = "try again");

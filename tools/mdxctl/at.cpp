@@ -70,7 +70,7 @@ int send_one(const at_arguments_t& arguments, const client_session_t& session,
   if (error != MDX_OK) return answer.fail(error);
   const std::string text = shown_text(result, collection);
   const bool empty = text.empty() && result.ret_val == MDX_RESULT_OK;
-  if (empty && collection.should_have_text) std::cerr << "mdxctl: " << kNothingInIt << std::endl;
+  if (empty && collection.should_have_text) tell(kNothingInIt);
   return answer.show(result, text);
 }
 
@@ -97,7 +97,7 @@ int send_lines(const at_arguments_t& arguments, const client_session_t& session)
     if (!output_written()) return EXIT_REFUSED;
   }
   if (std::ferror(stdin) == 0) return first_failure;
-  std::cerr << "mdxctl: standard input could not be read: " << std::strerror(errno) << std::endl;
+  tell("standard input could not be read: " + std::string(std::strerror(errno)));
   return EXIT_USAGE;
 }
 

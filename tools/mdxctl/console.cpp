@@ -20,6 +20,6 @@ int run_console(const console_arguments_t& arguments) {
     (refused ? std::cerr : std::cout) << for_output(text) << std::flush;
   };
   const int error = ask_console(line, show);
-  if (error != MDX_OK) std::cerr << "mdxctl: " << console_error_text(error) << std::endl;
+  if (error != MDX_OK) tell(console_error_text(error));
   return error == MDX_OK && refused ? EXIT_USAGE : exit_code_of_error(error);
 }

@@ -3,6 +3,9 @@
 // mdxctl init: sets a modem up by a file of commands; with --follow each time it comes back, so
 // that one that was unplugged is as it was.
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <thread>
@@ -11,6 +14,7 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/init_file.h"
 #include "tools/mdxctl/modem_query.h"
+#include "tools/mdxctl/output.h"
 #include "tools/words/shown_command.h"
 
 namespace {
@@ -25,12 +29,11 @@ exit_code_t run_commands(const std::string& name, const std::vector<init_command
   for (const init_command_t& command : commands) {
     const reply_t reply = modem_query_t(command.timeout_s).ask(command.command);
     if (reply.ok()) continue;
-    std::cerr << "mdxctl: " << name << ':' << command.line << ": " << shown_command(command.command)
-              << ": " << reply.error << (command.may_fail ? "; going on" : "; stopped here")
-              << std::endl;
+    tell(name + ':' + std::to_string(command.line) + ": " + shown_command(command.command) + ": " +
+         reply.error + (command.may_fail ? "; going on" : "; stopped here"));
     if (!command.may_fail || reply.code != EXIT_MODEM_ERROR) return reply.code;
   }
-  std::cerr << "mdxctl: " << name << ": done, " << commands.size() << " commands" << std::endl;
+  tell(name + ": done, " + std::to_string(commands.size()) + " commands");
   return EXIT_OK;
 }
 
@@ -64,8 +67,7 @@ int follow(const std::string& name, const std::vector<init_command_t>& commands)
     const bool may_come_back =
         error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE || error == MDX_ERR_REFUSED;
     if (!may_come_back) return fail_with(exit_code_of_error(error), error_text(error), false);
-    if (!told || error == MDX_ERR_SERVER_GONE)
-      std::cerr << "mdxctl: waiting for the server" << std::endl;
+    if (!told || error == MDX_ERR_SERVER_GONE) tell("waiting for the server");
     std::this_thread::sleep_for(kLookForServer);
   }
 }
@@ -73,18 +75,18 @@ int follow(const std::string& name, const std::vector<init_command_t>& commands)
 }  // namespace
 
 int run_init(const init_arguments_t& arguments) {
+  const bool from_input = arguments.file == "-";
+  const std::string name = from_input ? "standard input" : arguments.file;
   std::ifstream file;
-  if (arguments.file != "-") file.open(arguments.file);
-  if (!file) return fail_with(EXIT_USAGE, arguments.file + " cannot be read", false);
-  std::istream& stream = arguments.file == "-" ? std::cin : file;
+  if (!from_input) file.open(arguments.file);
+  std::istream& stream = from_input ? std::cin : file;
   const init_file_t read = read_init_file(stream, arguments.timeout_s.value_or(kQuestionTimeoutS));
-  if (stream.bad() || read.commands.empty()) {
-    if (read.mistakes.empty())
-      return fail_with(EXIT_USAGE, arguments.file + " cannot be read, or holds no command", false);
-  }
-  for (const std::string& mistake : read.mistakes)
-    std::cerr << "mdxctl: " << arguments.file << ": " << mistake << std::endl;
+  const bool unread = from_input ? std::ferror(stdin) != 0 : !file.is_open() || file.bad();
+  if (unread)
+    return fail_with(EXIT_USAGE, name + " cannot be read: " + std::strerror(errno), false);
+  for (const std::string& mistake : read.mistakes) tell(name + ": " + mistake);
   if (!read.mistakes.empty()) return EXIT_USAGE;
-  return arguments.follow ? follow(arguments.file, read.commands)
-                          : run_commands(arguments.file, read.commands);
+  if (read.commands.empty())
+    return fail_with(EXIT_USAGE, name + " holds no command: nothing was sent", false);
+  return arguments.follow ? follow(name, read.commands) : run_commands(name, read.commands);
 }

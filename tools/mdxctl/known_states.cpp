@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "client/mdxclient.h"
+#include "tools/mdxctl/output.h"
 #include "tools/words/duration.h"
 #include "tools/words/packet_text.h"
 #include "tools/words/state_words.h"
@@ -77,6 +78,5 @@ std::string link_text(const modem_link_t& link) {
 
 void warn_if_gone(const modem_link_t& link) {
   if (link.up) return;
-  std::cerr << "mdxctl: " << link_text(link) << "; what it told before may no longer be true"
-            << std::endl;
+  tell(link_text(link) + "; what it told before may no longer be true");
 }

@@ -38,7 +38,7 @@ std::string value_in(const std::string& text, const std::string& name) {
 
 bool agreed() {
   if (isatty(STDIN_FILENO) == 0) {
-    std::cerr << "mdxctl: a restart cuts calls and data off: --yes does it" << std::endl;
+    tell("a restart cuts calls and data off: --yes does it");
     return false;
   }
   std::cerr << "A restart cuts calls and data off. Restart the modem? [y/N] " << std::flush;
@@ -72,7 +72,7 @@ int run_modem_reset(const modem_arguments_t& arguments) {
   if (!reply.ok() && reply.code != EXIT_NO_ANSWER)
     return fail_with(reply.code, reply.error, arguments.json);
   if (arguments.json) print_json({{"restarted", true}, {"confirmed", reply.ok()}});
-  std::cerr << "mdxctl: the modem restarts" << (reply.ok() ? "" : ", without having said so")
-            << "; mdxctl wait modem tells when it is back" << std::endl;
+  tell(std::string("the modem restarts") + (reply.ok() ? "" : ", without having said so") +
+       "; mdxctl wait modem tells when it is back");
   return EXIT_OK;
 }

@@ -55,6 +55,6 @@ void print_line(std::string_view name, const std::string& text) {
 
 int fail_with(exit_code_t code, const std::string& error, bool json) {
   if (json) print_json({{"error", error}});
-  std::cerr << "mdxctl: " << error << std::endl;
+  tell(error);
   return code;
 }

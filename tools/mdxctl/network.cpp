@@ -88,9 +88,8 @@ int show_network(const network_arguments_t& arguments, const modem_query_t& mode
 
 int scan(const network_arguments_t& arguments, modem_query_t* modem) {
   const int32_t timeout_s = arguments.timeout_s.value_or(kScanTimeoutS);
-  std::cerr << "mdxctl: searching for networks, up to " << timeout_s
-            << " s; meanwhile no other command is served, and data may pause; Ctrl-C gives up"
-            << std::endl;
+  tell("searching for networks, up to " + std::to_string(timeout_s) +
+       " s; meanwhile no other command is served, and data may pause; Ctrl-C gives up");
   if (isatty(STDERR_FILENO) != 0) {
     modem->on_tick([seconds = 0]() mutable {
       std::cerr << "\rsearching, " << ++seconds << " s " << std::flush;

@@ -54,13 +54,14 @@ std::string for_output(const std::string& text) {
   return isatty(STDOUT_FILENO) != 0 ? harmless_lines(text) : text;
 }
 
+void tell(const std::string& text) { std::cerr << "mdxctl: " << harmless_line(text) << std::endl; }
+
 bool output_written() {
   static bool told = false;
   std::cout.flush();
   if (std::cout) return true;
   if (told) return false;
   told = true;
-  std::cerr << "mdxctl: standard output could not be written, and what should be there is lost"
-            << std::endl;
+  tell("standard output could not be written, and what should be there is lost");
   return false;
 }

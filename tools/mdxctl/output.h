@@ -15,6 +15,9 @@ std::string harmless_line(const std::string& line);
 /// `text` with a terminal on standard output: as harmless_lines. Else as it is.
 std::string for_output(const std::string& text);
 
+/// Tells people something on standard error, as "mdxctl: TEXT". What the modem said may be in it.
+void tell(const std::string& text);
+
 /// Flushes standard output. Says so, once, when something did not get there.
 /// @return whether all did
 bool output_written();

@@ -17,10 +17,10 @@ constexpr int32_t kWaitS = 10;  // as the library's options have it
 int run_report(const report_arguments_t& arguments) {
   answer_t answer(arguments.name, arguments.json, kWaitS);
   const client_session_t session;
-  if (session.error() != MDX_OK) return answer.fail(session.error());
+  if (session.error() != MDX_OK) return answer.fail(session.error(), error_text(session.error()));
   mdx_result_t result = MDX_RESULT_INIT;
   const int error = fetch_report(session.client(), MDX_REPORT_RSSI, &result);
-  if (error != MDX_OK) return answer.fail(error);
+  if (error != MDX_OK) return answer.fail(error, error_text(error));
   if (modem_link_t link; fetch_link(&link) == MDX_OK) answer.tell_link(link);
   return answer.show(result, std::string(result.text, result.length));
 }

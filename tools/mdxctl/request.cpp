@@ -9,6 +9,7 @@
 #include <iostream>
 #include <utility>
 
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/polled_signals.h"
 
 namespace {
@@ -48,9 +49,8 @@ std::function<void()> before_end;
   const bool never_run = mdx_cancel(client) == MDX_OK;
   mdx_close(client);
   if (before_end) before_end();
-  std::cerr << "mdxctl: interrupted; "
-            << (never_run ? "the command was not run" : "the modem may still be at it")
-            << std::endl;
+  tell(never_run ? "interrupted; the command was not run"
+                 : "interrupted; the modem may still be at it");
   end_by_signal(signal);
 }
 

@@ -181,13 +181,19 @@ class shell_t {
   static std::string result_line(const shell_request_t& request, const mdx_result_t& result) {
     switch (exit_code_of_result(result)) {
       case EXIT_REFUSED:
-        return "refused: the server could not write to the modem; check that it is plugged in\n";
+        return std::string(kModemAway) + '\n';
       case EXIT_NO_ANSWER:
-        if (!request.pdu.empty()) return std::string(kUnconfirmed) + '\n';
-        return "no answer in time: check the modem, or try again\n";
+        return no_answer_text(request);
       default:
         return std::string(mdx_result_name(result.ret_val)) + '\n';
     }
+  }
+
+  static std::string no_answer_text(const shell_request_t& request) {
+    if (!request.pdu.empty()) return std::string(kUnconfirmed) + '\n';
+    const std::string time = std::to_string(request.timeout_s);
+    return "no answer: the modem had " + time +
+           " s for it; more, such as a minute, has it with: " + "mdxctl at --timeout 60 COMMAND\n";
   }
 
   void give_up() {
@@ -197,9 +203,10 @@ class shell_t {
   }
 
   void fail(int error) {
-    const bool message = !waiting_.front().pdu.empty();
+    const std::string text =
+        error == MDX_ERR_TIMEOUT ? no_answer_text(waiting_.front()) : error_text(error) + '\n';
     waiting_.clear();
-    prompt_.print((message && error == MDX_ERR_TIMEOUT ? kUnconfirmed : error_text(error)) + '\n');
+    prompt_.print(text);
   }
 
   // Reports
@@ -249,14 +256,14 @@ class shell_t {
 
 int run_shell() {
   if (isatty(0) == 0 || isatty(1) == 0) {
-    std::cerr << "mdxctl: the shell needs a terminal; for a script use: mdxctl at -" << std::endl;
+    tell("the shell needs a terminal; for a script use: mdxctl at -");
     return EXIT_USAGE;
   }
   int ended_by = 0;
   {
     const client_session_t session;
     if (session.error() != MDX_OK) {
-      std::cerr << "mdxctl: " << error_text(session.error()) << std::endl;
+      tell(error_text(session.error()));
       return exit_code_of_error(session.error());
     }
     std::cout << "AT commands go to the modem; help shows what else there is." << std::endl;

@@ -177,7 +177,7 @@ int run_sim_unlock(const sim_unlock_arguments_t& arguments) {
   if (!reply.ok()) return fail_with(reply.code, reply.error, arguments.json);
   if (state == kReady) {
     if (arguments.json) print_json({{"state", state}});
-    std::cerr << "mdxctl: the card is unlocked already" << std::endl;
+    tell("the card is unlocked already");
     return EXIT_OK;
   }
   if (state != "SIM PIN") {
@@ -194,7 +194,7 @@ int run_sim_unlock(const sim_unlock_arguments_t& arguments) {
   const reply_t unlocked = modem.ask("AT+CPIN=\"" + pin + '"');
   if (unlocked.ok()) {
     if (arguments.json) print_json({{"state", kReady}});
-    std::cerr << "mdxctl: unlocked" << std::endl;
+    tell("unlocked");
     return EXIT_OK;
   }
   const tries_t left = ask_tries(modem);

@@ -11,6 +11,14 @@ namespace {
 
 constexpr char kAnswerTime[] = "how long the modem may take for each answer (10)";
 
+/// What is wrong with it, "" when nothing is.
+std::string message_number_mistake(const std::string& number) {
+  constexpr size_t kMostDigits = 9;
+  const bool good = !number.empty() && number.size() <= kMostDigits &&
+                    number.find_first_not_of("0123456789") == std::string::npos;
+  return good ? "" : "'" + number + "' is no message's number: mdxctl sms list shows them";
+}
+
 void add_send(CLI::App& sms, sms_send_arguments_t& arguments, int& code) {
   CLI::App* send =
       add_command(sms, "send",
@@ -57,7 +65,9 @@ void add_list(CLI::App& sms, sms_list_arguments_t& arguments, int& code) {
 void add_read(CLI::App& sms, sms_read_arguments_t& arguments, int& code) {
   CLI::App* read = add_command(sms, "read", "Show messages by their numbers.",
                                [&] { code = run_sms_read(arguments); });
-  read->add_option("numbers", arguments.numbers, "as sms list shows them")->required();
+  read->add_option("numbers", arguments.numbers, "as sms list shows them")
+      ->required()
+      ->check(message_number_mistake);
   add_timeout(read, arguments.timeout_s, kAnswerTime);
   read->add_flag("--json", arguments.json, "one object: memory, messages, errors");
 }
@@ -66,7 +76,8 @@ void add_delete(CLI::App& sms, sms_delete_arguments_t& arguments, int& code) {
   CLI::App* remove =
       add_command(sms, "delete", "Delete messages from the modem's memory; on a terminal it asks.",
                   [&] { code = run_sms_delete(arguments); });
-  CLI::Option* numbers = remove->add_option("numbers", arguments.numbers, "as sms list shows them");
+  CLI::Option* numbers = remove->add_option("numbers", arguments.numbers, "as sms list shows them")
+                             ->check(message_number_mistake);
   CLI::Option* read =
       remove->add_flag("--read", arguments.read, "all that were read")->excludes(numbers);
   remove->add_flag("--all", arguments.all, "all of them, unread and unsent ones too")

@@ -6,6 +6,7 @@
 
 #include <iostream>
 
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_store.h"
 
@@ -51,7 +52,7 @@ outcome_t run(const std::optional<int32_t>& timeout_s, Verb verb) {
 }
 
 int show_errors(const outcome_t& outcome) {
-  for (const std::string& error : outcome.errors) std::cerr << "mdxctl: " << error << std::endl;
+  for (const std::string& error : outcome.errors) tell(error);
   return outcome.code;
 }
 
@@ -118,13 +119,12 @@ int run_sms_read(const sms_read_arguments_t& arguments) {
 int run_sms_delete(const sms_delete_arguments_t& arguments) {
   const bool many = arguments.all || arguments.read;
   if (!many && arguments.numbers.empty()) {
-    std::cerr << "mdxctl: which messages? Give their numbers, --read or --all" << std::endl;
+    tell("which messages? Give their numbers, --read or --all");
     return EXIT_USAGE;
   }
   const bool asks = !arguments.yes && isatty(STDIN_FILENO) != 0;
   if (many && !arguments.yes && !asks) {
-    std::cerr << "mdxctl: nothing was deleted: there is no terminal to ask on; say --yes"
-              << std::endl;
+    tell("nothing was deleted: there is no terminal to ask on; say --yes");
     return EXIT_USAGE;
   }
   if (asks && !confirmed(arguments)) {

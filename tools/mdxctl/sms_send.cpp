@@ -16,6 +16,7 @@
 #include <random>
 
 #include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/sms_commands.h"
@@ -50,13 +51,17 @@ uint32_t fresh_reference() {
   return std::uniform_int_distribution<uint32_t>(0x100, 0xffff)(random);
 }
 
-/// @return false when it cannot be read to its end
+/// Bytes of UTF-8 that no message has: 255 parts of 153 characters are the most.
+constexpr size_t kTooMuch = 255 * 153 * 4 + 1;
+
+/// Reads to the end, or more than fits.
+/// @return false when that cannot be read
 bool read_all(int fd, std::string* text) {
   char bytes[4096];
   ssize_t size = 0;
-  while ((size = read(fd, bytes, sizeof(bytes))) > 0)
+  while (text->size() < kTooMuch && (size = read(fd, bytes, sizeof(bytes))) > 0)
     text->append(bytes, static_cast<size_t>(size));
-  return size == 0;
+  return size >= 0;
 }
 
 /// The text, without a byte order mark in front, and without the last line end of a file.
@@ -81,6 +86,8 @@ std::string text_of(const sms_send_arguments_t& arguments, std::string* error) {
     if (!text.empty() && text.back() == '\n') text.pop_back();
     if (!text.empty() && text.back() == '\r') text.pop_back();
   }
+  if (text.size() >= kTooMuch && error->empty())
+    *error = "the text is longer than 255 parts, which is the most: send it as several messages";
   if (text.empty() && error->empty()) *error = "the text is empty: nothing was sent";
   return text;
 }
@@ -180,9 +187,12 @@ class report_waiter_t {
  private:
   static void give_up(size_t open, int32_t seconds, progress_t* progress) {
     progress->code = EXIT_NO_ANSWER;
-    progress->error = "the message was sent, and of " + std::to_string(open) + " of its " +
-                      std::to_string(progress->references.size()) +
-                      " parts no delivery was reported within " + std::to_string(seconds) + " s";
+    const size_t parts = progress->references.size();
+    const std::string which = parts == 1 ? "its delivery"
+                                         : "the delivery of " + std::to_string(open) + " of its " +
+                                               std::to_string(parts) + " parts";
+    progress->error = "the message was sent, and " + which + " was not reported within " +
+                      std::to_string(seconds) + " s";
   }
 
   static void take(const sms_news_t& news, bool json, std::vector<int32_t>* open,
@@ -266,6 +276,6 @@ int run_sms_send(const sms_send_arguments_t& arguments) {
     if (progress.error_number >= 0) object["error_number"] = progress.error_number;
     std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << std::endl;
   }
-  if (!progress.error.empty()) std::cerr << "mdxctl: " << progress.error << std::endl;
+  if (!progress.error.empty()) tell(progress.error);
   return progress.code;
 }

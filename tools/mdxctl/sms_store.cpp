@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
 
 namespace {
@@ -154,8 +155,7 @@ void sms_store_t::put_back(mdx_client_t* client) {
     put_back_.pop_back();
     const int error = mdx_send(client, command.c_str(), &options, &result);
     if (error == MDX_OK && result.ret_val == MDX_RESULT_OK) continue;
-    std::cerr << "mdxctl: the modem could not be put back with " << command << ": do it by hand"
-              << std::endl;
+    tell("the modem could not be put back with " + command + ": do it by hand");
   }
 }
 

@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_news.h"
@@ -63,9 +64,9 @@ class sms_watcher_t {
   void turn_on() {
     try {
       if (turn_on_news(store_, sms_news_kind_t::MESSAGES).empty()) return;
-      std::cerr << "mdxctl: the modem told of no messages; it does now, see AT+CNMI?" << std::endl;
+      tell("the modem told of no messages; it does now, see AT+CNMI?");
     } catch (const sms_failure_t& failure) {
-      std::cerr << "mdxctl: the modem may tell of no messages: " << failure.what() << std::endl;
+      tell("the modem may tell of no messages: " + std::string(failure.what()));
     }
   }
 
@@ -86,9 +87,8 @@ class sms_watcher_t {
                           error == MDX_ERR_SERVER_GONE ? "the server is gone" : error_text(error));
     }
     if (packet.lost > 0) {
-      std::cerr << "mdxctl: " << packet.lost
-                << " reports were lost, perhaps of messages: see mdxctl sms list --unread"
-                << std::endl;
+      tell(std::to_string(packet.lost) +
+           " reports were lost, perhaps of messages: see mdxctl sms list --unread");
     }
     // A modem that was away has forgotten its settings.
     if (packet.kind == MDX_KIND_SERVICE && std::string(packet.to) == "link" &&
@@ -100,7 +100,7 @@ class sms_watcher_t {
 
   void take(const sms_news_t& news) {
     if (!news.problem.empty()) {
-      std::cerr << "mdxctl: " << news.problem << std::endl;
+      tell(news.problem);
       return;
     }
     waiting_.push_back({news, clock_type::now()});
@@ -158,8 +158,8 @@ class sms_watcher_t {
       store_.use_memory(memory);
       store_.remove(entry.index);
     } catch (const sms_failure_t& failure) {
-      std::cerr << "mdxctl: message " << entry.index << " was not deleted: " << failure.what()
-                << std::endl;
+      tell("message " + std::to_string(entry.index) +
+           " was not deleted: " + std::string(failure.what()));
     }
     store_.use_memory(before);
   }
@@ -178,7 +178,7 @@ int run_sms_watch(const sms_watch_arguments_t& arguments) {
   try {
     sms_watcher_t(arguments).run();
   } catch (const sms_failure_t& failure) {
-    std::cerr << "mdxctl: " << failure.what() << std::endl;
+    tell(std::string(failure.what()));
     return failure.code();
   }
   return EXIT_OK;

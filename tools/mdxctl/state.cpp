@@ -11,6 +11,7 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/known_states.h"
+#include "tools/mdxctl/output.h"
 #include "tools/words/duration.h"
 #include "tools/words/state_words.h"
 
@@ -31,7 +32,7 @@ int fail(int error, bool json) {
                                    "older than mdxctl; see: mdxctl status"
                                  : error_text(error);
   if (json) print({{"modem", nullptr}, {"states", ordered_json::object()}, {"error", reason}});
-  std::cerr << "mdxctl: " << reason << std::endl;
+  tell(reason);
   return exit_code_of_error(error);
 }
 
@@ -77,6 +78,6 @@ int run_state(const state_arguments_t& arguments) {
                    [](const auto& one, const auto& other) { return one.word < other.word; });
   arguments.json ? show_json(states, link) : show(states, link, with_link);
   if (!states.empty() || with_link) return EXIT_OK;
-  std::cerr << "mdxctl: the modem has told nothing of it since the server started" << std::endl;
+  tell("the modem has told nothing of it since the server started");
   return EXIT_MODEM_ERROR;
 }

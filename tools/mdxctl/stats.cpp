@@ -13,6 +13,7 @@
 #include "tools/mdxctl/console_client.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/known_states.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/platform_stats.h"
 #include "tools/mdxctl/state_metrics.h"
 
@@ -24,7 +25,7 @@ std::string metrics(const platform_stats_t& stats) {
   std::vector<known_state_t> states;
   const int error = fetch_states(&link, &states);
   if (error == MDX_OK) return stats_prometheus(stats) + states_prometheus(link, states);
-  std::cerr << "mdxctl: the modem's state is left out: " << error_text(error) << std::endl;
+  tell("the modem's state is left out: " + error_text(error));
   return stats_prometheus(stats);
 }
 
@@ -35,7 +36,7 @@ int replace_file(const std::string& path, const std::string& text) {
   file << text << std::flush;
   file.close();
   if (file && std::rename(fresh.c_str(), path.c_str()) == 0) return EXIT_OK;
-  std::cerr << "mdxctl: " << path << " cannot be written: " << std::strerror(errno) << std::endl;
+  tell(path + " cannot be written: " + std::strerror(errno));
   std::remove(fresh.c_str());
   return EXIT_REFUSED;
 }
@@ -46,7 +47,7 @@ int run_stats(const stats_arguments_t& arguments) {
   platform_stats_t stats;
   const int error = fetch_stats(&stats);
   if (error != MDX_OK) {
-    std::cerr << "mdxctl: " << console_error_text(error) << std::endl;
+    tell(console_error_text(error));
     return exit_code_of_error(error);
   }
   if (!arguments.output.empty()) return replace_file(arguments.output, metrics(stats));

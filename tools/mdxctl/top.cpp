@@ -17,6 +17,7 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/console_client.h"
 #include "tools/mdxctl/exit_codes.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/top_model.h"
 #include "tools/mdxctl/top_screen.h"
@@ -139,7 +140,7 @@ class top_t {
 };
 
 int fail(int error, const std::string& reason) {
-  std::cerr << "mdxctl: " << reason << std::endl;
+  tell(reason);
   return exit_code_of_error(error);
 }
 
@@ -147,12 +148,11 @@ int fail(int error, const std::string& reason) {
 
 int run_top() {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-    std::cerr << "mdxctl: top needs a terminal; for a script use: mdxctl stats --json" << std::endl;
+    tell("top needs a terminal; for a script use: mdxctl stats --json");
     return EXIT_USAGE;
   }
   if (!terminal_is_known()) {
-    std::cerr << "mdxctl: this kind of terminal is not known here; try: TERM=xterm mdxctl top"
-              << std::endl;
+    tell("this kind of terminal is not known here; try: TERM=xterm mdxctl top");
     return EXIT_USAGE;
   }
   const client_session_t session;
@@ -163,7 +163,7 @@ int run_top() {
   try {
     top_t(session.client()).run();
   } catch (const std::exception& failure) {
-    std::cerr << "mdxctl: " << failure.what() << "; report this" << std::endl;
+    tell(std::string(failure.what()) + "; report this");
     return EXIT_REFUSED;
   }
   return EXIT_OK;

@@ -167,6 +167,8 @@ int run_ussd(const ussd_arguments_t& arguments) {
     if (arguments.json) print_json({{"cancelled", true}});
     return EXIT_OK;
   }
+  if (arguments.code.empty())
+    return fail_with(EXIT_USAGE, "which code? Such as: mdxctl ussd '*100#'", arguments.json);
   std::vector<std::string> texts = arguments.replies;
   texts.push_back(arguments.code);
   for (const std::string& text : texts) {

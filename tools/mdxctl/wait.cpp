@@ -13,6 +13,7 @@
 #include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/network_words.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/report_wait.h"
 #include "tools/words/state_words.h"
 
@@ -75,8 +76,7 @@ bool tells_message(const mdx_packet_t& packet) {
 void warn_of_silence() {
   const reply_t reply = modem_query_t(kAnswerS).ask("AT+CNMI?");
   if (reply.ok() && number_in(answer_fields(reply.text, "+CNMI:"), 1) == 0) {
-    std::cerr << "mdxctl: the modem does not tell of new messages; mdxctl at AT+CNMI=2,1 makes it"
-              << std::endl;
+    tell("the modem does not tell of new messages; mdxctl at AT+CNMI=2,1 makes it");
   }
 }
 
@@ -140,8 +140,9 @@ class waiter_t {
       print_json(object);
     }
     if (code != EXIT_OK) {
-      std::cerr << "mdxctl: not within " << arguments_.timeout_s.value_or(0) << " s: " << reason
-                << std::endl;
+      const bool timed_out = code == EXIT_NO_ANSWER && arguments_.timeout_s;
+      tell(timed_out ? "not within " + std::to_string(*arguments_.timeout_s) + " s: " + reason
+                     : reason);
     }
     return code;
   }

@@ -59,7 +59,7 @@ class watcher_t {
     const int error = mdx_subscribe_with(&subscription_, &options);
     // Whether there is a place will only be known when a packet comes.
     if (error == MDX_OK && announced_ != MDX_OK && !is_refusal(announced_)) {
-      std::cerr << "mdxctl: the server is there" << std::endl;
+      tell("the server is there");
       announced_ = MDX_OK;
     }
     return error;
@@ -76,9 +76,7 @@ class watcher_t {
     const bool said = announced_ != MDX_OK && is_refusal(announced_) == is_refusal(error);
     announced_ = error;
     if (said) return;
-    std::cerr << "mdxctl: "
-              << (is_refusal(error) ? std::string(error_text(error)) : "waiting for the server")
-              << std::endl;
+    tell(is_refusal(error) ? error_text(error) : "waiting for the server");
   }
 
   /// Waits for a packet and shows it. @return MDX_OK to go on
@@ -120,7 +118,7 @@ class watcher_t {
     const char* name = mdx_packet_name(&packet);
     const program_end_t end =
         run_program(arguments_.program, name != nullptr ? name : "", json_line(packet), stop_fd_);
-    if (!end.error.empty()) std::cerr << "mdxctl: " << end.error << std::endl;
+    if (!end.error.empty()) tell(end.error);
     failed_to_start_ = !end.started;
     return end.started && !end.interrupted;
   }
@@ -136,10 +134,8 @@ class watcher_t {
   }
 
   static int fail(int error) {
-    std::cerr << "mdxctl: "
-              << (error == MDX_ERR_SERVER_GONE ? "the server is gone; --follow waits for it"
-                                               : error_text(error))
-              << std::endl;
+    tell(error == MDX_ERR_SERVER_GONE ? "the server is gone; --follow waits for it"
+                                      : error_text(error));
     return exit_code_of_error(error);
   }
 
