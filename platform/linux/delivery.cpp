@@ -81,8 +81,6 @@ bool is_news(std::string_view line) {
                      [line](std::string_view word) { return line.find(word) != kNowhere; });
 }
 
-bool is_cr_or_escape(char byte) { return byte == '\r' || byte == '\x1b'; }
-
 std::string_view without_crs(std::string_view line) {
   while (!line.empty() && line.front() == '\r') line.remove_prefix(1);
   return line;
@@ -220,21 +218,36 @@ void delivery_assembler::drop_echo() {
     if (!repeats(line, echo)) continue;
     size_ = line_;
     ++echoes_dropped_;
-    debt_.echoed();
+    debt_.echoed(is_sent_before(echo));
     echo_at_ = at;
     behind_echo_ = true;
     return;
   }
 }
 
+/// Whether the text was also sent in front of what has not been echoed.
+bool delivery_assembler::is_sent_before(std::string_view text) const {
+  for (uint32_t at = 0; at < echo_at_;) {
+    const std::string_view line = sent_line(at);
+    if (line == text) return true;
+    at += static_cast<uint32_t>(line.size()) + 1;
+  }
+  return false;
+}
+
 /// In front of an echo may stand what the modem repeats of earlier texts, such as the CR behind a
-/// Ctrl-Z, or an ESC.
+/// Ctrl-Z, and ESCs anywhere. All of it may be of an earlier text that ends alike.
 bool delivery_assembler::repeats(std::string_view line, std::string_view echo) const {
   if (echo.empty() || !line.ends_with(echo)) return false;
+  const std::string_view before(echo_, echo_at_);
+  if (line.size() > echo.size() && before.find(line) != kNowhere) return false;
   line.remove_suffix(echo.size());
-  while (!line.empty() && is_cr_or_escape(line.front())) line.remove_prefix(1);
-  while (!line.empty() && is_cr_or_escape(line.back())) line.remove_suffix(1);
-  return std::string_view(echo_, echo_at_).find(line) != kNowhere;
+  while (!line.empty()) {
+    const size_t end = std::min(line.size(), line.find_first_of("\r\x1b"));
+    if (before.find(std::string_view(line.data(), end)) == kNowhere) return false;
+    line.remove_prefix(std::min(line.size(), end + 1));
+  }
+  return true;
 }
 
 void delivery_assembler::end_line() {

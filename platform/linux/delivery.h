@@ -124,6 +124,7 @@ class delivery_assembler {
   std::string_view unfinished_line() const;
   std::string_view expected_echo() const;
   std::string_view sent_line(uint32_t at) const;
+  bool is_sent_before(std::string_view text) const;
   bool repeats(std::string_view line, std::string_view echo) const;
 
   char bytes_[kDeliveryMaxBytes] = {};

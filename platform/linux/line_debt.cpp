@@ -143,10 +143,11 @@ void line_debt::count_commands(std::string_view lines) {
   }
 }
 
-void line_debt::echoed() {
+void line_debt::echoed(bool may_be_older) {
   echo_missing_ = false;
   unechoed_ = 0;
   echo_ = echo_t::yes;
+  if (may_be_older) return;
   if (in_exchange_ || due_ > 0) stale_ = 0;  // else it is given up itself
 }
 

@@ -59,7 +59,8 @@ class line_debt {
   void sent(std::string_view bytes);
   /// The modem repeats a command that was sent. It does so when it comes to it, so nothing older is
   /// still to come.
-  void echoed();
+  /// @param may_be_older  the same was sent before: it may be that which is repeated
+  void echoed(bool may_be_older);
   /// A result line has come. @return whether it goes on to the server
   bool result(std::string_view line);
   /// A prompt has come. @return whether it goes on to the server

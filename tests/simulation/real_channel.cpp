@@ -73,6 +73,7 @@ real_channel::real_channel() {
   channel = this;
   fake::the_line = this;
   remembered = {};
+  served_client_begin(0);
 }
 
 real_channel::~real_channel() {
