@@ -5,6 +5,7 @@
 
 #include "client/client_handle.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,6 +21,15 @@ namespace {
 /// The task that has a handle open, as known to this thread; a forked child finds its parent's
 /// here.
 thread_local int32_t open_task = 0;
+
+/// This thread's id, 0 while it is not known.
+thread_local int32_t known_task = 0;
+bool forks_are_noticed = false;
+pthread_once_t forks_asked_for = PTHREAD_ONCE_INIT;
+
+void ask_for_forks() {
+  forks_are_noticed = pthread_atfork(nullptr, nullptr, [] { known_task = 0; }) == 0;
+}
 
 constexpr int64_t kNamePatienceMs = 2000;
 constexpr timespec kNameRetry = {0, 1'000'000};
@@ -52,28 +62,31 @@ uint32_t first_seq() {
 
 }  // namespace
 
+int32_t client_own_task() {
+  if (known_task != 0) return known_task;
+  pthread_once(&forks_asked_for, ask_for_forks);
+  const int32_t task = gettid();
+  if (forks_are_noticed) known_task = task;
+  return task;
+}
+
 void client_disconnect(mdx_client_t* client) {
   watch_forget_server(client);
   server_link_close(&client->link);
 }
 
 int client_connect(mdx_client_t* client) {
-  if (client->task != gettid()) return MDX_ERR_THREAD;
-  if (client->link.event_fd >= 0) {
-    if (server_link_alive(client->link, now_ms())) return MDX_OK;
-    client_disconnect(client);
-  }
-  return server_link_open(&client->link);
+  return client->link.event_fd >= 0 ? MDX_OK : server_link_open(&client->link);
 }
 
 int mdx_open(mdx_client_t** client) {
   if (client == nullptr) return MDX_ERR_ARGUMENT;
   *client = nullptr;
-  if (open_task == gettid()) return MDX_ERR_THREAD;
+  if (open_task == client_own_task()) return MDX_ERR_THREAD;
 
   auto* opened = static_cast<mdx_client_t*>(std::calloc(1, sizeof(mdx_client_t)));
   if (opened == nullptr) return MDX_ERR_SYSTEM;
-  opened->task = gettid();
+  opened->task = client_own_task();
   opened->seq = first_seq();
   opened->event_fd = -1;
   opened->watch_fd = opened->timer_fd = -1;
@@ -95,7 +108,7 @@ int mdx_open(mdx_client_t** client) {
 
 void mdx_close(mdx_client_t* client) {
   if (client == nullptr) return;
-  if (client->task == gettid()) {
+  if (client->task == client_own_task()) {
     exchange_give_up(client);
     char path[kEventPathSize];
     event_fifo_path(client->task, path);

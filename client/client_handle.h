@@ -21,8 +21,11 @@ struct mdx_client {
   char text[MAX_ATCMD_REPORT_SIZE + 1];  ///< the last response
 };
 
-/// Makes sure that the handle's link leads to a living server.
-/// @return as server_link_open; MDX_ERR_THREAD when another thread calls
+/// The calling thread's id, which costs a system call only once. A forked child has another.
+int32_t client_own_task();
+
+/// Makes sure that the handle has a link; its server may be dead.
+/// @return as server_link_open
 int client_connect(mdx_client_t* client);
 
 /// Closes the link to the server.

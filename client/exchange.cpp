@@ -10,8 +10,7 @@
 #include "client/exchange.h"
 
 #include <poll.h>
-#include <unistd.h>
-
+#include <cerrno>
 #include <initializer_list>
 
 #include "client/client_handle.h"
@@ -41,8 +40,34 @@ void drop_leftovers(mdx_client_t* client) {
   event_fifo_take(client->event_fd);
 }
 
-/// Puts the request on the queue, once. A server that went away before it had the request took
-/// nothing with it, so one more is looked for.
+using take_t = int (*)(server_link_t* link, int32_t task, at_msg_t* record);
+
+/// Takes the request's own record off a queue, and what lies before it in our name.
+/// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there, or what is wrong with the queue
+int take_own(mdx_client_t* client, take_t take, at_msg_t* record) {
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    const int error = take(&client->link, client->task, record);
+    if (error != MDX_OK || record->seq == client->exchange.sent.seq) return error;
+  }
+  return MDX_ERR_TIMEOUT;
+}
+
+/// Nobody shall run the request any more, unless it is already being run.
+bool withdraw(mdx_client_t* client) {
+  at_msg_t unserved;
+  return take_own(client, server_link_take_request, &unserved) == MDX_OK;
+}
+
+/// @return 0, EAGAIN when the server cannot be told now, or EPIPE when it is dead
+int raise_server(mdx_client_t* client) {
+  if (client->exchange.raised) return 0;
+  const int error = event_fifo_raise(client->link.event_fd, kMdxEventRequest);
+  client->exchange.raised = error == 0;
+  return error;
+}
+
+/// Puts the request on the queue, once, and tells the server. That also shows whether it lives: one
+/// that went away before it had the request took nothing with it, so another is looked for.
 /// @return MDX_OK, MDX_ERR_BUSY when the queue is full or missing, or why there is no use in trying
 ///         again
 int put_request(mdx_client_t* client) {
@@ -53,14 +78,12 @@ int put_request(mdx_client_t* client) {
     if (!client->settled) drop_leftovers(client);
     client->settled = false;
     error = server_link_put(&client->link, client->exchange.sent);
+    if (error == MDX_OK && raise_server(client) == EPIPE && withdraw(client)) {
+      error = MDX_ERR_SERVER_GONE;
+    }
     if (error == MDX_ERR_SERVER_GONE) client_disconnect(client);
   }
   return error == MDX_ERR_SERVER_GONE ? MDX_ERR_NO_SERVER : error;
-}
-
-void raise_server(mdx_client_t* client) {
-  if (client->exchange.raised) return;
-  client->exchange.raised = event_fifo_raise(client->link.event_fd, kMdxEventRequest) == 0;
 }
 
 int end(mdx_client_t* client, int error) {
@@ -89,31 +112,12 @@ int try_to_put(mdx_client_t* client) {
     return pending(client, EXCHANGE_QUEUE_FULL, exchange.retry_ms);
   }
   if (error != MDX_OK) return end(client, error);
-  raise_server(client);
   return pending(client, EXCHANGE_SENT, kLookAgainMs);
-}
-
-using take_t = int (*)(server_link_t* link, int32_t task, at_msg_t* record);
-
-/// Takes the request's own record off a queue, and what lies before it in our name.
-/// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there, or what is wrong with the queue
-int take_own(mdx_client_t* client, take_t take, at_msg_t* record) {
-  for (int i = 0; i < kMostAtOnce; ++i) {
-    const int error = take(&client->link, client->task, record);
-    if (error != MDX_OK || record->seq == client->exchange.sent.seq) return error;
-  }
-  return MDX_ERR_TIMEOUT;
 }
 
 /// @return MDX_OK, MDX_ERR_TIMEOUT when it is not there yet, or why it never will be
 int take_answer(mdx_client_t* client, at_msg_t* answer) {
   return take_own(client, server_link_take_answer, answer);
-}
-
-/// Nobody shall run the request any more, unless it is already being run.
-bool withdraw(mdx_client_t* client) {
-  at_msg_t unserved;
-  return take_own(client, server_link_take_request, &unserved) == MDX_OK;
 }
 
 /// The deadline was that of the request's turn, and the modem is at it.
@@ -152,7 +156,7 @@ int look_for_answer(mdx_client_t* client, mdx_result_t* result) {
 }
 
 int begin(mdx_client_t* client, const request_t& request) {
-  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->task != client_own_task()) return MDX_ERR_THREAD;
   if (client->exchange.phase != EXCHANGE_NONE) return MDX_ERR_PENDING;
   exchange_t& exchange = client->exchange;
   exchange = {};
@@ -254,14 +258,14 @@ int mdx_begin_report(mdx_client_t* client, int32_t report, const mdx_options_t* 
 
 int mdx_finish(mdx_client_t* client, mdx_result_t* result) {
   if (client == nullptr || !result_usable(result)) return MDX_ERR_ARGUMENT;
-  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->task != client_own_task()) return MDX_ERR_THREAD;
   if (client->exchange.phase == EXCHANGE_NONE) return MDX_ERR_ARGUMENT;
   return step(client, result);
 }
 
 int mdx_cancel(mdx_client_t* client) {
   if (client == nullptr) return MDX_ERR_ARGUMENT;
-  if (client->task != gettid()) return MDX_ERR_THREAD;
+  if (client->task != client_own_task()) return MDX_ERR_THREAD;
   if (client->exchange.phase == EXCHANGE_NONE) return MDX_ERR_ARGUMENT;
   const bool never_run = client->exchange.phase == EXCHANGE_QUEUE_FULL || withdraw(client);
   return end(client, never_run ? MDX_OK : MDX_ERR_TIMEOUT);

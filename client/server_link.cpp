@@ -103,8 +103,8 @@ int take_from(int32_t number, int* queue, int32_t task, at_msg_t* record) {
 }
 
 int have_server_look(const server_link_t& link) {
-  event_fifo_raise(link.event_fd, kMdxEventRequest);
-  return MDX_ERR_BUSY;
+  const int error = event_fifo_raise(link.event_fd, kMdxEventRequest);
+  return error == EPIPE ? MDX_ERR_SERVER_GONE : MDX_ERR_BUSY;
 }
 
 }  // namespace

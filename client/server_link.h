@@ -33,7 +33,7 @@ bool server_link_follow(server_link_t* link);
 /// Puts a record on the request queue, once; a queue that is full or missing is not waited for, but
 /// a raise has the server look at it.
 /// @return MDX_OK; MDX_ERR_BUSY when the queue is full or missing; MDX_ERR_SERVER_GONE when it was
-///         deleted; MDX_ERR_ACCESS, MDX_ERR_SYSTEM
+///         deleted, or when there was nobody to raise; MDX_ERR_ACCESS, MDX_ERR_SYSTEM
 int server_link_put(server_link_t* link, const at_msg_t& record);
 
 /// Takes the next answer to `task`, without waiting; messages of a wrong size are thrown away.

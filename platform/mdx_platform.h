@@ -103,7 +103,8 @@ int32_t MDX_task_getid();
 /// @return 1, or 0 when there is no such task
 int32_t MDX_event_send(int32_t task_id, uint32_t bits);
 
-/// Waits until one of the mask's bits is pending, then takes all of them that are.
+/// Waits until one of the mask's bits is pending, then takes all of them that are; what another
+/// process raised is taken by the next call at the latest.
 /// @param wait_ms  -1: no time-out
 /// @param bits     the bits taken
 /// @return 1, or 0 on failure: `bits` is untouched then

@@ -65,10 +65,12 @@ class mdx_snapshot {
   static const char* bytes_of(const Record& record) {
     return reinterpret_cast<const char*>(&record);
   }
-  static word_t load_word(const word_t& word, std::memory_order order) {
+  // Inline even where the compiler is asked for the smallest code: that would call them for each
+  // word.
+  [[gnu::always_inline]] static word_t load_word(const word_t& word, std::memory_order order) {
     return std::atomic_ref<word_t>(const_cast<word_t&>(word)).load(order);
   }
-  static void put_word(word_t* word, const char* bytes, size_t size) {
+  [[gnu::always_inline]] static void put_word(word_t* word, const char* bytes, size_t size) {
     word_t value = 0;
     std::memcpy(&value, bytes, size);
     std::atomic_ref<word_t>(*word).store(value, std::memory_order_relaxed);

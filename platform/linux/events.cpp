@@ -47,6 +47,7 @@ struct event_set_t {
   int wait_fd = -1;
   int wake_fd = -1;
   bool is_public = false;
+  bool unlooked = false;  ///< the last wait was over before it looked into the FIFO
 };
 constinit event_set_t event_sets[kMaxTasks];
 constinit thread_local event_set_t* own_set = nullptr;
@@ -284,7 +285,9 @@ int32_t MDX_event_recv(uint32_t mask, int32_t wait_ms, uint32_t* bits) {
   event_set_t& set = *own_set;
   const uint32_t begin = MDX_elapse();
   bool time_left = true;
-  if (set.pending.load() & mask) collect(set);  // else a busy modem could keep clients waiting
+  // A busy modem must not keep clients waiting: of two waits that need none, one looks.
+  set.unlooked = (set.pending.load() & mask) != 0 && !set.unlooked;
+  if ((set.pending.load() & mask) != 0 && !set.unlooked) collect(set);
   for (;;) {
     const uint32_t taken = set.pending.fetch_and(~mask) & mask;
     if (taken != 0) {

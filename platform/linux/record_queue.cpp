@@ -74,6 +74,8 @@ constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 constinit answer_t answers[kMaxDepth] = {};
 constinit answer_patience patience;
+/// Requests that are on the queue for certain, or were when they were counted; -1 when not known.
+constinit int32_t requests_known = -1;
 
 // Of the request that the calling thread has in hand, for what it takes.
 constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
@@ -333,6 +335,22 @@ ssize_t take_message(int32_t id, int32_t type, record_message_t* message) {
   return -1;
 }
 
+int32_t count_messages(int32_t id) {
+  msqid_ds status{};
+  if (id < 0) return 0;
+  if (msgctl(kernel_id_of(id), IPC_STAT, &status) == 0)
+    return static_cast<int32_t>(status.msg_qnum);
+  restore_queue(id, errno);
+  return 0;
+}
+
+/// What is put after the queue was counted is raised after it, too: so the count need not be
+/// repeated before the requests that it found are read.
+void note_taking(int32_t id, bool has_taken) {
+  if (!is_request_queue(id)) return;
+  requests_known = has_taken && requests_known > 0 ? requests_known - 1 : -1;
+}
+
 int32_t fail(int* retcode, int error) {
   if (retcode != nullptr) *retcode = error;
   return -1;
@@ -409,12 +427,12 @@ bool server_link_restore() {
 }
 
 int32_t MDX_msgQex_num(int32_t id) {
-  msqid_ds status{};
-  if (id < 0 || (is_request_queue(id) && !modem_channel_is_clean())) return 0;
-  if (msgctl(kernel_id_of(id), IPC_STAT, &status) == 0)
-    return static_cast<int32_t>(status.msg_qnum);
-  restore_queue(id, errno);
-  return 0;
+  if (!is_request_queue(id)) return count_messages(id);
+  const bool is_clean = modem_channel_is_clean();
+  if (is_clean && requests_known < 0) requests_known = count_messages(id);
+  const int32_t waiting = is_clean ? requests_known : 0;
+  if (waiting == 0) requests_known = -1;
+  return waiting;
 }
 
 int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode) {
@@ -424,6 +442,7 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
   const ssize_t size = take_message(id, type, &message);
   const int error = errno;
   pthread_mutex_unlock(&taking);
+  note_taking(id, size >= 0 || error == EOWNERDEAD);
   if (size < 0) return fail(retcode, error);
   if (size != static_cast<ssize_t>(kMdxRecordSize)) {
     MDX_DROP(COUNT_REQUESTS_MISSIZED, MDX_TRACE_ERROR, "message of %s%zd bytes dropped\n",

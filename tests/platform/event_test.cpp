@@ -82,7 +82,8 @@ TEST_F(Events, AFullPipeLosesNothing) {
   });
   ASSERT_EQ(raiser.wait(), 0);
   EXPECT_EQ(MDX_event_send(MDX_task_getid(), 2), 1);
-  EXPECT_EQ(pending(), 7u);
+  const uint32_t first = pending();
+  EXPECT_EQ(first | pending(), 7u) << "of two waits one looks what others have raised";
   EXPECT_EQ(pending(), 0u);
 }
 
