@@ -91,12 +91,13 @@ void line_debt::opened(uint64_t now, line_balance_t left) {
   prompt_ = left.prompt == 1;
   may_prompt_ = left.prompt == 2;
   if (left.echo != 0) echo_ = echo_t::yes;
+  inherited_ = left.results != 0;
   escapes_ = 0;
 }
 
 void line_debt::link_lost() {
   due_ = stale_ = 0;
-  prompt_ = may_prompt_ = opening_ = doubts_ = false;
+  prompt_ = may_prompt_ = opening_ = doubts_ = inherited_ = false;
   echo_ = echo_t::unknown;
   if (in_exchange_) link_lost_in_exchange_ = true;
 }
@@ -147,7 +148,8 @@ void line_debt::echoed(bool may_be_older) {
   echo_missing_ = false;
   unechoed_ = 0;
   echo_ = echo_t::yes;
-  if (may_be_older) return;
+  if (stale_ > 0 && (may_be_older || inherited_)) return;
+  inherited_ = false;
   if (in_exchange_ || due_ > 0) stale_ = 0;  // else it is given up itself
 }
 

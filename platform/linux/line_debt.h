@@ -167,6 +167,7 @@ class line_debt {
   bool link_lost_in_exchange_ = false;
   bool passed_over_ = false;   ///< a result, since the command had not been echoed yet
   bool doubts_ = false;        ///< the exchange may have been paid by what was stale
+  bool inherited_ = false;     ///< what is owed was asked for by another process, in words unknown
   bool dials_ = false;         ///< the exchange may be answered by words about a call
   bool echo_missing_ = false;  ///< of the command in flight
   bool changes_echo_ = false;  ///< the exchange does

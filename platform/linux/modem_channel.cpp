@@ -40,7 +40,8 @@ constexpr char kSource[] = "modem_channel";
 constexpr uint32_t kSendPatienceMs = 5000;
 constexpr uint32_t kReopenMs = 200;
 constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening takes long
-constexpr uint32_t kOfferAgainMs = 1000;
+/// A delivery that was refused is offered again so soon: its client waits.
+constexpr uint32_t kOfferAgainMs = 20;
 constexpr size_t kReadSize = 4096;
 constexpr char kEscape[] = {0x1B};
 
@@ -425,7 +426,7 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
 
 bool modem_channel_is_clean() {
   if (!modem_channel_is_read_here()) return true;
-  if (assembler.debt().exchange_ended(nas_queue_is_empty())) return true;
+  if (assembler.debt().exchange_ended(nas_queue_is_empty() && !channel.refused)) return true;
   assembler.debt().ended_at(monotonic_ms());  // the modem may have been looked at long before
   mind_line();
   return assembler.debt().is_clean();

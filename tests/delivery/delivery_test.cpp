@@ -211,6 +211,8 @@ const case_t echoes[] = {
                           "> AT+CMGS=2\r", "> 2\rtwo\x1a\r", "< AT+CMGS=1\r\r\nERROR\r\none\rtwo\x1a\rAT+X\r\r\nOK\r\n", "< AT+CMGS=2\r\r\n+CMS ERROR: 2\r\n",
                           "= +CMS ERROR: 2\r\n", "< 2\rtwo\x1a\r", ".", "clean"}},
     {"OfAnEarlierLife",  {"oe", "~5000", "clean", "> AT\r", "< OK\r\n", "< AT\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"OfTheEarlierLifes",{"oe", "~5000", "clean", "> AT+CMEE=1\r", "< AT+CMEE=1\r\r\nOK\r\n", "= OK\r\n", ".", "dirty",
+                          "~900", "< AT+CMEE=1\r\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
     {"TellsALateEscape", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", ".", "= \x1b", "~1000", "= \x1b", "~4000", "= OK\r\n",
                           "clean", "> AT+X\r", "< \r\nOK\r\nAT+X\r\r\nERROR\r\n", "= \r\nERROR\r\n", ".", "clean"}},
     {"SwitchedOff",      {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> ATE0\rAT\r", "< ATE0\r\r\nOK\r\n", "= OK\r\n", ".", "~5000", "= OK\r\n",

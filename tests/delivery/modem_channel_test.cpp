@@ -176,6 +176,20 @@ TEST_F(ModemChannel, OffersARefusedDeliveryAgain) {
   EXPECT_EQ(counter_value(COUNT_DELIVERIES_HELD), held + 2);
 }
 
+TEST_F(ModemChannel, IsNotCleanWhileAnAnswerIsRefused) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([&] { return bind() && modem_channel_is_clean(); }));
+  const uint64_t held = counter_value(COUNT_DELIVERIES_HELD);
+  server.expect_anew(INT32_MAX);
+  ASSERT_TRUE(send("AT\r"));
+  say("\r\nOK\r\n");
+  ASSERT_TRUE(soon([&] { return counter_value(COUNT_DELIVERIES_HELD) > held; }));
+  EXPECT_FALSE(modem_channel_is_clean());
+  server.expect_anew();
+  EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
+  EXPECT_EQ(server.deliveries, std::vector<string>{"\r\nOK\r\n"});
+}
+
 TEST_F(ModemChannel, ComesBackBehindAnotherDevice) {
   ASSERT_NO_FATAL_FAILURE(plug());
   ASSERT_TRUE(soon([&] { return bind(); }));
