@@ -219,6 +219,23 @@ MDX_API int mdx_check(const char* command, const char* pdu, const mdx_options_t*
 /** What is wrong, and what to do instead: one sentence. Never NULL. */
 MDX_API const char* mdx_mistake_text(int mistake);
 
+/** What the lines of an answer look like to the server. */
+typedef enum mdx_answer_lines {
+  MDX_ANSWER_PLAIN = 0,
+  /** Reports have the same name: the lines go to the receivers of these and not into the answer,
+   * unless a match string claims them. */
+  MDX_ANSWER_LIKE_REPORT = 1,
+  /** They hold names that people gave, which may read like a report: the same, now and then. */
+  MDX_ANSWER_FREE_WORDS = 2
+} mdx_answer_lines_t;
+
+/** How the answer to a command is best collected: with which match string, if any.
+ *
+ * @param name  of the command, in capitals, such as "+CREG"; each line of its answer begins with it
+ * @return mdx_answer_lines_t
+ */
+MDX_API int mdx_answer_kind(const char* name);
+
 /** The library's version, such as "1.2.3". Never NULL. */
 MDX_API const char* mdx_version(void);
 

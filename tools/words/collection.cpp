@@ -17,24 +17,8 @@
 
 namespace {
 
-// clang-format off
-/// What the server takes for a report when a line holds it.
-constexpr std::string_view kReportNames[] = {
-  "+CBM", "+CCWA", "+CDS", "+CDSI", "+CGREG", "+CLIP", "+CMT", "+CMTI", "+COLP", "+CREG", "+CSSI", "+CSSU",
-  "+CTZV", "+CUSD", "CONNECT", "IRING", "RING", "XLEMA", "^ANLEVEL", "^APCURPROF", "^APDHCP", "^APDIALM",
-  "^APDIALUPRPT", "^APPROFRD", "^APROAMRPT", "^APWIFIBS", "^APWIFISEC", "^CARDLOCKNTY", "^CCALLSTATE", "^CCWA",
-  "^CEND", "^CONF", "^CONN", "^CSCHANNELINFO", "^DCONN", "^DEND", "^DSFLOWRPT", "^EARST", "^ECLSTAT", "^EONS",
-  "^EXSIMST", "^FACTORY", "^HCMGSF", "^HCMGSS", "^HCSQ", "^HFREQINFO", "^LCACELLURC", "^LTESIGLEV", "^MMIENTER",
-  "^MODE", "^NDISSTAT", "^NDISSTATEX", "^NORSTFACT", "^NWTIME", "^ORIG", "^REJINFO", "^RSSI", "^SIMREFRESH",
-  "^SIMST", "^SMMEMFULL", "^SRVST", "^STIN", "^TEMPPRT", "^TIME", "^WAKEUPIN",
-};
-/// Their answers hold names that people gave; each line begins with the command's own.
-constexpr std::string_view kFreeWords[] = {
-  "+CEER", "+CGDCONT", "+CNUM", "+COPN", "+COPS", "+CPBF", "+CPBR", "+CPOL",
-};
 /// The server would wait for a PDU.
 constexpr std::string_view kMessages[] = {"+CMGS", "+CMGW", "^HCMGS", "^HCMGW"};
-// clang-format on
 
 std::string in_capitals(std::string_view text) {
   std::string capitals(text);
@@ -59,7 +43,7 @@ struct part_t {
            rest.substr(rest.find(',')).starts_with(",2");
   }
   bool answers_in_free_words() const {
-    return std::find(std::begin(kFreeWords), std::end(kFreeWords), name) != std::end(kFreeWords);
+    return mdx_answer_kind(name.c_str()) == MDX_ANSWER_FREE_WORDS;
   }
   bool is_message() const {
     return std::any_of(std::begin(kMessages), std::end(kMessages),
@@ -134,9 +118,7 @@ std::string without_result(const std::string& text, int32_t ret_val) {
 }  // namespace
 
 bool may_be_report(std::string_view line) {
-  return std::any_of(
-      std::begin(kReportNames), std::end(kReportNames),
-      [&](std::string_view report) { return line.find(report) != std::string_view::npos; });
+  return mdx_answer_kind(std::string(line).c_str()) == MDX_ANSWER_LIKE_REPORT;
 }
 
 collection_t collection_for(std::string_view command, bool timeout_given) {
