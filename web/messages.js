@@ -153,7 +153,7 @@ export class MessagesPanel {
     const { object } = await run(["sms", "send", "--dry-run", "--json", SAMPLE_NUMBER, "-"], { input: text });
     if (text !== this.text.value) return;
     setText(this.count, object?.parts
-      ? filled(_("$0 characters, parts: $1, alphabet: $2"), [...text].length, object.parts.length, object.alphabet)
+      ? filled(_("Characters: $0, parts: $1, alphabet: $2"), [...text].length, object.parts.length, object.alphabet)
       : shownOnALine(object?.error || ""));
   }
 

@@ -22,7 +22,7 @@ cockpit.translate();
 
 const live = new Live();
 const counters = new Counters();
-const history = new History(live, counters);
+export const history = new History(live, counters);
 const questions = new Questions(live, history);
 const panels = {
   now: new NowPanel(live, questions),

@@ -63,7 +63,7 @@ cockpit.locale({
   "New message": [null, "Neue Nachricht"],
   "Delete": [null, "Löschen"],
   "Delete this message?": [null, "Diese Nachricht löschen?"],
-  "$0 characters, parts: $1, alphabet: $2": [null, "$0 Zeichen, Teile: $1, Alphabet: $2"],
+  "Characters: $0, parts: $1, alphabet: $2": [null, "Zeichen: $0, Teile: $1, Alphabet: $2"],
   "A number has digits, and may begin with +.": [null, "Eine Nummer hat Ziffern und kann mit + beginnen."],
   "The message is empty.": [null, "Die Nachricht ist leer."],
   "Sending …": [null, "Wird gesendet …"],

@@ -38,8 +38,9 @@ export class SignalPanel {
 
   /** The same in words, for whoever does not see the lines. */
   describe(from) {
-    const values = this.history.signal.filter(({ at, value }) => at >= from && value !== null).map(({ value }) => value);
-    const gaps = this.history.signal.filter(({ at, value }) => at >= from && value === null).length;
+    const told = this.history.signal.filter(({ at }) => at >= from).map(({ value }) => value ?? null);
+    const values = told.filter((value) => value !== null);
+    const gaps = told.filter((value, i) => value === null && i > 0 && told[i - 1] !== null).length;
     const text = values.length === 0 ? _("No signal was told in this time.")
       : filled(_("Signal: lowest $0 dBm, highest $1 dBm, last $2 dBm; gone $3 times."), number(Math.min(...values)),
         number(Math.max(...values)), number(values[values.length - 1]), gaps);

@@ -263,7 +263,7 @@ class Page(PageTest):
     def test_messages_are_counted_and_sent(self):
         self.start_page("messages")
         self.write("+1 (555) 0100", "a" * 161)
-        self.wait_text("#message-count", "161 characters, parts: 2, alphabet: GSM 7-bit")
+        self.wait_text("#message-count", "Characters: 161, parts: 2, alphabet: GSM 7-bit")
         self.write("+1 (555) 0100", HOSTILE)
         self.wait_text("#message-count", "parts: 1, alphabet: UCS-2")
         self.find("#message-send").click()
@@ -332,6 +332,9 @@ class Page(PageTest):
             .observe({type: "layout-shift", buffered: true});
           setTimeout(() => done(0), 1000);""")
         self.assertLess(shift, 0.02, "the page moved while data came")
+        self.show("messages")
+        self.wait_text("#conversations", "Test")
+        self.find("#conversations button").click()
         for size in (WIDE, NARROW):
             self.set_size(size)
             for panel in ("now", "signal", "reports", "commands", "messages", "health"):

@@ -70,6 +70,10 @@ class Words(unittest.TestCase):
             used |= set(re.findall(r'\b_\(("(?:[^"\\]|\\.)*")\)', path.read_text()))
         self.assertEqual(used ^ german, set())
 
+    def test_all_files_are_installed(self):
+        installed = set(re.findall(r"[\w.]+\.(?:js|json|html|css)\b", (WEB / "CMakeLists.txt").read_text()))
+        self.assertEqual(installed, {path.name for path in WEB.iterdir()} - {"CMakeLists.txt"})
+
     def test_secrets_are_those_of_the_shell(self):
         def table(path, name):
             return set(re.findall(r'"([^"]+)"', path.read_text().partition(f"{name}")[2].partition(";")[0]))
