@@ -1,13 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the documents tell people to paste works as told, and so does the demo's tour."""
 
+import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import unittest
 
-from device import DeviceTest
+from device import PATIENCE_S, SERVER_LINK, DeviceTest, ScriptedModem, wait_until
 
 ROOT = pathlib.Path(__file__).parent.parent.parent
 
@@ -49,6 +51,25 @@ class Docs(DeviceTest):
                                     capture_output=True, text=True, timeout=30)
             self.assertEqual(client.returncode, code, client.stderr)
             self.assertIn(text, client.stdout)
+
+    def test_python_client_goes_on_without_the_fifo(self):
+        """Its server makes another one; but a dead server makes none."""
+        self.modem = ScriptedModem(lambda line: b"" if line == b"AT+SLOW" else b"\r\nOK\r\n")
+        self.start_server()
+        program = code_block("docs/wire-formats.md", "A client in Python", "python")
+        for result, end in ((b"\r\nOK\r\n", lambda: None), (b"", lambda: self.stop(self.server, signal.SIGKILL))):
+            heard = self.modem.heard.count(b"AT+SLOW")
+            client = subprocess.Popen((sys.executable, "-c", program, "AT+SLOW"), stderr=subprocess.PIPE, text=True)
+            wait_until(lambda: self.modem.heard.count(b"AT+SLOW") > heard, PATIENCE_S, "the modem has the command")
+            fifo = pathlib.Path(os.readlink(SERVER_LINK))
+            inode = fifo.stat().st_ino
+            fifo.unlink()
+            wait_until(lambda: fifo.exists() and fifo.stat().st_ino != inode, PATIENCE_S, "another FIFO")
+            end()
+            self.modem.say(result)
+            _, error = client.communicate(timeout=PATIENCE_S)
+            self.assertEqual(client.returncode, 0 if result else 1, error)
+        self.assertIn("the server is gone", error)
 
     def test_a_modem_in_ci(self):
         """With the modem gone before it is told to go; and with a program that fails."""
