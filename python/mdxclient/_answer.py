@@ -3,11 +3,12 @@
 
 from __future__ import annotations
 
+import csv
 import ctypes
 import enum
 import re
 from dataclasses import dataclass
-from typing import Generator, Optional, Tuple, TypeVar
+from typing import Generator, List, Optional, Tuple, TypeVar
 
 from ._collection import Collection, collection_for, text_in_lines
 from .errors import BadRequest, ModemError, Refused, TimedOut
@@ -63,6 +64,17 @@ class Answer:
         found = re.search(r"\+CM[ES] ERROR: *(\d+)", self.text)
         return int(found[1]) if found else None
 
+    def values(self, name: str) -> List[str]:
+        """What stands behind a name in the first line that begins with it, quotes off; empty without such a line.
+
+        >>> Answer('+COPS: 0,0,"Example, Mobile",7', Result.OK, 0.1, False, b"").values("+COPS")
+        ['0', '0', 'Example, Mobile', '7']
+        """
+        for line in self.lines:
+            if line.startswith(name + ":"):
+                return [value.strip() for value in next(csv.reader([line[len(name) + 1:]], skipinitialspace=True), [])]
+        return []
+
     def check(self) -> Answer:
         """Returns the answer itself; raises ModemError unless the modem said OK or CONNECT."""
         if self.ok:
@@ -116,6 +128,8 @@ class Request:
 
 
 def _bytes_of(text: str, what: str) -> bytes:
+    if not isinstance(text, str):
+        raise TypeError(f"{what} is text: give a str, not {type(text).__name__}")
     if "\0" not in text:
         return text.encode()
     error = BadRequest(f"{what} holds a NUL, behind which nothing would be sent")
@@ -143,6 +157,7 @@ def command_request(command: str, timeout: Optional[int] = None, *, wait: int = 
                     deadline: Optional[float] = None, match: Optional[str] = None, multi_line: bool = False,
                     transparent: bool = False) -> Request:
     options = _options(DEFAULT_TIMEOUT_S if timeout is None else timeout, wait, deadline)
+    _bytes_of(command, "the command")
     own = match is not None or multi_line or transparent
     collection = Collection(match, multi_line, transparent) if own else collection_for(command, timeout is not None)
     options.match = None if collection.match is None else _bytes_of(collection.match, "the match")

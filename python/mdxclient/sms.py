@@ -121,6 +121,8 @@ def encode(number: str, text: str, *, flash: bool = False, report: bool = False,
     >>> [part.head for part in encode("+4915112345678", "Hello world")]
     ['AT+CMGS=24']
     """
+    if not isinstance(number, str):
+        raise TypeError(f'the number is text: give a str such as "+49151...", not {type(number).__name__}')
     if "\0" in number:
         raise _bad(3, number.index("\0"))  # C would see the digits in front of it alone
     options = SmsOptions(flash=flash, report=report,
@@ -222,12 +224,6 @@ def _get(command: str) -> Plan[Answer]:
     return answer.check()
 
 
-def _values(text: str, name: str) -> List[str]:
-    """Those behind a name such as "+CPMS:", quotes and blanks off."""
-    found = re.search("^" + re.escape(name) + "(.*)$", text, re.M)
-    return [value.strip(' "\r') for value in found[1].split(",")] if found else []
-
-
 def _put_back(command: str) -> Plan[None]:
     """Whatever else went wrong or well is not hidden by this."""
     try:
@@ -239,7 +235,7 @@ def _put_back(command: str) -> Plan[None]:
 
 def _in_pdu_mode(plan: Plan[T]) -> Plan[T]:
     mode = yield command_request("AT+CMGF?")
-    in_text_mode = _values(mode.text, "+CMGF:")[:1] == ["1"]
+    in_text_mode = mode.values("+CMGF")[:1] == ["1"]
     if in_text_mode:
         yield from _get("AT+CMGF=0")
     try:
@@ -333,7 +329,7 @@ def _places(used: Optional[int], total: Optional[int]) -> Plan[List[int]]:
 
 def _list() -> Plan[List[Message]]:
     """One by one: AT+CMGL would show all in one answer, of which 1499 bytes arrive."""
-    memory = _values((yield command_request("AT+CPMS?")).text, "+CPMS:")
+    memory = (yield command_request("AT+CPMS?")).values("+CPMS")
     numbers = [int(value) if value.isdigit() else None for value in memory[1:3]] + [None, None]
     used, total = numbers[:2]
     messages: List[Message] = []
@@ -347,7 +343,7 @@ def _list() -> Plan[List[Message]]:
 
 
 def _in_memory(name: str, plan: Plan[T]) -> Plan[T]:
-    before = _values((yield command_request("AT+CPMS?")).text, "+CPMS:")[:1]
+    before = (yield command_request("AT+CPMS?")).values("+CPMS")[:1]
     if not name or before == [name]:
         return (yield from plan)
     yield from _get(f'AT+CPMS="{name}"')
@@ -360,7 +356,7 @@ def _in_memory(name: str, plan: Plan[T]) -> Plan[T]:
 
 def _acknowledge() -> Plan[None]:
     """A message that was handed over wants that where the modem is set so, else the network sends it again."""
-    if _values((yield command_request("AT+CSMS?")).text, "+CSMS:")[:1] == ["1"]:
+    if (yield command_request("AT+CSMS?")).values("+CSMS")[:1] == ["1"]:
         yield command_request("AT+CNMA")
 
 

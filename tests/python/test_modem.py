@@ -80,6 +80,8 @@ class ModemTest(DeviceTest):
                 answer.check()
             self.assertEqual((caught.exception.answer, caught.exception.number), (answer, answer.number))
             self.assertEqual(modem.send("ATI").lines[1], "Model: mdxsim")
+            self.assertEqual(modem.send("AT+COPS?").values("+COPS")[:3], ["0", "0", "Example Mobile"])
+            self.assertRaisesRegex(TypeError, "give a str", modem.send, b"AT")
             self.assertRegex(modem.last_rssi(), r"^\^RSSI: ?\d+$")
 
     def test_what_can_never_be_served(self):
@@ -338,7 +340,7 @@ class ModemTest(DeviceTest):
         """Doctests, the README's program, and the examples."""
         self.start_device("--reports", "100")
         options = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
-        for module in (mdxclient, sms):
+        for module in (mdxclient, sms, sys.modules["mdxclient._answer"]):
             self.assertEqual(doctest.testmod(module, optionflags=options).failed, 0)
         blocks = re.findall(r"```python\n(.*?)```", (ROOT / "python/README.md").read_text(), re.S)
         self.assertTrue(blocks)
