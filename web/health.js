@@ -56,8 +56,8 @@ export class HealthPanel {
     setText(this.note, stats ? "" : this.whyNot(failure));
     this.note.hidden = Boolean(stats);
     document.getElementById("health-figures").hidden = !stats;
-    setText(this.versions, filled(_("Server $0, mdxctl $1."), stats?.version || _("not known"), this.version || _("not known"))
-      + (stats ? ` ${filled(_("The server runs for $0."), duration(stats.values.uptime_seconds))}` : ""));
+    setText(this.versions, filled(_("Server $0, mdxctl $1"), stats?.version || _("not known"), this.version || _("not known"))
+      + (stats ? ` · ${filled(_("running for $0"), duration(stats.values.uptime_seconds))}` : ""));
     if (!stats || this.written === stats) return;
     this.written = stats;
     this.writeCounters(stats.values);

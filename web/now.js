@@ -44,7 +44,12 @@ function simText(state) {
 function registrationText(status) {
   const words = {
     "home network": _("home network"), roaming: _("roaming"), searching: _("searching"),
-    denied: _("denied"), "not registered": _("not registered"),
+    denied: _("denied"), "not registered": _("not registered"), unknown: _("unknown"),
+    "home network, messages only": _("home network, messages only"),
+    "roaming, messages only": _("roaming, messages only"),
+    "emergency calls only": _("emergency calls only"),
+    "home network, calls restricted": _("home network, calls restricted"),
+    "roaming, calls restricted": _("roaming, calls restricted"),
   };
   return words[status] || shownOnALine(status);
 }

@@ -2,9 +2,11 @@
 """What each panel shows and does, with a modem that says what a script has for it."""
 
 import json
+import os
 import pathlib
 import re
 import signal
+import time
 import unittest
 
 from browser import DOWNLOADS, NARROW, PAGE, PATIENCE_S, WIDE, Keys, PageTest, wait_until
@@ -94,6 +96,11 @@ class Page(PageTest):
         self.start_device("--script", script_file())
         self.wait_card("operator", "Nord")
 
+    def test_mdxctl_is_missing(self):
+        os.environ["PATH"] = "/usr/bin:/bin"
+        self.open_page()
+        self.wait_text("#banner", "mdxctl is not installed")
+
     def test_hidden_page_asks_nothing(self):
         self.start_page("health")
         self.wait_text("#health-verdict", "zero")
@@ -142,8 +149,10 @@ class Page(PageTest):
 
     def test_reports_are_filtered_paused_and_saved(self):
         self.start_page("reports")
+        start = time.monotonic()
         self.tell("AT^LTE")
         self.wait_text("#report-list", "value1=40")
+        print(f"a report was seen {1000 * (time.monotonic() - start):.0f} ms after the command that caused it")
         self.tell("AT^USSD")
         self.wait_text("#report-list", "EVT_AT_USSD")
         self.choose("#report-kind", "signal")
@@ -289,7 +298,7 @@ class Page(PageTest):
     def test_health_and_support_file(self):
         self.start_page("health")
         self.wait_text("#health-verdict", "All that should be zero is zero.")
-        self.wait_text("#health-versions", "Server 0.1.0, mdxctl 0.1.0.")
+        self.wait_text("#health-versions", "Server 0.1.0, mdxctl 0.1.0")
         self.assertNotEqual(self.text("#health-receivers"), "", "the page itself listens")
         self.ctl("at", "--timeout", "1", "AT+COPS=?")  # takes the modem longer
         self.wait_text("#health-bad", "late_answers_absorbed")
