@@ -9,7 +9,7 @@ import types
 from typing import Any, AsyncIterator, Optional, Type
 
 from ._answer import SEND_TIMEOUT_S, Answer, Plan, Request, T, command_request, pdu_request, stored_report_request
-from .errors import Busy, Closed, error_of
+from .errors import Busy, Closed, Pending, TimedOut, error_of
 from ._handle import Handle
 from ._library import Options
 from ._reports import Report, Reports
@@ -150,6 +150,7 @@ class AsyncReports:
 
     def __init__(self, service: str = "*", *, module: Optional[int] = None, last: bool = False) -> None:
         self._reports = Reports(service, module=module, last=last)
+        self._waits = False
 
     async def __aenter__(self) -> AsyncReports:
         return self
@@ -165,8 +166,21 @@ class AsyncReports:
         return self
 
     async def __anext__(self) -> Report:
-        while True:
-            report = self._reports.take()
-            if report is not None:
-                return report
-            await _readable(self._reports.fileno())
+        if self._waits:
+            raise Pending("another task waits for these reports: give each task its own")
+        self._waits = True
+        try:
+            while True:
+                report = self._reports.take()
+                if report is not None:
+                    return report
+                await _readable(self._reports.fileno())
+        finally:
+            self._waits = False
+
+    async def get(self, timeout: Optional[float] = None) -> Report:
+        """As Reports.get."""
+        try:
+            return await asyncio.wait_for(self.__anext__(), timeout)
+        except asyncio.TimeoutError:
+            raise TimedOut(f"no report came within {timeout} s") from None

@@ -218,6 +218,15 @@ class ModemTest(DeviceTest):
                     if report.age is None:
                         break
             self.assertIn("MDX_LINK_UP", names)
+            async with mdxclient.async_reports("nobody") as silence:
+                waiting = asyncio.ensure_future(silence.get())
+                await asyncio.sleep(0)
+                with self.assertRaises(mdxclient.Pending):
+                    await silence.get()
+                waiting.cancel()
+                await asyncio.wait({waiting})
+                with self.assertRaises(mdxclient.TimedOut):
+                    await silence.get(timeout=0.01)
             ticking.cancel()
             self.assertGreater(ticks, 10, "the loop went on meanwhile")
 
@@ -342,10 +351,11 @@ class ModemTest(DeviceTest):
         options = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
         for module in (mdxclient, sms, sys.modules["mdxclient._answer"]):
             self.assertEqual(doctest.testmod(module, optionflags=options).failed, 0)
-        blocks = re.findall(r"```python\n(.*?)```", (ROOT / "python/README.md").read_text(), re.S)
-        self.assertTrue(blocks)
-        for block in blocks:
-            self.program("-c", block)
+        for document in ("README.md", "python/README.md"):
+            blocks = re.findall(r"```python\n(.*?)```", (ROOT / document).read_text(), re.S)
+            self.assertTrue(blocks)
+            for block in blocks:
+                self.program("-c", block)
         examples = ROOT / "examples/python"
         self.assertRegex(self.program(examples / "send_command.py", "AT+CREG?"), r"^\+CREG: 0,1\n$")
         self.assertIn("+CME ERROR", self.program(examples / "send_command.py", "AT+NOSUCH", code=1))
