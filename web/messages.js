@@ -122,9 +122,10 @@ export class MessagesPanel {
   bubble(message) {
     const outgoing = message.type === "outgoing" || message.here;
     const notes = [message.state === "unsent" ? _("not sent") : "", missingText(message), message.fate || ""].filter(Boolean);
-    const line = element("p", { class: "when" }, dayAndTime(message.time), ...notes.map((note) => ` · ${note}`));
+    const when = dayAndTime(message.time);
+    const line = element("p", { class: "when" }, when, ...notes.map((note) => ` · ${note}`));
     if (!message.here) {
-      const button = element("button", { type: "button", class: "link" }, _("Delete"));
+      const button = element("button", { type: "button", class: "link", "aria-label": filled(_("Delete the message of $0"), when) }, _("Delete"));
       button.addEventListener("click", () => this.remove(message));
       line.append(" ", button);
     }

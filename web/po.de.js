@@ -62,6 +62,7 @@ cockpit.locale({
   "$0 new": [null, "$0 neu"],
   "New message": [null, "Neue Nachricht"],
   "Delete": [null, "Löschen"],
+  "Delete the message of $0": [null, "Löschen: die Nachricht vom $0"],
   "Delete this message?": [null, "Diese Nachricht löschen?"],
   "Characters: $0, parts: $1, alphabet: $2": [null, "Zeichen: $0, Teile: $1, Alphabet: $2"],
   "A number has digits, and may begin with +.": [null, "Eine Nummer hat Ziffern und kann mit + beginnen."],

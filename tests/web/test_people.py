@@ -28,6 +28,14 @@ class People(PageTest):
         self.show("commands")
         self.find("#command").send_keys("AT+CFUN=0\n")
         self.assertEqual(self.axe(), [], "the question")
+        self.find("#question-no").click()
+        self.show("now")
+        self.stop(self.modem)
+        self.wait_card("modem", "gone")
+        self.assertEqual(self.axe(), [], "all in grey")
+        self.stop(self.server)
+        self.wait_text("#banner", "not running")
+        self.assertEqual(self.axe(), [], "the banner")
 
     def fill(self, panel):
         """What a person has before their eyes, not an empty panel."""
