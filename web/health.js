@@ -76,7 +76,7 @@ export class HealthPanel {
     setText(this.verdict, bad.length === 0 ? _("All that should be zero is zero.")
       : filled(_("Not zero, since the server's start: $0"), bad.length));
     this.bad.querySelector("tbody").replaceChildren(...bad.map(([name, words]) => element("tr", {},
-      element("th", { scope: "row" }, words()), cell(name, { class: "code" }), cell(number(values[name]), { class: "count" }))));
+      element("th", { scope: "row" }, words(), " ", element("code", {}, name)), cell(number(values[name]), { class: "count" }))));
     this.bad.hidden = bad.length === 0;
     this.queues.replaceChildren(...Object.entries(QUEUES).map(([name, words]) => element("tr", {},
       element("th", { scope: "row" }, words()), cell(number(values[name] ?? 0), { class: "count" }))));

@@ -166,7 +166,6 @@ cockpit.locale({
   "Send message": [null, "Nachricht senden"],
   "To show messages marks them as read in the modem. What this page sent is shown until it is closed.": [null, "Was gezeigt wird, gilt im Modem als gelesen. Was diese Seite gesendet hat, wird gezeigt, bis sie geschlossen wird."],
   "Save support file": [null, "Supportdatei speichern"],
-  "What": [null, "Was"],
   "Counter": [null, "Zähler"],
   "Count": [null, "Anzahl"],
   "Waiting in queues": [null, "In Warteschlangen"],
