@@ -29,6 +29,8 @@ class Handle:
         self._began = 0.0
         client = ctypes.c_void_p()
         error = library().mdx_open(ctypes.byref(client))
+        if error == WrongThread.code:
+            raise WrongThread("this thread has a modem open already, a Modem or an AsyncModem: use that one, or close it")
         if error != _OK:
             raise error_of(error)
         self._client = client.value

@@ -12,6 +12,42 @@ from ._handle import Handle
 from .sms import Messages
 
 
+def _exchange(handle: Handle, request: Request) -> Answer:
+    try:
+        handle.begin(request)
+        poller = select.poll()
+        poller.register(handle.fileno(), select.POLLIN)
+        while True:
+            poller.poll()
+            answer = handle.finish()
+            if answer is not None:
+                return answer
+    except BaseException:
+        handle.cancel(request)
+        raise
+
+
+class _Runner:
+    """Drives plans. Of the modem it knows the handle alone, so that a modem nobody has any more is closed at once."""
+
+    def __init__(self, handle: Handle) -> None:
+        self._handle = handle
+
+    def __call__(self, plan: Plan[T]) -> T:
+        try:
+            request = next(plan)
+            while True:
+                try:
+                    answer = _exchange(self._handle, request)
+                except BaseException as error:
+                    request = plan.throw(error)
+                else:
+                    request = plan.send(answer)
+        except StopIteration as stop:
+            value: T = stop.value
+            return value
+
+
 class Modem:
     """A client of the server; of the thread that opened it, and only one of that thread's.
 
@@ -22,7 +58,7 @@ class Modem:
     def __init__(self) -> None:
         self._handle = Handle()
         #: The modem's text messages.
-        self.sms = Messages(self._run)
+        self.sms = Messages(_Runner(self._handle))
 
     def __enter__(self) -> Modem:
         return self
@@ -47,8 +83,9 @@ class Modem:
         match, multi_line, transparent: how the answer is collected, as mdxclient(3) has it. Without any of
             them all lines arrive, each by itself
         """
-        return self._exchange(command_request(command, timeout, wait=wait, deadline=deadline, match=match,
-                                              multi_line=multi_line, transparent=transparent))
+        request = command_request(command, timeout, wait=wait, deadline=deadline, match=match,
+                                  multi_line=multi_line, transparent=transparent)
+        return _exchange(self._handle, request)
 
     def send_pdu(self, head: str, pdu: str, timeout: int = SEND_TIMEOUT_S, *, wait: int = 0,
                  deadline: Optional[float] = None) -> Answer:
@@ -56,37 +93,8 @@ class Modem:
 
         The timeout counts twice, for the prompt and for the answer. For texts there is `sms`.
         """
-        return self._exchange(pdu_request(head, pdu, timeout, wait=wait, deadline=deadline))
+        return _exchange(self._handle, pdu_request(head, pdu, timeout, wait=wait, deadline=deadline))
 
     def last_rssi(self, deadline: Optional[float] = None) -> str:
         """The last ^RSSI report; the modem is not asked."""
-        return self._exchange(stored_report_request(deadline)).text
-
-    def _exchange(self, request: Request) -> Answer:
-        handle = self._handle
-        try:
-            handle.begin(request)
-            poller = select.poll()
-            poller.register(handle.fileno(), select.POLLIN)
-            while True:
-                poller.poll()
-                answer = handle.finish()
-                if answer is not None:
-                    return answer
-        except BaseException:
-            handle.cancel(request)
-            raise
-
-    def _run(self, plan: Plan[T]) -> T:
-        try:
-            request = next(plan)
-            while True:
-                try:
-                    answer = self._exchange(request)
-                except BaseException as error:
-                    request = plan.throw(error)
-                else:
-                    request = plan.send(answer)
-        except StopIteration as stop:
-            value: T = stop.value
-            return value
+        return _exchange(self._handle, stored_report_request(deadline)).text

@@ -173,6 +173,9 @@ class State(Dict[str, Report]):
         super().__init__(told)
         self.link = link  #: its `link` tells whether the modem is there, its `age` since when
 
+    def __repr__(self) -> str:
+        return f"State({super().__repr__()}, link={self.link!r})"
+
     def is_current(self, name: str) -> bool:
         """Whether it was told, and by the modem that is there now: not before it went away."""
         since, age = self.link.age, self[name].age if name in self else None

@@ -121,8 +121,9 @@ def encode(number: str, text: str, *, flash: bool = False, report: bool = False,
     >>> [part.head for part in encode("+4915112345678", "Hello world")]
     ['AT+CMGS=24']
     """
-    if not isinstance(number, str):
-        raise TypeError(f'the number is text: give a str such as "+49151...", not {type(number).__name__}')
+    for what, given in (("number", number), ("text", text)):
+        if not isinstance(given, str):
+            raise TypeError(f"the {what} of a message is a str, not {type(given).__name__}")
     if "\0" in number:
         raise _bad(3, number.index("\0"))  # C would see the digits in front of it alone
     options = SmsOptions(flash=flash, report=report,

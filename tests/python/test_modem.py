@@ -174,8 +174,10 @@ class ModemTest(DeviceTest):
             with mdxclient.Modem() as own:
                 errors.append(own.send("AT+CSQ").ok)
 
+        with self.assertWarns(ResourceWarning):
+            mdxclient.Modem().send("AT").check()  # and it is closed when nobody has it any more
         with mdxclient.Modem() as modem:
-            self.assertRaises(mdxclient.WrongThread, mdxclient.Modem)
+            self.assertRaisesRegex(mdxclient.WrongThread, "open already", mdxclient.Modem)
             threads = [threading.Thread(target=elsewhere, args=(modem,)) for _ in range(2)]
             for thread in threads:
                 thread.start()
