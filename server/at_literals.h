@@ -74,7 +74,6 @@ class at_literals {
 
   using bytes_t = uint8_t __attribute__((vector_size(kStep)));
   using hits_t = std::array<uint64_t, kStep / sizeof(uint64_t)>;
-  static_assert(std::endian::native == std::endian::little, "the first place is the lowest byte");
 
   struct entry_t {
     uint8_t length;
@@ -155,13 +154,16 @@ class at_literals {
     return ((bytes == static_cast<uint8_t>(kRareBytes[rare])) | ...);
   }
 
-  /// Of kStep bytes those that are rare: 0xff in their places.
+  /// Of kStep bytes those that are rare: 0xff in their places, the first the lowest byte.
   static hits_t rare_bytes(const char* text) {
     bytes_t bytes;
     std::memcpy(&bytes, text, kStep);
     const auto found = equal_to_one(bytes, std::make_index_sequence<kRareBytes.size()>());
     hits_t hits;
     std::memcpy(&hits, &found, sizeof(hits));
+    if constexpr (std::endian::native == std::endian::big) {
+      for (uint64_t& eight : hits) eight = __builtin_bswap64(eight);
+    }
     return hits;
   }
 

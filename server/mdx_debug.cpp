@@ -5,7 +5,6 @@
 
 #include "server/mdx_debug.h"
 
-#include <atomic>
 #include <cstring>
 #include <iterator>
 
@@ -32,8 +31,7 @@ constexpr const char* kStateNames[] = {
 // clang-format on
 
 const char* state_name() {
-  const auto state = static_cast<uint32_t>(
-      std::atomic_ref<int32_t>(mdx_state.at_state).load(std::memory_order_relaxed));
+  const auto state = static_cast<uint32_t>(__atomic_load_n(&mdx_state.at_state, __ATOMIC_RELAXED));
   return state < std::size(kStateNames) ? kStateNames[state] : "";
 }
 

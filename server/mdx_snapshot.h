@@ -27,14 +27,13 @@ class mdx_snapshot {
 
   /// Replaces the record by `record`, with `text` in the place of its own. `text` fits the room.
   void store(const Record& record, std::string_view text) {
-    const std::atomic_ref<word_t> version(version_);
-    version.store(version_ + 1, std::memory_order_relaxed);
+    store_word(&version_, version_ + 1, __ATOMIC_RELAXED);
     std::atomic_thread_fence(std::memory_order_release);
     put(head_.data(), bytes_of(record), kTextAt);
     put(text_.data(), text.data(), text.size());
     put(tail_.data(), bytes_of(record) + kTextAt + kTextRoom, kTail);
-    std::atomic_ref<word_t>(text_size_).store(text.size(), std::memory_order_relaxed);
-    version.store(version_ + 1, std::memory_order_release);
+    store_word(&text_size_, text.size(), __ATOMIC_RELAXED);
+    store_word(&version_, version_ + 1, __ATOMIC_RELEASE);
   }
 
   /// A copy that was whole at one moment. Any thread.
@@ -45,12 +44,12 @@ class mdx_snapshot {
     do {
       std::memset(&record, 0, sizeof(record));
       char* bytes = reinterpret_cast<char*>(&record);
-      before = load_word(version_, std::memory_order_acquire);
+      before = load_word(version_, __ATOMIC_ACQUIRE);
       get(bytes, head_.data(), kTextAt);
-      get(bytes + kTextAt, text_.data(), load_word(text_size_, std::memory_order_relaxed));
+      get(bytes + kTextAt, text_.data(), load_word(text_size_, __ATOMIC_RELAXED));
       get(bytes + kTextAt + kTextRoom, tail_.data(), kTail);
       std::atomic_thread_fence(std::memory_order_acquire);
-      after = load_word(version_, std::memory_order_relaxed);
+      after = load_word(version_, __ATOMIC_RELAXED);
     } while (before != after || before % 2 != 0);
     return record;
   }
@@ -65,15 +64,18 @@ class mdx_snapshot {
   static const char* bytes_of(const Record& record) {
     return reinterpret_cast<const char*>(&record);
   }
-  // Inline even where the compiler is asked for the smallest code: that would call them for each
-  // word.
-  [[gnu::always_inline]] static word_t load_word(const word_t& word, std::memory_order order) {
-    return std::atomic_ref<word_t>(const_cast<word_t&>(word)).load(order);
+  // The compiler's own atomics, since not every C++ library has std::atomic_ref yet. Inline even
+  // where the compiler is asked for the smallest code: that would call them for each word.
+  [[gnu::always_inline]] static word_t load_word(const word_t& word, int order) {
+    return __atomic_load_n(&word, order);
+  }
+  [[gnu::always_inline]] static void store_word(word_t* word, word_t value, int order) {
+    __atomic_store_n(word, value, order);
   }
   [[gnu::always_inline]] static void put_word(word_t* word, const char* bytes, size_t size) {
     word_t value = 0;
     std::memcpy(&value, bytes, size);
-    std::atomic_ref<word_t>(*word).store(value, std::memory_order_relaxed);
+    store_word(word, value, __ATOMIC_RELAXED);
   }
   static void put(word_t* words, const char* bytes, size_t size) {
     const size_t whole = size / sizeof(word_t);
@@ -84,7 +86,7 @@ class mdx_snapshot {
   }
   static void get(char* bytes, const word_t* words, size_t size) {
     while (size != 0) {
-      const word_t word = load_word(*words++, std::memory_order_relaxed);
+      const word_t word = load_word(*words++, __ATOMIC_RELAXED);
       const size_t count = size < sizeof(word) ? size : sizeof(word);
       std::memcpy(bytes, &word, count);
       bytes += count;

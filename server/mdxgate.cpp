@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 
 #include "channel/mdx_register.h"
@@ -221,7 +220,7 @@ int32_t mdx_ring_pop() {
 int32_t mdx_state_pass(int32_t state) {
   int retcode = 0;
   // The console reads the state from its own thread.
-  std::atomic_ref<int32_t>(mdx_state.at_state).store(state, std::memory_order_relaxed);
+  __atomic_store_n(&mdx_state.at_state, state, __ATOMIC_RELAXED);
   switch (state) {
     case AT_INIT_S:
       return init_pass(&retcode);

@@ -3,13 +3,10 @@
 // The bytes of a record or payload as a test writes them down: pieces, joined with +.
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
-
-static_assert(std::endian::native == std::endian::little);
 
 template <class Integer>
 std::string image(std::initializer_list<Integer> values) {

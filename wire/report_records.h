@@ -3,7 +3,7 @@
 // The payloads that leave the server: what a packet of the hub holds behind its header.
 //
 // Receivers are other processes, so every record is a wire format: fixed widths, the host's
-// little-endian byte order, no padding that is not named. Reserved bytes are 0. Texts are
+// byte order, no padding that is not named. Reserved bytes are 0. Texts are
 // NUL-terminated within their field. A field that a report leaves out is 0 or empty.
 #pragma once
 

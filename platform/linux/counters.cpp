@@ -4,9 +4,11 @@
 
 #include "platform/linux/counters.h"
 
+#include <pthread.h>
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <type_traits>
 
 namespace {
 
@@ -70,8 +72,36 @@ static_assert(std::size(counter_table) == COUNT_COUNTERS);
 static_assert(std::find(names_by_counter.begin(), names_by_counter.end(), nullptr) ==
               names_by_counter.end());
 
-constinit std::atomic<uint64_t> counters[COUNT_COUNTERS];
-static_assert(std::atomic<uint64_t>::is_always_lock_free);
+constinit pthread_mutex_t counting = PTHREAD_MUTEX_INITIALIZER;
+
+// std::atomic<uint64_t> for a processor that changes 32 bits at once, such as 32-bit MIPS: there
+// the compiler's own would need libatomic.
+class locked_count {
+ public:
+  void fetch_add(uint64_t amount, std::memory_order) {
+    pthread_mutex_lock(&counting);
+    value_ += amount;
+    pthread_mutex_unlock(&counting);
+  }
+  void store(uint64_t value, std::memory_order) {
+    pthread_mutex_lock(&counting);
+    value_ = value;
+    pthread_mutex_unlock(&counting);
+  }
+  uint64_t load(std::memory_order) const {
+    pthread_mutex_lock(&counting);
+    const uint64_t value = value_;
+    pthread_mutex_unlock(&counting);
+    return value;
+  }
+
+ private:
+  uint64_t value_ = 0;
+};
+
+using count_t =
+    std::conditional_t<ATOMIC_LLONG_LOCK_FREE == 2, std::atomic<uint64_t>, locked_count>;
+constinit count_t counters[COUNT_COUNTERS];
 
 }  // namespace
 
