@@ -64,6 +64,7 @@ struct ModemSettings {
   int news_messages = 0;
   int news_broadcasts = 0;
   int news_delivered = 0;
+  int unacknowledged = 0;  ///< messages that the host was handed and has not acknowledged
   int news_buffer = 0;
   int creg_reports = 0;
   int cgreg_reports = 0;

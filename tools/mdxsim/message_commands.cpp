@@ -22,6 +22,7 @@ constexpr Result kMessageNotAllowed{Kind::kCmsError, 302};
 constexpr Result kInvalidPduParameter{Kind::kCmsError, 304};
 constexpr Result kInvalidTextParameter{Kind::kCmsError, 305};
 constexpr Result kInvalidMemoryIndex{Kind::kCmsError, 321};
+constexpr Result kNothingToAcknowledge{Kind::kCmsError, 340};
 constexpr Result kMemoryFull{Kind::kCmsError, 322};
 
 constexpr int kLongestTpdu = 164;
@@ -116,6 +117,9 @@ Result send_message(LivingModem& modem, const AtCommand& command) {
     }
     m.state.message_reference = (m.state.message_reference + 1) % 256;
     m.say("+CMGS: " + std::to_string(m.state.message_reference));
+    if (asks_for_status_report(pdu)) {
+      m.deliver_later(status_report_pdu(pdu, m.state.message_reference, clock_text(m)));
+    }
     return kOk;
   });
 }
@@ -204,15 +208,38 @@ Result message_memory(LivingModem& modem, const AtCommand& command) {
   return kOk;
 }
 
+namespace {
+
+// A message that the host gets as it is; in phase 2+ it has to acknowledge it.
+void hand_over(LivingModem& modem, const std::string& line) {
+  modem.state.unacknowledged += modem.state.message_service;
+  modem.report(line);
+}
+
+// What became of a message; shown as a PDU, whatever the format.
+void let_status_report_in(LivingModem& modem, const std::string& pdu) {
+  const ModemState& state = modem.state;
+  if (state.news_mode == 0 || state.news_delivered == 0) return;
+  if (state.news_delivered == 1) {
+    return hand_over(modem, "+CDS: " + std::to_string(tpdu_length(pdu)) + "\r\n" + pdu);
+  }
+  const int index = modem.state.store.add({MessageState::kReceivedUnread, pdu});
+  if (index < 0) return modem.report("^SMMEMFULL: \"SM\"");
+  modem.report("+CDSI: \"SM\"," + std::to_string(index));
+}
+
+}  // namespace
+
 void let_message_in(LivingModem& modem, const std::string& pdu) {
   const ModemState& state = modem.state;
   if (!state.registered || pdu.empty()) return;
+  if (is_status_report(pdu)) return let_status_report_in(modem, pdu);
   const bool told = state.news_mode != 0;
   if (state.news_messages == 2 && told) {
     const std::string line = state.message_format == 1
                                  ? heading_and_text(modem, read_pdu(pdu))
                                  : "," + std::to_string(tpdu_length(pdu)) + "\r\n" + pdu;
-    return modem.report("+CMT: " + line);
+    return hand_over(modem, "+CMT: " + line);
   }
   const int index = modem.state.store.add({MessageState::kReceivedUnread, pdu});
   if (index < 0) return modem.report("^SMMEMFULL: \"SM\"");
@@ -259,6 +286,13 @@ Result message_service(LivingModem& modem, const AtCommand& command) {
       number_setting(modem, command, service, 1, std::to_string(service) + ",1,1,1");
   if (command.form == Form::kSet && result.kind == Kind::kOk) modem.say("+CSMS: 1,1,1");
   return result;
+}
+
+Result acknowledge_message(LivingModem& modem, const AtCommand& command) {
+  if (command.form == Form::kTest) return kOk;
+  if (modem.state.unacknowledged == 0) return kNothingToAcknowledge;
+  --modem.state.unacknowledged;
+  return kOk;
 }
 
 // +CSCA="+15550199"[,145]

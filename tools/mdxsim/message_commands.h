@@ -17,6 +17,7 @@ Result delete_messages(LivingModem& modem, const AtCommand& command);
 Result message_memory(LivingModem& modem, const AtCommand& command);
 Result message_news(LivingModem& modem, const AtCommand& command);
 Result message_details(LivingModem& modem, const AtCommand& command);
+Result acknowledge_message(LivingModem& modem, const AtCommand& command);
 Result message_service(LivingModem& modem, const AtCommand& command);
 Result service_centre(LivingModem& modem, const AtCommand& command);
 

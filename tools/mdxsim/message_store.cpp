@@ -20,6 +20,7 @@ constexpr size_t kMostCharacters = 160;
 constexpr uint8_t kInternational = 0x91;
 constexpr uint8_t kNational = 0x81;
 constexpr size_t kTimeOctets = 7;
+constexpr uint8_t kStatusReport = 0x02;
 // What the alphabets share, but for "@" and "$" which only sit elsewhere.
 uint8_t to_gsm(char c) {
   if (c == '@') return 0;
@@ -170,6 +171,24 @@ std::string delivered_pdu(std::string_view number, std::string_view clock,
   const size_t length = reader.next();
   if ((type & 0x03U) != 1 || reader.rest().empty()) return {};
   return deliver(number, clock, type & 0x40U, coding, length, reader.rest());
+}
+
+std::string status_report_pdu(std::string_view submitted_hex, int reference,
+                              std::string_view clock) {
+  Octets octets{0, kStatusReport, static_cast<uint8_t>(reference)};
+  put_address(octets, read_pdu(submitted_hex).number);
+  put_time(octets, clock);
+  put_time(octets, clock);
+  octets.push_back(0);  // it was received
+  return to_hex(octets);
+}
+
+bool is_status_report(std::string_view pdu_hex) {
+  return (read_pdu(pdu_hex).type & 0x03U) == kStatusReport;
+}
+
+bool asks_for_status_report(std::string_view submitted_hex) {
+  return (read_pdu(submitted_hex).type & 0x20U) != 0;
 }
 
 MessageText read_pdu(std::string_view pdu_hex) {

@@ -52,6 +52,13 @@ std::string deliver_pdu(std::string_view number, std::string_view clock, std::st
 std::string delivered_pdu(std::string_view number, std::string_view clock,
                           std::string_view submitted_hex);
 
+/// A PDU that tells of a submitted one that it was delivered, and whether a PDU is one. `clock` is
+/// as above. A submitted one asks for it by its first octet.
+std::string status_report_pdu(std::string_view submitted_hex, int reference,
+                              std::string_view clock);
+bool is_status_report(std::string_view pdu_hex);
+bool asks_for_status_report(std::string_view submitted_hex);
+
 /// What text mode shows of a PDU.
 struct MessageText {
   std::string number;

@@ -196,6 +196,7 @@ constexpr CommandRow kCommands[] = {
     {"+CMGR",    kSimForMessages, read_message            },
     {"+CMGS",    kSimForMessages, send_message            },
     {"+CMGW",    kSimForMessages, write_message           },
+    {"+CNMA",    kNothing,        acknowledge_message     },
     {"+CNMI",    kNothing,        message_news            },
     {"+CNUM",    kSim,            own_number              },
     {"+COPS",    kNothing,        operator_selection      },
