@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "client/mdxclient.h"
+
 /// Whether the modem is there, and for how long.
 struct modem_link_t {
   bool up;
@@ -25,6 +27,10 @@ struct known_state_t {
 /// @return mdx_error_t; MDX_ERR_TIMEOUT when the server does not tell, as an older one
 int fetch_link(modem_link_t* link);
 int fetch_states(modem_link_t* link, std::vector<known_state_t>* states);
+
+/// Subscribes to all that the device is told, and waits until the server has noted it: nothing that
+/// is told from then on is missed. A server that does not tell its states is taken at its word.
+int hear_from_now_on(mdx_subscription_t** subscription);
 
 /// Whether the modem has been there ever since the state was told.
 bool is_current(const known_state_t& state, const modem_link_t& link);

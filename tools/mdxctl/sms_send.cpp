@@ -16,13 +16,13 @@
 #include <random>
 
 #include "tools/mdxctl/answer.h"
+#include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_news.h"
 #include "tools/mdxctl/sms_pdu.h"
-#include "wire/destinations.h"
 
 using nlohmann::ordered_json;
 
@@ -149,7 +149,7 @@ void send_parts(const sms_message_t& message, const sms_send_arguments_t& argume
 class report_waiter_t {
  public:
   explicit report_waiter_t(sms_store_t& store) : store_(store) {
-    const int error = mdx_subscribe(&subscription_, MDX_BY_MODULE, NOTIFY_MODULE_1);
+    const int error = hear_from_now_on(&subscription_);
     if (error != MDX_OK) throw sms_failure_t(exit_code_of_error(error), error_text(error));
     const std::string before = turn_on_news(store_, sms_news_kind_t::REPORTS);
     if (!before.empty()) store_.put_back_later(before);
