@@ -18,6 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(ModemWords, FieldsOfAnAnswer) {
   EXPECT_THAT(fields_of("0, \"a,b\" ,,(1,2),"), ElementsAre("0", "a,b", "", "(1,2)", ""));
@@ -141,6 +142,20 @@ TEST(ModemWords, MetricsOfStates) {
   EXPECT_THAT(text, HasSubstr("mdxgate_state_current{state=\"signal\",report=\"EVT_X\"} 0\n"));
   EXPECT_THAT(text, HasSubstr("report=\"EVT_X\",field=\"rssi\"} -5\n"));
   EXPECT_THAT(text, HasSubstr("field=\"name\",text=\"a\\\"??\"} 1\n"));
+
+  const std::vector<known_state_t> measured = {
+      {"signal",
+       "EVT_AT_HCSQ",
+       "",
+       1,
+       {{"signal", {{"technology", "LTE"}, {"rsrp_dbm", -89.0}, {"ecio_db", nullptr}}}}},
+      {"traffic", "EVT_AT_FLOW_REPORT", "", 1, {{"fields", {{"curr_rx_flow", 77}}}}}};
+  const std::string quantities = states_prometheus({true, 3}, measured);
+  EXPECT_THAT(quantities, HasSubstr("\nmdxgate_signal_rsrp_dbm{technology=\"LTE\"} -89.0\n"));
+  EXPECT_THAT(quantities, HasSubstr("\nmdxgate_data_received_bytes 77\n"));
+  EXPECT_THAT(quantities, Not(HasSubstr("ecio")));
+  EXPECT_THAT(states_prometheus({false, 3}, measured), Not(HasSubstr("dbm")))
+      << "the modem is gone";
 }
 
 }  // namespace

@@ -234,6 +234,7 @@ class Daily(DeviceTest):
             series.add(line.rsplit(" ", 1)[0])
         self.assertIn("mdxgate_modem_up", types)
         self.assertIn("mdxgate_state_value", types)
+        self.assertIn("mdxgate_signal_rssi_dbm", types)
 
 
 if __name__ == "__main__":

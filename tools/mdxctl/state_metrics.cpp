@@ -34,6 +34,40 @@ void for_each_field(const std::vector<known_state_t>& states, Show show) {
   }
 }
 
+// Of the fields of reports, those that are quantities. The others are a modem's codes.
+// clang-format off
+constexpr struct { const char* metric; const char* report; const char* field; const char* help; } kQuantities[] = {
+  {"mdxgate_data_seconds",                   "EVT_AT_FLOW_REPORT", "curr_ds_time", "time that the data connection has lasted"},
+  {"mdxgate_data_sent_bytes",                "EVT_AT_FLOW_REPORT", "curr_tx_flow", "sent over the data connection"},
+  {"mdxgate_data_received_bytes",            "EVT_AT_FLOW_REPORT", "curr_rx_flow", "received over the data connection"},
+  {"mdxgate_data_sent_bytes_per_second",     "EVT_AT_FLOW_REPORT", "tx_rate",      "rate at which the data connection sends"},
+  {"mdxgate_data_received_bytes_per_second", "EVT_AT_FLOW_REPORT", "rx_rate",      "rate at which the data connection receives"},
+};
+// clang-format on
+
+/// What has a unit, in metrics with the unit in their names. What was told before the modem went
+/// away is measured no more.
+void show_quantities(std::ostream& out, const modem_link_t& link,
+                     const std::vector<known_state_t>& states) {
+  for (const known_state_t& state : states) {
+    if (!is_current(state, link)) continue;
+    for (const auto& row : kQuantities) {
+      if (state.name != row.report || !state.object["fields"].contains(row.field)) continue;
+      describe(out, row.metric, row.help);
+      out << row.metric << ' ' << state.object["fields"][row.field].dump() << '\n';
+    }
+    if (!state.object.contains("signal") || state.object["signal"]["technology"].is_null())
+      continue;
+    for (const auto& [name, level] : state.object["signal"].items()) {
+      if (!level.is_number()) continue;
+      const std::string metric = "mdxgate_signal_" + name;
+      describe(out, metric.c_str(), "lower edge of the step in which the signal is");
+      out << metric << "{technology=" << label(state.object["signal"]["technology"]) << "} "
+          << level.dump() << '\n';
+    }
+  }
+}
+
 }  // namespace
 
 std::string states_prometheus(const modem_link_t& link, const std::vector<known_state_t>& states) {
@@ -44,6 +78,7 @@ std::string states_prometheus(const modem_link_t& link, const std::vector<known_
   out << "mdxgate_modem_link_age_seconds " << link.age_s << '\n';
   if (states.empty()) return out.str();
 
+  show_quantities(out, link, states);
   describe(out, "mdxgate_state_age_seconds", "time since the modem told this");
   for (const known_state_t& state : states)
     out << "mdxgate_state_age_seconds" << labels_of(state) << "} " << state.age_s << '\n';
@@ -51,7 +86,7 @@ std::string states_prometheus(const modem_link_t& link, const std::vector<known_
            "1 while the modem has been there ever since it told this");
   for (const known_state_t& state : states)
     out << "mdxgate_state_current" << labels_of(state) << "} " << is_current(state, link) << '\n';
-  describe(out, "mdxgate_state_value", "a number that the modem told last");
+  describe(out, "mdxgate_state_value", "a number that the modem told last, in its own code");
   for_each_field(states,
                  [&](const known_state_t& state, const std::string& name, const auto& value) {
                    if (!value.is_number()) return;
