@@ -3,6 +3,7 @@
 
 import json
 import pathlib
+import re
 import shutil
 import subprocess
 import unittest
@@ -39,6 +40,49 @@ class Examples(DeviceTest):
         signal = json.loads(self.example(EXAMPLES / "signal.sh", code=OK).stdout)
         self.assertTrue(-113 <= signal["dbm"] <= -51, signal)
         self.assertEqual((signal["registered"], type(signal["operator"])), (True, str))
+
+    def set_up(self, name, script, goes_on=()):
+        """Runs an example for a kind of modem on one that behaves so, and does what it expects."""
+        path = pathlib.Path("/tmp/modem.script")
+        path.write_text(script)
+        self.start_device("--quiet", "--script", str(path))
+        code, _, err = self.ctl("init", str(EXAMPLES / "init" / f"{name}.init"))
+        self.assertEqual(code, OK, err)
+        self.assertEqual(tuple(re.findall(r"init:\d+: (\S+): .*; going on", err)), goes_on)
+
+    def test_set_up_by_the_book(self):
+        self.set_up("generic", "on AT+CFUN=1 -> living\nexpect AT+COPS=0\n")
+        self.assertRegex(self.at("AT+CREG?")["text"], r"\+CREG: 2,1,")
+        self.assertIn("+CNMI: 2,1,0,0,0", self.at("AT+CNMI?")["text"])
+        self.stop(self.modem)
+        self.assertEqual(self.modem.returncode, 0, self.log_of(self.modem))
+
+    def test_set_up_of_a_modem_with_signs_of_its_own(self):
+        self.set_up("caret", """
+on AT^CURC=1 -> OK
+on AT^SYSCFGEX="00",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,, -> OK
+on AT^HCSQ=1 -> COMMAND NOT SUPPORT
+expect AT^SYSCFGEX=*
+expect AT+CGREG=2
+""", goes_on=("AT^HCSQ=...",))
+        self.stop(self.modem)
+        self.assertEqual(self.modem.returncode, 0, self.log_of(self.modem))
+
+    def test_set_up_of_a_modem_that_sleeps(self):
+        self.set_up("narrowband", """
+on AT -> OK
+on AT+CMEE=1 -> OK
+on AT+CEREG=2 -> OK
+on AT+CGDCONT=1,"IP","iot.example" -> OK
+on AT+CPSMS=1,,,"00111000","00011110" -> OK
+on AT+CEDRXS=1,4,"0101" -> OK
+on AT+CFUN=1 after 2s -> OK
+on AT+COPS=0 after 2s -> OK
+expect AT+COPS=0
+else ERROR
+""", goes_on=("AT+CMGF=...",))
+        self.stop(self.modem)
+        self.assertEqual(self.modem.returncode, 0, self.log_of(self.modem))
 
     def test_python_reports(self):
         self.start_device("--reports", "100")
