@@ -23,6 +23,12 @@ _mdxctl_packets() {
   "$@" --only '?' 2>&1 | sed -n 's/.*; there are \(.*\); see: .*/\1/p' | tr -d ','
 }
 
+# Numbers of the messages, from a modem that lists them; asking marks none of them as read.
+_mdxctl_messages() {
+  "$1" at --timeout 2 'AT+CMGD=?' 2>/dev/null |
+    sed -n 's/^+CMGD: *(\([0-9,]*\)).*/\1/p' | tr ',' '\n'
+}
+
 _mdxctl() {
   local current=${COMP_WORDS[COMP_CWORD]} words=("${COMP_WORDS[0]}") word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -38,6 +44,9 @@ _mdxctl() {
   case $current in
     -*) candidates=$(_mdxctl_options "${words[@]}") ;;
     *) candidates=$(_mdxctl_section Subcommands "${words[@]}"; _mdxctl_values "${words[@]}") ;;
+  esac
+  case "${words[*]:1}" in
+    'sms read' | 'sms delete') [[ $current == -* ]] || candidates+=" $(_mdxctl_messages "${words[0]}")" ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
 }

@@ -101,6 +101,13 @@ TEST(SmsDecode, ReadsNationalAlphabets) {
     {"03250106", "\x01\x3c\x5f",             "\u0902\u0929\u094d"},
     {"03240106", "\x1b\x26\x1b\x3a",         "\u0951\u0971"},
     {"03250107", "\x01\x60",                 "\u0c82\u0cd5"},
+    {"03240107", "\x1b\x26\x1b\x27\x1b\x2a", "\u0cde\u0cf1\u0cf2"},
+    {"03250107", "\x23\x24\x25\x3d",       "\u0ca0\u0ca1\u0ca2\u0caa"},  // often misprinted
+    {"03250108", "\x2c\x2d\x2e\x41",       ",\u0d27.\u0d2d"},
+    {"03240109", "\x1b\x27\x1b\x2a\x1b\x2c", "\u0b5d\u0b5f\u0b71"},
+    {"0324010A", "\x1b\x26\x1b\x2a\x1b\x2d", "\u0a59\u0a5b\u0a75"},
+    {"0324010B", "\x1b\x29\x1b\x2f\x1b\x2e", "}\\\u0bfa"},
+    {"0324010C", "\x1b\x1c\x1b\x32",       "\u0c66\u0c7f"},
     {"03240108", "\x1b\x2e\x1b\x34",         "\u0d7a\u0d7f"},
     {"03250109", "\x43\x7b",                 "\u0b2f\u0b57"},
     {"0325010A", "\x4a\x7f",                 "\u0a36\u0a74"},

@@ -2,8 +2,10 @@
 """Text messages: what was sent arrives the same, on modems that keep and tell of them in different ways."""
 
 import json
+import pathlib
 import random
 import signal
+import subprocess
 import unittest
 
 from device import (OK, PATIENCE_S, REFUSED_BY_MODEM, USAGE, DeviceTest, ScriptedModem, scaled,
@@ -226,7 +228,7 @@ class Sms(DeviceTest):
         reports = "".join(
             f"\r\n+CDS: 20\r\n0006{reference:02X}028121{stamp}{stamp}{status:02X}\r\n" for reference in (8, 7))
         self.modem.on_pdu = lambda: f"\r\n+CMGS: 7\r\n\r\nOK\r\n{reports}".encode()
-        return self.sms("send", "12", "x", "--report", "--json", "--report-wait", "60", expect=expect)
+        return self.sms("send", "12", "x", "--report", "--json", "--report-wait", "30", expect=expect)
 
     def test_delivery_reports_and_refusals(self):
         self.start_with(MAKERS["all by the book"])
@@ -243,6 +245,30 @@ class Sms(DeviceTest):
         self.assertIn("no SIM is inserted", refused["error"])
         self.assertIsNone(refused["parts"][0]["reference"])
         self.assertTrue(self.modem.text_mode, "as it was found")
+
+    def test_what_is_handed_over_is_acknowledged(self):
+        """On a living modem in phase 2+: what nobody acknowledges the network would send again."""
+        self.start_device("--quiet", "--reports", "0")
+        self.at("AT+CSMS=1")
+        sent = self.sms("send", OWN_NUMBER, "x", "--report", "--json", "--report-wait", "60")
+        self.assertEqual([(r["number"], r["fate"]) for r in sent["reports"]], [(OWN_NUMBER, "delivered")])
+        self.assertIn("340", self.at("AT+CNMA", expect=REFUSED_BY_MODEM)["text"], "nothing is left to acknowledge")
+        self.assertIn("2,0,0,0,0", self.at("AT+CNMI?")["text"], "as it was found")
+        self.at("AT+CNMI=2,2")
+        watch = self.start("mdxctl", "sms", "watch", "--json", "--count", "1")
+        wait_until(lambda: "*" in self.console("platform", "receivers"), PATIENCE_S, "it hears")
+        self.sms("send", OWN_NUMBER, "handed over")
+        self.assertEqual(watch.wait(PATIENCE_S), OK, self.log_of(watch))
+        self.assertEqual(json.loads(self.log_of(watch).splitlines()[-1])["text"], "handed over")
+        self.assertIn("340", self.at("AT+CNMA", expect=REFUSED_BY_MODEM)["text"])
+
+    def test_completion_of_numbers_reads_nothing(self):
+        self.start_device("--quiet")
+        completion = pathlib.Path(__file__).parents[2] / "packaging" / "mdxctl.bash"
+        offered = subprocess.run(["bash", "-c", f"source {completion}; COMP_WORDS=(mdxctl sms read ''); COMP_CWORD=3; "
+                                  "_mdxctl; echo ${COMPREPLY[@]}"], capture_output=True, text=True, timeout=PATIENCE_S)
+        self.assertEqual(offered.stdout, "1\n", offered.stderr)
+        self.assertEqual(self.messages("--unread")[0]["numbers"], [1])
 
     def test_where_the_text_comes_from(self):
         cases = (
