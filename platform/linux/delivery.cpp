@@ -15,6 +15,7 @@
 namespace {
 
 constexpr char kCtrlZ = 0x1A;
+constexpr char kBackspace = '\b';
 constexpr auto kNowhere = std::string_view::npos;
 /// Ends what an exchange without result has left in the server, when the modem never does.
 constexpr std::string_view kOwnResult = "OK\r\n";
@@ -138,8 +139,12 @@ size_t delivery_assembler::received(const char* bytes, size_t size, uint64_t now
       continue;
     }
     if (size_ == line_) is_old_line_ = false;
-    bytes_[size_++] = byte;
     ++used;
+    if (byte == kBackspace && body_ == body_t::none) {  // the modem shows what it erases
+      size_ = std::max(size_, line_ + 1) - 1;
+      continue;
+    }
+    bytes_[size_++] = byte;
     if (byte == '\r') drop_echo();
     if (byte == '\n' && size_ - line_ >= 2 && bytes_[size_ - 2] == '\r') end_line();
     if (byte == ' ') end_prompt();

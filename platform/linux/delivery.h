@@ -9,9 +9,10 @@
 //
 // What is left out, and nothing else: the echo with its line end, CRs and ESCs in front of it; all
 // but one of the CRs in front of an LF; CRs and blank lines that fill the whole buffer by
-// themselves, but for a last CR; and what belongs to nobody: a result that no exchange waits for,
-// and outside an exchange every line that the server would keep as text. One line end becomes a
-// bare LF: that between the header of a message and its body, which are one report.
+// themselves, but for a last CR; what the modem shows as erased; and what belongs to nobody: a
+// result that no exchange waits for, and outside an exchange every line that the server would keep
+// as text. One line end becomes a bare LF: that between the header of a message and its body, which
+// are one report.
 #pragma once
 
 #include <cstddef>

@@ -239,7 +239,11 @@ void line_debt::pass(uint64_t now) {
 
 bool line_debt::escape_is_due(uint64_t now) const {
   if (in_exchange_ || !prompt_ || escapes_ >= kEscapesAtMost) return false;
-  return escapes_ == 0 || now >= escape_ends_at();
+  return now >= escape_due_at();
+}
+
+uint64_t line_debt::escape_due_at() const {
+  return escapes_ == 0 ? refused_at_ + kEscapeWaitMs : escape_ends_at();
 }
 
 /// The last ESC is waited for as long as there is patience.
@@ -248,10 +252,14 @@ uint64_t line_debt::escape_ends_at() const {
   return escapes_ < kEscapesAtMost ? end : std::max(end, since_ + kPatienceMs);
 }
 
-void line_debt::escaped(uint64_t now) {
+void line_debt::escaped(uint64_t now, bool taken) {
+  escaped_at_ = now;
+  if (!taken) {
+    refused_at_ = now;
+    return;
+  }
   ++escapes_;
   ++counts_.escapes;
-  escaped_at_ = now;
 }
 
 bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
@@ -268,7 +276,7 @@ uint64_t line_debt::silent_at(uint64_t last_byte) const {
 uint64_t line_debt::due(uint64_t last_byte) const {
   if (in_exchange_ || is_clean()) return kNever;
   if (!since_known_) return last_byte;
-  if (prompt_) return escapes_ == 0 ? last_byte : escape_ends_at();
+  if (prompt_) return std::max(last_byte, escape_due_at());
   if (due_ > 0) return since_ + kPatienceMs;
   const uint64_t silent = silent_at(last_byte);
   if (!opening_) return silent;

@@ -57,6 +57,8 @@ class line_debt {
   void link_lost();
   /// These bytes go out for the server.
   void sent(std::string_view bytes);
+  /// What was sent last did not get out whole: where it was a message, the modem still waits.
+  void cut_short() { may_prompt_ = may_prompt_ || body_sent_; }
   /// The modem repeats a command that was sent. It does so when it comes to it, so nothing older is
   /// still to come.
   /// @param may_be_older  the same was sent before: it may be that which is repeated
@@ -90,8 +92,8 @@ class line_debt {
   void pass(uint64_t now);
   /// A prompt that nobody answers waits for an ESC.
   bool escape_is_due(uint64_t now) const;
-  /// An ESC went out.
-  void escaped(uint64_t now);
+  /// An ESC went out; or the modem takes nothing, and it is tried again.
+  void escaped(uint64_t now, bool taken = true);
   /// The text of an abandoned exchange, which the server still holds, has to be ended by a result.
   bool needs_result() const { return text_left_ && waits_for_silence(); }
   /// Nothing more is to come, and the modem has been silent for long enough. `last_byte` is when it
@@ -135,6 +137,7 @@ class line_debt {
  private:
   enum class echo_t : uint8_t { unknown, yes, no };
 
+  uint64_t escape_due_at() const;
   uint64_t escape_ends_at() const;
   uint64_t silent_at(uint64_t last_byte) const;
   bool owes() const { return due_ > 0 || prompt_; }
@@ -154,6 +157,7 @@ class line_debt {
   uint32_t escapes_ = 0;   ///< for the prompt that is open
   uint64_t since_ = 0;     ///< when the exchange ended or the device was opened, if that was told
   uint64_t escaped_at_ = 0;
+  uint64_t refused_at_ = 0;  ///< when the modem did not take an ESC
   bool since_known_ = false;
   bool prompt_ = false;      ///< the modem waits for a body
   bool body_sent_ = false;   ///< in this exchange

@@ -15,10 +15,12 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "platform/linux/counters.h"
 #include "platform/linux/delivery.h"
@@ -44,6 +46,8 @@ constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening t
 constexpr uint32_t kOfferAgainMs = 20;
 constexpr size_t kReadSize = 4096;
 constexpr char kEscape[] = {0x1B};
+/// What takes a character off a command line that has not ended yet (ITU-T V.250).
+constexpr char kErase[] = "\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b";
 
 /// What the threads share. The lock is held while a binding begins or ends, and for the whole of a
 /// send.
@@ -66,6 +70,7 @@ struct channel_t {
 
   size_t size;         ///< bytes read last
   size_t used;         ///< those that the assembler has taken
+  size_t half;         ///< bytes of a command that the modem may hold without its end
   bool more_waiting;   ///< the last read left something behind
   bool refused;        ///< a delivery is to be offered again
   uint64_t looked_at;  ///< what the modem said before this has been read: silence is known so far
@@ -164,6 +169,7 @@ bool hand_over() {
 void close_device() {
   modem_device_close(channel.device);
   channel.device = {};
+  channel.half = 0;
   channel.more_waiting = false;
   assembler.link_lost();
   line_memory_keep(assembler.debt().balance());
@@ -282,8 +288,8 @@ void read_device(short revents, uint64_t asked_at) {
 
 /// A prompt that nobody answers would take the next command for a message.
 void escape_prompt() {
-  modem_device_write(channel.device, kEscape, sizeof(kEscape));
-  assembler.debt().escaped(channel.looked_at);
+  const bool taken = modem_device_write(channel.device, kEscape, sizeof(kEscape)) != 0;
+  assembler.debt().escaped(channel.looked_at, taken);
 }
 
 /// Between two exchanges: what an earlier one is still owed is collected.
@@ -308,26 +314,49 @@ void mind_line() {
 int wait_for_room(uint64_t deadline) {
   const uint64_t now = monotonic_ms();
   if (now >= deadline) return ETIMEDOUT;
-  pollfd source = device_source(POLLOUT);
-  const int ready = poll(&source, 1, sooner_ms(due_in_ms(now), static_cast<int>(deadline - now)));
-  if (ready < 0) return errno == EINTR ? 0 : errno;
-  read_device(source.revents, now);
+  pollfd sources[] = {device_source(POLLOUT), served_client_source()};
+  if (served_client_is_dead()) sources[1].fd = -1;
+  const int wait_ms = sooner_ms(due_in_ms(now), static_cast<int>(deadline - now));
+  if (poll(sources, 2, wait_ms) < 0) return errno == EINTR ? 0 : errno;
+  served_client_polled(sources[1]);
+  read_device(sources[0].revents, now);
   return is_open() ? 0 : EIO;
 }
 
+/// @param left  the bytes that are still to go out; behind an error those that did not
 /// @return 0, else an errno value
-int write_device(const char* data, size_t size) {
+int write_device(std::string_view* left) {
   const uint64_t deadline = monotonic_ms() + kSendPatienceMs;
   for (;;) {
-    const ssize_t taken = modem_device_write(channel.device, data, size);
+    const ssize_t taken = modem_device_write(channel.device, left->data(), left->size());
     if (taken < 0) return errno;
-    data += taken;
-    size -= static_cast<size_t>(taken);
-    if (size == 0) return 0;
+    left->remove_prefix(static_cast<size_t>(taken));
+    if (left->empty()) return 0;
     const int error = wait_for_room(deadline);
     if (error == ETIMEDOUT) modem_device_discard_output(channel.device);
     if (error != 0) return error;
   }
+}
+
+/// A command must not be taken for the rest of one that did not get out whole.
+int erase_half() {
+  while (channel.half > 0) {
+    std::string_view left(kErase, std::min(channel.half, sizeof(kErase) - 1));
+    const size_t size = left.size();
+    const int error = write_device(&left);
+    channel.half -= size - left.size();
+    if (error != 0) return error;
+  }
+  return 0;
+}
+
+int write_command(std::string_view text) {
+  std::string_view left = text;
+  const int error = write_device(&left);
+  if (error == 0 || !is_open() || left.size() == text.size()) return error;
+  channel.half = text.size() - left.size();
+  assembler.debt().cut_short();
+  return error;
 }
 
 /// The first command of all is sent before anybody asks whether the line is clean. The server reads
@@ -356,10 +385,11 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (data == nullptr || length == 0) return -1;
   pthread_mutex_lock(&binding_lock);
   int error = refusal_to_send(number);
+  if (error == 0) error = erase_half();
   if (error == 0) {
     assembler.sent(data, length);
     line_memory_keep(assembler.debt().balance());
-    error = write_device(data, length);
+    error = write_command({data, length});
   }
   pthread_mutex_unlock(&binding_lock);
   if (error != 0) {

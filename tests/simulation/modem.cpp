@@ -53,6 +53,8 @@ void modem::reset() {
 void modem::say_line(const std::string& line) {
   if (line_.empty() || !has_echo_) {
     output_ += "\r\n" + line + "\r\n";
+    if (line.starts_with("NO CARRIER")) said_.about_a_call.push_back(fake::now());
+    if (line.starts_with("RDY")) said_.lines[line] = fake::now();
     return;
   }
   fake::at(10, [self = weak_from_this(), line] {
@@ -78,6 +80,7 @@ void modem::work() {
 }
 
 void modem::take_command_byte(char byte) {
+  if (byte == '\b') return erase();
   if (has_echo_) output_ += byte;
   if (byte != '\r') {
     if (byte >= ' ') line_ += byte;
@@ -87,10 +90,18 @@ void modem::take_command_byte(char byte) {
   run(std::exchange(line_, ""));
 }
 
+void modem::erase() {
+  if (line_.empty()) return;
+  line_.pop_back();
+  if (has_echo_) output_ += "\b \b";
+}
+
 void modem::run(const std::string& line) {
   const std::string command = upper(line);
   const std::vector<std::string> tags = tags_in(line);
   const std::string tag = tags.empty() ? "" : tags[0];
+  if (std::any_of(tags.begin(), tags.end(), [&](const std::string& t) { return t != tag; }))
+    throw broken_rule("one command of two: " + line);
   if (!command.starts_with("AT")) return;
   if (command.starts_with("ATE")) {
     has_echo_ = command[3] == '1';

@@ -53,6 +53,7 @@ class modem : public std::enable_shared_from_this<modem> {
   void later(uint32_t after, std::function<void()> happens);
   void work();
   void take_command_byte(char byte);
+  void erase();
   void take_message_byte(char byte);
   void run(const std::string& line);
   void prompt();

@@ -57,7 +57,7 @@ short events_of(const pollfd& source) {
   }
   if (source.fd < kFirstDevice) return 0;
   if (is_gone(source.fd)) return POLLHUP;
-  const int ready = (channel->said.empty() ? 0 : POLLIN) | POLLOUT;
+  const int ready = (channel->said.empty() ? 0 : POLLIN) | (channel->is_stalled ? 0 : POLLOUT);
   return static_cast<short>(ready & source.events);
 }
 
@@ -86,6 +86,12 @@ real_channel::~real_channel() {
 void real_channel::unplug() {
   device = 0;
   said.clear();
+}
+
+void real_channel::stall() {
+  is_stalled = true;
+  on_stall();
+  fake::at(static_cast<uint32_t>(below(8000)), [this] { is_stalled = false; });
 }
 
 void real_channel::forget_process() {
@@ -169,8 +175,9 @@ ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t siz
 ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size) {
   errno = EIO;
   if (is_gone(device.fd)) return -1;
+  if (channel->is_stalled) return 0;
   const size_t taken = one_in(20) ? 1 + channel->below(size) : size;
-  if (taken == 0) return 0;
+  if (taken < size && one_in(20)) channel->stall();
   note(">", {data, taken});
   later_if_broken([&] { channel->on_write({data, taken}); });
   channel->has_begun_write = taken < size;

@@ -29,15 +29,19 @@ class real_channel : public fake::line {
   bool has_begun_write = false;  ///< the next bytes for the modem are the rest
   /// Bytes for the modem.
   std::function<void(std::string_view)> on_write;
+  /// The modem takes no more bytes, for a while.
+  std::function<void()> on_stall;
   std::set<int32_t> dead;     ///< clients
   int32_t served = 0;         ///< the client whose request was taken last
   std::string said;           ///< by the modem, and not read yet
   bool kills_server = false;  ///< at its next wait
   std::exception_ptr broken;  ///< a rule, to be told at the next wait
 
+  bool is_stalled = false;
   void plug() { device = ++devices_; }
   /// What was not read is lost.
   void unplug();
+  void stall();
   /// The process has died; another binds the channel. What the modem says meanwhile waits for it.
   void forget_process();
 
