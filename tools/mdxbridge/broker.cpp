@@ -186,6 +186,11 @@ void broker_t::fail(const std::string& reason) {
   if (!failure_.empty()) return;
   failure_ = reason;
   if (!log_.empty()) failure_ += " (" + log_ + ')';
+  if (log_.find("certificate verify failed") == std::string::npos) return;
+  failure_ +=
+      "; look whether the broker's certificate is for this name, is signed by whom ca-file holds, "
+      "and "
+      "has not expired";
 }
 
 void broker_t::check(int error, const char* what) {
