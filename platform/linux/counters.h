@@ -67,14 +67,14 @@ void counter_raise_to(mdx_counter_t counter, uint64_t value);
 /// The name that `platform stats` shows; lives for the process.
 const char* counter_name(mdx_counter_t counter);
 
-/// Whether one more of what `counter` counts is to be traced; tells how many were not.
-bool drop_is_traced(trace_limit& limit, mdx_counter_t counter, uint32_t level);
+/// Counts what is dropped, and traces it where the level is on and `limit` allows; tells how many
+/// were not traced. Call MDX_DROP.
+void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const char* format, ...)
+    __attribute__((format(printf, 4, 5), cold));
 
 /// The one way something is dropped: counted under its reason, and traced, of many the first few.
-#define MDX_DROP(counter, level, ...)                                              \
-  do {                                                                             \
-    static constinit trace_limit mdx_drop_limit;                                   \
-    counter_add(counter);                                                          \
-    if (drop_is_traced(mdx_drop_limit, counter, level))                            \
-      KRP_TRACE_PrintInfo("platform", __LINE__, 0, "mdxgate", level, __VA_ARGS__); \
+#define MDX_DROP(counter, level, ...)                                       \
+  do {                                                                      \
+    static constinit trace_limit mdx_drop_limit;                            \
+    mdx_drop(mdx_drop_limit, counter, MDX_TRACE_PLACE(level), __VA_ARGS__); \
   } while (false)

@@ -21,6 +21,7 @@
 #include <iterator>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/trace_limit.h"
 #include "platform/mdx_platform.h"
 
 constinit std::atomic<uint32_t> mdx_trace_mask{MDX_TRACE_ERROR | MDX_TRACE_MISSING};
@@ -123,20 +124,61 @@ void write_text(uint32_t level, char* text, size_t length) {
   if (outputs.terminal >= 0) write_terminal(text, length);
 }
 
+struct origin_t {
+  const char* source;
+  int line;
+  const char* module;
+  uint32_t level;
+};
+
+origin_t origin_at(const char* source, uint32_t place) {
+  return {source, static_cast<int>(place / 256), "mdxgate", place % 256};
+}
+
+bool is_on(uint32_t level) { return (mdx_trace_mask.load(std::memory_order_relaxed) & level) != 0; }
+
+void write_trace(const origin_t& origin, const char* format, va_list values) {
+  const int saved_errno = errno;
+  char text[kTraceSize];
+  const int head =
+      snprintf(text, sizeof(text), "%.32s %.32s:%d: ", origin.module, origin.source, origin.line);
+  const auto used = static_cast<size_t>(head);
+  const int body = vsnprintf(text + used, sizeof(text) - used, format, values);
+  write_text(origin.level, text, used + (body > 0 ? static_cast<size_t>(body) : 0));
+  errno = saved_errno;
+}
+
 }  // namespace
 
 void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, uint32_t level,
                          const char* format, ...) {
-  const int saved_errno = errno;
-  char text[kTraceSize];
-  const int head = snprintf(text, sizeof(text), "%.32s %.32s:%d: ", module, source, line);
-  const auto used = static_cast<size_t>(head);
   va_list values;
   va_start(values, format);
-  const int body = vsnprintf(text + used, sizeof(text) - used, format, values);
+  write_trace({source, line, module, level}, format, values);
   va_end(values);
-  write_text(level, text, used + (body > 0 ? static_cast<size_t>(body) : 0));
-  errno = saved_errno;
+}
+
+void mdx_trace(const char* source, uint32_t place, const char* format, ...) {
+  const origin_t origin = origin_at(source, place);
+  if (!is_on(origin.level)) return;
+  va_list values;
+  va_start(values, format);
+  write_trace(origin, format, values);
+  va_end(values);
+}
+
+void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const char* format, ...) {
+  counter_add(counter);
+  const origin_t origin = origin_at("platform", place);
+  uint32_t left_out = 0;
+  if (!is_on(origin.level) || !limit.lets_through(MDX_elapse(), &left_out)) return;
+  if (left_out != 0)
+    MDX_TRACE("platform", origin.level, "%u more were not traced: %s\n", left_out,
+              counter_name(counter));
+  va_list values;
+  va_start(values, format);
+  write_trace(origin, format, values);
+  va_end(values);
 }
 
 void mlog_print(const char* module, int32_t, const char* text) {

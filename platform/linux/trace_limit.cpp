@@ -4,9 +4,6 @@
 
 #include <algorithm>
 
-#include "platform/linux/counters.h"
-#include "platform/mdx_platform.h"
-
 bool trace_limit::lets_through(uint32_t now_ms, uint32_t* left_out) {
   uint32_t spent = spent_;
   const uint32_t earned = spent == 0 ? 0 : std::min((now_ms - since_) / kPauseMs, spent);
@@ -21,13 +18,4 @@ bool trace_limit::lets_through(uint32_t now_ms, uint32_t* left_out) {
     ++left_out_;
   }
   return through;
-}
-
-bool drop_is_traced(trace_limit& limit, mdx_counter_t counter, uint32_t level) {
-  if ((mdx_trace_mask.load(std::memory_order_relaxed) & level) == 0) return false;
-  uint32_t left_out = 0;
-  if (!limit.lets_through(MDX_elapse(), &left_out)) return false;
-  if (left_out != 0)
-    MDX_TRACE("platform", level, "%u more were not traced: %s\n", left_out, counter_name(counter));
-  return true;
 }

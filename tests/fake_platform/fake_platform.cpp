@@ -517,6 +517,14 @@ void KRP_TRACE_PrintInfo(const char* source, int, int, const char*, uint32_t lev
   va_end(values);
 }
 
+void mdx_trace(const char* source, uint32_t place, const char* format, ...) {
+  if ((mdx_trace_mask & place % 256) == 0) return;
+  va_list values;
+  va_start(values, format);
+  record(kind::TRACE, source, format_text(format, values)).level = place % 256;
+  va_end(values);
+}
+
 void mlog_print(const char* module, int32_t, const char* text) {
   record(kind::CALL, "mlog_print", std::string(module) + " " + text);
 }
