@@ -3,8 +3,8 @@
 // Modem data that waits for the state machine.
 //
 // The task that reads the modem also takes the elements: it reads on while it waits for one. Others
-// may send and receive too. All room is taken when the queue is created. A queue may be deleted
-// under a waiting thread, which finds its generation gone.
+// may send and receive too. A queue may be deleted under a waiting thread, which finds its
+// generation gone.
 
 #include "platform/linux/nas_queue.h"
 
@@ -12,7 +12,6 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -26,19 +25,20 @@ namespace {
 constexpr int32_t kRoomWaitMs = 1000;
 constexpr int32_t kMaxDepth = 4096;
 constexpr int32_t kMaxElementSize = 65536;
+constexpr size_t kRoom = 16 * 1024;  // for the elements and their lengths
 
 struct nas_queue_t {
   pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
   bool ready = false;  ///< `changed` has got the monotonic clock
   uint32_t generation = 0;
-  char* slots = nullptr;  ///< null: no queue; each slot is a length and an element
-  size_t depth = 0;
+  size_t depth = 0;  ///< 0: no queue
   size_t element_size = 0;
   size_t head = 0;
   size_t count = 0;
 };
 constinit nas_queue_t queue;
+constinit char slots[kRoom] = {};  ///< each is a length and an element
 
 class queue_lock {
  public:
@@ -60,8 +60,8 @@ class queue_lock {
 };
 
 size_t slot_size() { return sizeof(uint32_t) + queue.element_size; }
-char* slot_at(size_t position) { return queue.slots + position % queue.depth * slot_size(); }
-bool is_queue(int32_t id) { return id == kNasQueueNumber && queue.slots != nullptr; }
+char* slot_at(size_t position) { return slots + position % queue.depth * slot_size(); }
+bool is_queue(int32_t id) { return id == kNasQueueNumber && queue.depth != 0; }
 bool has_room() { return queue.count < queue.depth; }
 bool has_element() { return queue.count > 0; }
 
@@ -132,37 +132,36 @@ bool make_condition_ready() {
 
 int32_t nas_queue_find() {
   const queue_lock lock;
-  return queue.slots != nullptr ? kNasQueueNumber : -1;
+  return queue.depth != 0 ? kNasQueueNumber : -1;
 }
 
 bool nas_queue_is_full() {
   const queue_lock lock;
-  return queue.slots != nullptr && !has_room();
+  return queue.depth != 0 && !has_room();
 }
 
 bool nas_queue_is_empty() {
   const queue_lock lock;
-  return queue.slots == nullptr || !has_element();
+  return queue.depth == 0 || !has_element();
 }
 
 int32_t MDX_msgQ_create(int32_t number, int32_t depth, int32_t size) {
   const queue_lock lock;
-  if (number != kNasQueueNumber || queue.slots != nullptr) return -1;
+  if (number != kNasQueueNumber || queue.depth != 0) return -1;
   if (depth <= 0 || depth > kMaxDepth || size <= 0 || size > kMaxElementSize) return -1;
-  if (!make_condition_ready()) return -1;
-  queue.depth = static_cast<size_t>(depth);
   queue.element_size = static_cast<size_t>(size);
+  if (static_cast<size_t>(depth) * slot_size() > kRoom || !make_condition_ready()) return -1;
+  queue.depth = static_cast<size_t>(depth);
   queue.head = 0;
   queue.count = 0;
-  queue.slots = static_cast<char*>(calloc(queue.depth, slot_size()));
-  return queue.slots != nullptr ? kNasQueueNumber : -1;
+  return kNasQueueNumber;
 }
 
 void MDX_msgQ_delete(int32_t id) {
   const queue_lock lock;
   if (!is_queue(id)) return;
-  free(queue.slots);
-  queue.slots = nullptr;
+  queue.depth = 0;
+  queue.count = 0;
   ++queue.generation;
   tell_change();
 }

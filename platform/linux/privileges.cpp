@@ -50,7 +50,7 @@ bool set_capabilities(uint32_t kept, uint32_t usable) {
 /// @return what was refused, null when the process is the other user now
 const char* change_user(const mdx_identity_t& identity) {
   const gid_t group = identity.has_group ? identity.group : identity.user_group;
-  if (initgroups(kMdxUser, identity.user_group) != 0) return "its groups";
+  if (setgroups(identity.count, identity.groups) != 0) return "its groups";
   if (setresgid(group, group, group) != 0) return "its group";
   if (setresuid(identity.user, identity.user, identity.user) != 0) return "its user id";
   return nullptr;

@@ -5,6 +5,9 @@
 #include <signal.h>
 
 #include <cstring>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "platform/linux/privileges.h"
 #include "platform/mdx_platform.h"
@@ -19,10 +22,18 @@ void* run(void* entry) {
   return nullptr;
 }
 
+/// No thread allocates often, and each would get a heap of its own.
+void share_heap() {
+#ifdef __GLIBC__
+  mallopt(M_ARENA_MAX, 1);
+#endif
+}
+
 }  // namespace
 
 pthread_t MDX_pthread_create(int, int, int, void (*entry)(), int) {
   if (entry == nullptr) return 0;
+  share_heap();
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

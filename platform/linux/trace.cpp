@@ -172,9 +172,10 @@ void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const c
   const origin_t origin = origin_at("platform", place);
   uint32_t left_out = 0;
   if (!is_on(origin.level) || !limit.lets_through(MDX_elapse(), &left_out)) return;
-  if (left_out != 0)
+  if (left_out != 0) {
     MDX_TRACE("platform", origin.level, "%u more were not traced: %s\n", left_out,
               counter_name(counter));
+  }
   va_list values;
   va_start(values, format);
   write_trace(origin, format, values);
