@@ -52,7 +52,7 @@ int open_event_fifo() {
   char path[kEventPathSize] = {};
   const ssize_t length = readlink(kMdxServerLink, path, sizeof(path));
   if (length < 0) return -1;
-  // Anyone of the group may write to the directory, so the link is not followed just anywhere.
+  // It leads to a server's FIFO or to nothing of ours.
   if (length == static_cast<ssize_t>(sizeof(path)) ||
       std::strncmp(path, kMdxEventPrefix, sizeof(kMdxEventPrefix) - 1) != 0) {
     errno = ENOENT;

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -38,6 +39,20 @@ kept_t* map(int fd) {
   return page == MAP_FAILED ? nullptr : static_cast<kept_t*>(page);
 }
 
+/// The reading task keeps while another thread takes a new place.
+void copy(line_balance_t from, line_balance_t* to) {
+  std::atomic_ref(to->results).store(from.results, std::memory_order_relaxed);
+  std::atomic_ref(to->prompt).store(from.prompt, std::memory_order_relaxed);
+  std::atomic_ref(to->echo).store(from.echo, std::memory_order_relaxed);
+}
+
+line_balance_t balance_in(kept_t* place) {
+  line_balance_t& balance = place->balance;
+  return {std::atomic_ref(balance.results).load(std::memory_order_relaxed),
+          std::atomic_ref(balance.prompt).load(std::memory_order_relaxed),
+          std::atomic_ref(balance.echo).load(std::memory_order_relaxed)};
+}
+
 bool is_believable(const kept_t& found) {
   return found.format == kFormat && found.balance.results <= kBelievable &&
          found.balance.prompt <= 2 && found.balance.echo <= 1;
@@ -50,12 +65,12 @@ void line_memory_attach(int lock_fd) {
   if (place == nullptr) return;
   kept_t* before = kept.load();
   if (before == nullptr && is_believable(*place)) left = place->balance;
-  *place = {kFormat, before != nullptr ? before->balance : left};
+  *place = {kFormat, before != nullptr ? balance_in(before) : left};
   kept.store(place);  // who still writes to the one before does no harm: it stays mapped
 }
 
-line_balance_t line_memory_left() { return left; }
+line_balance_t line_memory_left() { return std::exchange(left, {}); }
 
 void line_memory_keep(line_balance_t balance) {
-  if (kept_t* place = kept.load(std::memory_order_relaxed)) place->balance = balance;
+  if (kept_t* place = kept.load(std::memory_order_relaxed)) copy(balance, &place->balance);
 }

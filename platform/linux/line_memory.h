@@ -13,7 +13,8 @@
 /// before goes along. Without a place nothing is remembered.
 void line_memory_attach(int lock_fd);
 
-/// What the process before this one left; nothing when it is the first. For the first opening.
+/// What the process before this one left; nothing when it is the first, and from the second call
+/// on: the first opening collects it.
 line_balance_t line_memory_left();
 
 void line_memory_keep(line_balance_t balance);

@@ -190,9 +190,8 @@ void lose_device() {
   if (log_news.gone(MDX_elapse())) tell_gone();
 }
 
-/// What somebody wrote to the modem without finding out what it did is no command of ours. What it
-/// says is sorted like everything else: the news in it counts.
-/// What a server before this one had asked it will answer to this one.
+/// What is still on its way to the modem is no command of ours. What the modem says is sorted like
+/// everything else, since the news in it counts; what an earlier server asked it answers to us.
 void begin_listening(uint64_t now) {
   modem_device_discard_output(channel.device);
   assembler.debt().opened(now, channel.was_open ? line_balance_t{} : line_memory_left());

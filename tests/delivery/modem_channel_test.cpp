@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <termios.h>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/line_memory.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/mdx_platform.h"
 
@@ -247,6 +249,24 @@ TEST_F(ModemChannel, CollectsWhatAnExchangeIsOwed) {
   say("\r\nOK\r\n");
   EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
   EXPECT_EQ(counter_value(COUNT_PROMPTS_ESCAPED), escapes + 1);
+}
+
+TEST_F(ModemChannel, IsOwedOnlyOnceWhatAnEarlierServerLeft) {
+  const uint32_t left_behind[] = {0x4D444C32, 1, 0, 0};
+  const int lock = memfd_create("lock", 0);
+  ASSERT_EQ(write(lock, left_behind, sizeof(left_behind)), ssize_t{sizeof(left_behind)});
+  line_memory_attach(lock);
+  for (const uint64_t owed : {1u, 0u}) {
+    ASSERT_NO_FATAL_FAILURE(plug());
+    ASSERT_TRUE(soon([&] { return bind(); }));
+    const uint64_t absorbed = counter_value(COUNT_LATE_ANSWERS_ABSORBED);
+    say("\r\nOK\r\n");
+    EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
+    EXPECT_EQ(counter_value(COUNT_LATE_ANSWERS_ABSORBED), absorbed + owed);
+    Q7_App_Ungister();
+    unplug();
+  }
+  close(lock);
 }
 
 TEST_F(ModemChannel, MayBeASocket) {
