@@ -2,9 +2,12 @@
 """What people do with a modem without knowing AT: signal, network, sim, modem, ussd, wait, init, watch --exec."""
 
 import json
+import os
 import pathlib
 import re
 import signal
+import subprocess
+import termios
 import time
 import unittest
 
@@ -111,6 +114,30 @@ class Daily(DeviceTest):
         self.assertNotIn("1111", err)
         self.assertEqual(self.ctl("sim", "unlock", "--pin-file", str(pin), "--last-try")[0], OK)
         self.assertEqual(self.ctl("wait", "sim", "--timeout", "30")[0], OK)
+
+    def test_interrupt_leaves_nothing_behind(self):
+        """Neither a terminal that shows nothing nor a dialogue that nobody ends."""
+        script = pathlib.Path("/tmp/modem.script")
+        script.write_text("on AT+CPIN? -> +CPIN: SIM PIN | OK\non AT+CUSD=1* -> OK\non AT+CUSD=2 -> OK\n"
+                          "expect AT+CUSD=2\n")
+        self.start_device("--quiet", "--script", str(script))
+        master, slave = os.openpty()
+        asking = subprocess.Popen(("mdxctl", "sim", "unlock", "--last-try"), stdin=slave, stderr=subprocess.DEVNULL)
+        shows = lambda: bool(termios.tcgetattr(slave)[3] & termios.ECHO)
+        wait_until(lambda: not shows(), PATIENCE_S, "it asks for the PIN")
+        asking.send_signal(signal.SIGINT)
+        self.assertEqual(asking.wait(PATIENCE_S), -signal.SIGINT)
+        self.assertTrue(shows())
+        os.close(master)
+        os.close(slave)
+        sent = lambda: int(re.search(r"^commands (\d+)", self.console("platform", "stats"), re.M)[1])
+        before = sent()
+        waiting = self.start_client("ussd", "*1#", "--timeout", "600")
+        wait_until(lambda: sent() >= before + 2, PATIENCE_S, "the modem took the code")
+        waiting.send_signal(signal.SIGINT)
+        self.assertEqual(self.finish(waiting)[0], -signal.SIGINT)
+        self.stop(self.modem)
+        self.assertEqual(self.modem.returncode, 0, "the dialogue was ended: " + self.log_of(self.modem))
 
     def test_wait(self):
         self.assertEqual(self.ctl("wait", "modem", "--timeout", "0")[0], NO_ANSWER)

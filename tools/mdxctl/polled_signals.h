@@ -9,12 +9,16 @@
 
 #include <initializer_list>
 
-/// Blocks the signals for good.
+/// Blocks the signals for good, but for those that this program was told to ignore, as by nohup.
 /// @return a descriptor to read them from, or -1; the caller's
 inline int signals_to_poll(std::initializer_list<int> numbers) {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int number : numbers) sigaddset(&signals, number);
+  for (const int number : numbers) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    if (action.sa_handler != SIG_IGN) sigaddset(&signals, number);
+  }
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }

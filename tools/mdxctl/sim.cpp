@@ -14,6 +14,7 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/output.h"
+#include "tools/mdxctl/typed_line.h"
 
 using nlohmann::ordered_json;
 
@@ -87,8 +88,9 @@ std::string state_text(const std::string& state) {
 
 // Unlocking
 
-/// Typed without being shown.
+/// Typed without being shown. Whatever ends that, the terminal shows again what is typed.
 std::string pin_from_terminal() {
+  const int stop_fd = signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
   std::cerr << "PIN: " << std::flush;
   termios before{};
   tcgetattr(STDIN_FILENO, &before);
@@ -96,9 +98,10 @@ std::string pin_from_terminal() {
   silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
   tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
   std::string pin;
-  std::getline(std::cin, pin);
+  const int signal = read_typed_line(stop_fd, &pin);
   tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
   std::cerr << std::endl;
+  if (signal != 0) end_by_signal(signal);
   return pin;
 }
 

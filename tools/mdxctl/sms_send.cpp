@@ -163,7 +163,7 @@ class report_waiter_t {
 
   /// Waits until it is known of each part what became of it.
   void wait(int32_t seconds, bool json, progress_t* progress) {
-    stop_fd_ = signals_to_poll({SIGINT, SIGTERM});
+    stop_fd_ = signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
     const auto deadline = clock_type::now() + std::chrono::seconds(seconds);
     std::vector<int32_t> open = progress->references;
     while (!open.empty()) {

@@ -38,7 +38,7 @@ class sms_watcher_t {
       : arguments_(arguments), store_(arguments.timeout_s.value_or(kTimeoutS)) {
     const int error = hear_from_now_on(&subscription_);
     if (error != MDX_OK) throw sms_failure_t(exit_code_of_error(error), error_text(error));
-    stop_fd_ = signals_to_poll({SIGINT, SIGTERM});
+    stop_fd_ = signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
     turn_on();
   }
   ~sms_watcher_t() {

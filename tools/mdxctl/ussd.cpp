@@ -13,7 +13,10 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/output.h"
+#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/report_wait.h"
+#include "tools/mdxctl/request.h"
+#include "tools/mdxctl/typed_line.h"
 #include "tools/mdxctl/ussd_text.h"
 
 using nlohmann::ordered_json;
@@ -21,6 +24,7 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr int32_t kNetworkTimeoutS = 60;
+constexpr char kEnd[] = "AT+CUSD=2";
 
 /// What the network said.
 struct said_t {
@@ -59,12 +63,20 @@ class dialogue_t {
       : arguments_(arguments),
         timeout_s_(arguments.timeout_s.value_or(kNetworkTimeoutS)),
         modem_(timeout_s_),
-        replies_(arguments.replies.begin(), arguments.replies.end()) {}
+        replies_(arguments.replies.begin(), arguments.replies.end()),
+        stop_fd_(signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT})) {}
+  ~dialogue_t() {
+    before_signal_ends(nullptr);
+    close(stop_fd_);
+  }
+  dialogue_t(const dialogue_t&) = delete;
+  dialogue_t& operator=(const dialogue_t&) = delete;
 
   int run() {
     if (reports_.error() != MDX_OK)
       return fail(exit_code_of_error(reports_.error()), error_text(reports_.error()));
     const reply_t charset = modem_.ask("AT+CSCS?");
+    before_signal_ends(end_left);
     charset_ = text_in(answer_fields(charset.text, "+CSCS:"), 0);
     for (std::string code = arguments_.code; !code.empty();) {
       said_t said;
@@ -89,7 +101,8 @@ class dialogue_t {
     }
     if (!reply.ok()) return reply;
     const auto wanted = [&](const mdx_packet_t& packet) { return take_said(packet, said); };
-    const int error = reports_.wait(wanted, std::chrono::seconds(timeout_s_));
+    const int error = reports_.wait(wanted, std::chrono::seconds(timeout_s_), stop_fd_);
+    if (error == report_wait_t::kStopped) end_by(next_signal(stop_fd_));
     if (error == MDX_ERR_TIMEOUT) {
       end();
       return {EXIT_NO_ANSWER, "",
@@ -111,13 +124,27 @@ class dialogue_t {
     std::string reply;
     do {
       std::cerr << "reply (nothing ends it): " << std::flush;
-      if (!std::getline(std::cin, reply)) reply.clear();
+      if (const int signal = read_typed_line(stop_fd_, &reply); signal != 0) end_by(signal);
       if (!reply.empty() && !is_ussd(reply)) std::cerr << kMistake << std::endl;
     } while (!reply.empty() && !is_ussd(reply));
     return reply;
   }
 
-  void end() const { modem_.ask("AT+CUSD=2"); }
+  void end() const { modem_.ask(kEnd); }
+
+  /// The same for a client that a signal ends, with which the modem may still be at work.
+  static void end_left() {
+    const client_session_t fresh;
+    mdx_result_t result = MDX_RESULT_INIT;
+    mdx_send(fresh.client(), kEnd, nullptr, &result);
+  }
+
+  [[noreturn]] void end_by(int signal) const {
+    std::cerr << std::endl;
+    tell("interrupted; the dialogue is ended");
+    end();
+    end_by_signal(signal);
+  }
 
   void show(const said_t& said) {
     steps_.push_back({{"text", said.text}, {"state", state_name(said.state)}});
@@ -153,6 +180,7 @@ class dialogue_t {
   modem_query_t modem_;
   report_wait_t reports_;
   std::deque<std::string> replies_;
+  int stop_fd_;
   std::string charset_;
   ordered_json steps_ = ordered_json::array();
 };
@@ -162,7 +190,7 @@ class dialogue_t {
 int run_ussd(const ussd_arguments_t& arguments) {
   if (arguments.cancel) {
     const modem_query_t modem(arguments.timeout_s.value_or(kQuestionTimeoutS));
-    const reply_t reply = modem.ask("AT+CUSD=2");
+    const reply_t reply = modem.ask(kEnd);
     if (!reply.ok()) return fail_with(reply.code, reply.error, arguments.json);
     if (arguments.json) print_json({{"cancelled", true}});
     return EXIT_OK;
