@@ -188,6 +188,23 @@ TEST(Privacy, AnswersWithoutIdentities) {
   EXPECT_EQ(withheld_by_command("AT+COPS?", {}), "");
 }
 
+TEST(Privacy, NamesOfCommandsInTheJournal) {
+  // clang-format off
+  const struct { const char* command; const char* shown; } cases[] = {
+    {"AT+CPIN=\"4711\"", "AT+CPIN=..."},
+    {"ATD+4915112345;",  "ATD+...;"   },
+    {"AT+CSQ;D0151",     "AT+CSQ;D..."},
+    {"ATE0V1",           "ATE0V1"     },
+    {"AT+CREG?",         "AT+CREG?"   },
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    request_t request;
+    request.command = c.command;
+    EXPECT_EQ(request.name(), c.shown);
+  }
+}
+
 TEST(Privacy, UnknownPacketsStay) {
   mdx_packet_t packet = MDX_PACKET_INIT;
   packet.kind = MDX_KIND_NOTIFICATION;

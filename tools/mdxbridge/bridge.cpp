@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <utility>
 
 #include "tools/mdxbridge/figures.h"
@@ -150,7 +151,7 @@ bridge_t::time_point bridge_t::next_due() const {
   time_point due = clock_type::now() + std::chrono::hours(1);
   due = std::min(due, broker_ ? broker_->due() : connect_at_);
   if (hub_ == nullptr) due = std::min(due, subscribe_at_);
-  if (settings_.stats_s > 0) due = std::min(due, stats_at_);
+  if (settings_.stats_s > 0 && !once_) due = std::min(due, stats_at_);
   if (once_) due = std::min(due, clock_type::now() + seconds(1));
   return due;
 }
@@ -382,7 +383,7 @@ void bridge_t::take_command(const inbound_t& inbound) {
     return refuse(job, "a retained command would be run again with each connection");
   if (!job.correlation.empty()) {
     job.key = job.answer_topic + '\0' + job.correlation + '\0' +
-              std::string(inbound.payload.substr(0, kLongestRequest));
+              hex_of(std::hash<std::string_view>()(inbound.payload));
     if (is_repeat(job)) return;
   }
   if (!rate_.take(clock_type::now())) return refuse_flood(job);
@@ -424,8 +425,10 @@ void bridge_t::refuse(const job_t& job, const std::string& reason) {
 
 void bridge_t::refuse_flood(const job_t& job) {
   ++figures_.commands_refused;
-  if (flood_++ == 0)
-    log_command(job, "refused, as are all above " + std::to_string(settings_.rate) + " a second");
+  if (flood_++ == 0) {
+    journal("a command is refused, as are all above " + std::to_string(settings_.rate) +
+            " a second");
+  }
   answer(job, failure_object(job.request,
                              "too many commands: " + std::to_string(settings_.rate) +
                                  " a second are run; try again later",
@@ -439,13 +442,13 @@ void bridge_t::answer(const job_t& job, const ordered_json& object) {
 }
 
 void bridge_t::log_command(const job_t& job, const std::string& outcome) {
-  std::string line = job.request.name();
-  if (!job.client.empty()) line += " of " + job.client;
-  line += ": " + outcome;
-  if (flood_ > 1 && outcome.find("above") == std::string::npos)
-    line += " (" + std::to_string(flood_) + " others were refused as too many)";
-  if (outcome.find("above") == std::string::npos) flood_ = 0;
-  journal(line);
+  log_end_of_flood();
+  journal(job.request.name() + (job.client.empty() ? "" : " of " + job.client) + ": " + outcome);
+}
+
+void bridge_t::log_end_of_flood() {
+  const uint64_t untold = std::exchange(flood_, 0);
+  if (untold > 1) journal(std::to_string(untold - 1) + " more commands were refused as too many");
 }
 
 // What it tells of itself
@@ -496,6 +499,9 @@ void bridge_t::stop() {
     poll(&fd, 1, kTickMs);
     broker_->work();
   }
+  if (!reports_.empty())
+    journal(std::to_string(reports_.size()) +
+            " reports are lost, which the broker did not confirm");
 }
 
 }  // namespace mdxbridge

@@ -76,6 +76,7 @@ class bridge_t {
   void refuse(const job_t& job, const std::string& reason);
   void answer(const job_t& job, const nlohmann::ordered_json& object);
   void log_command(const job_t& job, const std::string& outcome);
+  void log_end_of_flood();
   void refuse_flood(const job_t& job);
 
   void publish_state(bool online);

@@ -71,6 +71,7 @@ struct broker_t::callbacks_t {
     broker_t& broker = self(object);
     if (reason != 0) return broker.fail("the broker refuses this client: " + reason_text(reason));
     broker.up_ = true;
+    broker.sent_something();
     broker.events_.up();
   }
 
@@ -202,15 +203,16 @@ int broker_t::fd() const { return client_ ? mosquitto_socket(client_.get()) : -1
 
 bool broker_t::wants_write() const { return client_ && mosquitto_want_write(client_.get()); }
 
-void broker_t::active() {
+void broker_t::sent_something() {
   if (up_) due_ = steady_clock::now() + keep_alive_ + std::chrono::seconds(1);
 }
 
 void broker_t::work() {
   if (!failure_.empty()) return;
   check(mosquitto_loop(client_.get(), 0, 1), "the connection is lost");
-  if (!up_ && steady_clock::now() >= due_) fail("the broker does not answer");
-  active();
+  if (steady_clock::now() < due_) return;
+  if (!up_) return fail("the broker does not answer");
+  sent_something();  // the library has, to keep the connection alive
 }
 
 void broker_t::subscribe(const std::string& topic, bool retained) {
@@ -233,7 +235,7 @@ int broker_t::publish(const message_t& message) {
                                          static_cast<int>(text.size()), text.data(), kQos,
                                          message.retain, properties);
   mosquitto_property_free_all(&properties);
-  active();
+  sent_something();
   if (error == MOSQ_ERR_SUCCESS) return mid;
   check(error, "cannot publish");
   return -1;

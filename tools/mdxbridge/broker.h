@@ -73,7 +73,7 @@ class broker_t {
   std::string set_up_tls(const settings_t& settings);
   void fail(const std::string& reason);
   void check(int error, const char* what);
-  void active();
+  void sent_something();
 
   events_t events_;
   std::string failure_;

@@ -40,6 +40,7 @@ class lane_t {
   void clear();
 
   bool empty() const { return messages_.empty(); }
+  size_t size() const { return messages_.size(); }
   size_t on_their_way() const { return sent_; }
   uint64_t dropped() const { return dropped_; }
 

@@ -115,6 +115,19 @@ std::string sms_refusal(const request_t& request, const settings_t& settings) {
   return mistake == MDX_SMS_FINE ? "" : mdx_sms_mistake_text(mistake);
 }
 
+/// What is dialled has no = in front of it.
+std::string without_numbers(const std::string& command) {
+  constexpr size_t kShortest = 3;
+  std::string shown;
+  for (size_t i = 0; i < command.size();) {
+    const size_t end = std::min(command.find_first_not_of("0123456789", i), command.size());
+    shown += end - i >= kShortest ? "..." : command.substr(i, end - i);
+    if (end < command.size()) shown += command[end];
+    i = end + 1;
+  }
+  return shown;
+}
+
 /// What was asked for, for those who ask for more than one thing.
 ordered_json begun_object(const request_t& request) {
   if (request.is_sms) return {{"sms", {{"number", request.number}}}};
@@ -126,7 +139,7 @@ ordered_json begun_object(const request_t& request) {
 
 std::string request_t::name() const {
   if (is_sms) return "sms";
-  return command.empty() ? "request" : shown_command(command);
+  return command.empty() ? "request" : without_numbers(shown_command(command));
 }
 
 request_t read_request(std::string_view payload, std::string* error) {
