@@ -36,6 +36,7 @@ class Bridge(FleetTest):
         shown = live.wait_for("report/EVT_AT_HCSQ")
         live.wait_for("report/EVT_AT_SIM_REFRESH")
         theirs = {packet["event"]: packet for packet in watcher.packets()}
+        watcher.end()
         own = ("time", "bridge", "number", "remembered")
         self.assertEqual(without(shown, *own), without(theirs["EVT_AT_HCSQ"], "time"))
         state = live.wait_for("dev1/state")
