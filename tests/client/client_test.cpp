@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <future>
@@ -338,6 +339,17 @@ TEST(Client, HandleIsOneThreads) {
     Handle own;
     EXPECT_EQ(mdx_send(own, "AT", nullptr, &result), MDX_OK);
   }).join();
+  const pid_t child = fork();
+  if (child == 0) {
+    mdx_result_t result = MDX_RESULT_INIT;
+    const int error = mdx_send(client, "AT", nullptr, &result);
+    mdx_close(client);
+    _exit(error == MDX_ERR_THREAD ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "a forked child is another task";
+  EXPECT_EQ(access(path, F_OK), 0) << "and takes nothing away from its parent";
   mdx_close(client);
   EXPECT_NE(access(path, F_OK), 0);
   ASSERT_EQ(mdx_open(&client), MDX_OK) << "and again after a close";
