@@ -103,12 +103,22 @@ void add_console(CLI::App& app, console_arguments_t& arguments, int& code) {
       ->required();
 }
 
-void add_shell(CLI::App& app, int& code) {
+#ifdef MDXCTL_TERMINAL
+void add_terminal(CLI::App& app, int& code) {
   add_command(app, "shell",
               "A prompt for AT commands, with history and completion; what the device is told is "
               "shown as it comes.\nLines with a PIN or password are not kept.",
               [&] { code = run_shell(); });
+  add_command(app, "top",
+              "Show the server at work on the whole screen, anew each second: state, modem, "
+              "commands and their latency, queues, signal, the last report of each kind, receivers "
+              "and what "
+              "they lost.\nq or Ctrl-C ends it.",
+              [&] { code = run_top(); });
 }
+#else
+void add_terminal(CLI::App&, int&) {}
+#endif
 
 void add_state(CLI::App& app, state_arguments_t& arguments, int& code) {
   CLI::App* state = add_command(
@@ -158,15 +168,6 @@ void add_status(CLI::App& app, status_arguments_t& arguments, int& code) {
       [&] { code = run_status(arguments); });
   status->add_flag("--json", arguments.json,
                    "one object: server, modem, queues, versions; null for what is not known");
-}
-
-void add_top(CLI::App& app, int& code) {
-  add_command(app, "top",
-              "Show the server at work on the whole screen, anew each second: state, modem, "
-              "commands and their latency, queues, signal, the last report of each kind, receivers "
-              "and what "
-              "they lost.\nq or Ctrl-C ends it.",
-              [&] { code = run_top(); });
 }
 
 void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
@@ -237,11 +238,10 @@ int main(int argc, char** argv) {
   add_sms(app, arguments.sms, code);
   add_report(app, arguments.report, code);
   add_console(app, arguments.console, code);
-  add_shell(app, code);
+  add_terminal(app, code);
   add_state(app, arguments.state, code);
   add_stats(app, arguments.stats, code);
   add_status(app, arguments.status, code);
-  add_top(app, code);
   add_watch(app, arguments.watch, code);
   add_modem_verbs(app, arguments.modem, code);
   try {
