@@ -33,6 +33,13 @@ int main(void) {
 }
 """
 
+# What procd does with a script, as far as it is used.
+PROCD = """
+procd_open_instance() { :; }
+procd_set_param() { [ "$1" != command ] || command=$2; }
+procd_close_instance() { $command >/dev/null 2>&1 & }
+"""
+
 CMAKE_PROJECT = """
 cmake_minimum_required(VERSION 3.16)
 project(use LANGUAGES C)
@@ -72,6 +79,18 @@ class Packages(DeviceTest):
             here.write_text(text.replace("/usr/sbin/", f"{ROOT}/usr/sbin/").replace("/usr/bin/", f"{ROOT}/usr/bin/"))
             self.assertEqual(run("systemd-analyze", "verify", "--man=no", here), "")
             run("systemd-analyze", "security", "--offline=yes", "--threshold=35", here)
+
+    def test_start_scripts(self):
+        """Without systemd: init runs one script, procd the other; the flag of an earlier life goes, and theirs with them."""
+        self.start_modem("--quiet")
+        init = SOURCES / "packaging/buildroot/S60mdxgate"
+        procd = f"procd_start() {{ {PROCD} }}; . {SOURCES}/packaging/openwrt/files/mdxgate.init"
+        for start, stop in ((f"sh {init} start", f"sh {init} restart && sh {init} stop"),
+                            (f"{procd}; procd_start; start_service", "kill $! && wait; service_stopped")):
+            READY_FLAG.touch()
+            script = f"{start} && mdxctl wait modem --timeout 60 && mdxctl at AT+CSQ && test -e {READY_FLAG} || exit 1; {stop}"
+            self.assertIn("+CSQ:", run("sh", "-c", script))
+            self.assertFalse(READY_FLAG.exists(), start)
 
     def test_serves_and_is_gone(self):
         """Installed by dpkg into a root of its own, started, used and removed."""
