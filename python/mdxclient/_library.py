@@ -157,8 +157,8 @@ def library() -> Any:
     try:
         loaded = ctypes.CDLL(NAME, use_errno=True)
     except OSError as error:
-        raise NoLibrary(f"{NAME} cannot be loaded ({error}): install the package libmdxclient0, or name the "
-                        "library's directory in LD_LIBRARY_PATH") from error
+        raise NoLibrary(f"{NAME} cannot be loaded ({error}): install mdxgate's client library (its package "
+                        "libmdxclient-dev has it), or name its directory in LD_LIBRARY_PATH") from error
     try:
         _declare(loaded)
     except AttributeError as error:

@@ -63,7 +63,8 @@ def run(*command, **options):
 def library_environment():
     libraries = ROOT / "usr/lib"
     return os.environ | {"PKG_CONFIG_PATH": str(libraries / "pkgconfig"),
-                         "LD_LIBRARY_PATH": str(libraries)}
+                         "LD_LIBRARY_PATH": str(libraries),
+                         "PYTHONPATH": str(SOURCES / "python")}
 
 
 class Packages(DeviceTest):

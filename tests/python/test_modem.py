@@ -24,6 +24,10 @@ OWN_NUMBER = "+15550100"  # of the simulated modem, which keeps what is sent to 
 OK = b"\r\nOK\r\n"
 
 
+def all_below(kind):
+    return [one for child in kind.__subclasses__() for one in (child, *all_below(child))]
+
+
 class Interrupted(Exception):
     pass
 
@@ -353,6 +357,8 @@ class ModemTest(DeviceTest):
         options = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
         for module in (mdxclient, sms, sys.modules["mdxclient._answer"]):
             self.assertEqual(doctest.testmod(module, optionflags=options).failed, 0)
+        page = (ROOT / "docs/man/python-mdxclient.3.scd").read_text()
+        self.assertEqual([error.__name__ for error in all_below(mdxclient.Error) if f"*{error.__name__}*" not in page], [])
         for document in ("README.md", "python/README.md"):
             blocks = re.findall(r"```python\n(.*?)```", (ROOT / document).read_text(), re.S)
             self.assertTrue(blocks)
