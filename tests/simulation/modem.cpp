@@ -50,15 +50,15 @@ void modem::reset() {
   line_.clear();
 }
 
-void modem::say_line(const std::string& line) {
-  if (line_.empty() || !has_echo_) {
+void modem::say_line(const std::string& line, int waits_left) {
+  if (line_.empty() || !has_echo_ || waits_left == 0) {
     output_ += "\r\n" + line + "\r\n";
     if (line.starts_with("NO CARRIER")) said_.about_a_call.push_back(fake::now());
     if (line.starts_with("RDY")) said_.lines[line] = fake::now();
     return;
   }
-  fake::at(10, [self = weak_from_this(), line] {
-    if (const auto alive = self.lock()) alive->say_line(line);
+  fake::at(10, [self = weak_from_this(), line, waits_left] {
+    if (const auto alive = self.lock()) alive->say_line(line, waits_left - 1);
   });
 }
 

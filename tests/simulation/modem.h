@@ -42,8 +42,8 @@ class modem : public std::enable_shared_from_this<modem> {
   void take(std::string_view bytes);
   /// Forgets all it was asked, and starts anew.
   void reset();
-  /// Says a whole line by itself, but not in the middle of an echo.
-  void say_line(const std::string& line);
+  /// Says a whole line by itself, but for a second not in the middle of an echo.
+  void say_line(const std::string& line, int waits_left = 100);
 
  private:
   using script_t = std::vector<std::pair<uint32_t, std::string>>;  ///< pauses and texts
