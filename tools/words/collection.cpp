@@ -76,6 +76,7 @@ std::vector<part_t> parts_of(std::string_view command) {
     parts.push_back(part_of(part));
     part.clear();
   }
+  if (quoted) parts.push_back(part_of(part));  // of a quote that never closes
   return parts;
 }
 
