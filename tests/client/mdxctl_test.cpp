@@ -219,6 +219,7 @@ TEST(Mdxctl, ChoosesHowToCollect) {
     {"AT+COPS=?",          "+COPS:",  true }, {"AT+CMGS=?",         "",       true }, {"AT+CSQ",             "",       true},
     {"AT+CSQ;+CREG?",      "+CREG:",  false}, {"ATE0+CREG?",        "+CREG:", false}, {"AT+CREG?;+CGREG?",   "REG:",   false},
     {"AT+X=\";+CREG?\"",   "",        true }, {"AT+CREG?;+CMGS=?",  "",       true }, {"ATD+CREG?",          "",       true},
+    {"AT+X=\"",            "",        true }, {"AT\"",              "",       true },
     {"ATI",                "",        true }, {"AT?",               "",       true }, {"A?",                 "",       true},
     {"",                   "",        true }, {"AT+?",              "",       true }, {"AT+CREG?;+CLIP?",    "",       true},
   };
