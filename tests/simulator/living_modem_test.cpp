@@ -184,15 +184,15 @@ TEST(LivingModem, MessagesComeInAsTheHostWantsThem) {
 
 TEST(LivingModem, ADeliveryIsReportedToWhoAskedForIt) {
   const std::string reported = "0021" + std::string(kPdu.substr(4)) + "\x1a";
-  const std::string stamp = "42101010001040";
   Host host;
   const auto send = [&](const std::string& settings) {
     host.say("AT+CNMI=2,0,0," + settings + ";+CMGS=20\r");
-    return host.say(reported) + host.hear(Time{1500});
+    const std::string answer = host.say(reported);
+    return answer + host.hear(Time{1500});
   };
   EXPECT_EQ(send("0"), lines("+CMGS: 31"));
   const std::string told = send("1");
-  EXPECT_THAT(told, HasSubstr("\r\n+CDS: 26\r\n0006200B914497381100000"));
+  EXPECT_THAT(told, HasSubstr("\r\n+CDS: 25\r\n0006200B914497381100F0"));
   EXPECT_TRUE(told.ends_with("00\r\n")) << told;
   EXPECT_EQ(host.say("AT+CNMA\r"), "\r\n+CMS ERROR: 340\r\n") << "not in phase 2";
   EXPECT_THAT(send("2"), HasSubstr("\r\n+CDSI: \"SM\",2\r\n"));

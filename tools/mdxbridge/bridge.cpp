@@ -365,7 +365,10 @@ void bridge_t::take_state(const inbound_t& inbound) {
 }
 
 void bridge_t::take_command(const inbound_t& inbound) {
-  job_t job{{}, settings_.topic("answer"), inbound.correlation, inbound.client, ""};
+  job_t job;
+  job.answer_topic = settings_.topic("answer");
+  job.correlation = inbound.correlation;
+  job.client = inbound.client;
   if (inbound.correlation.size() > kLongestCorrelation) {
     job.correlation.clear();
     return refuse(

@@ -21,6 +21,8 @@ constexpr uint8_t kInternational = 0x91;
 constexpr uint8_t kNational = 0x81;
 constexpr size_t kTimeOctets = 7;
 constexpr uint8_t kStatusReport = 0x02;
+constexpr uint8_t kNoMoreMessages = 0x04;
+
 // What the alphabets share, but for "@" and "$" which only sit elsewhere.
 uint8_t to_gsm(char c) {
   if (c == '@') return 0;
@@ -130,7 +132,7 @@ std::string time_of(OctetReader& reader) {
 
 std::string deliver(std::string_view number, std::string_view clock, uint8_t header, uint8_t coding,
                     size_t length, const Octets& user_data) {
-  Octets octets{0, static_cast<uint8_t>(0x04U | header)};
+  Octets octets{0, static_cast<uint8_t>(kNoMoreMessages | header)};
   put_address(octets, number);
   octets.insert(octets.end(), {0, coding});
   put_time(octets, clock);
@@ -175,7 +177,7 @@ std::string delivered_pdu(std::string_view number, std::string_view clock,
 
 std::string status_report_pdu(std::string_view submitted_hex, int reference,
                               std::string_view clock) {
-  Octets octets{0, kStatusReport, static_cast<uint8_t>(reference)};
+  Octets octets{0, kStatusReport | kNoMoreMessages, static_cast<uint8_t>(reference)};
   put_address(octets, read_pdu(submitted_hex).number);
   put_time(octets, clock);
   put_time(octets, clock);
