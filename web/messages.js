@@ -21,6 +21,7 @@ export class MessagesPanel {
     this.stored = [];
     this.sent = [];
     this.unread = new Set();
+    this.drafts = new Map();  // {number, text} by the number of the conversation
     this.chosen = null;
     const byId = (id) => document.getElementById(id);
     [this.list, this.thread, this.status, this.form, this.number, this.text, this.count, this.sendButton, this.title] =
@@ -53,19 +54,29 @@ export class MessagesPanel {
     }, READ_AFTER_MS);
   }
 
-  async load() {
-    if (this.loading) return;
-    this.loading = true;
+  /** @returns {Promise<boolean>}  whether they could be read */
+  load() {
+    this.loading ||= this.read().finally(() => {
+      this.loading = null;
+      if (this.stale) this.loadSoon();
+    });
+    return this.loading;
+  }
+
+  async read() {
     this.stale = false;
     setText(this.status, _("Reading messages …"));
     const { object, reason, message } = await run(["sms", "list", "--all", "--json"]);
-    this.loading = false;
     this.loaded = reason === null;
-    if (!object || !object.messages) return setText(this.status, shownOnALine(object?.error || message));
+    if (!object || !object.messages) {
+      setText(this.status, shownOnALine(object?.error || message));
+      return false;
+    }
     this.stored = object.messages;
     for (const { state, numbers } of this.stored) if (state === "unread") this.unread.add(String(numbers));
     setText(this.status, object.errors ? shownOnALine(object.errors.map(errorText).join("; ")) : "");
     this.write();
+    return true;
   }
 
   // Conversations
@@ -86,7 +97,17 @@ export class MessagesPanel {
     return all.sort((one, other) => other.last - one.last);
   }
 
+  /** Whoever is in one of the lists with the keyboard keeps that place. */
   write() {
+    const focused = document.activeElement;
+    const place = [this.list, this.thread].find((one) => one.contains(focused));
+    this.writeLists();
+    if (!place || place.contains(document.activeElement)) return;
+    const same = [...place.querySelectorAll("button")].find((button) => button.dataset.key === focused.dataset.key);
+    (same || this.title).focus({ preventScroll: true });
+  }
+
+  writeLists() {
     const all = this.conversations();
     this.list.replaceChildren(...all.map((conversation) => this.conversationRow(conversation)));
     if (all.length === 0) this.list.append(element("li", { class: "empty" }, _("The modem keeps no messages.")));
@@ -96,7 +117,7 @@ export class MessagesPanel {
   conversationRow({ number, messages }) {
     const last = messages[messages.length - 1];
     const unread = messages.filter((message) => this.unread.has(String(message.numbers))).length;
-    const button = element("button", { type: "button", "aria-current": this.chosen === number ? "true" : null },
+    const button = element("button", { type: "button", "data-key": number, "aria-current": this.chosen === number ? "true" : null },
       element("bdi", { class: "number" }, shownOnALine(number) || _("no number")),
       element("bdi", { class: "beginning" }, shownOnALine(bodyOf(last)).slice(0, 80)));
     if (unread > 0) button.append(element("span", { class: "badge" }, filled(_("$0 new"), unread)));
@@ -105,13 +126,29 @@ export class MessagesPanel {
   }
 
   choose(number, anew = false) {
+    this.keepDraft();
     this.chosen = number;
     const conversation = this.conversations().find((one) => one.number === number);
     for (const { numbers } of conversation?.messages || []) this.unread.delete(String(numbers));
-    this.number.value = number || "";
+    this.takeDraft();
     this.write();
     this.thread.scrollTop = this.thread.scrollHeight;
     (anew ? this.number : this.title).focus();
+  }
+
+  /** What is being written stays with its conversation, so that nobody else gets it. */
+  keepDraft() {
+    const text = this.text.value;
+    if (text === "") this.drafts.delete(this.chosen);
+    else this.drafts.set(this.chosen, { number: this.number.value, text });
+  }
+
+  takeDraft() {
+    const { number, text } = this.drafts.get(this.chosen) || { number: this.chosen || "", text: "" };
+    this.number.value = number;
+    if (this.text.value === text) return;
+    this.text.value = text;
+    this.countSoon();
   }
 
   writeThread(conversation) {
@@ -125,16 +162,21 @@ export class MessagesPanel {
     const when = dayAndTime(message.time);
     const line = element("p", { class: "when" }, when, ...notes.map((note) => ` · ${note}`));
     if (!message.here) {
-      const button = element("button", { type: "button", class: "link", "aria-label": filled(_("Delete the message of $0"), when) }, _("Delete"));
+      const button = element("button", { type: "button", class: "link", "data-key": String(message.numbers), "aria-label": filled(_("Delete the message of $0"), when) }, _("Delete"));
       button.addEventListener("click", () => this.remove(message));
       line.append(" ", button);
     }
     return element("li", { class: outgoing ? "out" : "in" }, element("p", { class: "body", dir: "auto" }, shown(bodyOf(message))), line);
   }
 
+  /** The place of a message may hold another one by now, so it is looked at again. */
   async remove(message) {
     const text = shownOnALine(bodyOf(message)).slice(0, 200);
-    if (!await askPerson(_("Delete this message?"), text, _("Delete"))) return;
+    if (!await askPerson(_("Delete this message?"), text, _("Delete")) || !await this.load()) return;
+    if (!this.stored.some((one) => isSame(one, message))) {
+      setText(this.status, _("Nothing was deleted: the modem does not have this message any more."));
+      return;
+    }
     const { object, reason, message: said } = await run(["sms", "delete", "--json", ...message.numbers.map(String)]);
     await this.load();
     if (reason) setText(this.status, shownOnALine(object?.error || said));
@@ -163,14 +205,18 @@ export class MessagesPanel {
     const text = this.text.value;
     if (!/^[+*#0-9]+$/.test(number)) return this.complain(_("A number has digits, and may begin with +."), this.number);
     if (text === "") return this.complain(_("The message is empty."), this.text);
+    const from = this.chosen;
     this.sendButton.disabled = true;
     setText(this.count, _("Sending …"));
     const { object, reason, message } = await run(["sms", "send", "--json", number, "-"], { input: text });
     this.sendButton.disabled = false;
     if (reason) return this.complain(filled(_("Not sent: $0"), shownOnALine(object?.error || message)), this.text);
     this.sent.push({ number, text, time: new Date().toISOString(), here: true });
-    this.text.value = "";
     setText(this.count, _("Sent."));
+    this.drafts.delete(from);
+    const wentOn = this.chosen !== from || this.text.value !== text;
+    if (wentOn) return this.write();
+    this.text.value = "";
     this.choose(number);
   }
 
@@ -181,6 +227,11 @@ export class MessagesPanel {
 }
 
 const errorText = (error) => (typeof error === "string" ? error : error.error || JSON.stringify(error));
+
+/** Its state is another once it was read. */
+function isSame(one, other) {
+  return JSON.stringify({ ...one, state: "" }) === JSON.stringify({ ...other, state: "" });
+}
 
 function bodyOf(message) {
   if (message.error) return filled(_("cannot be read: $0"), message.error);

@@ -99,6 +99,7 @@ window.addEventListener("hashchange", showPanel);
 cockpit.addEventListener("visibilitychange", () => {
   if (cockpit.hidden) return;
   for (const source of [live, counters, questions]) source.pageWasShown();
+  panels[shownPanel].shown?.();
   renderSoon();
 });
 cockpit.user().then((user) => {

@@ -63,6 +63,7 @@ cockpit.locale({
   "New message": [null, "Neue Nachricht"],
   "Delete": [null, "Löschen"],
   "Delete the message of $0": [null, "Löschen: die Nachricht vom $0"],
+  "Nothing was deleted: the modem does not have this message any more.": [null, "Nichts wurde gelöscht: Das Modem hat diese Nachricht nicht mehr."],
   "Delete this message?": [null, "Diese Nachricht löschen?"],
   "Characters: $0, parts: $1, alphabet: $2": [null, "Zeichen: $0, Teile: $1, Alphabet: $2"],
   "A number has digits, and may begin with +.": [null, "Eine Nummer hat Ziffern und kann mit + beginnen."],

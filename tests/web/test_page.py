@@ -269,6 +269,53 @@ class Page(PageTest):
         self.find("#question-yes").click()
         self.wait_text("#conversations", "keeps no messages")
 
+    def test_another_message_in_its_place_is_kept(self):
+        self.start_page("messages")
+        self.wait_text("#conversations", "Test")
+        self.ctl("at", "AT+CNMI=2,1")
+        self.find("#conversations button").click()
+        self.find("#thread button").click()
+        self.ctl("sms", "delete", "1")
+        self.ctl("sms", "send", "+15550100", "later")  # the modem's own number
+        self.wait_text("#conversations", "later")
+        self.find("#question-yes").click()
+        self.wait_text("#messages-status", "Nothing was deleted")
+        self.assertIn("later", self.ctl("sms", "list", "--all")[1])
+
+    def test_draft_stays_with_its_conversation(self):
+        self.start_page("messages")
+        self.wait_text("#conversations", "Test")
+        self.find("#message-text").send_keys("for somebody else")
+        self.find("#conversations button").click()
+        self.assertEqual(self.find("#message-text").get_property("value"), "")
+        self.find("#message-new").click()
+        self.assertEqual(self.find("#message-text").get_property("value"), "for somebody else")
+
+    def test_focus_stays_when_a_message_comes(self):
+        self.start_page("messages")
+        self.wait_text("#conversations", "Test")
+        self.ctl("at", "AT+CNMI=2,1")
+        self.find("#conversations button").click()
+        for place, text in (("#conversations", "first"), ("#thread", "second")):
+            self.find(f"{place} button:not([data-key='+15550100'])").send_keys("")
+            focused = "return document.activeElement.closest('ul, ol')?.id + document.activeElement.dataset.key"
+            before = self.script(focused)
+            self.assertIn(place[1:], before)
+            self.ctl("sms", "send", "+15550100", text)
+            self.wait_text("#conversations", text)
+            self.assertEqual(self.script(focused), before)
+
+    def test_message_that_comes_while_the_page_is_hidden(self):
+        self.start_page("messages")
+        self.wait_text("#conversations", "Test")
+        self.ctl("at", "AT+CNMI=2,1")
+        page = self.browser.current_window_handle
+        self.browser.switch_to.new_window("tab")
+        self.ctl("sms", "send", "+15550100", "unseen")
+        self.pause(2)
+        self.browser.switch_to.window(page)
+        self.wait_text("#conversations", "unseen")
+
     def test_messages_are_counted_and_sent(self):
         self.start_page("messages")
         self.write("+1 (555) 0100", "a" * 161)
