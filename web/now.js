@@ -33,15 +33,20 @@ function barsOf(levels) {
   return 1 + (rsrp ? RSRP_BARS : RSSI_BARS).filter((edge) => dbm >= edge).length;
 }
 
+/** A state that is known in the person's language, any other as it was told. */
+function inWords(words, state) {
+  return Object.hasOwn(words, state) ? words[state] : shownOnALine(state);
+}
+
 function simText(state) {
   const words = {
     READY: _("ready"), "SIM PIN": _("asks for its PIN"), "SIM PUK": _("asks for its PUK"),
     "NOT INSERTED": _("none"),
   };
-  return words[state] || shownOnALine(state);
+  return inWords(words, state);
 }
 
-function registrationText(status) {
+export function registrationText(status) {
   const words = {
     "home network": _("home network"), roaming: _("roaming"), searching: _("searching"),
     denied: _("denied"), "not registered": _("not registered"), unknown: _("unknown"),
@@ -51,7 +56,7 @@ function registrationText(status) {
     "home network, calls restricted": _("home network, calls restricted"),
     "roaming, calls restricted": _("roaming, calls restricted"),
   };
-  return words[status] || shownOnALine(status);
+  return inWords(words, status);
 }
 
 function dataText(known) {

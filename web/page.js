@@ -13,7 +13,7 @@ import { NowPanel } from "./now.js";
 import { Questions } from "./questions.js";
 import { ReportsPanel } from "./reports.js";
 import { SignalPanel } from "./signal.js";
-import { _, filled, moment, setText } from "./words.js";
+import { _, filled, moment, setText, shown } from "./words.js";
 
 const AGES_MS = 1000;
 
@@ -39,7 +39,7 @@ let willRender = false;
 
 function showPanel() {
   const wanted = window.location.hash.replace(/^#\/?/, "");
-  shownPanel = wanted in panels ? wanted : "now";
+  shownPanel = Object.hasOwn(panels, wanted) ? wanted : "now";
   for (const name of Object.keys(panels)) document.getElementById(name).hidden = name !== shownPanel;
   for (const link of document.querySelectorAll("nav a")) {
     if (link.hash === `#/${shownPanel}`) link.setAttribute("aria-current", "page");
@@ -60,7 +60,7 @@ function failureText({ reason, message }) {
       return filled(_("The server mdxgate is not running since $0 or before. Start it with \"systemctl start mdxgate\"; this page goes on by itself."),
         moment(live.failure.since));
     default:
-      return message;
+      return shown(message);
   }
 }
 

@@ -4,6 +4,8 @@
 // and when it tells that something changed; never by the clock, and never for a hidden page.
 
 import { run } from "./mdxctl.js";
+import { registrationText } from "./now.js";
+import { shownOnALine } from "./words.js";
 
 const BETWEEN_QUESTIONS_MS = 10000;
 const FOR_MORE_CHANGES_MS = 500;
@@ -77,7 +79,8 @@ export class Questions {
     this.live.learn("registered", domain.registered);
     this.live.learn("cell", domain.cell ? { area: domain.area, cell: domain.cell } : null);
     this.live.learn("roaming", domain.roaming);
-    this.history.addRegistration([object.operator, domain.status].filter(Boolean).join(", "));
+    const status = registrationText(domain.status);
+    this.history.addRegistration([shownOnALine(object.operator || ""), status].filter(Boolean).join(", "));
   }
 
   async askSim() {

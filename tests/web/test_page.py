@@ -124,6 +124,19 @@ class Page(PageTest):
         self.show("reports")
         self.wait_text("#report-list li b", "EVT_AT_HCSQ")
 
+    def test_strange_names_are_text(self):
+        path = pathlib.Path("/tmp/strange.script")
+        path.write_text('on AT+COPS? -> +COPS: 0,0,"N\u202eord",7 | OK\non AT+CPIN? -> +CPIN: constructor | OK\n')
+        self.start_device("--script", str(path))
+        self.open_page("constructor")
+        self.wait_card("sim", "constructor")
+        self.assertTrue(self.find("#now").is_displayed())
+        self.assertEqual(self.card("sim"), "constructor")
+        self.wait_card("operator", "N⟨U+202E⟩ord")
+        self.show("signal")
+        self.wait_text("#chart-marks", "N⟨U+202E⟩ord, home network")
+        self.assertEqual(self.complaints(), [])
+
     # Signal
 
     def test_signal_has_gaps_and_marks(self):
