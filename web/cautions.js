@@ -13,24 +13,25 @@ const SECRETS = [
   "**03*", "**04*", "**042*", "**05*", "**052*",
 ];
 
-const PLAIN = "(^AT|;)[A-Z0-9&]*";  // commands of one letter, in front of any other
+const PLAIN = "(^AT|;)[A-Z0-9&=?\\\\]*";  // commands of one letter, in front of any other
 const CAUTIONS = [
   [/\+CFUN=/, () => _("This restarts the modem or turns its radio off or on. Calls and data connections end.")],
   [new RegExp(PLAIN + "(&F|Z)"), () => _("This sets the modem's settings back. Programs that use it may hear no more reports.")],
-  [/PIN2?=/, () => _("A wrong PIN uses up a try. After the last one the card wants its PUK, and after ten of those it is lost.")],
+  [/PIN2?=|\*\*0\d/, () => _("A wrong PIN uses up a try. After the last one the card wants its PUK, and after ten of those it is lost.")],
   [/(\+CPWD|\+CLCK|LOCK[A-Z]*)=/, () => _("This changes or uses a lock of card or modem. A wrong password uses up a try.")],
-  [/\+CMGD=/, () => _("This deletes messages from the modem's memory.")],
+  [/(\+[CQ]MGD|DEL)[A-Z]*=/, () => _("This deletes messages or files from the modem's memory.")],
   [/\+CPBW=\d+;?$/, () => _("This deletes an entry of the phone book.")],
   [/\+COPS=[0-4]/, () => _("This chooses the network. The modem may be without one for minutes.")],
   [/(RESET|REBOOT|POWD|SHUTDOWN|NVRESTORE|FACTORY)/, () => _("This may restart the modem, turn it off or erase what it has stored.")],
 ];
 
+const ASKS_FOR_VALUES = /[^A-Z0-9;&][A-Z0-9]+=\?/g;  // such as +CFUN=?
+
 const compared = (command) => command.replace(/\s/g, "").toUpperCase();
 
 /** What a person must know before this is sent; "" for nothing. */
 export function cautionAbout(command) {
-  const plain = compared(command).replace(/"[^"]*"/g, '""');
-  if (/=\?/.test(plain) && !plain.includes(";")) return "";
+  const plain = compared(command).replace(ASKS_FOR_VALUES, "");
   return CAUTIONS.filter(([pattern]) => pattern.test(plain)).map(([, words]) => words()).join(" ");
 }
 

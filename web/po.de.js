@@ -8,7 +8,7 @@ cockpit.locale({
   "This sets the modem's settings back. Programs that use it may hear no more reports.": [null, "Das setzt die Einstellungen des Modems zurück. Programme, die es nutzen, hören danach vielleicht keine Meldungen mehr."],
   "A wrong PIN uses up a try. After the last one the card wants its PUK, and after ten of those it is lost.": [null, "Eine falsche PIN verbraucht einen Versuch. Nach dem letzten will die Karte ihre PUK, und nach zehn falschen ist sie verloren."],
   "This changes or uses a lock of card or modem. A wrong password uses up a try.": [null, "Das ändert oder nutzt eine Sperre von Karte oder Modem. Ein falsches Passwort verbraucht einen Versuch."],
-  "This deletes messages from the modem's memory.": [null, "Das löscht Nachrichten aus dem Speicher des Modems."],
+  "This deletes messages or files from the modem's memory.": [null, "Das löscht Nachrichten oder Dateien aus dem Speicher des Modems."],
   "This deletes an entry of the phone book.": [null, "Das löscht einen Eintrag des Telefonbuchs."],
   "This chooses the network. The modem may be without one for minutes.": [null, "Das wählt das Netz. Das Modem kann minutenlang ohne Netz sein."],
   "This may restart the modem, turn it off or erase what it has stored.": [null, "Das startet das Modem vielleicht neu, schaltet es aus oder löscht, was es gespeichert hat."],

@@ -238,7 +238,8 @@ class Page(PageTest):
 
     def test_dangerous_commands_are_asked_about(self):
         self.start_page("commands")
-        for command in ("AT+CFUN=0", "at&f", "AT+CSQ;+CMGD=1,4", "ATE0Z", 'AT+CPBW=3'):
+        for command in ("AT+CFUN=0", "at&f", "AT+CSQ;+CMGD=1,4", "ATE0Z", 'AT+CPBW=3', "AT&F+COPS=?", "ATS0=0&F",
+                        "ATD**04*1*2*2#", 'AT+CUSD=1,"**05*1*2*2#"', 'AT+QMGDA="DEL ALL"'):
             self.enter(command)
             self.assertTrue(self.find("#question").is_displayed(), command)
             self.find("#question").send_keys(Keys.ESCAPE)
