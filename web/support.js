@@ -8,7 +8,7 @@ import { run } from "./mdxctl.js";
 
 const JOURNAL_LINES = "1000";
 const MASK = "#";
-const NUMBERS = /\+?\b\d[\d\s()\/-]{3,}\d\b|\b\d{5,}\b/g;
+const NUMBERS = /\+?\d[\d\s()\/-]{3,}\d/g;
 const HEX = /\b(?=[0-9a-f]*\d)(?=[0-9a-f]*[a-f])[0-9a-f]{8,}\b/gi;
 const QUOTED = /"[^"\n]*"?/g;
 const KEPT_KEYS = /(_s|_us|_seconds|_microseconds|_bytes|time|version)$/;
@@ -18,11 +18,11 @@ const hidden = (text) => text.replace(/[^\s]/gu, MASK);
 /** A line of a log: quoted texts, long numbers, long runs of hexadecimal digits. */
 export function maskedLine(line) {
   return line.replace(QUOTED, (text) => `"${hidden(text.replace(/"/g, ""))}"`)
-    .replace(NUMBERS, (text) => text.replace(/\d/g, MASK)).replace(HEX, hidden);
+    .replace(HEX, hidden).replace(NUMBERS, (text) => text.replace(/\d/g, MASK));
 }
 
 // Journal lines begin with a time, the machine's name, and the program's with its number.
-const JOURNAL_HEAD = /^(\d{4}-\d\d-\d\dT\S+) \S+ ([\w.-]+\[\d+\]:)(.*)$/;
+const JOURNAL_HEAD = /^(\d{4}-\d\d-\d\dT\S+) \S+ (\S+\[\d+\]:)(.*)$/;
 
 export function maskedJournal(text) {
   return text.split("\n").map((line) => {

@@ -377,6 +377,8 @@ class Page(PageTest):
             'no AT: "Hello 12" of 8': 'no AT: "##### ##" of 8',
             "IMSI 262011234567890, pdu 0791447758100650": "IMSI ###############, pdu ################",
             "at 0a1b2c3d4e5f it failed": "at ############ it failed",
+            "tel4915112345678, 0a12345b": "tel#############, ########",
+            "2026-11-23T14:45:27+0000 host (mdxgate)[12]: failed": "2026-11-23T14:45:27+0000 (mdxgate)[12]: failed",
             "2026-11-23T14:45:27+0000 host mdxgate[1234567]: level 3": "2026-11-23T14:45:27+0000 mdxgate[1234567]: level 3",
         }
         masked = self.browser.execute_async_script("""
