@@ -42,8 +42,8 @@ export class SignalPanel {
     const values = told.filter((value) => value !== null);
     const gaps = told.filter((value, i) => value === null && i > 0 && told[i - 1] !== null).length;
     const text = values.length === 0 ? _("No signal was told in this time.")
-      : filled(_("Signal: lowest $0 dBm, highest $1 dBm, last $2 dBm; gone $3 times."), number(Math.min(...values)),
-        number(Math.max(...values)), number(values[values.length - 1]), gaps);
+      : filled(_("Signal: lowest $0 dBm, highest $1 dBm, last $2 dBm; gaps: $3."), number(values.reduce((low, value) => Math.min(low, value))),
+        number(values.reduce((high, value) => Math.max(high, value))), number(values[values.length - 1]), gaps);
     setText(this.summary, text);
     this.chart.setAttribute("aria-label", text);
     const marks = this.history.registration.filter(({ at }) => at >= from).slice(-MARKS_LISTED);

@@ -145,9 +145,9 @@ class Page(PageTest):
         for command, lowest in (("AT^LTE", "-81"), ("AT^WEAK", "-106")):
             self.tell(command)
             self.wait_text("#chart-summary", f"lowest {lowest} dBm")
-        self.wait_text("#chart-summary", "gone 0 times")
+        self.wait_text("#chart-summary", "gaps: 0")
         self.stop(self.modem)
-        self.wait_text("#chart-summary", "gone 1 times")
+        self.wait_text("#chart-summary", "gaps: 1")
         self.start_modem("--script", script_file())
         self.wait_text("#link", "Modem connected")
         # The line begins anew behind the gap, once the modem has been asked.
