@@ -89,6 +89,7 @@ export class ReportsPanel {
 
   clear() {
     this.kept = [];
+    this.fresh = [];
     this.renderAll();
   }
 
@@ -107,9 +108,11 @@ export class ReportsPanel {
     this.renderStatus();
   }
 
+  /** What came during a pause waits for its end, also when another choice is shown. */
   renderAll() {
-    this.fresh = [];
-    const fitting = this.kept.filter((report) => this.fits(report));
+    if (!this.paused) this.fresh = [];
+    const told = this.kept.slice(0, this.kept.length - this.fresh.length);
+    const fitting = told.filter((report) => this.fits(report));
     this.list.replaceChildren(...fitting.slice(-MOST_SHOWN).reverse().map(rowOf));
     this.renderStatus();
   }
