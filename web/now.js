@@ -59,8 +59,11 @@ export function registrationText(status) {
   return inWords(words, status);
 }
 
+/** Rates alone tell of no connection's beginning or end. */
 function dataText(known) {
-  const up = ["IPv4", "IPv6"].filter((family) => known.get(family)?.value);
+  const told = ["IPv4", "IPv6"].filter((family) => known.has(family));
+  if (told.length === 0) return "";
+  const up = told.filter((family) => known.get(family).value);
   return up.length > 0 ? filled(_("up: $0"), up.join(", ")) : _("down");
 }
 

@@ -21,7 +21,7 @@ on AT^LTE        -> OK
 also             -> ^HCSQ:"LTE",40,52,121,28
 on AT^WEAK       -> OK
 also             -> ^HCSQ:"LTE",15,20,60,10
-on AT^ROAM       -> OK
+on AT^FLOW       -> OK
 also             -> ^DSFLOWRPT:00000001,00001388,000003E8,0000000000000000,0000000000000000,00000000,00000000
 on AT^USSD       -> OK
 also             -> raw \\r\\n+CUSD: 1,"<img src=x onerror=alert(1)>\\x1b[31m",15\\r\\n
@@ -64,6 +64,9 @@ class Page(PageTest):
         self.assertIn("RSRP -89 dBm", self.text("[data-card=signal] .more"))
         self.assertEqual(self.find("#signal-bars").get_attribute("aria-label"), "3 of 5 bars")
         self.assertEqual(self.card("temperature"), "–")
+        self.tell("AT^FLOW")
+        self.wait_text("[data-card=data] .more", "kB/s")
+        self.assertEqual(self.card("data"), "–", "nobody told whether it is up")
         self.assertEqual(self.complaints(), [])
 
     def test_modem_goes_and_comes_back(self):
