@@ -91,9 +91,13 @@ function drawPlot(chart, plot, top, { from, width, xOf }) {
   if (path) chart.append(svg("path", { class: `line ${plot.class}`, d: path }));
 }
 
+/** Of marks that fall on one pixel the first is drawn: a day of a bad network has thousands. */
 function drawMarks(chart, marks, { from, height, xOf }) {
+  let before = null;
   for (const { at, what } of marks.filter((mark) => mark.at >= from)) {
     const x = Math.round(xOf(at));
+    if (x === before) continue;
+    before = x;
     const mark = svg("g", { class: "mark" });
     mark.append(svg("title", {}, `${clock(at)} ${what}`));
     mark.append(svg("line", { x1: x, x2: x, y1: 14, y2: height - BOTTOM }));
