@@ -71,7 +71,7 @@ export class CommandsPanel {
     const timeout = /\+COPS=\?/i.test(command) ? Math.max(SEARCH_S, this.timeout.value) : this.timeout.value;
     const answer = await run(["at", "--json", "--timeout", String(timeout), "--wait", String(FOR_A_TURN_S), "-"],
       { input: command + "\n" });
-    this.showAnswer(entry, answer, isSecret(command));
+    this.showAnswer(entry, answer, command);
     this.setRunning(false);
     this.input.focus();
   }
@@ -92,13 +92,14 @@ export class CommandsPanel {
     return entry;
   }
 
-  showAnswer(entry, { object, reason, message }, secret) {
-    const text = object?.text || "";
+  /** A modem may repeat the command in its answer. */
+  showAnswer(entry, { object, reason, message }, command) {
+    const text = (object?.text || "").replaceAll(command, () => masked(command));
     entry.querySelector(".answer").replaceWith(...(text ? [element("pre", { class: "answer" }, shown(text))] : []));
     const good = reason === null;
     const name = object?.result?.name || _("not sent");
     // A refusal is shown as text already; what mdxctl says of a PIN may repeat it.
-    const why = object?.error || (object?.result ? "" : secret ? _("mdxctl refused it") : message);
+    const why = object?.error || (object?.result ? "" : isSecret(command) ? _("mdxctl refused it") : message);
     const line = element("p", { class: good ? "result good" : "result bad" }, shown(name));
     if (why) line.append(` – ${shown(why)}`);
     if (object?.seconds !== undefined) line.append(element("span", { class: "took" }, filled(_("$0 ms"), number(object.seconds * 1000, 1))));

@@ -29,6 +29,7 @@ on AT^MANY       -> OK
 also             -> raw {many}
 on AT^LONG       -> +LONG: {long} | OK
 on AT+CMGD=99    -> +CMS ERROR: 321
+on AT+CPIN=4711  -> no AT+CPIN=4711 here | ERROR
 """
 MANY = 2000
 
@@ -267,6 +268,9 @@ class Page(PageTest):
         wait_until(lambda: self.find("#command-send").is_enabled(), PATIENCE_S, "answered")
         self.find("#command").send_keys(Keys.ARROW_UP)
         self.assertEqual(self.find("#command").get_property("value"), "")
+        self.enter("AT+CPIN=4711")
+        self.find("#question-yes").click()
+        self.wait_text("#command-log .entry:last-child .answer", "no AT+CPIN=•••• here")
         self.assertNotIn("4711", self.browser.page_source)
 
     def enter(self, command):
