@@ -41,6 +41,18 @@ TEST(Patterns, StarStaysInsideOneCommand) {
     {"AT+CPBW=*",    "AT+CPBW=1,\"a;b\"",     false},
     {"ATD*99#",      "ATD*99#",               true },
     {"ATD*99#",      "ATD0190;+X99#",         false},
+    {"ATE*",         "ATE0D0190",             false},
+    {"ATE*",         "ATE0Z",                 false},
+    {"ATS0=*",       "ATS0=1",                true },
+    {"ATI*",         "ATI*CIMI",              false},
+    {"AT*",          "AT*CIMI",               false},
+    {"AT*",          "ATD0151T1W2",           true },
+    {"AT*",          "ATE0V1",                false},
+    {"AT&*",         "AT&F",                  true },
+    {"AT&*",         "AT&F&W",                false},
+    {"AT&*",         "AT&FZ",                 false},
+    {"AT+CPBW=*",    "AT+CPBW=1,\"a+b\"",     true },
+    {"AT+CPBW=*",    "AT+CPBW=1,\"+CFUN=0",   false},
     {"AT+A*B*C",     "AT+AxBxBxC",            true },
     {"AT+A*B*C",     "AT+AxCxB",              false},
   };
@@ -174,18 +186,31 @@ TEST(Answers, GoToTopicsThatAreNoneOfOthers) {
   for (const char* good : {"fleet/a/answer", "fleet/a/answer/1", "desk/7", "fleets/b"})
     EXPECT_TRUE(may_answer_at(good, settings)) << good;
   for (const char* bad : {"", "fleet/a/answers", "fleet/a/command", "fleet/b/answer", "fleet/",
-                          "desk/+", "#", "$SYS/x"})
+                          "desk/+", "#", "$SYS/x", "desk/\n"})
     EXPECT_FALSE(may_answer_at(bad, settings)) << bad;
+  EXPECT_FALSE(may_answer_at(std::string(300, 'x'), settings));
+  EXPECT_FALSE(may_answer_at(std::string(100, '/') + "x", settings));
 }
 
 TEST(Privacy, AnswersWithoutIdentities) {
-  EXPECT_EQ(published_answer("a 1234567890123 b 49015420323751", {}),
+  EXPECT_EQ(published_answer("a 1234567890123 b 49015420323751", {}, {}),
             "a 1234567890123 b **************");
-  EXPECT_EQ(published_answer("490154203237518", {"identities"}), "490154203237518");
+  EXPECT_EQ(published_answer("490154203237518", {}, {"identities"}), "490154203237518");
   EXPECT_EQ(withheld_by_command("at+c imi", {}), "identities");
   EXPECT_EQ(withheld_by_command("AT+CSQ;+CNUM", {"identities"}), "numbers");
   EXPECT_EQ(withheld_by_command("AT+CRSM=176,12258,0,0,10", {"identities"}), "unknown");
+  EXPECT_EQ(withheld_by_command("AT+CGAUTH?", {}), "unknown");
+  EXPECT_EQ(withheld_by_command("AT+CSVM?", {}), "numbers");
   EXPECT_EQ(withheld_by_command("AT+COPS?", {}), "");
+}
+
+TEST(Privacy, ReportsBetweenTheLinesOfAnAnswer) {
+  const std::string text =
+      "^CALLER: \"+4915\",1,4915112\r\n+CNAP: \"Bob\"\r\n+CGDCONT: 1,\"IP\",\"web\"";
+  EXPECT_EQ(published_answer(text, {"+CGDCONT:"}, {}),
+            "^CALLER: \"*****\",1,*******\r\n+CNAP: \"***\"\r\n+CGDCONT: 1,\"IP\",\"web\"");
+  EXPECT_EQ(published_answer(text, {"+CGDCONT:"}, {"unknown"}), text);
+  EXPECT_EQ(published_answer("+cgdcont: \"IP\"", {"+CGDCONT:"}, {}), "+cgdcont: \"IP\"");
 }
 
 TEST(Privacy, NamesOfCommandsInTheJournal) {
@@ -196,6 +221,10 @@ TEST(Privacy, NamesOfCommandsInTheJournal) {
     {"AT+CSQ;D0151",     "AT+CSQ;D..."},
     {"ATE0V1",           "ATE0V1"     },
     {"AT+CREG?",         "AT+CREG?"   },
+    {"AT+CMGW\rsecret",  "AT+CMGW..." },
+    {"ATD>\"Mum\";",     "ATD..."     },
+    {"to Bob: secret",   "request"    },
+    {"at home: secret",  "at..."      },
   };
   // clang-format on
   for (const auto& c : cases) {

@@ -143,7 +143,8 @@ void modem_work_t::finished(int error, const mdx_result_t& result) {
   if (step_ != step_t::kCommand) return sms_finished(error, result);
   if (error != MDX_OK) return fail(error);
   const request_t& request = jobs_.front().request;
-  const std::string text = published_answer(shown_text(result, collection_), settings_.open);
+  const std::string text =
+      published_answer(shown_text(result, collection_), collection_.prefixes, settings_.open);
   ordered_json answer = answer_object(request, result, text, seconds());
   if (result.ret_val == MDX_RESULT_NONE) {
     answer["error"] = "no answer: the modem had " + std::to_string(request.timeout_s) + " s for it";

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 namespace mdxbridge {
 
@@ -14,18 +15,46 @@ struct letter_t {
   bool ends_star;
 };
 
+constexpr size_t kBegin = 2;  ///< behind AT
+
+/// Tells where on a line another command begins.
+class line_t {
+ public:
+  bool begins_command(char c) {
+    const bool letter = std::isalpha(static_cast<unsigned char>(c)) != 0;
+    const bool sign = kSigns.find(c) != std::string_view::npos;
+    const bool first = std::exchange(first_, c == ';' || c == '&' || c == '\\');
+    if (c == ';') basic_ = true;
+    // Behind basic commands, such as E0, others stand without a semicolon.
+    const bool begins = sign || (basic_ && (c == '*' || (letter && !first)));
+    if (c == 'D' && basic_) basic_ = false;  // the rest is dialled
+    if (kExtended.find(c) != std::string_view::npos) basic_ = false;
+    return begins;
+  }
+
+ private:
+  static constexpr std::string_view kSigns = "+^$%&#\\";
+  static constexpr std::string_view kExtended = "+^$%#*";
+  bool first_ = true;  ///< what comes is the first of a command, which a star may stand for
+  bool basic_ = true;
+};
+
 /// A command as a modem reads it: in capitals and without blanks, but for what stands in quotation
 /// marks.
 std::vector<letter_t> letters_of(std::string_view command) {
-  constexpr std::string_view kSigns = "+^$%&#\\";
   std::vector<letter_t> letters;
+  line_t line;
+  const size_t last_quote = std::count(command.begin(), command.end(), '"') % 2 != 0
+                                ? command.rfind('"')  // never closed, it keeps nothing together
+                                : std::string_view::npos;
   bool quoted = false;
-  for (const char c : command) {
-    if (c == '"') quoted = !quoted;
+  for (size_t i = 0; i < command.size(); ++i) {
+    const char c = command[i];
+    if (c == '"' && i != last_quote) quoted = !quoted;
     if (!quoted && c == ' ') continue;
     const char shown = quoted ? c : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    const bool sign = !quoted && kSigns.find(c) != std::string_view::npos;
-    letters.push_back({shown, c == ';' || sign});
+    const bool begins = !quoted && letters.size() >= kBegin && line.begins_command(shown);
+    letters.push_back({shown, c == ';' || begins});
   }
   return letters;
 }

@@ -11,8 +11,8 @@
 namespace mdxbridge {
 
 /// Whether a pattern allows the command, in either case, with or without blanks. A star stands for
-/// any characters but a semicolon and, outside quotation marks, the signs that other commands begin
-/// with: + ^ $ % & # and the backslash.
+/// any characters but a semicolon and, outside quotation marks, what another command begins with:
+/// + ^ $ % & # and the backslash, and behind a basic command a letter: ATE* does not allow ATE0Z.
 bool allows_command(const std::vector<std::string>& patterns, std::string_view command);
 
 /// Whether a pattern allows the number. A star stands for any characters.

@@ -40,7 +40,8 @@ constexpr row_t kFields[] = {
   {"mcc",     kHarmless},  // a country
 };
 
-// A name stands for all that begin with it. Raw access to the SIM may be all of it.
+// A name stands for all that begin with it. Raw access to the SIM may be all of it, and
+// +CGAUTH? tells a password.
 constexpr row_t kCommands[] = {
   {"+CMGL",  kMessages  }, {"+CMGR",   kMessages  }, {"^HCMGL",  kMessages  },
   {"^HCMGR", kMessages  }, {"+CMSS",   kMessages  }, {"+CNMA",    kMessages  }, {"+CUSD",   kUssd      },
@@ -49,6 +50,7 @@ constexpr row_t kCommands[] = {
   {"+GSN",   kIdentities}, {"+CIMI",   kIdentities}, {"+CCID",    kIdentities}, {"+ICCID",  kIdentities},
   {"+QCCID", kIdentities}, {"^ICCID",  kIdentities}, {"^SN",      kIdentities}, {"+EGMR",   kIdentities},
   {"+CRSM",  kUnknown   }, {"+CSIM",   kUnknown   }, {"+CGLA",    kUnknown   }, {"+CRLA",   kUnknown   },
+  {"+CSVM",  kNumbers   }, {"+CGAUTH", kUnknown   },
 };
 // clang-format on
 
@@ -74,6 +76,46 @@ void withhold(ordered_json* value, std::string_view kind, ordered_json* kinds) {
   *value = nullptr;
   const std::string word(kind);
   if (std::find(kinds->begin(), kinds->end(), word) == kinds->end()) kinds->push_back(word);
+}
+
+constexpr size_t kShortestIdentity = 14;
+constexpr size_t kShortestNumber = 7;
+
+/// Stars in the place of so many digits in a row.
+void star_digits(size_t begin, size_t end, size_t shortest, std::string* text) {
+  size_t digits = 0;
+  for (size_t i = begin; i <= end; ++i) {
+    if (i < end && std::isdigit(static_cast<unsigned char>((*text)[i])) != 0) {
+      ++digits;
+      continue;
+    }
+    if (digits >= shortest) text->replace(i - digits, digits, digits, '*');
+    digits = 0;
+  }
+}
+
+void star_quoted(size_t begin, size_t end, std::string* text) {
+  bool quoted = false;
+  for (size_t i = begin; i < end; ++i) {
+    char& c = (*text)[i];
+    if (c == '"') {
+      quoted = !quoted;
+    } else if (quoted && c != '\r') {
+      c = '*';
+    }
+  }
+}
+
+/// Whether a line of an answer has a name, and it is not one of the command's.
+bool is_foreign(std::string_view line, const std::vector<std::string>& prefixes) {
+  constexpr std::string_view kSigns = "+^$%#*";
+  const size_t colon = line.find(':');
+  if (line.empty() || kSigns.find(line.front()) == std::string_view::npos ||
+      colon == std::string_view::npos) {
+    return false;
+  }
+  return std::find(prefixes.begin(), prefixes.end(), in_capitals(line.substr(0, colon + 1))) ==
+         prefixes.end();
 }
 
 }  // namespace
@@ -115,17 +157,17 @@ std::string withheld_by_command(std::string_view command, const open_kinds_t& op
   return "";
 }
 
-std::string published_answer(std::string text, const open_kinds_t& open) {
-  constexpr size_t kShortestIdentity = 14;
-  if (is_open(kIdentities, open)) return text;
-  size_t digits = 0;
-  for (size_t i = 0; i <= text.size(); ++i) {
-    if (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])) != 0) {
-      ++digits;
-      continue;
+std::string published_answer(std::string text, const std::vector<std::string>& prefixes,
+                             const open_kinds_t& open) {
+  if (!is_open(kIdentities, open)) star_digits(0, text.size(), kShortestIdentity, &text);
+  if (is_open(kUnknown, open)) return text;
+  for (size_t begin = 0; begin < text.size();) {
+    const size_t end = std::min(text.find('\n', begin), text.size());
+    if (is_foreign(std::string_view(text).substr(begin, end - begin), prefixes)) {
+      star_quoted(begin, end, &text);
+      star_digits(begin, end, kShortestNumber, &text);
     }
-    if (digits >= kShortestIdentity) text.replace(i - digits, digits, digits, '*');
-    digits = 0;
+    begin = end + 1;
   }
   return text;
 }

@@ -26,7 +26,10 @@ nlohmann::ordered_json published_packet(const mdx_packet_t& packet, const open_k
 std::string withheld_by_command(std::string_view command, const open_kinds_t& open);
 
 /// An answer without what looks like an identity (14 digits and more in a row), unless these are
-/// open: a star for each digit.
-std::string published_answer(std::string text, const open_kinds_t& open);
+/// open: a star for each digit. Unless what is unknown is open, so is what stands in quotes or has
+/// 7 digits in lines of other names than the command's: they report something, such as a caller.
+/// @param prefixes  the command's own, such as "+CSQ:"
+std::string published_answer(std::string text, const std::vector<std::string>& prefixes,
+                             const open_kinds_t& open);
 
 }  // namespace mdxbridge

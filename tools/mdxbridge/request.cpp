@@ -3,6 +3,7 @@
 #include "tools/mdxbridge/request.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 
 #include "client/mdxsms.h"
@@ -115,6 +116,22 @@ std::string sms_refusal(const request_t& request, const settings_t& settings) {
   return mistake == MDX_SMS_FINE ? "" : mdx_sms_mistake_text(mistake);
 }
 
+/// As far as it may be a name: what is no command may hold a text.
+std::string name_in(const std::string& command) {
+  constexpr std::string_view kSigns = "+^$%&#*\\_;?=.";
+  constexpr size_t kLongest = 48;
+  const auto end = std::find_if(command.begin(), command.end(), [&](unsigned char c) {
+    return (c >= 0x80 || std::isalnum(c) == 0) &&
+           kSigns.find(static_cast<char>(c)) == std::string_view::npos;
+  });
+  const std::string name(command.begin(), end);
+  return name.size() > kLongest || end != command.end() ? name.substr(0, kLongest) + "..." : name;
+}
+
+bool begins_with_at(const std::string& command) {
+  return command.size() >= 2 && (command[0] | 0x20) == 'a' && (command[1] | 0x20) == 't';
+}
+
 /// What is dialled has no = in front of it.
 std::string without_numbers(const std::string& command) {
   constexpr size_t kShortest = 3;
@@ -139,7 +156,7 @@ ordered_json begun_object(const request_t& request) {
 
 std::string request_t::name() const {
   if (is_sms) return "sms";
-  return command.empty() ? "request" : without_numbers(shown_command(command));
+  return begins_with_at(command) ? without_numbers(name_in(shown_command(command))) : "request";
 }
 
 request_t read_request(std::string_view payload, std::string* error) {
@@ -184,8 +201,14 @@ ordered_json failure_object(const request_t& request, const std::string& error, 
 }
 
 bool may_answer_at(std::string_view topic, const settings_t& settings) {
-  if (topic.empty() || topic.front() == '$' || topic.find_first_of("+#") != std::string_view::npos)
-    return false;
+  // Brokers end the connection of who publishes to a topic that is too long or too deep for them.
+  constexpr size_t kLongest = 256;
+  constexpr std::ptrdiff_t kMostLevels = 32;
+  if (topic.empty() || topic.size() > kLongest || topic.front() == '$') return false;
+  const bool bad = std::any_of(topic.begin(), topic.end(), [](unsigned char c) {
+    return c == '+' || c == '#' || c < ' ' || c == 0x7f;
+  });
+  if (bad || std::count(topic.begin(), topic.end(), '/') >= kMostLevels) return false;
   const std::string own = settings.topic("answer");
   if (topic == own || topic.starts_with(own + '/')) return true;
   return !topic.starts_with(settings.prefix + '/');

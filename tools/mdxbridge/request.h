@@ -44,7 +44,8 @@ nlohmann::ordered_json failure_object(const request_t& request, const std::strin
                                       bool refused, double seconds = 0);
 
 /// A topic that the sender of a request may have its answer at: below this device's own, or outside
-/// the prefix. Otherwise a device would write to the topics of others, in the sender's place.
+/// the prefix, and nothing that brokers do not take. Otherwise a device would write to the topics
+/// of others, in the sender's place.
 bool may_answer_at(std::string_view topic, const settings_t& settings);
 
 }  // namespace mdxbridge
