@@ -98,6 +98,20 @@ TEST(Outbox, WhatWasNotConfirmedGoesAgainInOrder) {
   EXPECT_EQ(lane.dropped(), 0U);
 }
 
+TEST(Outbox, WhatEndsEachConnectionGoes) {
+  lane_t lane(8, 2);
+  lane.add({"t", R"({"n":1})"});
+  for (int connection = 0; connection < 2; ++connection) {
+    ASSERT_EQ(text_of(*lane.next()), R"({"n":1})");
+    lane.sent(1);
+    lane.add({"t", R"({"n":2})"});
+    lane.rewind();
+  }
+  ASSERT_EQ(text_of(*lane.next()), R"({"dropped":1,"n":2})") << "it did not get that far";
+  lane.drop_next();
+  EXPECT_EQ(text_of(*lane.next()), R"({"dropped":2,"n":2})");
+}
+
 TEST(Outbox, CountOutlivesAQueueWithNobodyBehind) {
   lane_t lane(1);
   lane.add({"t", R"({"n":1})"});

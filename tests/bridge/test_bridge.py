@@ -4,6 +4,7 @@
 import json
 import pathlib
 import signal
+import subprocess
 import time
 import unittest
 
@@ -185,6 +186,22 @@ class Bridge(FleetTest):
         self.assertNotIn("21,99", self.log_of(bridge))
         self.assertEqual(self.modem.heard.count(b"AT+CSQ"), 2)
 
+    def test_answers_that_no_broker_takes(self):
+        """One that is too large, and topics for which the broker ends the connection: all else goes on."""
+        self.start_scripted_device({b"AT+CSQ": b"\r\n+CSQ: " + b"9," * 600 + b"\r\n" + OK_LINE})
+        self.start_open_broker("max_packet_size 1000")
+        bridge = self.start_bridge("--allow-command", "AT+CSQ", "--allow-command", "AT", "--rate", "1000")
+        self.wait_for_log(bridge, "connected")
+        live = Subscriber(self)
+        live.wait_for("dev1/state")
+        self.publish(COMMAND, {"command": "AT"}, "-D", "publish", "response-topic", "a/" * 250 + "b")
+        self.assertIn("response topic", live.wait_for("dev1/answer")["error"])
+        self.publish(COMMAND, {"command": "AT+CSQ"})
+        self.wait_for_log(bridge, "larger than the broker takes")
+        self.publish(COMMAND, {"command": "AT"})
+        self.assertEqual(live.wait_for("dev1/answer", lambda answer: "dropped" in answer)["command"], "AT")
+        self.assertEqual(self.log_of(bridge).count("connected"), 1)
+
     def test_twice_and_too_many(self):
         self.start_scripted_device({b"AT+CSQ": b"\r\n+CSQ: 21,99\r\n" + OK_LINE})
         self.start_open_broker()
@@ -201,6 +218,7 @@ class Bridge(FleetTest):
         wait_until(lambda: len(live.of("answer")) >= count + 3, PATIENCE_S, "answers to all")
         self.assertEqual({answer["text"] for answer in live.of("answer")}, {"+CSQ: 21,99"})
         self.assertEqual(self.modem.heard.count(b"AT+CSQ"), 1)
+        self.assertEqual(self.log_of(bridge).count("came again"), 1)
 
         flood = [json.dumps({"command": "ATE0"})] * 500
         path = pathlib.Path("/tmp/flood")
@@ -211,6 +229,14 @@ class Bridge(FleetTest):
         wait_until(lambda: any("too many" in answer.get("error", "") for answer in live.of("answer")),
                    PATIENCE_S, "refused as too many")
         self.assertLess(self.modem.heard.count(b"ATE0"), 250)
+        # Nor do others fill the journal.
+        elsewhere = ("-D", "publish", "response-topic", TOPIC + "state")
+        with path.open("rb") as lines:
+            subprocess.run(("mosquitto_pub", "-V", "5", "-q", "1", "-l", "-t", COMMAND, *elsewhere), stdin=lines, check=True)
+        while "request: refused" not in self.log_of(bridge):
+            self.publish(COMMAND, {"command": "ATE0"}, *elsewhere)
+            time.sleep(0.1)
+        self.assertLess(self.log_of(bridge).count("request: refused"), 250)
 
     def test_what_stays_at_home(self):
         """Each by itself, and let out by its name."""
@@ -257,6 +283,27 @@ class Bridge(FleetTest):
             "stats", lambda figures: figures["mdxgate_bridge_reports_dropped_total"])
         self.assertGreaterEqual(stats["mdxgate_bridge_reports_dropped_total"], 7)
         self.assertEqual(stats["mdxgate_modem_up"], 1)
+
+    def test_state_that_ended_while_the_broker_was_away(self):
+        """Taken back in the end, although too many reports waited behind it."""
+        self.start_scripted_device()
+        keeps = ("persistence true", "persistence_location /tmp/")
+        broker = self.start_open_broker(*keeps)
+        bridge = self.start_bridge("--queue", "5")
+        live = Subscriber(self)
+        live.wait_for("dev1/state", lambda state: state["modem"])
+        self.modem.say(b'\r\n^NDISSTAT:1,,,"IPV4"\r\n')
+        live.wait_for("V4_UP")
+        self.stop(broker)
+        self.wait_for_log(bridge, "Connection refused")
+        self.modem.say(b'\r\n^NDISSTAT:0,,,"IPV4"\r\n')
+        self.modem.say(b"".join(b"\r\n^SIMREFRESH:%d\r\n" % n for n in range(12)))
+        self.at("AT")
+        self.start_open_broker(*keeps)
+        Subscriber(self).wait_for("SIM_REFRESH", lambda report: report["fields"]["file_type"] == 11)
+        late = Subscriber(self)
+        late.wait_for("V4_DOWN")
+        self.assertEqual(late.of("V4_UP"), [])
 
     def test_check_and_once(self):
         self.start_scripted_device()

@@ -30,6 +30,9 @@ using std::chrono::seconds;
 constexpr size_t kOnTheirWay = 16;
 constexpr size_t kOwnRoom = 128;
 constexpr size_t kAnswerRoom = 64;
+/// Who asks names the topic, and there are brokers that end the connection for one that they do not
+/// take.
+constexpr int kAnswerTries = 3;
 constexpr seconds kLookForServer{1};
 constexpr seconds kOncePatience{30};
 constexpr seconds kStopPatience{2};
@@ -109,7 +112,7 @@ bridge_t::bridge_t(const settings_t& settings, bool once)
       began_(utc_text(0)),
       random_(static_cast<std::minstd_rand::result_type>(random_number())),
       own_(kOwnRoom),
-      answers_(kAnswerRoom),
+      answers_(kAnswerRoom, kAnswerTries),
       reports_(static_cast<size_t>(settings.queue)),
       server_{false, began_},
       work_(settings,
@@ -233,7 +236,7 @@ void bridge_t::publish_packet(const mdx_packet_t& packet, const std::string& nam
   if (is_state) {
     if (const std::string opposite = opposite_of(name); !opposite.empty()) {
       const std::string gone = settings_.topic("report/" + opposite);
-      known_.erase(gone);
+      known_[gone] = "";  // also taken back when the broker was away for long
       reports_.add({gone, "", true});
     }
     known_[topic] = packet.remembered != 0 ? text : with_member(text, "\"remembered\":true");
@@ -333,6 +336,12 @@ bool bridge_t::sends_from(lane_t* lane) {
   const size_t under_way = own_.on_their_way() + answers_.on_their_way() + reports_.on_their_way();
   if (lane->next() == nullptr || under_way >= kOnTheirWay) return false;
   const int mid = broker_->publish(*lane->next());
+  if (mid == broker_t::kNever) {
+    journal("a message of " + std::to_string(lane->next()->text.size()) +
+            " bytes is lost, which is larger than the broker takes or has a topic that is none");
+    lane->drop_next();
+    return true;
+  }
   if (mid >= 0) lane->sent(mid);
   return mid >= 0;
 }
@@ -357,41 +366,40 @@ void bridge_t::take_state(const inbound_t& inbound) {
       ordered_json::parse(inbound.payload.substr(0, kLongestRequest), nullptr, false);
   if (!state.is_object() || state.value("online", ordered_json()) != true) return;
   const ordered_json machine = state.value("machine", ordered_json());
-  if (!machine.is_string() || machine == machine_) return;
-  contested_ = true;
+  if (!machine.is_string() || machine == machine_ || std::exchange(contested_, true)) return;
   journal("another machine, " + machine.get<std::string>() + ", has the ID " + settings_.id +
           ", too, or had it and did not say that it went; this one is " + machine_ +
           "; give each device its own");
 }
 
+/// Takes over where the answer goes. @return why it can't go there; empty when it can
+std::string bridge_t::address(const inbound_t& inbound, job_t* job) const {
+  if (inbound.correlation.size() > kLongestCorrelation)
+    return "correlation data of more than " + std::to_string(kLongestCorrelation) + " bytes";
+  job->correlation = inbound.correlation;
+  if (inbound.response_topic.empty()) return "";
+  if (!may_answer_at(inbound.response_topic, settings_)) {
+    return "an answer goes to " + job->answer_topic + ", to a topic below it, or to one outside " +
+           settings_.prefix + "/, not to the response topic that was given";
+  }
+  job->answer_topic = inbound.response_topic;
+  return "";
+}
+
 void bridge_t::take_command(const inbound_t& inbound) {
   job_t job;
   job.answer_topic = settings_.topic("answer");
-  job.correlation = inbound.correlation;
   job.client = inbound.client;
-  if (inbound.correlation.size() > kLongestCorrelation) {
-    job.correlation.clear();
-    return refuse(
-        job, "correlation data of more than " + std::to_string(kLongestCorrelation) + " bytes");
-  }
-  if (!inbound.response_topic.empty()) {
-    if (!may_answer_at(inbound.response_topic, settings_)) {
-      return refuse(job, "an answer goes to " + job.answer_topic +
-                             ", to a topic below it, or to one outside " + settings_.prefix +
-                             "/, not to the response topic that was given");
-    }
-    job.answer_topic = inbound.response_topic;
-  }
-  if (inbound.retained)
-    return refuse(job, "a retained command would be run again with each connection");
-  if (!job.correlation.empty()) {
+  std::string error = address(inbound, &job);
+  if (error.empty() && inbound.retained)
+    error = "a retained command would be run again with each connection";
+  if (error.empty() && !job.correlation.empty()) {
     job.key = job.answer_topic + '\0' + job.correlation + '\0' +
               hex_of(std::hash<std::string_view>()(inbound.payload));
     if (is_repeat(job)) return;
   }
   if (!rate_.take(clock_type::now())) return refuse_flood(job);
-  std::string error;
-  job.request = read_request(inbound.payload, &error);
+  if (error.empty()) job.request = read_request(inbound.payload, &error);
   if (error.empty()) error = refusal_now(job.request);
   if (!error.empty()) return refuse(job, error);
   if (!job.key.empty()) repeats_.begun(job.key, clock_type::now());
@@ -400,9 +408,9 @@ void bridge_t::take_command(const inbound_t& inbound) {
 }
 
 bool bridge_t::is_repeat(const job_t& job) {
-  const repeats_t::entry_t* before = repeats_.find(job.key, clock_type::now());
+  repeats_t::entry_t* before = repeats_.find(job.key, clock_type::now());
   if (before == nullptr) return false;
-  log_command(job, "came again, and is not run again");
+  if (!std::exchange(before->told, true)) log_command(job, "came again, and is not run again");
   if (!before->done) return true;
   const std::string lost = text_of(
       failure_object(job.request, "it was run before, and its answer is no longer kept", true));
@@ -432,6 +440,8 @@ void bridge_t::refuse_flood(const job_t& job) {
     journal("a command is refused, as are all above " + std::to_string(settings_.rate) +
             " a second");
   }
+  // Answers to what was run do not make room for these.
+  if (answers_.size() > kAnswerRoom / 2) return;
   answer(job, failure_object(job.request,
                              "too many commands: " + std::to_string(settings_.rate) +
                                  " a second are run; try again later",
@@ -446,7 +456,9 @@ void bridge_t::answer(const job_t& job, const ordered_json& object) {
 
 void bridge_t::log_command(const job_t& job, const std::string& outcome) {
   log_end_of_flood();
-  journal(job.request.name() + (job.client.empty() ? "" : " of " + job.client) + ": " + outcome);
+  constexpr size_t kMostOfClient = 64;
+  const std::string client = job.client.empty() ? "" : " of " + job.client.substr(0, kMostOfClient);
+  journal(job.request.name() + client + ": " + outcome);
 }
 
 void bridge_t::log_end_of_flood() {

@@ -70,6 +70,7 @@ class bridge_t {
   // What comes from the broker.
   void take_message(const inbound_t& inbound);
   void take_state(const inbound_t& inbound);
+  std::string address(const inbound_t& inbound, job_t* job) const;
   void take_command(const inbound_t& inbound);
   bool is_repeat(const job_t& job);
   std::string refusal_now(const request_t& request) const;

@@ -44,6 +44,12 @@ std::string correlation_of(const mosquitto_property* properties) {
   return data;
 }
 
+/// Whether the message is what is wrong, not the connection: another attempt would end the same.
+bool is_message_wrong(int error) {
+  return error == MOSQ_ERR_INVAL || error == MOSQ_ERR_MALFORMED_UTF8 ||
+         error == MOSQ_ERR_PAYLOAD_SIZE || error == MOSQ_ERR_OVERSIZE_PACKET;
+}
+
 /// The last user property of this name: a broker that tells adds it behind the sender's own.
 std::string user_property(const mosquitto_property* properties, const std::string& wanted) {
   std::string found;
@@ -237,8 +243,9 @@ int broker_t::publish(const message_t& message) {
   mosquitto_property_free_all(&properties);
   sent_something();
   if (error == MOSQ_ERR_SUCCESS) return mid;
+  if (is_message_wrong(error)) return kNever;
   check(error, "cannot publish");
-  return -1;
+  return kNotNow;
 }
 
 void broker_t::disconnect() {

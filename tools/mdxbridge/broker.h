@@ -30,6 +30,9 @@ struct inbound_t {
 
 class broker_t {
  public:
+  static constexpr int kNotNow = -1;
+  static constexpr int kNever = -2;
+
   struct events_t {
     std::function<void()> up;  ///< the broker took the connection
     std::function<void(const inbound_t&)> message;
@@ -59,7 +62,8 @@ class broker_t {
 
   /// @param retained  also what the broker has kept
   void subscribe(const std::string& topic, bool retained);
-  /// @return the number under which it will be confirmed; -1: it can't be sent
+  /// @return the number under which it will be confirmed; kNotNow: the connection failed; kNever:
+  ///         this broker takes no such message
   int publish(const message_t& message);
   void disconnect();
 

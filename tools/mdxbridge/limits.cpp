@@ -28,7 +28,7 @@ void repeats_t::forget(clock_type::time_point now) {
   }
 }
 
-const repeats_t::entry_t* repeats_t::find(const std::string& key, clock_type::time_point now) {
+repeats_t::entry_t* repeats_t::find(const std::string& key, clock_type::time_point now) {
   forget(now);
   const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const entry_t& entry) {
     return entry.key == key && (!entry.done || now - entry.at <= kRemembered);
@@ -37,7 +37,7 @@ const repeats_t::entry_t* repeats_t::find(const std::string& key, clock_type::ti
 }
 
 void repeats_t::begun(const std::string& key, clock_type::time_point now) {
-  entries_.push_back({key, "", false, now});
+  entries_.push_back({key, "", false, now, false});
 }
 
 void repeats_t::done(const std::string& key, const std::string& answer) {

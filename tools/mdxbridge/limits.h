@@ -33,10 +33,11 @@ class repeats_t {
     std::string answer;  ///< empty while it runs, and when there was no room to keep it
     bool done = false;
     clock_type::time_point at;
+    bool told = false;  ///< that it came again
   };
 
   /// @return the one that came before, valid until the next call; null: this is the first
-  const entry_t* find(const std::string& key, clock_type::time_point now);
+  entry_t* find(const std::string& key, clock_type::time_point now);
   void begun(const std::string& key, clock_type::time_point now);
   void done(const std::string& key, const std::string& answer);
 

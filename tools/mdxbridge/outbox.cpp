@@ -12,15 +12,15 @@ void lane_t::add(message_t message) {
   if (!messages_.back().message.text.empty()) {
     messages_.back().message.dropped += std::exchange(untold_, 0);
   }
-  while (messages_.size() - sent_ > room_) drop_oldest();
+  while (messages_.size() - sent_ > room_) drop(sent_);
 }
 
-void lane_t::drop_oldest() {
-  const auto oldest = messages_.begin() + static_cast<std::ptrdiff_t>(sent_);
-  const bool told = !oldest->message.text.empty();
-  const uint64_t count = oldest->message.dropped + (told ? 1 : 0);
+void lane_t::drop(size_t index) {
+  const auto gone = messages_.begin() + static_cast<std::ptrdiff_t>(index);
+  const bool told = !gone->message.text.empty();
+  const uint64_t count = gone->message.dropped + (told ? 1 : 0);
   dropped_ += told ? 1 : 0;
-  const auto behind = messages_.erase(oldest);
+  const auto behind = messages_.erase(gone);
   const auto next = std::find_if(behind, messages_.end(),
                                  [](const entry_t& entry) { return !entry.message.text.empty(); });
   (next != messages_.end() ? next->message.dropped : untold_) += count;
@@ -42,7 +42,12 @@ bool lane_t::confirmed(int mid) {
   return true;
 }
 
-void lane_t::rewind() { sent_ = 0; }
+void lane_t::rewind() {
+  for (size_t under_way = std::exchange(sent_, 0); under_way > 0; --under_way) {
+    const size_t index = under_way - 1;
+    if (++messages_[index].tries == most_tries_) drop(index);
+  }
+}
 
 void lane_t::clear() {
   messages_.clear();

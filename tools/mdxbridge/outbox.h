@@ -24,8 +24,10 @@ struct message_t {
 /// Messages of one kind, in their order.
 class lane_t {
  public:
-  /// @param room  for messages that wait; those on their way to the broker come on top
-  explicit lane_t(size_t room) : room_(room) {}
+  /// @param room        for messages that wait; those on their way to the broker come on top
+  /// @param most_tries  a message that was under way when so many connections ended goes, as it may
+  ///                    be what ends them; 0: all stay
+  explicit lane_t(size_t room, int most_tries = 0) : room_(room), most_tries_(most_tries) {}
 
   void add(message_t message);
 
@@ -33,6 +35,8 @@ class lane_t {
   const message_t* next() const;
   /// That one was sent, under this number.
   void sent(int mid);
+  /// That one can't be sent, now or later: it goes, and the next one says so.
+  void drop_next() { drop(sent_); }
   /// @return false when none of these was sent under this number
   bool confirmed(int mid);
   /// The connection is gone: what was not confirmed is to be sent again.
@@ -48,11 +52,13 @@ class lane_t {
   struct entry_t {
     message_t message;
     int mid = 0;
+    int tries = 0;
   };
 
-  void drop_oldest();
+  void drop(size_t index);
 
   size_t room_;
+  int most_tries_;
   std::deque<entry_t> messages_;
   size_t sent_ = 0;       ///< so many in front are on their way
   uint64_t untold_ = 0;   ///< went, and no message behind them could say so yet
