@@ -160,6 +160,12 @@ TEST(Settings, MistakesAreToldWithLineAndKey) {
   EXPECT_THAT(settings.allow_commands, ElementsAre("AT+CSQ"));
 }
 
+TEST(Settings, OneValueForEachKeyThatIsNoList) {
+  settings_t settings;
+  std::istringstream file("host = a\nleave-out = A\nleave-out = B\nhost = b\n");
+  EXPECT_THAT(read_settings(file, "f", &settings), ElementsAre("f:4: host: stands in f:1 already"));
+}
+
 TEST(Settings, NamesThatTopicsCannotHold) {
   for (const char* id : {"", "a/b", "a+", "#", "$SYS", "localhost"}) {
     settings_t settings;

@@ -66,6 +66,11 @@ const key_row_t* find_key(std::string_view name) {
   return row == std::end(kKeys) ? nullptr : row;
 }
 
+bool is_list(std::string_view key) {
+  const key_row_t* row = find_key(key);
+  return row != nullptr && std::holds_alternative<strings_t settings_t::*>(row->value);
+}
+
 bool has_control(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
                      [](unsigned char c) { return c < ' ' || c == 0x7f; });
@@ -217,8 +222,10 @@ strings_t read_settings(std::istream& file, const std::string& path, settings_t*
       mistakes.push_back(joined(place, key, "has no value; a line is: key = value"));
       continue;
     }
-    const std::string mistake =
+    const std::string before = is_list(key) ? "" : settings->places[key];
+    std::string mistake =
         set_key(settings, key, trimmed(std::string_view(line).substr(equals + 1)), place);
+    if (mistake.empty() && !before.empty()) mistake = "stands in " + before + " already";
     if (!mistake.empty()) mistakes.push_back(joined(place, key, mistake));
   }
   return mistakes;
