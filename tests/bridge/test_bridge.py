@@ -325,6 +325,10 @@ class Bridge(FleetTest):
         self.assertEqual((state["online"], state["modem"]["up"]), (False, True))
         late.wait_for("report/EVT_AT_HCSQ")
         late.wait_for("dev1/stats")
+        self.start_open_broker("max_packet_size 300", port=2001, name="narrow")
+        lost = self.start("mdxbridge", "--config", str(path), "--port", "2001", "--once")
+        self.assertEqual(lost.wait(PATIENCE_S), 1)
+        self.assertIn("larger than the broker takes", self.log_of(lost))
 
 
 if __name__ == "__main__":

@@ -136,7 +136,7 @@ bool bridge_t::run(int stop_fd) {
     if (once_ && clock_type::now() >= end) break;
     if (!is_done()) wait(stop_fd);
   }
-  const bool done = is_done();
+  const bool done = is_done() && own_.dropped() == 0 && reports_.dropped() == 0;
   if (stopping_) stop();
   if (broker_) broker_->disconnect();
   return done || !once_;

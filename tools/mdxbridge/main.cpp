@@ -133,7 +133,7 @@ int serve(const arguments_t& arguments, const settings_t& settings) {
   const bool done = mdxbridge::bridge_t(settings, arguments.once).run(stop_fd);
   mosquitto_lib_cleanup();
   if (done) return EXIT_FINE;
-  mdxbridge::journal("the broker did not take the state within 30 seconds");
+  mdxbridge::journal("the broker did not take all within 30 seconds");
   return EXIT_NOT_SENT;
 }
 
