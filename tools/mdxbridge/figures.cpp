@@ -30,8 +30,8 @@ void add_figures_of(std::string_view text, nlohmann::ordered_json* object) {
     if (error != std::errc() || rest != last) continue;
     const std::string name(line.substr(0, blank));
     constexpr double kExact = 9007199254740992.0;
-    const bool whole = value == static_cast<double>(static_cast<int64_t>(value)) &&
-                       value < kExact && value > -kExact;
+    const bool whole = value < kExact && value > -kExact &&
+                       value == static_cast<double>(static_cast<int64_t>(value));
     if (whole) (*object)[name] = static_cast<int64_t>(value);
     if (!whole) (*object)[name] = value;
   }
