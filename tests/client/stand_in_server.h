@@ -47,7 +47,7 @@ class StandInServer {
   /// As after kill -9: everything stays behind, but the FIFO has no reader.
   void die() {
     stop_ = true;
-    if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
+    if (runs_in_.load() != std::this_thread::get_id() && thread_.joinable()) thread_.join();
     if (const int fifo = fifo_.exchange(-1); fifo >= 0) close(fifo);
   }
 
@@ -90,6 +90,7 @@ class StandInServer {
   };
 
   void run() {
+    runs_in_ = std::this_thread::get_id();
     while (!stop_) {
       pollfd fifo = {fifo_, POLLIN, 0};
       if (fifo.fd < 0) return;
@@ -103,6 +104,7 @@ class StandInServer {
   int queues_[3] = {-1, -1, -1};
   std::atomic<int> fifo_ = -1;
   std::atomic<bool> stop_ = false;
+  std::atomic<std::thread::id> runs_in_;  // a script may end its own server
   std::thread thread_;
 };
 
