@@ -158,7 +158,7 @@ def library() -> Any:
         loaded = ctypes.CDLL(NAME, use_errno=True)
     except OSError as error:
         raise NoLibrary(f"{NAME} cannot be loaded ({error}): install mdxgate's client library (its package "
-                        "libmdxclient-dev has it), or name its directory in LD_LIBRARY_PATH") from error
+                        "libmdxclient0 has it), or name its directory in LD_LIBRARY_PATH") from error
     try:
         _declare(loaded)
     except AttributeError as error:
