@@ -66,6 +66,19 @@ TEST(Patterns, StarStaysInsideOneCommand) {
   EXPECT_FALSE(allows_number({"+49*"}, "0049151"));
 }
 
+TEST(Patterns, NoneAllowsWhatTakesTheResultsFromAll) {
+  settings_t settings;
+  settings.allow_commands = {"AT*", "ATS*", "AT+I*", "AT+C*"};
+  for (const char* command : {"ATV0", "ATS3=0", "ATS4=65", "AT+IPR=9600", "AT+CMUX=0"}) {
+    request_t request;
+    request.command = command;
+    EXPECT_THAT(refusal(request, settings), HasSubstr("time out")) << command;
+  }
+  request_t request;
+  request.command = "AT+IPR?";
+  EXPECT_EQ(refusal(request, settings), "");
+}
+
 TEST(Outbox, OldestGoesAndTheNextSaysSo) {
   lane_t lane(2);
   for (const char* text : {R"({"n":1})", R"({"n":2})", "", R"({"n":3})", R"({"n":4})"}) {

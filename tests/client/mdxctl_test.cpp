@@ -109,6 +109,13 @@ TEST(Mdxctl, NamesTheMistake) {
     {"at 'AT+CREG?;+CLIP?'",          "", "send each by itself"                                    },
     {"at 'at e0 v'",                  "", "everybody's commands would time out; --yes sends it"    },
     {"at 'ATS7=60Q1'",                "", "everybody's commands would time out"                    },
+    {"at 'AT S0?V0'",                 "", "everybody's commands would time out"                    },
+    {"at 'ATE0S3=10'",                "", "everybody's commands would time out"                    },
+    {"at 'ATS04='",                   "", "everybody's commands would time out"                    },
+    {"at ATS5=65",                    "", "everybody's commands would time out"                    },
+    {"at 'AT+CSQ;+ipr=9600'",         "", "everybody's commands would time out"                    },
+    {"at AT+ICF=3,3",                 "", "everybody's commands would time out"                    },
+    {"at 'ATE0 +CMUX=0;I'",           "", "everybody's commands would time out"                    },
     {"sms-pdu AT+CSQ 00",             "", "such as AT+CMGS=22"                                     },
     {"sms-pdu AT+CMGS=2 123",         "", "the PDU has 3 digits: each byte takes two"              },
     {"sms-pdu AT+CMGS=2 0x",          "", "position 2 of the PDU is no hexadecimal digit"          },
@@ -126,8 +133,10 @@ TEST(Mdxctl, AsksBeforeResultsAreTurnedOffAndNotElse) {
   StandInServer server([](StandInServer& self, const at_msg_t& record) {
     self.answer(with_text(record, "OK\r\n"));
   });
-  for (const char* arguments : {"at --yes ATV0", "at ATV1Q0E0", "at ATDV0", "at AT+CSQV0",
-                                "at AT\\&FV1", "at 'AT+X=\"V0\"'"}) {
+  for (const char* arguments :
+       {"at --yes ATV0", "at ATV1Q0E0", "at ATDV0", "at AT+CSQV0", "at AT\\&FV1",
+        "at 'AT+X=\"V0\"'", "at 'ATS3=013S4=10S5=8S3?'", "at 'AT+IPR?'", "at 'AT+CMUX=?'",
+        "at AT+IPRX=1", "at --yes AT+IPR=9600"}) {
     EXPECT_EQ(mdxctl(arguments).code, 0) << arguments;
   }
 }

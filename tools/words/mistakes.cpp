@@ -87,14 +87,36 @@ std::string text_of(int mistake, uint32_t position, const std::string& command,
 
 constexpr std::string_view kDigits = "0123456789";
 
-/// Cuts a basic command off `line`, whose first character is its letter. @return its number, or ""
-std::string take_basic(std::string* line) {
-  const size_t letter = line->front() == '&' || line->front() == '\\' ? 1 : 0;
-  const size_t begin = letter + 1;
-  const size_t end = std::min(line->find_first_not_of(kDigits, begin), line->size());
-  std::string number = begin < end ? line->substr(begin, end - begin) : "";
-  line->erase(0, std::max(end, begin));
-  return number;
+/// Cuts the digits off the front of `line`. @return their number without zeros in front; "" for 0
+std::string take_number(std::string* line) {
+  const size_t end = std::min(line->find_first_not_of(kDigits), line->size());
+  std::string number = line->substr(0, end);
+  line->erase(0, end);
+  return number.erase(0, std::min(number.find_first_not_of('0'), number.size()));
+}
+
+/// Cuts a basic command off `line`, whose first character is its letter.
+bool take_basic_that_mutes(std::string* line) {
+  const char letter = line->front();
+  line->erase(0, letter == '&' || letter == '\\' ? 2 : 1);
+  const std::string number = take_number(line);
+  if (line->starts_with('?')) line->erase(0, 1);
+  if (letter != 'S' || !line->starts_with('=')) {
+    return (letter == 'V' && number.empty()) || (letter == 'Q' && !number.empty());
+  }
+  line->erase(0, 1);
+  const std::string value = take_number(line);
+  return (number == "3" && value != "13") || (number == "4" && value != "10") ||
+         (number == "5" && value != "8");
+}
+
+/// @param command  such as +IPR=9600
+bool extended_mutes(std::string_view command) {
+  constexpr std::string_view kNames[] = {"+IPR", "+ICF", "+CMUX"};
+  return std::any_of(std::begin(kNames), std::end(kNames), [command](std::string_view name) {
+    return command.starts_with(name) && command.substr(name.size()).starts_with('=') &&
+           command.substr(name.size()) != "=?";
+  });
 }
 
 }  // namespace
@@ -111,15 +133,12 @@ bool mutes_results(std::string_view command) {
                            letter == '\\' || letter == ';')) {
       // Dialling and extended commands go up to a semicolon, which in quotes is no end: what is
       // taken for a command too many is only asked about.
-      const size_t end = line.find(';');
-      if (end == std::string::npos) return false;
+      const size_t end = std::min(line.find(';'), line.size());
+      if (extended_mutes(std::string_view(line).substr(0, end))) return true;
       line.erase(0, end + 1);
       continue;
     }
-    const std::string number = take_basic(&line);
-    const bool zero = number.find_first_not_of('0') == std::string::npos;
-    if ((letter == 'V' && zero) || (letter == 'Q' && !zero)) return true;
-    if (letter == 'S' && line.starts_with('=')) line.erase(0, line.find_first_not_of(kDigits, 1));
+    if (take_basic_that_mutes(&line)) return true;
   }
   return false;
 }

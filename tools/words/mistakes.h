@@ -22,9 +22,13 @@ inline constexpr char kMixedReports[] =
     "itself";
 /// For a command that mutes_results.
 inline constexpr char kMutesResults[] =
-    "the modem would no longer say OK or ERROR, and everybody's commands would time out";
+    "the modem would no longer say OK or ERROR, or not in a way that is understood here, and "
+    "everybody's commands would time out";
 
-/// Whether `command` turns off the results that end every answer: ATV0, ATQ1, also within a line.
+/// Whether `command` takes away the results that end every answer, also within a line: turned off
+/// (ATV0, ATQ1), with other characters for the ends of lines (ATS3, S4, S5 with another value than
+/// the usual one), at another speed or in other characters (+IPR, +ICF), or in a multiplexer's
+/// frames (+CMUX).
 bool mutes_results(std::string_view command);
 
 /// @return one sentence that says what is wrong and what to do; empty when nothing is
