@@ -1,9 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """The bridge between a device and a real broker: reports and states out, commands in, what stays."""
 
+import contextlib
 import json
+import os
 import pathlib
+import re
 import signal
+import socket
 import subprocess
 import time
 import unittest
@@ -16,6 +20,20 @@ COMMAND = TOPIC + "command"
 
 def without(thing, *keys):
     return {key: value for key, value in thing.items() if key not in keys}
+
+
+def hold_as_outsider(name, backlog, full):
+    """@return what must be kept to hold it"""
+    os.setgroups([])
+    os.setgid(65534)
+    os.setuid(65534)
+    holder, caller = socket.socket(socket.AF_UNIX), socket.socket(socket.AF_UNIX)
+    holder.bind(name)
+    if backlog is not None:
+        holder.listen(backlog)
+    if full:
+        caller.connect(name)
+    return holder, caller
 
 
 class Bridge(FleetTest):
@@ -104,6 +122,9 @@ class Bridge(FleetTest):
         self.assertIn("runs on this machine already", self.log_of(second))
         self.stop(bridge)
 
+        long = "x" * 128
+        for device in ("dev1", "dev2"):
+            self.wait_for_log(self.start("mdxbridge", "--host", "127.0.0.1", "--prefix", long, "--id", device), "connected")
         self.publish(TOPIC + "state", {"online": True, "machine": "another"}, "-r")
         bridge = self.start_bridge(pause=600)
         self.wait_for_log(bridge, "another machine, another, has the ID dev1, too")
@@ -329,6 +350,55 @@ class Bridge(FleetTest):
         lost = self.start("mdxbridge", "--config", str(path), "--port", "2001", "--once")
         self.assertEqual(lost.wait(PATIENCE_S), 1)
         self.assertIn("larger than the broker takes", self.log_of(lost))
+
+
+class Outsider(FleetTest):
+    """What a local user whom the server does not serve can do to a bridge."""
+
+    def start_bridge_of(self, groups):
+        bridge = self.start("setpriv", "--reuid", "65534", "--regid", "65534", "--groups", groups,
+                            "mdxbridge", "--host", "127.0.0.1", "--id", "dev1")
+        self.wait_for_log(bridge, "Connection refused")
+        return bridge
+
+    def starts_all_the_same(self):
+        bridge = self.start_bridge()
+        self.wait_for_log(bridge, "Connection refused")
+        self.assertIn("going on without it", self.log_of(bridge))
+        self.stop(bridge)
+
+    def test_name_that_keeps_a_second_bridge_away(self):
+        """An outsider who has it keeps none away, however he holds it; a member of the group does."""
+        outsider = self.start_bridge_of("65534")
+        name, = re.findall(r"@(mdxbridge .*)", pathlib.Path("/proc/net/unix").read_text())
+        self.starts_all_the_same()
+        self.stop(outsider)
+        for backlog, full in ((None, False), (0, True)):
+            with self.subTest(backlog=backlog), self.held_by_outsider("\0" + name, backlog, full):
+                self.starts_all_the_same()
+        self.start_bridge_of("mdxgate")
+        second = self.start_bridge()
+        self.assertEqual(second.wait(PATIENCE_S), 1)
+        self.assertIn("runs on this machine already", self.log_of(second))
+
+    @contextlib.contextmanager
+    def held_by_outsider(self, name, backlog, full):
+        held, told = os.pipe()
+        child = os.fork()
+        if child == 0:
+            try:
+                kept = hold_as_outsider(name, backlog, full)
+                os.write(told, b"held" if kept else b"")
+                signal.pause()
+            finally:
+                os._exit(1)
+        os.close(told)
+        try:
+            self.assertEqual(os.read(held, 4), b"held")
+            yield
+        finally:
+            os.kill(child, signal.SIGKILL)
+            os.waitpid(child, 0)
 
 
 if __name__ == "__main__":

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "tools/mdxbridge/figures.h"
+#include "tools/mdxbridge/hash.h"
 #include "tools/mdxbridge/journal.h"
 #include "tools/mdxbridge/privacy.h"
 #include "tools/words/packet_text.h"
@@ -60,22 +61,12 @@ uint64_t random_number() {
   return number;
 }
 
-std::string hex_of(uint64_t number) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (int shift = 60; shift >= 0; shift -= 4) text += kDigits[(number >> shift) & 15];
-  return text;
-}
-
 /// The same with each start, but not the machine's own ID, which is nobody else's business.
 std::string machine_name() {
   std::ifstream file("/etc/machine-id");
   std::string id;
   if (!std::getline(file, id) || id.empty()) return hex_of(random_number());
-  uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
-  for (const char c : "mdxbridge " + id)
-    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-  return hex_of(hash);
+  return hex_of(hash_of("mdxbridge " + id));
 }
 
 bool is_link(const mdx_packet_t& packet) {
@@ -125,7 +116,7 @@ bridge_t::bridge_t(const settings_t& settings, bool once)
 
 bridge_t::~bridge_t() { mdx_unsubscribe(hub_); }
 
-bool bridge_t::run(int stop_fd) {
+bool bridge_t::run(int stop_fd, const place_t& place) {
   const time_point end = clock_type::now() + kOncePatience;
   connect_at_ = subscribe_at_ = clock_type::now();
   while (!stopping_ && !is_done()) {
@@ -134,6 +125,7 @@ bool bridge_t::run(int stop_fd) {
     if (settings_.stats_s > 0 && !once_ && clock_type::now() >= stats_at_) publish_stats();
     send_what_waits();
     if (once_ && clock_type::now() >= end) break;
+    place.let_go_of_callers();
     if (!is_done()) wait(stop_fd);
   }
   const bool done = is_done() && own_.dropped() == 0 && reports_.dropped() == 0;

@@ -17,6 +17,7 @@
 #include "tools/mdxbridge/limits.h"
 #include "tools/mdxbridge/modem_work.h"
 #include "tools/mdxbridge/outbox.h"
+#include "tools/mdxbridge/place.h"
 #include "tools/mdxbridge/settings.h"
 
 namespace mdxbridge {
@@ -31,7 +32,7 @@ class bridge_t {
 
   /// @param stop_fd  readable when the program shall end
   /// @return false when `once` was not done in time
-  bool run(int stop_fd);
+  bool run(int stop_fd, const place_t& place);
 
  private:
   using time_point = clock_type::time_point;

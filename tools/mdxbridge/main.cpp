@@ -4,12 +4,9 @@
 #include <mosquitto.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -18,6 +15,7 @@
 
 #include "tools/mdxbridge/bridge.h"
 #include "tools/mdxbridge/journal.h"
+#include "tools/mdxbridge/place.h"
 #include "tools/mdxbridge/settings.h"
 
 namespace {
@@ -109,20 +107,9 @@ int signals_that_end() {
   return signalfd(-1, &set, SFD_CLOEXEC);
 }
 
-/// Two of this device would take each other's place at the broker. The name goes with the program.
-/// @return false when it is taken
-bool take_place(const settings_t& settings) {
-  const std::string name = "mdxbridge " + settings.topic("") + " at " + settings.host;
-  sockaddr_un place{};
-  place.sun_family = AF_UNIX;
-  const size_t size = name.copy(place.sun_path + 1, sizeof(place.sun_path) - 1);
-  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
-  return bind(fd, reinterpret_cast<const sockaddr*>(&place), length) == 0 || errno != EADDRINUSE;
-}
-
 int serve(const arguments_t& arguments, const settings_t& settings) {
-  if (!take_place(settings)) {
+  const mdxbridge::place_t place(settings.topic("") + " at " + settings.host);
+  if (place.is_anothers()) {
     mdxbridge::journal("the bridge of " + settings.id + " runs on this machine already");
     return EXIT_NOT_SENT;
   }
@@ -130,7 +117,7 @@ int serve(const arguments_t& arguments, const settings_t& settings) {
   // The look-up of the broker's name is the one thing that keeps reports waiting.
   setenv("RES_OPTIONS", "timeout:2 attempts:2", 0);
   mosquitto_lib_init();
-  const bool done = mdxbridge::bridge_t(settings, arguments.once).run(stop_fd);
+  const bool done = mdxbridge::bridge_t(settings, arguments.once).run(stop_fd, place);
   mosquitto_lib_cleanup();
   if (done) return EXIT_FINE;
   mdxbridge::journal("the broker did not take all within 30 seconds");
