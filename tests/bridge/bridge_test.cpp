@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 
 #include "tools/mdxbridge/figures.h"
@@ -196,20 +195,6 @@ TEST(Settings, NamesThatTopicsCannotHold) {
   EXPECT_THAT(check_settings(&settings, "f"),
               ElementsAre("f: psk-identity: needs psk-file beside it"));
   EXPECT_EQ(settings.topic("state"), "a/b/x/state");
-}
-
-std::string page(const char* name) {
-  std::ifstream file(std::string(MDX_MAN) + '/' + name);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-TEST(Settings, EachKeyStandsInTheManual) {
-  const std::string configuration = page("mdxgate-bridge.conf.5.scd");
-  const std::string program = page("mdxbridge.1.scd");
-  for (const key_row_t& row : key_rows()) {
-    EXPECT_THAT(configuration, HasSubstr('*' + std::string(row.name) + '*'));
-    EXPECT_THAT(program, HasSubstr("*--" + std::string(row.name) + '*'));
-  }
 }
 
 TEST(Answers, GoToTopicsThatAreNoneOfOthers) {

@@ -192,16 +192,25 @@ def numbers_aside(text):
 class Manual(DeviceTest):
     def test_options(self):
         """Each subcommand and option that --help shows is in the page, and no other."""
-        for program in ("mdxctl", "mdxsim", "mdxtap"):
+        programs = ("mdxbridge", "mdxctl", "mdxsim", "mdxtap")
+        for program in programs:
             page = (SOURCES / "docs/man" / f"{program}.1.scd").read_text()
             texts = help_texts(program)
             for command, text in texts.items():
                 if command != program and "\nSubcommands:" not in text:
                     self.assertRegex(page, rf"(?m)^## {command}\b")
             shown = set(re.findall(r"(?m)^  (?:-\w,)?(--[\w-]+)", "".join(texts.values())))
-            others = "|".join({"mdxctl", "mdxsim", "mdxtap"} - {program})
+            others = "|".join({*programs} - {program})
             told = set(re.findall(r"(--[a-z][\w-]+)", re.sub(rf"(?m)\b({others}) [^*\n]*", "", page)))
             self.assertEqual(shown, told, program)
+
+    def test_keys(self):
+        """Each key of the configuration is an option of the bridge, and the other way round."""
+        page = (SOURCES / "docs/man/mdxgate-bridge.conf.5.scd").read_text()
+        heads = re.findall(r"(?m)^((?:\*[a-z-]+\*(?:, )?)+)$", page)
+        shown = re.findall(r"(?m)^  (?:-\w,)?--([\w-]+)", run("mdxbridge", "--help"))
+        keys = set(shown) - {"help", "version", "config", "check", "once"}
+        self.assertEqual(sorted(re.findall(r"[a-z-]+", " ".join(heads))), sorted(keys))
 
     def test_masks(self):
         """The table of the page is the one of the program."""
