@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdx_register";
+constexpr mdx_trace_source_t kSource = MDX_FROM_REGISTER;
 constexpr uint32_t kEventNasData = 2;
 
 }  // namespace

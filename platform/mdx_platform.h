@@ -201,19 +201,38 @@ extern std::atomic<uint32_t> mdx_trace_mask;
 void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, uint32_t level,
                          const char* format, ...) __attribute__((format(printf, 6, 7), cold));
 
-/// The same for module "mdxgate" where the level is on. Hundreds of places call it, so its call is
-/// short: `place` is the line times 256, and the level. Call MDX_TRACE.
-void mdx_trace(const char* source, uint32_t place, const char* format, ...)
-    __attribute__((format(printf, 3, 4), cold));
-#define MDX_TRACE_PLACE(level) (static_cast<uint32_t>(__LINE__) * 256 + (level))
+/// Who traces.
+enum mdx_trace_source_t : uint32_t {
+  MDX_FROM_LINE,  ///< the server, where each line of the modem passes
+  MDX_FROM_SERVER,
+  MDX_FROM_REPORTS,
+  MDX_FROM_REGISTER,
+  MDX_FROM_CHANNEL,
+  MDX_FROM_PLATFORM,
+};
 
-/// A trace. One of level 8 or 16 costs a load and a branch while that is off, and its values are
-/// not evaluated then.
-#define MDX_TRACE(source, level, ...)                                    \
-  do {                                                                   \
-    if (((level) & (MDX_TRACE_FLOW | MDX_TRACE_DETAIL)) == 0 ||          \
-        (mdx_trace_mask.load(std::memory_order_relaxed) & (level)) != 0) \
-      mdx_trace((source), MDX_TRACE_PLACE(level), __VA_ARGS__);          \
+/// The source module that a trace of it names.
+constexpr const char* mdx_trace_source_name(uint32_t source) {
+  constexpr const char* names[] = {"mdxgate",      "mdxgate",       "mdx_report_callback",
+                                   "mdx_register", "modem_channel", "platform"};
+  return names[source];
+}
+
+/// The same for module "mdxgate" where the level is on. Hundreds of places call it, so its call is
+/// short: `place` is the line, the source and the level. Call MDX_TRACE.
+void mdx_trace(uint32_t place, const char* format, ...) __attribute__((format(printf, 2, 3), cold));
+constexpr uint32_t mdx_trace_place(uint32_t line, mdx_trace_source_t source, uint32_t level) {
+  return line << 16 | source << 8 | level;
+}
+#define MDX_TRACE_PLACE(source, level) mdx_trace_place(__LINE__, (source), (level))
+
+/// A trace. Where each line passes, one of level 8 or 16 costs a load and a branch while that is
+/// off, and its values are not evaluated then; elsewhere the call finds out, which is smaller.
+#define MDX_TRACE(source, level, ...)                                                        \
+  do {                                                                                       \
+    if ((source) != MDX_FROM_LINE || ((level) & (MDX_TRACE_FLOW | MDX_TRACE_DETAIL)) == 0 || \
+        (mdx_trace_mask.load(std::memory_order_relaxed) & (level)) != 0)                     \
+      mdx_trace(MDX_TRACE_PLACE(source, level), __VA_ARGS__);                                \
   } while (false)
 
 /// A line for the device's start-up log. The number is 2.

@@ -15,7 +15,7 @@
 #include "platform/mdx_platform.h"
 
 /// The source that all traces of the report handlers name.
-inline constexpr char kReportSource[] = "mdx_report_callback";
+inline constexpr mdx_trace_source_t kReportSource = MDX_FROM_REPORTS;
 
 /// Room for a value that is kept as text and converted late: nine characters, what is longer is
 /// cut.

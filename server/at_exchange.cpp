@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr char kEscape[] = {0x1B};
 
 /// The response parser tells by the head of a command which lines answer it; the record's own text

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_LINE;
 constexpr char kCtrlZ = 26;
 /// Behind the Ctrl-Z of a raw body stand a CR and an LF, which belong to it.
 constexpr int32_t kBodyEnd = 2;

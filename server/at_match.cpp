@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_LINE;
 
 }  // namespace
 

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_LINE;
 constexpr std::string_view kLineEnd = "\r\n";
 /// The collector never holds more, so that a response always has its NUL inside `rmsg`.
 constexpr int32_t kResponseMax = MAX_ATCMD_REPORT_SIZE - 1;

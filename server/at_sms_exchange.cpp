@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr char kCtrlZ = 0x1A;
 constexpr char kEscape[] = {0x1B};
 /// The code that would make a time-out cancel the modem's prompt; no result row has it.

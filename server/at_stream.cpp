@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_LINE;
 
 /// A budget in seconds as the milliseconds of one wait.
 int32_t wait_milliseconds(int32_t seconds) {

@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr char kCommandStart[] = "AT";
 /// Networks are searched for over all bands.
 constexpr int32_t kNetworkSearchSeconds = 240;

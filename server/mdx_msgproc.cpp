@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr uint32_t kUninstallDatacard = 0x8805;
 constexpr size_t kLengthOffset = 36;
 

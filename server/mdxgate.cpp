@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr char kModule[] = "mdxgate";
 constexpr char kPidFolder[] = "/var/run/pidfile/";
 constexpr char kPidFile[] = "/var/run/pidfile/mdxgate.pid";

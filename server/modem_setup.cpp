@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr int32_t kOwnMsgType = 5;
 constexpr int32_t kOwnTimeoutSeconds = 3;
 constexpr uint32_t kSeqWrap = 255;

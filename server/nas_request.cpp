@@ -11,7 +11,7 @@
 
 int32_t process_nas_queue(int* retcode) {
   if (retcode == nullptr) {
-    MDX_TRACE("mdxgate", MDX_TRACE_ERROR, "Error: retcode is null\n");
+    MDX_TRACE(MDX_FROM_SERVER, MDX_TRACE_ERROR, "Error: retcode is null\n");
     return -1;
   }
   at_msg_t msg = {};

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 constexpr int kQueryAnswer = 15;
 constexpr int kResponseText = 0;
 constexpr int32_t kServiceValid = 2;

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char kSource[] = "mdxgate";
+constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
 /// The last byte of the buffer stays NUL, the one before is the last that a CR may take.
 constexpr uint32_t kTextMax = kCommandSize - 1;
 constexpr int32_t kLastCrPosition = kCommandSize - 2;

@@ -152,8 +152,8 @@ bool set_rights(int directory, mode_t mode) {
   const gid_t group = identity.has_group ? identity.group : static_cast<gid_t>(-1);
   static constinit bool told = false;
   if (fchown(directory, owner, group) != 0 && identity.has_group && !told) {
-    MDX_TRACE("platform", MDX_TRACE_MISSING, "%s does not get its group: %s\n", kMdxDirectory,
-              strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING, "%s does not get its group: %s\n",
+              kMdxDirectory, strerror(errno));
     told = true;
   }
   return fchmod(directory, mode) == 0;
@@ -164,7 +164,8 @@ void hand_over(int fd) {
   const mdx_identity_t& identity = mdx_identity();
   if (!is_root() || !identity.has_user) return;
   if (fchown(fd, identity.user, static_cast<gid_t>(-1)) != 0) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s stays root's: %s\n", kMdxDirectory, strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s stays root's: %s\n", kMdxDirectory,
+              strerror(errno));
   }
 }
 
@@ -259,11 +260,11 @@ bool directory_restore() {
   const char* gone = is_there ? kMdxTaskDirectory : kMdxDirectory;
   const refusal_t why = make_directory_ours();
   if (why != complaint && why != kGranted) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n", gone,
-              why, strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed, no client can come: %s: %s\n",
+              gone, why, strerror(errno));
   }
   complaint = why;
   if (why != kGranted) return false;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", gone);
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", gone);
   return true;
 }

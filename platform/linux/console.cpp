@@ -242,7 +242,7 @@ bool console_restore() {
   listener.store(fresh);
   shutdown(old, SHUT_RDWR);  // ends an accept that waits in it
   close(old);
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxConsolePath);
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxConsolePath);
   return true;
 }
 

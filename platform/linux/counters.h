@@ -73,8 +73,8 @@ void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const c
     __attribute__((format(printf, 4, 5), cold));
 
 /// The one way something is dropped: counted under its reason, and traced, of many the first few.
-#define MDX_DROP(counter, level, ...)                                       \
-  do {                                                                      \
-    static constinit trace_limit mdx_drop_limit;                            \
-    mdx_drop(mdx_drop_limit, counter, MDX_TRACE_PLACE(level), __VA_ARGS__); \
+#define MDX_DROP(counter, level, ...)                                                          \
+  do {                                                                                         \
+    static constinit trace_limit mdx_drop_limit;                                               \
+    mdx_drop(mdx_drop_limit, counter, MDX_TRACE_PLACE(MDX_FROM_PLATFORM, level), __VA_ARGS__); \
   } while (false)

@@ -82,7 +82,7 @@ void open_set(event_set_t& set, int32_t task_id) {
   set.wait_fd = set.wake_fd = create_public_fifo(path);
   set.is_public = set.wait_fd >= 0;
   if (set.is_public) return;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "no client can wake this task, %s: %s\n", path,
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no client can wake this task, %s: %s\n", path,
             strerror(errno));
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return;
@@ -106,7 +106,7 @@ bool restore_fifo(const event_set_t& set, int32_t task_id) {
   close(fresh);
   if (old >= 0) event_fifo_raise(old, kLookAgain);
   if (old >= 0) close(old);
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", path);
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", path);
   return true;
 }
 
@@ -253,7 +253,7 @@ void MDX_event_init(uint32_t mask) {
       break;
     }
     if (own_set == nullptr) {
-      MDX_TRACE("platform", MDX_TRACE_ERROR, "no event set is left for task %d\n", task_id);
+      MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no event set is left for task %d\n", task_id);
       return;
     }
     open_set(*own_set, task_id);

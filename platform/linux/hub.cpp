@@ -192,7 +192,7 @@ void show_states(const receiver_t& receiver) {
 
 int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
   if (header.length > kMaxPayload || (data == nullptr && header.length != 0)) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "packet %u with %u bytes refused\n", header.type,
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "packet %u with %u bytes refused\n", header.type,
               header.length);
     return -1;
   }
@@ -397,7 +397,7 @@ bool hub_restore() {
   const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
   if (fresh < 0) return false;
   close(listener.exchange(fresh));
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
   return true;
 }
 

@@ -38,7 +38,8 @@ bool bind_and_listen(int fd, const char* path, mode_t mode) {
 int local_socket_listen(const char* path, int type, mode_t mode) {
   const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
   if (fd >= 0 && bind_and_listen(fd, path, mode)) return fd;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "nobody can connect to %s: %s\n", path, strerror(errno));
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "nobody can connect to %s: %s\n", path,
+            strerror(errno));
   if (fd >= 0) close(fd);
   return -1;
 }

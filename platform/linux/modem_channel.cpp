@@ -38,7 +38,7 @@
 
 namespace {
 
-constexpr char kSource[] = "modem_channel";
+constexpr mdx_trace_source_t kSource = MDX_FROM_CHANNEL;
 constexpr uint32_t kSendPatienceMs = 5000;
 constexpr uint32_t kReopenMs = 200;
 constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening takes long

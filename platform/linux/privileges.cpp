@@ -66,25 +66,26 @@ void give_back_free_heap() {
 void drop_root() {
   const mdx_identity_t& identity = mdx_identity();
   if (geteuid() != 0) {
-    MDX_TRACE("platform", MDX_TRACE_MISSING, "not started as root: stays user %u\n",
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING, "not started as root: stays user %u\n",
               static_cast<unsigned>(geteuid()));
     return;
   }
   if (!identity.has_user) {
-    MDX_TRACE("platform", MDX_TRACE_MISSING, "no user %s: stays root\n", kMdxUser);
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING, "no user %s: stays root\n", kMdxUser);
     return;
   }
   prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0);
   const char* refused = change_user(identity);
   prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0);
   if (refused != nullptr) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "cannot become user %s, %s is refused: stays root\n",
-              kMdxUser, refused);
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR,
+              "cannot become user %s, %s is refused: stays root\n", kMdxUser, refused);
     return;
   }
   capability_held.store(set_capabilities(kReadyFlagCapability, kReadyFlagCapability));
   if (!capability_held.load())
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "capabilities are refused: %s\n", strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "capabilities are refused: %s\n",
+              strerror(errno));
 }
 
 }  // namespace
@@ -114,9 +115,10 @@ void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
   char* end = nullptr;
   const unsigned long bits = strtoul(mode, &end, kOctal);
   if (end == mode || *end != '\0' || bits > kModeBits) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode for %s\n", path);
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no mode for %s\n", path);
   } else if (chmod(path, static_cast<mode_t>(bits)) != 0) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path, strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path,
+              strerror(errno));
   }
   if (capability_held.exchange(false)) set_capabilities(0, 0);
 }

@@ -108,7 +108,8 @@ void link_pid_namespace() {
   if (!read_pid_namespace("/proc/self/ns/pid", name)) return;
   unlink(kMdxPidNamespaceLink);
   if (symlink(name, kMdxPidNamespaceLink) != 0)
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "%s: %s\n", kMdxPidNamespaceLink, strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s: %s\n", kMdxPidNamespaceLink,
+              strerror(errno));
 }
 
 /// Tells clients whom to wake: the link appears whole or not at all.
@@ -121,7 +122,8 @@ bool link_server() {
   link_pid_namespace();
   if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
     return true;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "clients cannot find the server: %s\n", strerror(errno));
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",
+            strerror(errno));
   return false;
 }
 
@@ -159,7 +161,7 @@ bool make_queue(int32_t number) {
   queue.kernel_id = queue_key_take(number, queue.bytes);
   const int error = queue.kernel_id < 0 ? errno : 0;
   if (error != 0 && error != queue.complaint) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(error));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(error));
   }
   queue.complaint = error;
   errno = error;
@@ -178,7 +180,7 @@ bool restore_queue(int32_t id, int error) {
     errno = error;
     return false;
   }
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "queue %d was removed with all in it: made again\n",
             number);
   return true;
 }
@@ -366,13 +368,13 @@ int32_t MDX_get_msgQ_id(int32_t number) {
 int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size) {
   if (!is_border_queue(number) || depth <= 0 || depth > static_cast<int32_t>(kMaxDepth) ||
       size != static_cast<int32_t>(kMdxRecordSize)) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "no queue %d of %d times %d bytes\n", number, depth,
-              size);
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no queue %d of %d times %d bytes\n", number,
+              depth, size);
     return -1;
   }
   border_queue_t& queue = border_queues[number];
   if (queue.id >= 0) {
-    MDX_TRACE("platform", MDX_TRACE_ERROR, "queue %d is there already\n", number);
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "queue %d is there already\n", number);
     return -1;
   }
   queue.bytes = depth * size;
@@ -386,7 +388,7 @@ int32_t MDX_msgQex_create(int32_t number, int32_t depth, int32_t size) {
 void MDX_msgQex_delete(int32_t id) {
   if (id < 0) return;
   if (queue_key_remove(kernel_id_of(id)) != 0)
-    MDX_TRACE("platform", MDX_TRACE_MISSING, "queue is not deleted: %s\n", strerror(errno));
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING, "queue is not deleted: %s\n", strerror(errno));
   for (border_queue_t& queue : border_queues)
     if (queue.id == id) queue.id = -1;
 }

@@ -111,8 +111,9 @@ void tell_of_plant() {
   if (told && now - told_at < kTellAgainMs) return;
   told = true;
   told_at = now;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "%s: %" PRIu64 " names so far that were no task's own\n",
-            kMdxTaskDirectory, counter_value(COUNT_TASK_NAMES_REFUSED));
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR,
+            "%s: %" PRIu64 " names so far that were no task's own\n", kMdxTaskDirectory,
+            counter_value(COUNT_TASK_NAMES_REFUSED));
 }
 
 bool begin_look(int directory) {

@@ -42,6 +42,6 @@ pthread_t MDX_pthread_create(int, int, int, void (*entry)(), int) {
   const int error = pthread_create(&thread, nullptr, run, reinterpret_cast<void*>(entry));
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   if (error == 0) return thread;
-  MDX_TRACE("platform", MDX_TRACE_ERROR, "no thread: %s\n", strerror(error));
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no thread: %s\n", strerror(error));
   return 0;
 }

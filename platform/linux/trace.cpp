@@ -131,8 +131,9 @@ struct origin_t {
   uint32_t level;
 };
 
-origin_t origin_at(const char* source, uint32_t place) {
-  return {source, static_cast<int>(place / 256), "mdxgate", place % 256};
+origin_t origin_at(uint32_t place) {
+  return {mdx_trace_source_name(place >> 8 & 0xff), static_cast<int>(place >> 16), "mdxgate",
+          place & 0xff};
 }
 
 bool is_on(uint32_t level) { return (mdx_trace_mask.load(std::memory_order_relaxed) & level) != 0; }
@@ -158,8 +159,8 @@ void KRP_TRACE_PrintInfo(const char* source, int line, int, const char* module, 
   va_end(values);
 }
 
-void mdx_trace(const char* source, uint32_t place, const char* format, ...) {
-  const origin_t origin = origin_at(source, place);
+void mdx_trace(uint32_t place, const char* format, ...) {
+  const origin_t origin = origin_at(place);
   if (!is_on(origin.level)) return;
   va_list values;
   va_start(values, format);
@@ -169,11 +170,11 @@ void mdx_trace(const char* source, uint32_t place, const char* format, ...) {
 
 void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const char* format, ...) {
   counter_add(counter);
-  const origin_t origin = origin_at("platform", place);
+  const origin_t origin = origin_at(place);
   uint32_t left_out = 0;
   if (!is_on(origin.level) || !limit.lets_through(MDX_elapse(), &left_out)) return;
   if (left_out != 0) {
-    MDX_TRACE("platform", origin.level, "%u more were not traced: %s\n", left_out,
+    MDX_TRACE(MDX_FROM_PLATFORM, origin.level, "%u more were not traced: %s\n", left_out,
               counter_name(counter));
   }
   va_list values;

@@ -517,11 +517,13 @@ void KRP_TRACE_PrintInfo(const char* source, int, int, const char*, uint32_t lev
   va_end(values);
 }
 
-void mdx_trace(const char* source, uint32_t place, const char* format, ...) {
-  if ((mdx_trace_mask & place % 256) == 0) return;
+void mdx_trace(uint32_t place, const char* format, ...) {
+  const uint32_t level = place & 0xff;
+  if ((mdx_trace_mask & level) == 0) return;
   va_list values;
   va_start(values, format);
-  record(kind::TRACE, source, format_text(format, values)).level = place % 256;
+  record(kind::TRACE, mdx_trace_source_name(place >> 8 & 0xff), format_text(format, values)).level =
+      level;
   va_end(values);
 }
 

@@ -89,11 +89,11 @@ TEST(Trace, OtherFilesGetNothing) {
 TEST(Trace, ALevelThatIsOffEvaluatesNothing) {
   const SystemLog log;
   int evaluated = 0;
-  MDX_TRACE("mdxgate", MDX_TRACE_FLOW, "%d\n", ++evaluated);
+  MDX_TRACE(MDX_FROM_LINE, MDX_TRACE_FLOW, "%d\n", ++evaluated);
   EXPECT_EQ(evaluated, 0);
   EXPECT_EQ(log.next(), "");
   mdx_trace_mask = 8;
-  MDX_TRACE("mdxgate", MDX_TRACE_FLOW, "%d\n", ++evaluated);
+  MDX_TRACE(MDX_FROM_LINE, MDX_TRACE_FLOW, "%d\n", ++evaluated);
   EXPECT_EQ(evaluated, 1);
   EXPECT_THAT(log.next(), EndsWith(": 1"));
   mdx_trace_mask = 6;
