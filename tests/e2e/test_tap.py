@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """mdxtap between a modem and its host: nobody notices it, and what passed is in the file."""
 
+import errno
 import fcntl
 import os
 import pathlib
@@ -12,6 +13,7 @@ import signal
 import socket
 import subprocess
 import termios
+import time
 import tty
 import unittest
 
@@ -33,6 +35,15 @@ def passed(path=RECORD):
                 lambda m: {b"r": b"\r", b"n": b"\n", b"\\": b"\\"}.get(m[1]) or bytes([int(m[2], 16)]),
                 line[2:].encode())
     return sides
+
+
+def connect_as_soon_as_it_is_there(path):
+    """A socket that is there and refuses has been shown too early."""
+    host = socket.socket(socket.AF_UNIX)
+    while (result := host.connect_ex(path)) == errno.ENOENT:
+        time.sleep(0)
+    assert result == 0, os.strerror(result)
+    return host
 
 
 class Tap(DeviceTest):
@@ -193,8 +204,10 @@ class Tap(DeviceTest):
 
     def test_a_socket_serves_one_host_after_the_other(self):
         modem = self.make_line()
-        self.start_tap(to=("--listen", "/tmp/socket"))
-        for turn in range(2):
+        self.tap = self.start("mdxtap", str(MODEM), "--listen", "/tmp/socket", "--record", str(RECORD))
+        connect_as_soon_as_it_is_there("/tmp/socket").close()
+        wait_until(lambda: "closed" in RECORD.read_text(), 10, "the tap sees it go")
+        for turn in range(1, 3):
             with socket.socket(socket.AF_UNIX) as host, socket.socket(socket.AF_UNIX) as other:
                 host.connect("/tmp/socket")
                 host.sendall(b"AT\r")

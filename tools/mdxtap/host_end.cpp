@@ -18,10 +18,32 @@ namespace mdxtap {
 namespace {
 
 constexpr size_t kReadSize = 4096;
+constexpr const char* kFresh = ".new";
 
-bool is_socket(const std::string& path) {
+void refuse_other_things(const std::string& path) {
   struct stat there {};
-  return lstat(path.c_str(), &there) != 0 || S_ISSOCK(there.st_mode);
+  if (lstat(path.c_str(), &there) == 0 && !S_ISSOCK(there.st_mode))
+    throw std::runtime_error(path + " is no socket; not touching it");
+}
+
+[[noreturn]] void cannot_listen(const std::string& path) {
+  throw std::system_error(errno, std::generic_category(), "cannot listen on " + path);
+}
+
+int listen_on(const std::string& path, const mdxline::Access& access) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.data(), path.size());
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    const bool given = chown(path.c_str(), access.owner, access.group) == 0 ||
+                       chown(path.c_str(), static_cast<uid_t>(-1), access.group) == 0;
+    const mode_t mode = access.mode & (given ? 0777U : 0700U);
+    if (chmod(path.c_str(), mode) == 0 && listen(fd, 1) == 0) return fd;
+  }
+  close(fd);
+  return -1;
 }
 
 }  // namespace
@@ -32,28 +54,18 @@ void TerminalEnd::plug(const mdxline::Access& access) {
 }
 
 SocketEnd::SocketEnd(std::string path) : path_(std::move(path)) {
-  if (path_.size() >= sizeof sockaddr_un{}.sun_path)
+  if (path_.size() + std::strlen(kFresh) >= sizeof sockaddr_un{}.sun_path)
     throw std::runtime_error(path_ + " is too long");
-  if (!is_socket(path_)) throw std::runtime_error(path_ + " is no socket; not touching it");
+  refuse_other_things(path_);
 }
 
-// Its rights are there before anybody can connect.
+// Whoever sees it can connect, if its rights let him.
 void SocketEnd::plug(const mdxline::Access& access) {
-  if (!is_socket(path_)) throw std::runtime_error(path_ + " is no socket; not touching it");
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path_.data(), path_.size());
-  unlink(path_.c_str());
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  const bool bound = listener_ >= 0 && bind(listener_, reinterpret_cast<const sockaddr*>(&address),
-                                            sizeof address) == 0;
-  if (!bound) throw std::system_error(errno, std::generic_category(), "cannot listen on " + path_);
-  const bool given = chown(path_.c_str(), access.owner, access.group) == 0 ||
-                     chown(path_.c_str(), static_cast<uid_t>(-1), access.group) == 0;
-  const mode_t mode = access.mode & (given ? 0777U : 0700U);
-  if (chmod(path_.c_str(), mode) != 0 || listen(listener_, 1) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot listen on " + path_);
-  }
+  const std::string fresh = path_ + kFresh;
+  for (const std::string& path : {path_, fresh}) refuse_other_things(path);
+  unlink(fresh.c_str());
+  listener_ = listen_on(fresh, access);
+  if (listener_ < 0 || rename(fresh.c_str(), path_.c_str()) != 0) cannot_listen(path_);
 }
 
 void SocketEnd::unplug() {
