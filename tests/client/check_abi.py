@@ -2,7 +2,7 @@
 """The shared library exports what its headers declare and nothing else, each name in a version node, and
 every struct of theirs that can be filled begins with its size.
 
-    check_abi.py NM LIBRARY SONAME HEADER…
+    check_abi.py LIBRARY SONAME HEADER…
 """
 
 import pathlib
@@ -10,7 +10,7 @@ import re
 import subprocess
 import sys
 
-nm, library, soname, *headers = sys.argv[1:]
+library, soname, *headers = sys.argv[1:]
 
 
 def run(*command):
@@ -19,8 +19,8 @@ def run(*command):
 
 text = "".join(pathlib.Path(header).read_text() for header in headers)
 declared = set(re.findall(r"^MDX_API [^;]*?(\w+)\(", text, re.M))
-symbols = run(nm, "-D", "--defined-only", "--with-symbol-versions", library)
-versions = dict(re.findall(r" [^A] (\w+)(?:@@(\w+))?$", symbols, re.M))
+symbols = run("readelf", "--dyn-syms", "--wide", library)
+versions = dict(re.findall(r" (?:FUNC|OBJECT) .* DEFAULT +\d+ (\w+)(?:@@(\w+))?$", symbols, re.M))
 exported = set(versions)
 without_node = sorted(name for name, node in versions.items() if not node.startswith("MDXCLIENT_"))
 names = re.findall(r"\(SONAME\).*\[(.*)\]", run("readelf", "-d", library))
