@@ -24,7 +24,8 @@ TEST(ModemWords, FieldsOfAnAnswer) {
   EXPECT_THAT(fields_of("0, \"a,b\" ,,(1,2),"), ElementsAre("0", "a,b", "", "(1,2)", ""));
   EXPECT_THAT(answer_fields("x\r\n+A: 1,-2\r\n+A: 3", "+A:"), ElementsAre("1", "-2"));
   EXPECT_EQ(number_in({"1", "-2", "3x", ""}, 1), -2);
-  for (const size_t none : {2, 3, 4}) EXPECT_FALSE(number_in({"1", "-2", "3x", ""}, none)) << none;
+  for (const size_t none : {2U, 3U, 4U})
+    EXPECT_FALSE(number_in({"1", "-2", "3x", ""}, none)) << none;
 }
 
 TEST(ModemWords, LevelsAreTheLowerEdgesOfTheirSteps) {
