@@ -53,8 +53,23 @@ void open_outputs() {
   outputs.terminal_waits = true;
 }
 
-int log_priority(uint32_t level) {
-  switch (level) {
+struct origin_t {
+  const char* source;
+  int line;
+  const char* module;
+  uint32_t level;
+};
+
+/// The server says with each line of the modem what it does not find there, and the reports'
+/// handlers trace that they were called, at the level of errors.
+bool comes_with_each_line(const origin_t& origin) {
+  if (strcmp(origin.source, "mdx_report_callback") == 0) return true;
+  return strcmp(origin.source, "mdxgate") == 0 && origin.level == MDX_TRACE_MISSING;
+}
+
+int log_priority(const origin_t& origin) {
+  if (comes_with_each_line(origin)) return LOG_DEBUG;
+  switch (origin.level) {
     case MDX_TRACE_ERROR:
       return LOG_ERR;
     case MDX_TRACE_MISSING:
@@ -111,25 +126,17 @@ size_t make_harmless(char* text, size_t length) {
 }
 
 /// Writes `text`, of which a buffer of kTraceSize bytes has room for `length` at most.
-void write_text(uint32_t level, char* text, size_t length) {
+void write_text(int priority, char* text, size_t length) {
   pthread_once(&outputs_opened, open_outputs);
   if (length >= kTraceSize) {
     length = kTraceSize - 1;
     memcpy(text + length - strlen(kCutMark), kCutMark, strlen(kCutMark));
   }
   length = make_harmless(text, length);
-  const int priority = log_priority(level);
   write_log(priority, text, length);
   if (outputs.journal) write_journal(priority, text, length);
   if (outputs.terminal >= 0) write_terminal(text, length);
 }
-
-struct origin_t {
-  const char* source;
-  int line;
-  const char* module;
-  uint32_t level;
-};
 
 origin_t origin_at(uint32_t place) {
   return {mdx_trace_source_name(place >> 8 & 0xff), static_cast<int>(place >> 16), "mdxgate",
@@ -145,7 +152,7 @@ void write_trace(const origin_t& origin, const char* format, va_list values) {
       snprintf(text, sizeof(text), "%.32s %.32s:%d: ", origin.module, origin.source, origin.line);
   const auto used = static_cast<size_t>(head);
   const int body = vsnprintf(text + used, sizeof(text) - used, format, values);
-  write_text(origin.level, text, used + (body > 0 ? static_cast<size_t>(body) : 0));
+  write_text(log_priority(origin), text, used + (body > 0 ? static_cast<size_t>(body) : 0));
   errno = saved_errno;
 }
 
@@ -187,6 +194,6 @@ void mlog_print(const char* module, int32_t, const char* text) {
   const int saved_errno = errno;
   char line[kTraceSize];
   const int length = snprintf(line, sizeof(line), "%.32s start-up: %s", module, text);
-  write_text(MDX_TRACE_ERROR, line, static_cast<size_t>(length));
+  write_text(LOG_ERR, line, static_cast<size_t>(length));
   errno = saved_errno;
 }

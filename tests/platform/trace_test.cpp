@@ -64,7 +64,7 @@ TEST(Trace, AJournalGetsItsLevelAndHoldsNobodyUp) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   trace_without_reader(ends[1]);
-  EXPECT_THAT(take(ends[0]), StartsWith("<4>mdxgate mdxgate:1: 0\n<4>mdxgate mdxgate:1: 1\n"));
+  EXPECT_THAT(take(ends[0]), StartsWith("<7>mdxgate mdxgate:1: 0\n<7>mdxgate mdxgate:1: 1\n"));
 }
 
 TEST(Trace, ATerminalHoldsNobodyUp) {
@@ -119,6 +119,20 @@ TEST(Trace, TheLogGetsLevelsAndHarmlessText) {
   const std::string text(5000, 'x');
   KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "%s", text.c_str());
   EXPECT_THAT(log.next(), EndsWith("xxx (cut)"));
+}
+
+TEST(Trace, WhatComesWithEachLineIsTheLeastOfTheLog) {
+  const SystemLog log;
+  // clang-format off
+  const struct { const char* source; uint32_t level; const char* priority; } cases[] = {
+      {"mdx_report_callback", 2, "<31>"}, {"mdxgate", 4, "<31>"},
+      {"mdxgate", 2, "<27>"}, {"modem_channel", 4, "<28>"}, {"platform", 4, "<28>"},
+  };
+  // clang-format on
+  for (const auto& [source, level, priority] : cases) {
+    KRP_TRACE_PrintInfo(source, 1, 0, "mdxgate", level, "text");
+    EXPECT_THAT(log.next(), StartsWith(priority)) << source;
+  }
 }
 
 TEST(Trace, ALogThatDoesNotKeepUpHoldsNobodyUp) {
