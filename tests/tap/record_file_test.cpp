@@ -24,7 +24,7 @@ void limit_files(rlim_t size) {
 
 TEST(RecordFile, TheHeadComesWithWhatFits) {
   signal(SIGXFSZ, SIG_IGN);
-  std::string directory = testing::TempDir() + "mdxtapXXXXXX";
+  std::string directory = testing::TempDir() + "mdxtap" + std::string(6, 'X');
   ASSERT_NE(mkdtemp(directory.data()), nullptr);
   const std::string path = directory + "/record";
   const std::string head = "# plain: this must be said\n";

@@ -2,8 +2,6 @@
 
 // mdxbridge: makes this device one of many at an MQTT broker.
 #include <mosquitto.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -17,6 +15,7 @@
 #include "tools/mdxbridge/journal.h"
 #include "tools/mdxbridge/place.h"
 #include "tools/mdxbridge/settings.h"
+#include "tools/signals/polled_signals.h"
 
 namespace {
 
@@ -96,15 +95,6 @@ strings_t read_all(const arguments_t& arguments, settings_t* settings) {
     mistakes.insert(mistakes.end(), more.begin(), more.end());
   }
   return mistakes;
-}
-
-int signals_that_end() {
-  signal(SIGPIPE, SIG_IGN);
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return signalfd(-1, &set, SFD_CLOEXEC);
 }
 
 int serve(const arguments_t& arguments, const settings_t& settings) {

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
+#include "tools/signals/polled_signals.h"
 
 namespace {
 

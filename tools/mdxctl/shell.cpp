@@ -18,9 +18,9 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/shell_line.h"
 #include "tools/mdxctl/shell_prompt.h"
+#include "tools/signals/polled_signals.h"
 #include "tools/words/packet_text.h"
 #include "tools/words/time_text.h"
 

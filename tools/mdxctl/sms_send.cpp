@@ -18,11 +18,11 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_news.h"
 #include "tools/mdxctl/sms_pdu.h"
+#include "tools/signals/polled_signals.h"
 
 using nlohmann::ordered_json;
 

@@ -14,9 +14,9 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_news.h"
+#include "tools/signals/polled_signals.h"
 #include "wire/destinations.h"
 
 namespace {

@@ -18,9 +18,9 @@
 #include "tools/mdxctl/console_client.h"
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/top_model.h"
 #include "tools/mdxctl/top_screen.h"
+#include "tools/signals/polled_signals.h"
 
 namespace {
 

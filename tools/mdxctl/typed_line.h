@@ -10,7 +10,7 @@
 #include <iostream>
 #include <string>
 
-#include "tools/mdxctl/polled_signals.h"
+#include "tools/signals/polled_signals.h"
 
 /// Waits for a line of the terminal on standard input; at its end the line is empty.
 /// @param stop_fd  of signals_to_poll

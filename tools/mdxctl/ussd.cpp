@@ -13,11 +13,11 @@
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/modem_query.h"
 #include "tools/mdxctl/output.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/report_wait.h"
 #include "tools/mdxctl/request.h"
 #include "tools/mdxctl/typed_line.h"
 #include "tools/mdxctl/ussd_text.h"
+#include "tools/signals/polled_signals.h"
 
 using nlohmann::ordered_json;
 

@@ -14,8 +14,8 @@
 #include "tools/mdxctl/exit_codes.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/packet_names.h"
-#include "tools/mdxctl/polled_signals.h"
 #include "tools/mdxctl/run_program.h"
+#include "tools/signals/polled_signals.h"
 #include "tools/words/packet_text.h"
 #include "tools/words/time_text.h"
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // mdxsim: a modem for those who have none at hand, or want the same one each time.
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -28,6 +26,7 @@
 #include "tools/mdxsim/scripted_modem.h"
 #include "tools/mdxsim/session_player.h"
 #include "tools/mdxsim/simulator.h"
+#include "tools/signals/polled_signals.h"
 
 namespace {
 
@@ -305,17 +304,6 @@ std::unique_ptr<mdxsim::Modem> make_modem(Options& options) {
   mdxsim::Script script = mdxsim::parse_script(file, options.script_file);
   take_cut(script, options);
   return std::make_unique<mdxsim::ScriptedModem>(std::move(script), std::move(living));
-}
-
-// Blocked as signals, so that one that comes at any moment is seen by the loop and the link is
-// removed.
-int signals_that_end() {
-  signal(SIGPIPE, SIG_IGN);
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return signalfd(-1, &set, SFD_CLOEXEC);
 }
 
 void write_junit(const mdxsim::Modem& modem, const std::optional<mdxsim::Ending>& ending,

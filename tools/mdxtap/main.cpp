@@ -2,7 +2,6 @@
 
 // mdxtap: stands between a modem and its host, and writes down what passes.
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -28,6 +27,7 @@
 #include "tools/mdxtap/recorder.h"
 #include "tools/mdxtap/script_file.h"
 #include "tools/mdxtap/tap.h"
+#include "tools/signals/polled_signals.h"
 
 namespace {
 
@@ -177,16 +177,6 @@ std::string head_of(const Options& options) {
                         : "# masked: identities, numbers, texts and secrets are stand-ins\n");
 }
 
-int signals_that_end() {
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a full disk like any other
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return signalfd(-1, &set, SFD_CLOEXEC);
-}
-
 // A device that another program has, or that is none, will not do by waiting.
 void open_modem(mdxtap::ModemEnd& modem) {
   const int error = modem.open();
@@ -232,6 +222,7 @@ int tell_missing(const mdxtap::Recorder& recorder) {
 }
 
 int serve(const Options& options) {
+  signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a full disk like any other
   const int signal_fd = signals_that_end();
   mdxtap::ModemEnd modem(options.device);
   open_modem(modem);

@@ -46,7 +46,7 @@ std::string script_obstacle(const std::string& path) {
 
 int write_script_file(const std::string& path, const std::string& script, bool secret) {
   if (is_no_file(path)) return EEXIST;
-  std::string made = path + ".XXXXXX";
+  std::string made = path + '.' + std::string(6, 'X');
   const int fd = mkostemp(made.data(), O_CLOEXEC);
   if (fd < 0) return errno;
   int error = write_all(fd, script);

@@ -23,6 +23,13 @@ inline int signals_to_poll(std::initializer_list<int> numbers) {
   return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// For a program that serves until it is told to end: SIGINT, SIGTERM, SIGHUP, as above. A reader
+/// that is gone then shows in what a write returns.
+inline int signals_that_end() {
+  signal(SIGPIPE, SIG_IGN);
+  return signals_to_poll({SIGINT, SIGTERM, SIGHUP});
+}
+
 /// Ends the program as the signal does when nobody takes it, so that whoever started it sees that.
 [[noreturn]] inline void end_by_signal(int number) {
   signal(number, SIG_DFL);
