@@ -290,10 +290,13 @@ typedef enum mdx_link {
 
 /** Subscribes to what the server tells the device.
  *
+ * Returns when the server has noted it: nothing that is told from then on is missed. That takes no
+ * longer than a round trip, 10 seconds at most. (A server older than this library may have no word
+ * for a subscription to one service or module: it is given a second for it once it has read that.)
  * @param service  a service's name (11 bytes at most), MDX_EVERYTHING, or MDX_BY_MODULE
  * @param module   the module for MDX_BY_MODULE, not looked at otherwise
  * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_REFUSED, MDX_ERR_ARGUMENT,
- * MDX_ERR_SYSTEM. Of a hub without a place mdx_next_packet may be the first to hear.
+ * MDX_ERR_SYSTEM; MDX_ERR_BUSY when the server did not take it within 10 seconds
  */
 MDX_API int mdx_subscribe(mdx_subscription_t** subscription, const char* service, uint32_t module);
 

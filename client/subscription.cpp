@@ -7,11 +7,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -33,6 +35,10 @@ namespace {
 /// A hub that does not take connections is as good as none.
 constexpr timeval kConnectPatience = {2, 0};
 constexpr size_t kFirstPacketRoom = 4096;
+/// The hub notes a subscription at once; a busy machine may take its time.
+constexpr int64_t kNotedWithinMs = 10000;
+/// A server of an earlier version may have no word for a subscription that it has read.
+constexpr int64_t kWordWithinMs = 1000;
 /// What a negative time-out waits for, until asked again.
 constexpr int64_t kForGoodMs = INT_MAX;
 
@@ -89,7 +95,7 @@ bool fill_request(const mdx_subscribe_options_t* options, mdx_packet_header_t* r
   request->kind = MDX_PACKET_SUBSCRIPTION;
   std::memcpy(request->to, options->service, length);
   if (length == 0) request->module = options->module;
-  if (options->last != 0) request->a = kMdxSubscribeWithStates;
+  request->a = kMdxSubscribeWithStates;  // also because their last one tells that it is noted
   return true;
 }
 
@@ -116,6 +122,45 @@ int join_hub(const mdx_packet_header_t& subscription) {
   close(fd);
   errno = system_error;
   return -1;
+}
+
+/// Whether the hub has taken all that was sent to it.
+bool has_read(int fd) {
+  int unread = 0;
+  return ioctl(fd, TIOCOUTQ, &unread) == 0 && unread == 0;
+}
+
+/// Looks for the hub's first word.
+/// @param keep_states  false: what was told before is taken off the socket
+/// @return MDX_OK when the subscription is noted, MDX_ERR_PENDING when there is no word yet
+int find_word(int fd, bool keep_states) {
+  for (;;) {
+    mdx_packet_header_t header{};
+    const ssize_t size = recv(fd, &header, sizeof(header), MSG_PEEK | MSG_DONTWAIT);
+    if (size < 0 && (errno == EINTR || errno == ECONNRESET)) continue;
+    if (size < 0) return errno == EAGAIN ? MDX_ERR_PENDING : MDX_ERR_SYSTEM;
+    if (size == 0) return MDX_ERR_NO_SERVER;
+    if (is_farewell(&header, size)) return MDX_ERR_REFUSED;
+    if (keep_states || (header.kind & kMdxPacketRemembered) == 0) return MDX_OK;
+    recv(fd, &header, sizeof(header), MSG_DONTWAIT);
+    if (std::strcmp(header.to, MDX_SERVICE_LINK) == 0) return MDX_OK;
+  }
+}
+
+/// Waits until the hub has noted the subscription. It tells what it knows at that moment, of the
+/// link at least, and nothing earlier.
+int await_noted(int fd, bool keep_states) {
+  const int64_t deadline = now_ms() + kNotedWithinMs;
+  for (;;) {
+    const bool was_read = has_read(fd);
+    pollfd hub = {fd, POLLIN, 0};
+    const int ready = poll_until(&hub, 1, std::min(deadline, now_ms() + kWordWithinMs));
+    if (ready < 0) return MDX_ERR_SYSTEM;
+    const int word = ready == 0 ? MDX_ERR_PENDING : find_word(fd, keep_states);
+    if (word != MDX_ERR_PENDING) return word;
+    if (ready == 0 && was_read) return MDX_OK;
+    if (now_ms() >= deadline) return MDX_ERR_BUSY;
+  }
 }
 
 bool make_room(mdx_subscription_t* subscription, size_t size) {
@@ -191,6 +236,11 @@ int mdx_subscribe_with(mdx_subscription_t** subscription, const mdx_subscribe_op
     std::free(opened);
     errno = system_error;
     return error_of(system_error);
+  }
+  const bool keep_states = options != nullptr && options->last != 0;
+  if (const int error = await_noted(opened->fd, keep_states); error != MDX_OK) {
+    mdx_unsubscribe(opened);
+    return error;
   }
   *subscription = opened;
   return MDX_OK;

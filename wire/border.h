@@ -59,7 +59,7 @@ enum mdx_farewell_t : uint32_t {
 /// In a subscription's `a`: the last packet of each kind that tells a state comes first.
 constexpr int32_t kMdxSubscribeWithStates = 1;
 /// Set in `kind` of these packets; their `lost` is the age in seconds. That of the service "link"
-/// is the last of them, if it was subscribed to.
+/// is the last of them, and comes to every such subscription: who has it knows that it is noted.
 constexpr uint32_t kMdxPacketRemembered = 0x100;
 
 /// Opens each packet of the hub; the payload follows.

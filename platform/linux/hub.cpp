@@ -31,6 +31,7 @@
 #include "platform/linux/local_socket.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
+#include "wire/destinations.h"
 
 namespace {
 
@@ -178,13 +179,15 @@ void let_catch_up(receiver_t& receiver) {
   }
 }
 
-/// What is known already, for one who has just come.
+/// What is known already, for one who has just come. That of the link tells everybody that the
+/// subscription is noted.
 void show_states(const receiver_t& receiver) {
   hub_state_t state;
   for (size_t kind = 0; hub_states_get(kind, &state); ++kind) {
     mdx_packet_header_t as_told = state.header;
     as_told.kind &= ~kMdxPacketRemembered;
-    if (state.header.type != 0 && wants(receiver, as_told)) {
+    const bool is_link = strcmp(state.header.to, kServiceLink) == 0;
+    if (is_link || (state.header.type != 0 && wants(receiver, as_told))) {
       put_packet(receiver.fd, state.header, state.payload);
     }
   }

@@ -9,38 +9,113 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "client/mdxclient.h"
 #include "wire/border.h"
 
 namespace {
 
-/// A hub with one receiver, which asked for everything, the last of each state first.
-class Subscription : public testing::Test {
- protected:
-  Subscription() {
+constexpr mdx_packet_header_t kLinkUp = {1, kMdxPacketRemembered | 1, "link", 0, 0, 0, 0, 0};
+constexpr mdx_packet_header_t kFull = {MDX_FAREWELL_FULL, MDX_PACKET_FAREWELL, "", 0, 0, 0, 0, 0};
+
+/// Waits at the hub's name for one receiver.
+class Listener {
+ public:
+  Listener() : fd_(socket(AF_UNIX, SOCK_SEQPACKET, 0)) {
     mkdir(kMdxDirectory, 0770);
     unlink(kMdxHubPath);
     sockaddr_un address{AF_UNIX, {}};
     std::memcpy(address.sun_path, kMdxHubPath, sizeof(kMdxHubPath));
-    const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    EXPECT_EQ(listen(listener, 1), 0);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(fd_, 1), 0);
+  }
+  ~Listener() { close(fd_); }
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+
+  int accept_one() const { return accept(fd_, nullptr, nullptr); }
+
+ private:
+  int fd_;
+};
+
+void tell(int hub, const mdx_packet_header_t& header) {
+  EXPECT_EQ(send(hub, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
+}
+
+TEST(Subscribe, ReturnsWhenTheHubHasNotedIt) {
+  const mdx_packet_header_t signal = {19011, kMdxPacketRemembered | 2, "", 0, 19, 0, 0, 0};
+  const mdx_packet_header_t news = {1008, 2, "", 0, 1, 0, 0, 0};
+  // clang-format off
+  const struct { const char* what; const char* service; int last; std::vector<mdx_packet_header_t> words;
+                 int error; std::vector<uint32_t> then; } cases[] = {
+    {"all",                   "*",    0, {signal, kLinkUp, news}, MDX_OK,          {1008}},
+    {"states first",          "*",    1, {signal, kLinkUp, news}, MDX_OK,          {19011, 1, 1008}},
+    {"a module",              "",     0, {signal, kLinkUp, news}, MDX_OK,          {1008}},
+    {"an older hub's module", "",     0, {signal},                MDX_OK,          {}},
+    {"an older hub, no word", "cms",  1, {},                      MDX_OK,          {}},
+    {"a hub without a place", "link", 1, {kFull},                 MDX_ERR_REFUSED, {}},
+  };
+  // clang-format on
+  for (const auto& row : cases) {
+    const Listener listener;
+    std::atomic<bool> noted = false;
+    int hub = -1;
+    std::thread server([&] {
+      hub = listener.accept_one();
+      usleep(100000);
+      mdx_packet_header_t header{};
+      EXPECT_EQ(recv(hub, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
+      noted = true;
+      for (const mdx_packet_header_t& word : row.words) tell(hub, word);
+    });
+    mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
+    options.service = row.service;
+    options.last = row.last;
+    mdx_subscription_t* receiver = nullptr;
+    EXPECT_EQ(mdx_subscribe_with(&receiver, &options), row.error) << row.what;
+    EXPECT_TRUE(noted) << row.what;
+    server.join();
+    mdx_packet_t packet = MDX_PACKET_INIT;
+    for (const uint32_t type : row.then) {
+      EXPECT_EQ(mdx_next_packet(receiver, -1, &packet), MDX_OK) << row.what;
+      EXPECT_EQ(packet.type, type) << row.what;
+    }
+    if (receiver != nullptr) {
+      EXPECT_EQ(mdx_next_packet(receiver, 0, &packet), MDX_ERR_TIMEOUT) << row.what;
+    }
+    mdx_unsubscribe(receiver);
+    close(hub);
+  }
+}
+
+/// A hub with one receiver, which asked for everything, the last of each state first.
+class Subscription : public testing::Test {
+ protected:
+  Subscription() {
+    const Listener listener;
+    std::thread server([&] {
+      hub_ = listener.accept_one();
+      mdx_packet_header_t header{};
+      EXPECT_EQ(recv(hub_, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
+      EXPECT_EQ(header.kind, MDX_PACKET_SUBSCRIPTION);
+      EXPECT_STREQ(header.to, "*");
+      EXPECT_EQ(header.module, 0u);
+      EXPECT_EQ(header.a, kMdxSubscribeWithStates);
+      tell(hub_, kLinkUp);
+    });
     mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
     options.module = 7;
     options.last = 1;
     EXPECT_EQ(mdx_subscribe_with(&receiver_, &options), MDX_OK);
-    hub_ = accept(listener, nullptr, nullptr);
-    close(listener);
-    mdx_packet_header_t header{};
-    EXPECT_EQ(recv(hub_, &header, sizeof(header), 0), static_cast<ssize_t>(sizeof(header)));
-    EXPECT_EQ(header.kind, MDX_PACKET_SUBSCRIPTION);
-    EXPECT_STREQ(header.to, "*");
-    EXPECT_EQ(header.module, 0u);
-    EXPECT_EQ(header.a, kMdxSubscribeWithStates);
+    server.join();
+    EXPECT_EQ(next(0), MDX_OK) << "the link";
   }
   ~Subscription() override {
     mdx_unsubscribe(receiver_);

@@ -158,6 +158,7 @@ TEST_F(Hub, ShowsTheLastOfEachStateToWhoAsksForIt) {
   const Receiver of_module("", NOTIFY_MODULE_19, kMdxSubscribeWithStates);
   const Receiver does_not_ask("*");
   EXPECT_EQ(of_module.next().header.a, 5);
+  EXPECT_STREQ(of_module.next().header.to, kServiceLink) << "tells that the subscription is noted";
   EXPECT_EQ(MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, 6, 0), 0);
   EXPECT_EQ(of_module.next().header.kind, MDX_PACKET_NOTIFICATION);
   EXPECT_EQ(does_not_ask.next().header.a, 6);

@@ -64,8 +64,8 @@ int follow_link(const std::string& name, const std::vector<init_command_t>& comm
 int follow(const std::string& name, const std::vector<init_command_t>& commands) {
   for (bool told = false;; told = true) {
     const int error = follow_link(name, commands);
-    const bool may_come_back =
-        error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE || error == MDX_ERR_REFUSED;
+    const bool may_come_back = error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE ||
+                               error == MDX_ERR_BUSY || error == MDX_ERR_REFUSED;
     if (!may_come_back) return fail_with(exit_code_of_error(error), error_text(error), false);
     if (!told || error == MDX_ERR_SERVER_GONE) tell("waiting for the server");
     std::this_thread::sleep_for(kLookForServer);

@@ -36,19 +36,14 @@ int take_remembered(mdx_subscription_t* subscription, modem_link_t* link,
   return MDX_OK;
 }
 
-int subscribe(const char* service, mdx_subscription_t** subscription, modem_link_t* link,
-              const std::function<void(const mdx_packet_t&)>& take) {
+int fetch(const char* service, modem_link_t* link,
+          const std::function<void(const mdx_packet_t&)>& take) {
   mdx_subscribe_options_t options = MDX_SUBSCRIBE_OPTIONS_INIT;
   options.service = service;
   options.last = 1;
-  const int error = mdx_subscribe_with(subscription, &options);
-  return error == MDX_OK ? take_remembered(*subscription, link, take) : error;
-}
-
-int fetch(const char* service, modem_link_t* link,
-          const std::function<void(const mdx_packet_t&)>& take) {
   mdx_subscription_t* subscription = nullptr;
-  const int error = subscribe(service, &subscription, link, take);
+  int error = mdx_subscribe_with(&subscription, &options);
+  if (error == MDX_OK) error = take_remembered(subscription, link, take);
   mdx_unsubscribe(subscription);
   return error;
 }
@@ -65,12 +60,6 @@ int fetch_states(modem_link_t* link, std::vector<known_state_t>* states) {
     states->push_back({std::string(state_word(name)), name, packet_values(packet), packet.age_s,
                        packet_json(packet)});
   });
-}
-
-int hear_from_now_on(mdx_subscription_t** subscription) {
-  modem_link_t link{};
-  const int error = subscribe(MDX_EVERYTHING, subscription, &link, [](const mdx_packet_t&) {});
-  return error == MDX_ERR_TIMEOUT ? int{MDX_OK} : error;
 }
 
 bool is_current(const known_state_t& state, const modem_link_t& link) {

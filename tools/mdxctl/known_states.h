@@ -28,10 +28,6 @@ struct known_state_t {
 int fetch_link(modem_link_t* link);
 int fetch_states(modem_link_t* link, std::vector<known_state_t>* states);
 
-/// Subscribes to all that the device is told, and waits until the server has noted it: nothing that
-/// is told from then on is missed. A server that does not tell its states is taken at its word.
-int hear_from_now_on(mdx_subscription_t** subscription);
-
 /// Whether the modem has been there ever since the state was told.
 bool is_current(const known_state_t& state, const modem_link_t& link);
 

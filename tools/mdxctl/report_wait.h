@@ -11,7 +11,6 @@
 #include <iterator>
 
 #include "client/mdxclient.h"
-#include "tools/mdxctl/known_states.h"
 
 class report_wait_t {
  public:
@@ -21,7 +20,7 @@ class report_wait_t {
   static constexpr int kStopped = 1;
 
   /// Hears from now on.
-  report_wait_t() : error_(hear_from_now_on(&subscription_)) {}
+  report_wait_t() : error_(mdx_subscribe(&subscription_, MDX_EVERYTHING, 0)) {}
   ~report_wait_t() { mdx_unsubscribe(subscription_); }
   report_wait_t(const report_wait_t&) = delete;
   report_wait_t& operator=(const report_wait_t&) = delete;

@@ -149,7 +149,7 @@ void send_parts(const sms_message_t& message, const sms_send_arguments_t& argume
 class report_waiter_t {
  public:
   explicit report_waiter_t(sms_store_t& store) : store_(store) {
-    const int error = hear_from_now_on(&subscription_);
+    const int error = mdx_subscribe(&subscription_, MDX_EVERYTHING, 0);
     if (error != MDX_OK) throw sms_failure_t(exit_code_of_error(error), error_text(error));
     const std::string before = turn_on_news(store_, sms_news_kind_t::REPORTS);
     if (!before.empty()) store_.put_back_later(before);

@@ -12,7 +12,6 @@
 #include <iostream>
 
 #include "tools/mdxctl/answer.h"
-#include "tools/mdxctl/known_states.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/sms_commands.h"
 #include "tools/mdxctl/sms_news.h"
@@ -36,7 +35,7 @@ class sms_watcher_t {
  public:
   explicit sms_watcher_t(const sms_watch_arguments_t& arguments)
       : arguments_(arguments), store_(arguments.timeout_s.value_or(kTimeoutS)) {
-    const int error = hear_from_now_on(&subscription_);
+    const int error = mdx_subscribe(&subscription_, MDX_EVERYTHING, 0);
     if (error != MDX_OK) throw sms_failure_t(exit_code_of_error(error), error_text(error));
     stop_fd_ = signals_to_poll({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
     turn_on();

@@ -95,7 +95,8 @@ class waiter_t {
       if (error == MDX_OK) return finish(EXIT_OK, "");
       if (error != MDX_ERR_TIMEOUT) reports_.reset();
       const bool may_come = error == MDX_ERR_TIMEOUT || error == MDX_ERR_NO_SERVER ||
-                            error == MDX_ERR_SERVER_GONE || error == MDX_ERR_REFUSED;
+                            error == MDX_ERR_SERVER_GONE || error == MDX_ERR_BUSY ||
+                            error == MDX_ERR_REFUSED;
       if (!may_come) return finish(exit_code_of_error(error), error_text(error));
       if (error != MDX_ERR_TIMEOUT) reason_ = error_text(error);
       if (is_over()) return finish(EXIT_NO_ANSWER, reason_);

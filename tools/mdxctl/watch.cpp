@@ -57,18 +57,18 @@ class watcher_t {
     options.module = arguments_.module.value_or(0);
     options.last = arguments_.last ? 1 : 0;
     const int error = mdx_subscribe_with(&subscription_, &options);
-    // Whether there is a place will only be known when a packet comes.
     if (error == MDX_OK && announced_ != MDX_OK && !is_refusal(announced_)) {
       tell("the server is there");
-      announced_ = MDX_OK;
     }
+    if (error == MDX_OK) announced_ = MDX_OK;
     return error;
   }
 
   static bool is_refusal(int error) { return error == MDX_ERR_REFUSED; }
 
   static bool may_come_back(int error) {
-    return error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE || is_refusal(error);
+    return error == MDX_ERR_NO_SERVER || error == MDX_ERR_SERVER_GONE || error == MDX_ERR_BUSY ||
+           is_refusal(error);
   }
 
   /// Says once for what it waits.
@@ -88,7 +88,6 @@ class watcher_t {
     const int error = mdx_next_packet(subscription_, 0, &packet);
     if (error == MDX_ERR_TIMEOUT) return MDX_OK;
     if (error != MDX_OK) return error;
-    announced_ = MDX_OK;
     if (!is_wanted(packet, arguments_.only)) return MDX_OK;
     if (!arguments_.program.empty()) {
       if (!run_for(packet)) return finish();
