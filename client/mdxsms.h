@@ -180,7 +180,9 @@ MDX_API const char* mdx_sms_status_text(uint32_t status);
 
 /** Where a stored message stands, in the numbers of AT+CMGL in PDU mode. */
 typedef enum mdx_sms_state {
-  MDX_SMS_STATE_NONE = -1, /**< not told, or the modem is in text mode */
+  /** Not told, or the modem is in text mode. Where it told one that there is not, the PDU and its
+   * length are there all the same. */
+  MDX_SMS_STATE_NONE = -1,
   MDX_SMS_UNREAD = 0,
   MDX_SMS_READ = 1,
   MDX_SMS_UNSENT = 2,

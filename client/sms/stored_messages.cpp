@@ -87,14 +87,12 @@ void read_heading(const line_t& line, mdx_sms_stored_t* stored) {
   line_t parameter = {line.text, 0};
   if (begins(line, kList) && parameters.next(&parameter)) stored->index = number_in(parameter);
   parameters.next(&parameter);
+  const bool is_word = parameter.length > 0 && parameter.text[0] == '"';  // text mode
   stored->state = number_in(parameter);
+  if (stored->state > MDX_SMS_SENT) stored->state = MDX_SMS_STATE_NONE;
   while (parameters.next(&parameter)) continue;
   const int32_t length = number_in(parameter);
-  if (stored->state < MDX_SMS_UNREAD || stored->state > MDX_SMS_SENT) {
-    stored->state = MDX_SMS_STATE_NONE;
-  } else {
-    stored->tpdu_length = length < 0 ? 0 : static_cast<uint32_t>(length);
-  }
+  stored->tpdu_length = is_word || length < 0 ? 0 : static_cast<uint32_t>(length);
 }
 
 /// The number behind a name, wherever in an answer it stands.
@@ -121,7 +119,8 @@ int mdx_sms_stored_at(const char* answer, uint32_t length, uint32_t index,
     if (!is_heading(line) || found++ != index) continue;
     mdx_sms_stored_t stored = MDX_SMS_STORED_INIT;
     read_heading(line, &stored);
-    if (stored.state != MDX_SMS_STATE_NONE && take_line(&at, end, &line) && is_hexadecimal(line)) {
+    const bool has_pdu = stored.state != MDX_SMS_STATE_NONE || stored.tpdu_length != 0;
+    if (has_pdu && take_line(&at, end, &line) && is_hexadecimal(line)) {
       stored.pdu = line.text;
       stored.pdu_length = static_cast<uint32_t>(line.length);
     }

@@ -274,6 +274,7 @@ TEST(SmsDecode, FindsMessagesInAnswers) {
     {"+CMGR: 2,,26\r\n+CMS ERROR: 321\r\n",        "-1 2 26 ;"    },
     {"+CMGR: 1,,26\r\n00+CREG: 1\r\nAB\r\nOK\r\n", "-1 1 26 ;"    },
     {"+CMGR: \"REC READ\",\"+49\",,\"25/01/25\"\r\n00AB\r\nOK\r\n", "-1 -1 0 ;"},
+    {"+CMGR: -1,,26\r\n00AB\r\nOK\r\n",          "-1 -1 26 00AB;"},
     {"OK\r\n",                                    ""             },
   };
   // clang-format on

@@ -73,6 +73,7 @@ int show_messages(const outcome_t& outcome, bool json) {
 
 bool wanted(const sms_entry_t& entry, const sms_list_arguments_t& arguments) {
   if (arguments.all) return true;
+  if (arguments.sent) return entry.state == MDX_SMS_SENT;
   if (arguments.unread) return entry.state == MDX_SMS_UNREAD;
   return entry.state == MDX_SMS_UNREAD || entry.state == MDX_SMS_READ;
 }
@@ -92,11 +93,11 @@ bool confirmed(const sms_delete_arguments_t& arguments) {
 }  // namespace
 
 int run_sms_list(const sms_list_arguments_t& arguments) {
-  const outcome_t outcome = run(arguments.timeout_s, [&](sms_store_t& store, outcome_t* out) {
-    out->entries = arguments.sent ? store.read_state(MDX_SMS_SENT) : store.read_all();
-    if (arguments.sent) return;
-    std::erase_if(out->entries, [&](const auto& entry) { return !wanted(entry, arguments); });
+  outcome_t outcome = run(arguments.timeout_s, [&](sms_store_t& store, outcome_t* out) {
+    if (arguments.sent) return store.read_state(MDX_SMS_SENT, &out->entries);
+    store.read_all(&out->entries);
   });
+  std::erase_if(outcome.entries, [&](const auto& entry) { return !wanted(entry, arguments); });
   return show_messages(outcome, arguments.json);
 }
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// AT+CMGL shows all messages in one answer, of which 1499 bytes arrive, and marks all of them as
-// read. So they are read by their numbers, three to a line, which always fits: a PDU has 352 digits
-// at most. Where messages stand is known from AT+CMGD=?, which many modems answer with a list, and
-// how many there are from AT+CPMS?; else one place after the other is tried until all were found.
+// AT+CMGL shows all messages of a state in one answer, of which 1499 bytes arrive. What did not is
+// read by its number, three to a line, which always fits: a PDU has 352 digits at most. How many
+// messages there are is known from AT+CPMS?. They mostly stand side by side; where they do not,
+// AT+CMGD=? tells, which many modems answer with a list, or one place after the other is tried.
+//
+// Listing marks unread messages as read. So those that were read are listed before them: when all
+// of these arrived, what did not arrive of the others was unread.
 
 #include "tools/mdxctl/sms_store.h"
 
@@ -11,6 +14,7 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/output.h"
@@ -63,13 +67,18 @@ sms_entry_t entry_of(const mdx_sms_stored_t& stored, int index) {
   return entry;
 }
 
-/// Those in an answer that are messages, not empty places.
+/// Whether a state is a word, such as "REC READ".
+bool is_in_text_mode(const std::string& answer) {
+  return answer.find("\"REC ") != std::string::npos || answer.find("\"STO ") != std::string::npos;
+}
+
+/// What stands in an answer. Of a state that there is not, MDX_SMS_STATE_NONE.
 std::vector<mdx_sms_stored_t> stored_in(const std::string& answer) {
   std::vector<mdx_sms_stored_t> all;
   mdx_sms_stored_t stored = MDX_SMS_STORED_INIT;
   const auto length = static_cast<uint32_t>(answer.size());
   for (uint32_t i = 0; mdx_sms_stored_at(answer.data(), length, i, &stored) == MDX_OK; ++i) {
-    if (stored.state == MDX_SMS_STATE_NONE) {
+    if (stored.state == MDX_SMS_STATE_NONE && is_in_text_mode(answer)) {
       throw sms_failure_t(EXIT_MODEM_ERROR,
                           "somebody put the modem into text mode meanwhile: try again");
     }
@@ -81,6 +90,10 @@ std::vector<mdx_sms_stored_t> stored_in(const std::string& answer) {
 bool is_torn(int mistake) {
   return mistake == MDX_SMS_MISTAKE_PDU_DIGITS || mistake == MDX_SMS_MISTAKE_PDU_LENGTH ||
          mistake == MDX_SMS_MISTAKE_PDU_SHORT;
+}
+
+bool is_whole(const sms_entry_t& entry) {
+  return entry.state != MDX_SMS_STATE_NONE && !is_torn(entry.mistake);
 }
 
 /// Whether a modem that said this may mean that the place is empty. Most say +CMS ERROR: 321, some
@@ -225,17 +238,29 @@ std::vector<int> sms_store_t::places(const fill_t& fill) {
   return all;
 }
 
+void sms_store_t::add_error(int index, const std::string& text) {
+  const std::string error = "message " + std::to_string(index) + text;
+  if (std::find(errors_.begin(), errors_.end(), error) == errors_.end()) errors_.push_back(error);
+}
+
 bool sms_store_t::read(int index, sms_entry_t* entry) {
   for (int left = kTriesForTorn; left > 0; --left) {
     const sms_answer_t answer = ask("AT+CMGR=" + std::to_string(index));
     const std::vector<mdx_sms_stored_t> stored = stored_in(answer.text);
     if (!answer.ok() && !may_be_empty(answer)) {
-      errors_.push_back("message " + std::to_string(index) + ": " +
-                        refusal_text(answer.ret_val, answer.text));
+      if (!guesses_) add_error(index, ": " + refusal_text(answer.ret_val, answer.text));
       return false;
     }
-    const bool empty = stored.empty() || (stored[0].pdu_length == 0 && stored[0].tpdu_length == 0);
+    const bool empty = stored.empty() || (stored[0].state != MDX_SMS_STATE_NONE &&
+                                          stored[0].pdu_length == 0 && stored[0].tpdu_length == 0);
     if (!answer.ok() || empty) return false;
+    if (stored[0].state == MDX_SMS_STATE_NONE) {
+      add_error(index,
+                " is passed over: the modem tells a state of it that there is not; mdxctl at "
+                "AT+CMGR=" +
+                    std::to_string(index) + " shows it as it is");
+      return false;
+    }
     *entry = entry_of(stored[0], index);
     if (!is_torn(entry->mistake)) break;
   }
@@ -263,7 +288,7 @@ size_t sms_store_t::read_group(const std::vector<int>& places, size_t at,
   }
   for (size_t i = 0; i < stored.size(); ++i) {
     entries->push_back(entry_of(stored[i], places[at + i]));
-    if (!is_torn(entries->back().mistake)) continue;
+    if (is_whole(entries->back())) continue;
     entries->pop_back();
     read_alone(places[at + i]);
   }
@@ -275,41 +300,84 @@ size_t sms_store_t::read_group(const std::vector<int>& places, size_t at,
   return stored.size() + 1;
 }
 
-std::vector<sms_entry_t> sms_store_t::read_places(const std::vector<int>& places, int used) {
-  std::vector<sms_entry_t> entries;
-  for (size_t at = 0; at < places.size();) {
-    if (used >= 0 && entries.size() >= static_cast<size_t>(used)) break;
-    at += read_group(places, at, &entries);
-  }
-  return entries;
+bool sms_store_t::has_all(const fill_t& fill, const std::vector<sms_entry_t>& entries) const {
+  return fill.used >= 0 && entries.size() + errors_.size() >= static_cast<size_t>(fill.used);
 }
 
-std::vector<sms_entry_t> sms_store_t::read_all() {
-  const fill_t fill = look_at_memory();
-  if (fill.used == 0) return {};
-  std::vector<sms_entry_t> entries = read_places(places(fill), fill.used);
-  const auto found = static_cast<int>(entries.size() + errors_.size());
-  if (fill.used > found) {
-    errors_.push_back("the modem counts " + std::to_string(fill.used) + " messages, and " +
-                      std::to_string(found) + " were found");
+/// Reads places until all messages were found.
+void sms_store_t::read_places(const std::vector<int>& places, const fill_t& fill,
+                              std::vector<sms_entry_t>* entries) {
+  for (size_t at = 0; at < places.size() && !has_all(fill, *entries);) {
+    const size_t before = entries->size() + errors_.size();
+    const size_t done = read_group(places, at, entries);
+    if (guesses_ && entries->size() + errors_.size() - before < done) return;
+    at += done;
   }
-  return entries;
 }
 
-std::vector<sms_entry_t> sms_store_t::read_state(int state) {
+/// Reads by their numbers the messages that are not among the entries: those that stand side by
+/// side from the first place on, then the others.
+void sms_store_t::read_others(const fill_t& fill, std::vector<sms_entry_t>* entries) {
+  const auto is_known = [&](int place) {
+    return std::any_of(entries->begin(), entries->end(),
+                       [place](const sms_entry_t& entry) { return entry.index == place; });
+  };
+  std::vector<int> lowest;
+  const int used = std::min(fill.used, kMostPlaces);
+  for (int place = 1, left = used - static_cast<int>(entries->size()); left > 0; ++place) {
+    if (is_known(place)) continue;
+    lowest.push_back(place);
+    --left;
+  }
+  guesses_ = true;
+  read_places(lowest, fill, entries);
+  guesses_ = false;
+  if (has_all(fill, *entries)) return;
+  std::vector<int> others = places(fill);
+  std::erase_if(others, is_known);
+  read_places(others, fill, entries);
+}
+
+sms_store_t::listing_t sms_store_t::list(int state) {
   const sms_answer_t answer = ask("AT+CMGL=" + std::to_string(state));
-  if (answer.ok() && !answer.truncated) {
-    std::vector<sms_entry_t> entries;
-    bool torn = false;
-    for (const mdx_sms_stored_t& stored : stored_in(answer.text)) {
-      entries.push_back(entry_of(stored, stored.index));
-      torn = torn || is_torn(entries.back().mistake);
-    }
-    if (!torn) return entries;
+  listing_t listing{{}, answer.ok() && !answer.truncated};
+  for (const mdx_sms_stored_t& stored : stored_in(answer.text)) {
+    sms_entry_t entry = entry_of(stored, stored.index);
+    const bool whole = is_whole(entry) && entry.index >= 0;
+    if (!whole || entry.state != state) listing.all = false;
+    if (whole) listing.entries.push_back(std::move(entry));
   }
-  std::vector<sms_entry_t> entries = read_all();
-  std::erase_if(entries, [state](const sms_entry_t& entry) { return entry.state != state; });
-  return entries;
+  return listing;
+}
+
+void sms_store_t::read_all(std::vector<sms_entry_t>* entries) {
+  listing_t listing = list(MDX_SMS_READ);
+  *entries = std::move(listing.entries);
+  const bool know_the_read = listing.all;
+  if (know_the_read) {
+    for (sms_entry_t& entry : list(MDX_SMS_UNREAD).entries) entries->push_back(std::move(entry));
+  }
+  const size_t listed = entries->size();
+  const fill_t fill = look_at_memory();
+  if (!has_all(fill, *entries)) read_others(fill, entries);
+  for (size_t i = listed; know_the_read && i < entries->size(); ++i) {
+    if ((*entries)[i].state == MDX_SMS_READ) (*entries)[i].state = MDX_SMS_UNREAD;
+  }
+  std::stable_sort(entries->begin(), entries->end(),
+                   [](const auto& one, const auto& other) { return one.index < other.index; });
+  if (fill.used < 0 || has_all(fill, *entries)) return;
+  errors_.push_back("the modem counts " + std::to_string(fill.used) + " messages, and " +
+                    std::to_string(entries->size() + errors_.size()) + " were found");
+}
+
+void sms_store_t::read_state(int state, std::vector<sms_entry_t>* entries) {
+  listing_t listing = list(state);
+  if (listing.all) {
+    *entries = std::move(listing.entries);
+    return;
+  }
+  read_all(entries);
+  std::erase_if(*entries, [state](const sms_entry_t& entry) { return entry.state != state; });
 }
 
 void sms_store_t::remove(int index) { get("AT+CMGD=" + std::to_string(index)); }
@@ -317,7 +385,9 @@ void sms_store_t::remove(int index) { get("AT+CMGD=" + std::to_string(index)); }
 // The index counts for nothing beside the kind, but some modems want one that is there.
 void sms_store_t::remove_all(int kinds) {
   if (ask("AT+CMGD=1," + std::to_string(kinds)).ok()) return;
-  for (const sms_entry_t& entry : read_all()) {
+  std::vector<sms_entry_t> entries;
+  read_all(&entries);
+  for (const sms_entry_t& entry : entries) {
     if (kinds == 4 || entry.state == MDX_SMS_READ) remove(entry.index);
   }
 }

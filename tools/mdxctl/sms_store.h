@@ -60,10 +60,11 @@ class sms_store_t {
   /// Reads and deletes from another memory from now on.
   void use_memory(const std::string& name);
 
-  /// All messages, by their numbers.
-  std::vector<sms_entry_t> read_all();
-  /// Those of one state, without a look at others, if they fit into one answer; else all.
-  std::vector<sms_entry_t> read_state(int state);
+  /// All messages, in the order of their numbers. When it fails, `entries` has what was read by
+  /// then.
+  void read_all(std::vector<sms_entry_t>* entries);
+  /// Those of one state, without a look at others if they fit into one answer.
+  void read_state(int state, std::vector<sms_entry_t>* entries);
   /// @return false when there is no message of that number
   bool read(int index, sms_entry_t* entry);
   void remove(int index);
@@ -81,10 +82,20 @@ class sms_store_t {
     int used;  ///< -1: not known
     int total;
   };
+  struct listing_t {
+    std::vector<sms_entry_t> entries;
+    bool all;  ///< there are no more of that state
+  };
   fill_t look_at_memory();
   std::vector<int> places(const fill_t& fill);
   size_t read_group(const std::vector<int>& places, size_t at, std::vector<sms_entry_t>* entries);
-  std::vector<sms_entry_t> read_places(const std::vector<int>& places, int used);
+  void read_places(const std::vector<int>& places, const fill_t& fill,
+                   std::vector<sms_entry_t>* entries);
+  bool has_all(const fill_t& fill, const std::vector<sms_entry_t>& entries) const;
+  void read_others(const fill_t& fill, std::vector<sms_entry_t>* entries);
+  /// Those of one state, as far as one answer has them.
+  listing_t list(int state);
+  void add_error(int index, const std::string& text);
   void put_back(mdx_client_t* client);
 
   int32_t timeout_s_;
@@ -92,5 +103,6 @@ class sms_store_t {
   std::string memory_;
   std::vector<std::string> put_back_;
   std::vector<std::string> errors_;
-  bool groups_ = true;  ///< the modem takes several commands in a line
+  bool groups_ = true;    ///< the modem takes several commands in a line
+  bool guesses_ = false;  ///< where messages are: one that is not there is no error
 };
