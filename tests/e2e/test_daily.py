@@ -106,12 +106,14 @@ class Daily(DeviceTest):
         pin = pathlib.Path("/tmp/pin")
         pin.write_text("4713\n")
         self.assertEqual(self.ctl("sim", "unlock")[0], USAGE, "no terminal")
+        for left in (2, 1):
+            code, _, err = self.ctl("sim", "unlock", "--pin-file", "-", stdin="1111\n")
+            self.assertEqual(code, REFUSED_BY_MODEM)
+            self.assertIn(f"tries left: {left}", err)
+            self.assertNotIn("1111", err)
         code, _, err = self.ctl("sim", "unlock", "--pin-file", str(pin))
-        self.assertEqual(code, USAGE, "nobody knows how many tries are left")
-        self.assertIn("--last-try", err)
-        code, _, err = self.ctl("sim", "unlock", "--pin-file", "-", "--last-try", stdin="1111\n")
-        self.assertEqual(code, REFUSED_BY_MODEM)
-        self.assertNotIn("1111", err)
+        self.assertEqual(code, USAGE, err)
+        self.assertIn("one try is left", err)
         self.assertEqual(self.ctl("sim", "unlock", "--pin-file", str(pin), "--last-try")[0], OK)
         self.assertEqual(self.ctl("wait", "sim", "--timeout", "30")[0], OK)
 
@@ -119,8 +121,11 @@ class Daily(DeviceTest):
         """Neither a terminal that shows nothing nor a dialogue that nobody ends."""
         script = pathlib.Path("/tmp/modem.script")
         script.write_text("on AT+CPIN? -> +CPIN: SIM PIN | OK\non AT+CUSD=1* -> OK\non AT+CUSD=2 -> OK\n"
-                          "expect AT+CUSD=2\n")
+                          "on AT+CPINR -> ERROR\nexpect AT+CUSD=2\n")
         self.start_device("--quiet", "--script", str(script))
+        code, _, err = self.ctl("sim", "unlock", "--pin-file", "-", stdin="1111\n")
+        self.assertEqual(code, USAGE, err)
+        self.assertIn("does not tell how many tries are left", err)
         master, slave = os.openpty()
         asking = subprocess.Popen(("mdxctl", "sim", "unlock", "--last-try"), stdin=slave, stderr=subprocess.DEVNULL)
         shows = lambda: bool(termios.tcgetattr(slave)[3] & termios.ECHO)

@@ -91,6 +91,16 @@ TEST(LivingModem, TheSimGivesNothingUnlessItIsThereAndOpen) {
   EXPECT_EQ(Host(locked).say("AT+CMEE=1;+CIMI\r"), "\r\n+CME ERROR: 11\r\n");
   EXPECT_EQ(Host(locked).say("AT+CMEE=1;+CPIN=\"0000\"\r"), "\r\n+CME ERROR: 16\r\n");
   EXPECT_EQ(Host(locked).say("AT+CPIN=\"1234\";+CPIN?\r"), lines("+CPIN: READY"));
+  Host wrong(locked);
+  wrong.say("AT+CMEE=1;+CPIN=\"1\"\rAT+CPIN=\"2\"\r");
+  EXPECT_EQ(wrong.say("AT+CFUN=1,1;E0;+CPINR=\"SIM PIN\"\r"), lines("+CPINR: SIM PIN,1,3"));
+  EXPECT_EQ(wrong.say("AT+CMEE=1;+CPIN=\"3\"\r"), "\r\n+CME ERROR: 16\r\n");
+  EXPECT_EQ(wrong.say("AT+CPIN=\"1234\"\rAT+CIMI\rAT+CMGR=1\r"),
+            "\r\n+CME ERROR: 16\r\n\r\n+CME ERROR: 12\r\n\r\n+CMS ERROR: 316\r\n");
+  EXPECT_EQ(wrong.say("AT+CPIN?;+CPINR\r"),
+            "\r\n+CPIN: SIM PUK\r\n\r\n+CPINR: SIM PIN,0,3\r\n\r\n+CPINR: SIM PUK,9,10\r\n" + kOk);
+  EXPECT_EQ(wrong.say("AT+CPIN=\"12345678\",\"77\";+CFUN=1,1;E0;+CPIN=\"77\";+CPINR=\"SIM*\"\r"),
+            "\r\n+CPINR: SIM PIN,3,3\r\n\r\n+CPINR: SIM PUK,10,10\r\n" + kOk);
   LivingOptions empty = quiet();
   empty.sim_inserted = false;
   EXPECT_EQ(Host(empty).say("AT+CMEE=1;+CPIN?\r"), "\r\n+CME ERROR: 10\r\n");
@@ -180,6 +190,9 @@ TEST(LivingModem, MessagesComeInAsTheHostWantsThem) {
   host.say("Hello\x1a");
   EXPECT_EQ(host.hear(Time{1500}),
             "\r\n+CMT: \"+15550100\",,\"24/01/01,01:00:03+04\"\r\nHello\r\n");
+  host.say("AT+CNMI=2,1\r" + to_itself);
+  host.say("\x1a");
+  EXPECT_EQ(host.hear(Time{1500}), "\r\n+CMTI: \"SM\",4\r\n") << "an empty one, too";
 }
 
 TEST(LivingModem, ADeliveryIsReportedToWhoAskedForIt) {

@@ -35,7 +35,9 @@ Result sim_obstacle(const ModemState& state, CommandRow::Needs needs) {
     return for_messages ? Result{Result::Kind::kCmsError, 310} : kSimNotInserted;
   }
   if (state.pin_needed) {
-    return for_messages ? Result{Result::Kind::kCmsError, 311} : kPinRequired;
+    const bool by_puk = state.pin_tries == 0;
+    if (for_messages) return {Result::Kind::kCmsError, by_puk ? 316 : 311};
+    return by_puk ? kPukRequired : kPinRequired;
   }
   return kOk;
 }
@@ -44,19 +46,23 @@ Result sim_obstacle(const ModemState& state, CommandRow::Needs needs) {
 
 LivingModem::LivingModem(LivingOptions options)
     : options_(std::move(options)), random_(options_.seed) {
+  state.pin = options_.pin;
   restart();
   state.store.add({MessageState::kReceivedUnread,
                    "07913366003051F5040B913366634081F900005180719120348004D4F29C0E"});
 }
 
-// Messages and numbers are on the card, and stay.
+// Messages, numbers, PIN and its tries are on the card, and stay.
 void LivingModem::restart() {
   ModemState fresh;
   fresh.store = std::move(state.store);
   fresh.phone_book = std::move(state.phone_book);
   fresh.last_call = state.last_call;
   fresh.sim_inserted = options_.sim_inserted;
-  fresh.pin_needed = !options_.pin.empty();
+  fresh.pin = state.pin;
+  fresh.pin_needed = !state.pin.empty();
+  fresh.pin_tries = state.pin_tries;
+  fresh.puk_tries = state.puk_tries;
   state = std::move(fresh);
   state.registered = may_register();
 }

@@ -85,6 +85,10 @@ struct DataContext {
   bool active = false;
 };
 
+constexpr int kPinTries = 3;
+constexpr int kPukTries = 10;
+constexpr std::string_view kPuk = "12345678";
+
 /// All that commands read and change.
 struct ModemState : ModemSettings {
   bool registered = true;
@@ -93,6 +97,9 @@ struct ModemState : ModemSettings {
   bool attached = true;       ///< to packet service, while registered
   bool sim_inserted = true;
   bool pin_needed = false;
+  std::string pin;            ///< empty for none
+  int pin_tries = kPinTries;  ///< at 0 the SIM asks for its PUK
+  int puk_tries = kPukTries;
   int functionality = 1;    ///< +CFUN
   int dialled_context = 0;  ///< by *99***1#, 0 for none
   int rssi = 20;

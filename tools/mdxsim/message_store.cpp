@@ -170,8 +170,8 @@ std::string delivered_pdu(std::string_view number, std::string_view clock,
   const uint8_t coding = reader.next();
   const unsigned validity = (type >> 3U) & 0x03U;
   reader.skip(validity == 2 ? 1 : validity == 0 ? 0 : kTimeOctets);
-  const size_t length = reader.next();
   if ((type & 0x03U) != 1 || reader.rest().empty()) return {};
+  const size_t length = reader.next();  // of an empty text nothing stands behind it
   return deliver(number, clock, type & 0x40U, coding, length, reader.rest());
 }
 

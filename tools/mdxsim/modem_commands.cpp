@@ -91,15 +91,42 @@ Result pin(LivingModem& modem, const AtCommand& command) {
   if (command.form == Form::kTest) return kOk;
   if (!state.sim_inserted) return kSimNotInserted;
   if (command.form == Form::kRead) {
-    modem.say(state.pin_needed ? "+CPIN: SIM PIN" : "+CPIN: READY");
+    modem.say(!state.pin_needed      ? "+CPIN: READY"
+              : state.pin_tries == 0 ? "+CPIN: SIM PUK"
+                                     : "+CPIN: SIM PIN");
     return kOk;
   }
   if (command.form != Form::kSet || !state.pin_needed) return kNotAllowed;
-  if (parameter(split_parameters(command.value), 0) != modem.options().pin) {
+  const std::vector<std::string> given = split_parameters(command.value);
+  if (state.pin_tries == 0) {  // the PUK, and a new PIN
+    if (parameter(given, 0) != kPuk || given.size() != 2 || given[1].empty()) {
+      state.puk_tries = std::max(0, state.puk_tries - 1);
+      return kIncorrectPassword;
+    }
+    state.pin = given[1];
+  } else if (parameter(given, 0) != state.pin) {
+    --state.pin_tries;
     return kIncorrectPassword;
   }
+  state.pin_tries = kPinTries;
+  state.puk_tries = kPukTries;
   state.pin_needed = false;
   modem.follow_network();
+  return kOk;
+}
+
+// +CPINR[=<code>]: how often PIN and PUK may still be wrong.
+Result pin_tries(LivingModem& modem, const AtCommand& command) {
+  if (command.form == Form::kTest) return kOk;
+  if (command.form == Form::kRead) return kNotAllowed;
+  if (!modem.state.sim_inserted) return kSimNotInserted;
+  const std::string wanted = parameter(split_parameters(command.value), 0);
+  const auto tell = [&](const std::string& code, int left, int at_first) {
+    if (!wanted.empty() && wanted != code && wanted != "SIM*") return;
+    modem.say("+CPINR: " + code + "," + std::to_string(left) + "," + std::to_string(at_first));
+  };
+  tell("SIM PIN", modem.state.pin_tries, kPinTries);
+  tell("SIM PUK", modem.state.puk_tries, kPukTries);
   return kOk;
 }
 
@@ -206,6 +233,7 @@ constexpr CommandRow kCommands[] = {
     {"+CPBS",    kSim,            phone_book_storage      },
     {"+CPBW",    kSim,            write_phone_book        },
     {"+CPIN",    kNothing,        pin                     },
+    {"+CPINR",   kNothing,        pin_tries               },
     {"+CPMS",    kSimForMessages, message_memory          },
     {"+CRC",     kNothing,        extended_ring           },
     {"+CREG",    kNothing,        circuit_registration    },
@@ -232,6 +260,7 @@ constexpr struct { int number; std::string_view text; } kCmeErrorTexts[] = {
     {4,  "operation not supported"},
     {10, "SIM not inserted"       },
     {11, "SIM PIN required"       },
+    {12, "SIM PUK required"       },
     {16, "incorrect password"     },
     {21, "invalid index"          },
     {22, "not found"              },

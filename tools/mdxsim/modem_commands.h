@@ -25,6 +25,7 @@ constexpr Result kNotAllowed         {Result::Kind::kCmeError,  3 };
 constexpr Result kNotSupported       {Result::Kind::kCmeError,  4 };
 constexpr Result kSimNotInserted     {Result::Kind::kCmeError,  10};
 constexpr Result kPinRequired        {Result::Kind::kCmeError,  11};
+constexpr Result kPukRequired        {Result::Kind::kCmeError,  12};
 constexpr Result kNotFound           {Result::Kind::kCmeError,  22};
 constexpr Result kInvalidIndex       {Result::Kind::kCmeError,  21};
 constexpr Result kIncorrectPassword  {Result::Kind::kCmeError,  16};
