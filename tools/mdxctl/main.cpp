@@ -156,6 +156,9 @@ void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
       ->add_option("--output", arguments.output,
                    "write to FILE, which is replaced in one step, for a collector of text files")
       ->needs(prometheus)
+      ->check([](const std::string& name) {
+        return name.empty() ? "the file's name is empty" : std::string();
+      })
       ->type_name("FILE");
 }
 
@@ -209,16 +212,28 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
   watch->add_flag("--json", arguments.json, "one object a line, every field by its name");
 }
 
+std::string too_many(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "'" : ", '") + word + "'";
+  return text + (words.size() == 1 ? " is" : " are") + " not expected here";
+}
+
 /// What is wrong, and whose help tells how it is done.
 std::string usage_error(const CLI::App* app, const CLI::Error& error) {
   std::string command = app->get_name();
+  std::vector<std::string> unknown = app->remaining(true);
   for (; !app->get_subcommands().empty(); app = app->get_subcommands().front()) {
     command += ' ' + app->get_subcommands().front()->get_name();
   }
-  const std::vector<std::string> unknown = app->remaining();
   const bool no_command = !app->get_subcommands({}).empty() && !unknown.empty();
-  const std::string reason =
-      no_command ? "there is no command '" + unknown.front() + "'" : error.what();
+  std::erase(unknown, "--");
+  std::string reason = error.what();
+  if (!unknown.empty()) {
+    reason = no_command ? "there is no command '" + unknown.front() + "'" : too_many(unknown);
+  }
+  if (command == "mdxctl sms send" && !unknown.empty()) {
+    reason += "; the text is one word or stands in quotes, behind -- when it begins with a hyphen";
+  }
   return "mdxctl: " + reason + "; see: " + command + " --help\n";
 }
 

@@ -128,7 +128,7 @@ std::vector<std::string> with_text_behind_options(int argc, char** argv) {
     return arguments;
   }
   const auto text = std::find_if(arguments.begin() + 3, arguments.end(), is_text_with_hyphen);
-  if (text == arguments.end()) return arguments;
+  if (std::count_if(text, arguments.end(), is_text_with_hyphen) != 1) return arguments;
   std::rotate(text, text + 1, arguments.end());
   arguments.insert(arguments.end() - 1, "--");
   return arguments;
