@@ -152,13 +152,10 @@ void add_stats(CLI::App& app, stats_arguments_t& arguments, int& code) {
           ->add_flag("--prometheus", arguments.prometheus,
                      "the text exposition format; with what the modem told last of its state")
           ->excludes(json);
-  stats
-      ->add_option("--output", arguments.output,
-                   "write to FILE, which is replaced in one step, for a collector of text files")
+  with_name(stats->add_option("--output", arguments.output,
+                              "write to FILE, which is replaced in one step, for a collector of "
+                              "text files"))
       ->needs(prometheus)
-      ->check([](const std::string& name) {
-        return name.empty() ? "the file's name is empty" : std::string();
-      })
       ->type_name("FILE");
 }
 
@@ -198,12 +195,12 @@ void add_watch(CLI::App& app, watch_arguments_t& arguments, int& code) {
                                     : "there is no '" + name + "'; there are " + packet_names(", ");
       })
       ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("NAME");
-  watch
-      ->add_option("--exec", arguments.program,
-                   "run PROGRAM for each packet, one after the other: its JSON on standard input, "
-                   "its name in MDX_REPORT; no shell is involved")
+  with_name(watch->add_option("--exec", arguments.program,
+                              "run PROGRAM for each packet, one after the other: its JSON on "
+                              "standard input, its name in MDX_REPORT; no shell is involved"))
       ->type_name("PROGRAM");
   watch->add_flag("--last", arguments.last,
                   "first what was told last of each kind of state, each with its age");

@@ -40,9 +40,8 @@ void add_sim(CLI::App& app, sim_arguments_t& arguments, sim_unlock_arguments_t& 
   CLI::App* unlock =
       add_command(*sim, "unlock", "Give the card its PIN, which is asked for and not shown.",
                   [&] { code = run_sim_unlock(unlock_arguments); });
-  unlock
-      ->add_option("--pin-file", unlock_arguments.pin_file,
-                   "read the PIN from the first line of FILE; - is standard input")
+  with_name(unlock->add_option("--pin-file", unlock_arguments.pin_file,
+                               "read the PIN from the first line of FILE; - is standard input"))
       ->type_name("FILE");
   unlock->add_flag("--last-try", unlock_arguments.last_try,
                    "also when a wrong PIN would lock the card, or nobody knows");
@@ -81,6 +80,7 @@ void add_ussd(CLI::App& app, ussd_arguments_t& arguments, int& code) {
                    "the reply to what the network asks; again for a further one")
       ->type_name("TEXT")
       ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   ussd->add_flag("--cancel", arguments.cancel, "end a dialogue that somebody left open")
       ->excludes(typed);
@@ -107,7 +107,7 @@ void add_init(CLI::App& app, init_arguments_t& arguments, int& code) {
       "Set the modem up: run a file of AT commands, one a line.\n# begins a remark, ? stands in "
       "front of a command that may fail, @30 in front of one that has 30 seconds.",
       [&] { code = run_init(arguments); });
-  init->add_option("file", arguments.file, "the file; - is standard input")->required();
+  with_name(init->add_option("file", arguments.file, "the file; - is standard input"))->required();
   init->add_flag("--follow", arguments.follow, "each time the modem comes back, until Ctrl-C");
   add_timeout(init, arguments.timeout_s, "how long a command without @ may take (10)");
 }

@@ -29,7 +29,7 @@ void add_send(CLI::App& sms, sms_send_arguments_t& arguments, int& code) {
       ->required();
   CLI::Option* text = send->add_option("text", arguments.text,
                                        "the message, in UTF-8; - reads it from standard input");
-  send->add_option("--file", arguments.file, "a file to read the message from")
+  with_name(send->add_option("--file", arguments.file, "a file to read the message from"))
       ->type_name("FILE")
       ->excludes(text);
   send->add_flag("--flash", arguments.flash, "shown at once, and not kept");

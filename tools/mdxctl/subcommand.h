@@ -23,6 +23,12 @@ inline CLI::App* add_command(CLI::App& app, const std::string& name, const std::
   return command;
 }
 
+/// A file or program that is named, and be it -; without a name nothing could be done with it.
+inline CLI::Option* with_name(CLI::Option* option) {
+  return option->check(
+      [](const std::string& name) { return name.empty() ? "the name is empty" : std::string(); });
+}
+
 inline void add_timeout(CLI::App* command, std::optional<int32_t>& timeout, const std::string& help,
                         const std::string& name = "--timeout") {
   command->add_option(name, timeout, help)
