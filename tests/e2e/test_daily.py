@@ -121,7 +121,7 @@ class Daily(DeviceTest):
         """Neither a terminal that shows nothing nor a dialogue that nobody ends."""
         script = pathlib.Path("/tmp/modem.script")
         script.write_text("on AT+CPIN? -> +CPIN: SIM PIN | OK\non AT+CUSD=1* -> OK\non AT+CUSD=2 -> OK\n"
-                          "on AT+CPINR -> ERROR\nexpect AT+CUSD=2\n")
+                          "on AT+CPINR -> +CPINR: SIM PIN,-1 | OK\nexpect AT+CUSD=2\n")
         self.start_device("--quiet", "--script", str(script))
         code, _, err = self.ctl("sim", "unlock", "--pin-file", "-", stdin="1111\n")
         self.assertEqual(code, USAGE, err)

@@ -40,6 +40,15 @@ def stopped_terminal():
     return terminal
 
 
+def targets_of(directory):
+    """Of the symbolic links that stay there while they are read."""
+    targets = []
+    for name in os.listdir(directory):
+        with contextlib.suppress(FileNotFoundError):
+            targets.append(os.readlink(f"{directory}/{name}"))
+    return targets
+
+
 class Watch(WatchTest):
     def start_counting_device(self, *watchers, report=b"^SIMREFRESH"):
         """A modem that says this report, with a number, for all numbers from one to another that it is told."""
@@ -99,6 +108,14 @@ class Watch(WatchTest):
         self.assertIsNone(follows.client.poll())
         self.assertEqual(follows.end()[0], OK)
 
+    def test_ctrl_c_while_the_server_says_nothing(self):
+        self.start_device()
+        self.server.send_signal(signal.SIGSTOP)
+        watch = self.start_client("watch", "--follow")
+        wait_until(lambda: any("socket" in target for target in targets_of(f"/proc/{watch.pid}/fd")), PATIENCE_S, "it asks")
+        watch.send_signal(signal.SIGINT)
+        self.assertEqual(self.finish(watch)[0], -signal.SIGINT)
+        self.server.send_signal(signal.SIGCONT)
 
     def test_standard_output_that_takes_nothing(self):
         """^NORSTFACT is also written there; nobody waits for that, and no report is lost by it."""

@@ -35,6 +35,12 @@ std::string ask_card(const modem_query_t& modem) {
   return "";
 }
 
+/// A count cannot be below 0. @return nothing when it is, or is not told
+std::optional<int> tries_in(const std::vector<std::string>& fields, size_t at) {
+  const std::optional<int> number = number_in(fields, at);
+  return number && *number >= 0 ? number : std::nullopt;
+}
+
 struct tries_t {
   std::optional<int> pin;
   std::optional<int> puk;
@@ -45,15 +51,15 @@ tries_t ask_tries(const modem_query_t& modem) {
   if (const reply_t reply = modem.ask("AT+CPINR"); reply.ok()) {
     for (const std::string& line : answer_lines(reply.text, "+CPINR:")) {
       const std::vector<std::string> fields = fields_of(line);
-      if (text_in(fields, 0) == "SIM PIN") tries.pin = number_in(fields, 1);
-      if (text_in(fields, 0) == "SIM PUK") tries.puk = number_in(fields, 1);
+      if (text_in(fields, 0) == "SIM PIN") tries.pin = tries_in(fields, 1);
+      if (text_in(fields, 0) == "SIM PUK") tries.puk = tries_in(fields, 1);
     }
   }
   if (tries.pin) return tries;
   if (const reply_t reply = modem.ask("AT^CPIN?"); reply.ok()) {  // state, which, PUK, PIN, ...
     const std::vector<std::string> fields = answer_fields(reply.text, "^CPIN:");
-    tries.puk = number_in(fields, 2);
-    tries.pin = number_in(fields, 3);
+    tries.puk = tries_in(fields, 2);
+    tries.pin = tries_in(fields, 3);
   }
   return tries;
 }

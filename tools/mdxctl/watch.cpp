@@ -56,6 +56,7 @@ class watcher_t {
     if (arguments_.module) options.service = MDX_BY_MODULE;
     options.module = arguments_.module.value_or(0);
     options.last = arguments_.last ? 1 : 0;
+    const signals_let_through_t ended_by_signals({SIGINT, SIGTERM});
     const int error = mdx_subscribe_with(&subscription_, &options);
     if (error == MDX_OK && announced_ != MDX_OK && !is_refusal(announced_)) {
       tell("the server is there");
@@ -134,7 +135,8 @@ class watcher_t {
 
   static int fail(int error) {
     tell(error == MDX_ERR_SERVER_GONE ? "the server is gone; --follow waits for it"
-                                      : error_text(error));
+         : error == MDX_ERR_BUSY ? "the server took no subscription within 10 s; see mdxctl status"
+                                 : error_text(error));
     return exit_code_of_error(error);
   }
 

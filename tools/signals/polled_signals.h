@@ -30,6 +30,24 @@ inline int signals_that_end() {
   return signals_to_poll({SIGINT, SIGTERM, SIGHUP});
 }
 
+/// While one lives, signals that are polled do what they do in any program: for a call that waits
+/// by itself.
+class signals_let_through_t {
+ public:
+  explicit signals_let_through_t(std::initializer_list<int> numbers) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : numbers) sigaddset(&signals, number);
+    sigprocmask(SIG_UNBLOCK, &signals, &before_);
+  }
+  ~signals_let_through_t() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  signals_let_through_t(const signals_let_through_t&) = delete;
+  signals_let_through_t& operator=(const signals_let_through_t&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 /// Ends the program as the signal does when nobody takes it, so that whoever started it sees that.
 [[noreturn]] inline void end_by_signal(int number) {
   signal(number, SIG_DFL);
