@@ -3,6 +3,7 @@
 
 import os
 import pathlib
+import signal
 import socket
 import subprocess
 import threading
@@ -100,6 +101,35 @@ class BrokerFaults(FleetTest):
         self.at("AT")
         wait_until(lambda: broker.connections >= 2, PATIENCE_S, "it gives up and tries again")
         self.assertIn("does not answer", self.log_of(bridge))
+
+    def stand_in_for(self, path, text):
+        """Another file in the place of one of the system's."""
+        here = pathlib.Path("/tmp", pathlib.Path(path).name)
+        here.write_text(text)
+        if subprocess.run(("mount", "--bind", str(here), path), check=False).returncode != 0:
+            self.skipTest("only root's world can have another " + path)
+
+    def test_name_servers_that_say_nothing(self):
+        """The look-up of the broker's name keeps nothing else waiting, and not the end of the program."""
+        self.stand_in_for("/etc/resolv.conf", "nameserver 127.0.0.1\n")
+        name_server = socket.socket(type=socket.SOCK_DGRAM)
+        self.addCleanup(name_server.close)
+        name_server.bind(("127.0.0.1", 53))
+        os.environ["RES_OPTIONS"] = "timeout:30 attempts:5"
+        self.addCleanup(os.environ.pop, "RES_OPTIONS")
+        bridge = self.start("mdxbridge", "--host", "broker.example", "--id", "dev1")
+        name_server.recv(512)
+        self.start_scripted_device()
+        self.wait_for_log(bridge, "the server is there")
+        bridge.send_signal(signal.SIGTERM)
+        self.assertEqual(bridge.wait(PATIENCE_S), 0)
+
+    def test_name_with_two_addresses(self):
+        """Nobody listens at the one that is tried first."""
+        self.stand_in_for("/etc/hosts", "::1 broker.example\n127.0.0.1 broker.example\n")
+        self.start_open_broker()
+        bridge = self.start("mdxbridge", "--host", "broker.example", "--id", "dev1", "--longest-pause", "1")
+        self.wait_for_log(bridge, "connected to")
 
     def start_secure_broker(self, certificate, port, *lines):
         return self.start_broker("allow_anonymous true", f"certfile {CERTIFICATES}/{certificate}.crt",

@@ -264,7 +264,7 @@ void bridge_t::connect() {
   };
   if (once_) will["reason"] = "it was there for a moment only";
   const message_t last_will{settings_.topic("state"), text_of(will), true};
-  broker_ = std::make_unique<broker_t>(settings_, last_will, std::move(events));
+  broker_ = std::make_unique<broker_t>(settings_, last_will, each_address_, std::move(events));
 }
 
 void bridge_t::connection_up() {
@@ -303,6 +303,7 @@ void bridge_t::connection_failed() {
                settings_.client_id + ": the next attempt is in " + std::to_string(pause_.count()) +
                " s";
   }
+  if (connected_at_ == time_point()) each_address_ = !each_address_;
   // Not all devices at once, when the broker of all is back.
   const int64_t most = displaced ? 0 : milliseconds(pause_).count() / 2;
   const int64_t spread = std::uniform_int_distribution<int64_t>(0, most)(random_);

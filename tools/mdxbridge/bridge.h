@@ -98,6 +98,7 @@ class bridge_t {
   time_point connect_at_;
   time_point connected_at_;
   std::chrono::seconds pause_{0};
+  bool each_address_ = false;  ///< the next attempt tries them; the one before failed at the first
   std::string last_failure_;
   bool contested_ = false;  ///< another machine's state stood at the broker when this one came
   std::minstd_rand random_;

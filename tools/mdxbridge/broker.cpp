@@ -4,11 +4,18 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netdb.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 #include <utility>
+
+#include "tools/mdxbridge/journal.h"
 
 namespace mdxbridge {
 
@@ -24,6 +31,7 @@ std::string reason_text(int reason) { return mosquitto_reason_string(reason); }
 
 std::string error_text(int error) {
   if (error == MOSQ_ERR_ERRNO) return std::strerror(errno);
+  if (error == MOSQ_ERR_EAI) return gai_strerror(errno);
   return mosquitto_strerror(error);
 }
 
@@ -69,9 +77,39 @@ std::string user_property(const mosquitto_property* properties, const std::strin
 
 }  // namespace
 
+/// The library's client. It is the thread's until that is done.
+struct broker_t::attempt_t {
+  attempt_t(const settings_t& settings, broker_t* broker)
+      : owner(broker),
+        done_fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        client(mosquitto_new(settings.client_id.c_str(), true, this)) {}
+  ~attempt_t() {
+    mosquitto_destroy(client);
+    close(done_fd);
+  }
+  attempt_t(const attempt_t&) = delete;
+  attempt_t& operator=(const attempt_t&) = delete;
+
+  void connect(const std::string& host, int port, int keep_alive_s, bool each_address) {
+    const auto connect = each_address ? mosquitto_connect : mosquitto_connect_async;
+    error = connect(client, host.c_str(), port, keep_alive_s);
+    system_error = errno;
+    eventfd_write(done_fd, 1);
+  }
+
+  static inline std::atomic<int> under_way = 0;
+
+  broker_t* owner;
+  int done_fd;  ///< readable when it has begun to connect
+  mosquitto* client;
+  std::string log;  ///< what the library said last about an encrypted connection
+  int error = MOSQ_ERR_SUCCESS;
+  int system_error = 0;
+};
+
 /// What the library calls, with the object behind it.
 struct broker_t::callbacks_t {
-  static broker_t& self(void* object) { return *static_cast<broker_t*>(object); }
+  static broker_t& self(void* object) { return *static_cast<attempt_t*>(object)->owner; }
 
   static void connected(mosquitto*, void* object, int reason, int, const mosquitto_property*) {
     broker_t& broker = self(object);
@@ -118,39 +156,73 @@ struct broker_t::callbacks_t {
 
   /// The library's errors about TLS are numbers, and what is wrong stands in its log.
   static void logged(mosquitto*, void* object, int level, const char* text) {
-    if (level == MOSQ_LOG_ERR) self(object).log_ = text;
+    if (level == MOSQ_LOG_ERR) static_cast<attempt_t*>(object)->log = text;
   }
 };
 
-void broker_t::free_t::operator()(mosquitto* client) const { mosquitto_destroy(client); }
+bool broker_t::is_busy() { return attempt_t::under_way > 0; }
 
-broker_t::broker_t(const settings_t& settings, const message_t& will, events_t events)
+broker_t::broker_t(const settings_t& settings, const message_t& will, bool each_address,
+                   events_t events)
     : events_(std::move(events)),
+      host_(settings.host),
       keep_alive_(settings.keep_alive_s),
       due_(steady_clock::now() + kConnectPatience),
-      client_(mosquitto_new(settings.client_id.c_str(), true, this)) {
-  if (client_ == nullptr) {
-    fail("out of memory");
-    return;
+      attempt_(std::make_shared<attempt_t>(settings, this)) {
+  if (client() != nullptr && attempt_->done_fd >= 0) {
+    set_up(settings, will);
+  } else {
+    fail("out of memory or descriptors");
   }
-  set_up(settings, will);
-  if (!failure_.empty()) return;
-  const int error = mosquitto_connect_async(client_.get(), settings.host.c_str(), settings.port,
-                                            settings.keep_alive_s);
-  check(error, "cannot connect");
+  if (failure_.empty()) begin(settings, each_address);
 }
 
-broker_t::~broker_t() = default;
+broker_t::~broker_t() {
+  // It cannot be ended. Nobody hears of it any more.
+  if (thread_.joinable()) thread_.detach();
+}
+
+mosquitto* broker_t::client() const { return attempt_->client; }
+
+void broker_t::begin(const settings_t& settings, bool each_address) {
+  ++attempt_t::under_way;
+  try {
+    thread_ = std::thread([attempt = attempt_, host = settings.host, port = settings.port,
+                           keep_alive_s = settings.keep_alive_s, each_address]() mutable {
+      attempt->connect(host, port, keep_alive_s, each_address);
+      attempt.reset();
+      --attempt_t::under_way;
+    });
+  } catch (const std::system_error& error) {
+    --attempt_t::under_way;
+    fail(std::string("cannot connect: no thread: ") + error.what());
+  }
+}
+
+void broker_t::look_after_attempt() {
+  eventfd_t count = 0;
+  if (eventfd_read(attempt_->done_fd, &count) == 0) return take_over();
+  if (steady_clock::now() < due_) return;
+  due_ = steady_clock::time_point::max();
+  journal("connecting to " + host_ + " takes long: are the name servers and the broker there?");
+}
+
+void broker_t::take_over() {
+  thread_.join();
+  due_ = steady_clock::now() + kConnectPatience;
+  mosquitto_connect_v5_callback_set(client(), callbacks_t::connected);
+  mosquitto_disconnect_v5_callback_set(client(), callbacks_t::disconnected);
+  mosquitto_publish_v5_callback_set(client(), callbacks_t::published);
+  mosquitto_subscribe_v5_callback_set(client(), callbacks_t::subscribed);
+  mosquitto_message_v5_callback_set(client(), callbacks_t::received);
+  errno = attempt_->system_error;
+  check(attempt_->error, "cannot connect");
+}
 
 void broker_t::set_up(const settings_t& settings, const message_t& will) {
-  mosquitto* client = client_.get();
+  mosquitto* client = this->client();
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-  mosquitto_connect_v5_callback_set(client, callbacks_t::connected);
-  mosquitto_disconnect_v5_callback_set(client, callbacks_t::disconnected);
-  mosquitto_publish_v5_callback_set(client, callbacks_t::published);
-  mosquitto_subscribe_v5_callback_set(client, callbacks_t::subscribed);
-  mosquitto_message_v5_callback_set(client, callbacks_t::received);
   mosquitto_log_callback_set(client, callbacks_t::logged);
   if (!settings.username.empty()) {
     std::string error;
@@ -168,7 +240,7 @@ void broker_t::set_up(const settings_t& settings, const message_t& will) {
 }
 
 std::string broker_t::set_up_tls(const settings_t& settings) {
-  mosquitto* client = client_.get();
+  mosquitto* client = this->client();
   if (!settings.psk_file.empty()) {
     std::string error;
     const std::string key = read_secret(settings.psk_file, &error);
@@ -192,8 +264,9 @@ void broker_t::fail(const std::string& reason) {
   up_ = false;
   if (!failure_.empty()) return;
   failure_ = reason;
-  if (!log_.empty()) failure_ += " (" + log_ + ')';
-  if (log_.find("certificate verify failed") == std::string::npos) return;
+  const std::string& log = attempt_->log;
+  if (!log.empty()) failure_ += " (" + log + ')';
+  if (log.find("certificate verify failed") == std::string::npos) return;
   failure_ +=
       "; look whether the broker's certificate is for this name, is signed by whom ca-file holds, "
       "and "
@@ -205,9 +278,11 @@ void broker_t::check(int error, const char* what) {
   fail(std::string(what) + ": " + error_text(error));
 }
 
-int broker_t::fd() const { return client_ ? mosquitto_socket(client_.get()) : -1; }
+int broker_t::fd() const {
+  return thread_.joinable() ? attempt_->done_fd : mosquitto_socket(client());
+}
 
-bool broker_t::wants_write() const { return client_ && mosquitto_want_write(client_.get()); }
+bool broker_t::wants_write() const { return !thread_.joinable() && mosquitto_want_write(client()); }
 
 void broker_t::sent_something() {
   if (up_) due_ = steady_clock::now() + keep_alive_ + std::chrono::seconds(1);
@@ -215,7 +290,8 @@ void broker_t::sent_something() {
 
 void broker_t::work() {
   if (!failure_.empty()) return;
-  check(mosquitto_loop(client_.get(), 0, 1), "the connection is lost");
+  if (thread_.joinable()) return look_after_attempt();
+  check(mosquitto_loop(client(), 0, 1), "the connection is lost");
   if (steady_clock::now() < due_) return;
   if (!up_) return fail("the broker does not answer");
   sent_something();  // the library has, to keep the connection alive
@@ -224,7 +300,7 @@ void broker_t::work() {
 void broker_t::subscribe(const std::string& topic, bool retained) {
   const int options = MQTT_SUB_OPT_NO_LOCAL |
                       (retained ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS : MQTT_SUB_OPT_SEND_RETAIN_NEVER);
-  check(mosquitto_subscribe_v5(client_.get(), nullptr, topic.c_str(), kQos, options, nullptr),
+  check(mosquitto_subscribe_v5(client(), nullptr, topic.c_str(), kQos, options, nullptr),
         "cannot subscribe");
 }
 
@@ -237,9 +313,9 @@ int broker_t::publish(const message_t& message) {
                                   static_cast<uint16_t>(message.correlation.size()));
   }
   const std::string text = text_of(message);
-  const int error = mosquitto_publish_v5(client_.get(), &mid, message.topic.c_str(),
-                                         static_cast<int>(text.size()), text.data(), kQos,
-                                         message.retain, properties);
+  const int error =
+      mosquitto_publish_v5(client(), &mid, message.topic.c_str(), static_cast<int>(text.size()),
+                           text.data(), kQos, message.retain, properties);
   mosquitto_property_free_all(&properties);
   sent_something();
   if (error == MOSQ_ERR_SUCCESS) return mid;
@@ -249,7 +325,7 @@ int broker_t::publish(const message_t& message) {
 }
 
 void broker_t::disconnect() {
-  if (up_) mosquitto_disconnect_v5(client_.get(), 0, nullptr);
+  if (up_) mosquitto_disconnect_v5(client(), 0, nullptr);
 }
 
 }  // namespace mdxbridge

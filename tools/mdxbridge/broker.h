@@ -3,13 +3,15 @@
 // One connection to the broker, from the attempt to its loss; for the next one a new object is
 // made, so nothing of an old one is left in the library.
 //
-// Nothing here waits, but for the look-up of the broker's name.
+// Nothing here waits. The library waits for the look-up of the broker's name, so it begins to
+// connect in a thread, and what it needs for that is in the thread's hands alone until it is done.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tools/mdxbridge/outbox.h"
 #include "tools/mdxbridge/settings.h"
@@ -33,6 +35,9 @@ class broker_t {
   static constexpr int kNotNow = -1;
   static constexpr int kNever = -2;
 
+  /// Whether a thread still works at a connection: the library cannot be cleaned up then.
+  static bool is_busy();
+
   struct events_t {
     std::function<void()> up;  ///< the broker took the connection
     std::function<void(const inbound_t&)> message;
@@ -41,8 +46,10 @@ class broker_t {
   };
 
   /// Begins to connect.
-  /// @param will  what the broker publishes when the connection is lost
-  broker_t(const settings_t& settings, const message_t& will, events_t events);
+  /// @param will         what the broker publishes when the connection is lost
+  /// @param each_address try all that the name has, where each may take minutes to fail; else the
+  ///                     first
+  broker_t(const settings_t& settings, const message_t& will, bool each_address, events_t events);
   ~broker_t();
   broker_t(const broker_t&) = delete;
   broker_t& operator=(const broker_t&) = delete;
@@ -69,10 +76,12 @@ class broker_t {
 
  private:
   struct callbacks_t;
-  struct free_t {
-    void operator()(mosquitto* client) const;
-  };
+  struct attempt_t;
 
+  mosquitto* client() const;
+  void begin(const settings_t& settings, bool each_address);
+  void look_after_attempt();
+  void take_over();
   void set_up(const settings_t& settings, const message_t& will);
   std::string set_up_tls(const settings_t& settings);
   void fail(const std::string& reason);
@@ -81,12 +90,13 @@ class broker_t {
 
   events_t events_;
   std::string failure_;
-  std::string log_;  ///< what the library said last about an encrypted connection
   bool up_ = false;
   bool taken_over_ = false;
+  std::string host_;
   std::chrono::seconds keep_alive_;
   std::chrono::steady_clock::time_point due_;
-  std::unique_ptr<mosquitto, free_t> client_;
+  std::shared_ptr<attempt_t> attempt_;  ///< shared with the thread
+  std::thread thread_;                  ///< joinable until it has begun to connect
 };
 
 }  // namespace mdxbridge

@@ -2,16 +2,17 @@
 
 // mdxbridge: makes this device one of many at an MQTT broker.
 #include <mosquitto.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
 #include <iostream>
 
 #include "tools/mdxbridge/bridge.h"
+#include "tools/mdxbridge/broker.h"
 #include "tools/mdxbridge/journal.h"
 #include "tools/mdxbridge/place.h"
 #include "tools/mdxbridge/settings.h"
@@ -104,14 +105,13 @@ int serve(const arguments_t& arguments, const settings_t& settings) {
     return EXIT_NOT_SENT;
   }
   const int stop_fd = signals_that_end();
-  // The look-up of the broker's name is the one thing that keeps reports waiting.
-  setenv("RES_OPTIONS", "timeout:2 attempts:2", 0);
   mosquitto_lib_init();
   const bool done = mdxbridge::bridge_t(settings, arguments.once).run(stop_fd, place);
+  if (!done) mdxbridge::journal("the broker did not take all within 30 seconds");
+  const int code = done ? EXIT_FINE : EXIT_NOT_SENT;
+  if (mdxbridge::broker_t::is_busy()) _exit(code);
   mosquitto_lib_cleanup();
-  if (done) return EXIT_FINE;
-  mdxbridge::journal("the broker did not take all within 30 seconds");
-  return EXIT_NOT_SENT;
+  return code;
 }
 
 }  // namespace
