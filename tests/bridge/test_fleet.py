@@ -72,10 +72,13 @@ class Fleet(FleetTest):
         path.write_text(text)
         return path
 
-    def start_example_broker(self, name, *replacements):
-        path = self.example(name, *replacements)
-        # Root's world has one user.
-        path.write_text("user root\n" + path.read_text())
+    def start_example_broker(self, name, location, *replacements):
+        """With the example beside a file of its own, as on Debian."""
+        folder = pathlib.Path(location, "conf.d")
+        folder.mkdir(parents=True, exist_ok=True)
+        self.example(name, *replacements).rename(folder / name)
+        path = pathlib.Path(location, "mosquitto.conf")
+        path.write_text(f"user root\npersistence true\npersistence_location {location}/\ninclude_dir {folder}\n")
         broker = self.start("mosquitto", "-c", str(path))
         wait_until(lambda: broker.poll() is not None or "running" in self.log_of(broker), PATIENCE_S, "it runs")
         self.assertIsNone(broker.poll(), self.log_of(broker))
@@ -84,15 +87,14 @@ class Fleet(FleetTest):
     def start_fleet_broker(self):
         folder = pathlib.Path("/tmp/mosquitto")
         folder.mkdir(exist_ok=True)
-        pathlib.Path("/tmp/fleet").mkdir(exist_ok=True)
         passwords = folder / "passwords"
         if not passwords.exists():
             (folder / "broker-password").write_text("secret\n")
             self.example("broker.acl").rename(folder / "broker.acl")
             passwords.write_text("".join(f"{name}:secret\n" for name in ("meter-17", "meter-18", "dashboard", "desk")))
             subprocess.run(("mosquitto_passwd", "-U", str(passwords)), check=True)
-        return self.start_example_broker("broker.conf", ("listener 1883", f"listener {FLEET_PORT} 127.0.0.1"),
-                                         ("/var/lib/mosquitto/", "/tmp/fleet/"))
+        return self.start_example_broker("broker.conf", "/tmp/fleet",
+                                         ("listener 1883", f"listener {FLEET_PORT} 127.0.0.1"))
 
     @staticmethod
     def as_user(name):
@@ -128,9 +130,7 @@ class Fleet(FleetTest):
         fleet = self.start_fleet_broker()
         cable = Cable(1885, FLEET_PORT)
         def start_device_broker():
-            return self.start_example_broker("device-broker.conf", ("broker.example:1883", "127.0.0.1:1885"),
-                                             ("/var/lib/mosquitto/", "/tmp/device/"))
-        pathlib.Path("/tmp/device").mkdir()
+            return self.start_example_broker("device-broker.conf", "/tmp/device", ("broker.example:1883", "127.0.0.1:1885"))
         device = start_device_broker()
         consumer = Subscriber(self, "-c", "-i", "consumer", *self.as_user("dashboard"), port=FLEET_PORT)
         self.start("mdxbridge", "--config", str(self.example("device-bridge.conf")))
