@@ -172,6 +172,18 @@ TEST(Settings, MistakesAreToldWithLineAndKey) {
   EXPECT_THAT(settings.allow_commands, ElementsAre("AT+CSQ"));
 }
 
+TEST(Settings, WhatNoBrokerCouldTake) {
+  settings_t settings;
+  std::istringstream file("\xef\xbb\xbfhost = a b\nid = \xff\xfe\nca-file = /\nid = x\n");
+  EXPECT_THAT(read_settings(file, "f", &settings),
+              ElementsAre("f:2: id: holds bytes that are no UTF-8", HasSubstr("f:4: id")));
+  EXPECT_THAT(check_settings(&settings, "f"),
+              ElementsAre("f:1: host: holds a blank", "f:3: ca-file: / is a directory"));
+  std::string error;
+  read_secret("/", &error);
+  EXPECT_THAT(error, HasSubstr("/ cannot be read"));
+}
+
 TEST(Settings, OneValueForEachKeyThatIsNoList) {
   settings_t settings;
   std::istringstream file("host = a\nleave-out = A\nleave-out = B\nhost = b\n");

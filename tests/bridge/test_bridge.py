@@ -335,6 +335,11 @@ class Bridge(FleetTest):
         self.assertEqual(check.wait(PATIENCE_S), 2)
         for line, key in ((3, "port"), (4, "id"), (5, "allow-command"), (6, "hots"), (7, "password-file"), (8, "tls")):
             self.assertIn(f"bridge.conf:{line}: {key}: ", self.log_of(check))
+        path.write_text("\x1b[2J = x\n")
+        for file, said in (("/tmp", "/tmp: cannot be read: Is a directory\n"), (path, f"{path}:1: ?[2J: ")):
+            check = self.start("mdxbridge", "--config", str(file), "--check")
+            self.assertEqual(check.wait(PATIENCE_S), 2)
+            self.assertTrue(self.log_of(check).startswith(said), self.log_of(check))
         path.write_text("host = 127.0.0.1\nid = dev1\n")
         self.assertEqual(self.start("mdxbridge", "--config", str(path), "--check").wait(PATIENCE_S), 0)
         self.start_open_broker()

@@ -268,11 +268,12 @@ void bridge_t::connect() {
 }
 
 void bridge_t::connection_up() {
-  if (!last_failure_.empty() || figures_.connections == 0) {
+  const bool failed = !last_failures_[0].empty() || !last_failures_[1].empty();
+  if (failed || figures_.connections == 0) {
     journal("connected to " + settings_.host + ':' + std::to_string(settings_.port) + " as " +
             settings_.id);
   }
-  last_failure_.clear();
+  for (std::string& last : last_failures_) last.clear();
   refused_publish_.clear();
   connected_at_ = clock_type::now();
   ++figures_.connections;
@@ -303,14 +304,15 @@ void bridge_t::connection_failed() {
                settings_.client_id + ": the next attempt is in " + std::to_string(pause_.count()) +
                " s";
   }
-  if (connected_at_ == time_point()) each_address_ = !each_address_;
   // Not all devices at once, when the broker of all is back.
   const int64_t most = displaced ? 0 : milliseconds(pause_).count() / 2;
   const int64_t spread = std::uniform_int_distribution<int64_t>(0, most)(random_);
   connect_at_ = clock_type::now() + pause_ - milliseconds(spread);
-  if (failure != last_failure_)
+  std::string& last = last_failures_[each_address_ ? 1 : 0];
+  if (failure != last)
     journal(settings_.host + ':' + std::to_string(settings_.port) + ": " + failure);
-  last_failure_ = failure;
+  last = failure;
+  if (connected_at_ == time_point()) each_address_ = !each_address_;
   contested_ = false;
   connected_at_ = time_point();
   broker_.reset();

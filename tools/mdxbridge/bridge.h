@@ -99,7 +99,7 @@ class bridge_t {
   time_point connected_at_;
   std::chrono::seconds pause_{0};
   bool each_address_ = false;  ///< the next attempt tries them; the one before failed at the first
-  std::string last_failure_;
+  std::string last_failures_[2];  ///< of the first address, and of each
   bool contested_ = false;  ///< another machine's state stood at the broker when this one came
   std::minstd_rand random_;
   lane_t own_;  ///< state, figures, and what is known of the modem

@@ -6,12 +6,15 @@
 
 namespace mdxbridge {
 
-void journal(const std::string& line) {
+std::string printable(const std::string& text) {
   constexpr size_t kMost = 500;
-  std::string shown = "mdxbridge: ";
-  for (const char c : line.substr(0, kMost)) shown += c >= ' ' && c < 0x7f ? c : '?';
-  if (line.size() > kMost) shown += "...";
-  shown += '\n';
+  std::string shown;
+  for (const char c : text.substr(0, kMost)) shown += c >= ' ' && c < 0x7f ? c : '?';
+  return text.size() > kMost ? shown + "..." : shown;
+}
+
+void journal(const std::string& line) {
+  const std::string shown = "mdxbridge: " + printable(line) + '\n';
   // A reader that went away changes nothing.
   if (write(STDERR_FILENO, shown.data(), shown.size()) < 0) return;
 }

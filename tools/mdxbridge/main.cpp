@@ -64,11 +64,16 @@ void declare_options(CLI::App& app, arguments_t& arguments) {
   }
 }
 
-strings_t read_file(const arguments_t& arguments, settings_t* settings) {
+/// @param there  set to false when there is a file that cannot be read
+strings_t read_file(const arguments_t& arguments, settings_t* settings, bool* there) {
   std::ifstream file(arguments.file);
-  if (file) return read_settings(file, arguments.file, settings);
-  if (errno == ENOENT && !arguments.file_given) return {};
-  return {arguments.file + ": cannot be read: " + std::strerror(errno)};
+  if (!file && errno == ENOENT && !arguments.file_given) return {};
+  strings_t mistakes;
+  if (file) mistakes = read_settings(file, arguments.file, settings);
+  const bool was_read = file.eof() && !file.bad();
+  *there = was_read;
+  return was_read ? mistakes
+                  : strings_t{arguments.file + ": cannot be read: " + std::strerror(errno)};
 }
 
 /// An option stands in the place of what the file says, a list of them in the place of its list.
@@ -90,7 +95,9 @@ strings_t apply_options(const arguments_t& arguments, settings_t* settings) {
 }
 
 strings_t read_all(const arguments_t& arguments, settings_t* settings) {
-  strings_t mistakes = read_file(arguments, settings);
+  bool there = true;
+  strings_t mistakes = read_file(arguments, settings, &there);
+  if (!there) return mistakes;
   for (const strings_t& more :
        {apply_options(arguments, settings), check_settings(settings, arguments.file)}) {
     mistakes.insert(mistakes.end(), more.begin(), more.end());
@@ -128,7 +135,7 @@ int main(int argc, char** argv) {
   arguments.file_given = app.count("--config") > 0;
   settings_t settings;
   const strings_t mistakes = read_all(arguments, &settings);
-  for (const std::string& mistake : mistakes) std::cerr << mistake << '\n';
+  for (const std::string& mistake : mistakes) std::cerr << mdxbridge::printable(mistake) << '\n';
   if (mistakes.empty()) {
     for (const std::string& doubt : doubts_about(settings))
       std::cerr << arguments.file << ": " << doubt << '\n';

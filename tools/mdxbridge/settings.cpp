@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "tools/mdxbridge/patterns.h"
 #include "tools/mdxbridge/privacy.h"
@@ -53,6 +54,7 @@ constexpr key_row_t kKeys[] = {
 // clang-format on
 
 constexpr char kBlanks[] = " \t\r";
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 std::string trimmed(std::string_view text) {
   const size_t begin = text.find_first_not_of(kBlanks);
@@ -74,6 +76,14 @@ bool is_list(std::string_view key) {
 bool has_control(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
                      [](unsigned char c) { return c < ' ' || c == 0x7f; });
+}
+
+bool is_utf8(const std::string& text) {
+  try {
+    return !nlohmann::json(text).dump().empty();
+  } catch (const nlohmann::json::type_error&) {
+    return false;
+  }
 }
 
 std::string set_number(const key_row_t& row, const std::string& value, int* number) {
@@ -125,8 +135,11 @@ class complaints_t {
 };
 
 std::string file_mistake(const std::string& path) {
-  if (path.empty() || access(path.c_str(), R_OK) == 0) return "";
-  return path + " cannot be read: " + std::strerror(errno);
+  struct stat status {};
+  if (path.empty()) return "";
+  if (access(path.c_str(), R_OK) != 0) return path + " cannot be read: " + std::strerror(errno);
+  const bool folder = stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return folder ? path + " is a directory" : "";
 }
 
 /// Of a name that stands in topics, between two slashes or with slashes of its own.
@@ -140,6 +153,13 @@ std::string topic_mistake(const std::string& name, bool with_slashes) {
   if (!with_slashes && name.find('/') != std::string::npos) return "holds /, which parts topics";
   if (name.front() == '/' || name.back() == '/') return "begins or ends with /";
   return "";
+}
+
+std::string host_mistake(const std::string& host) {
+  constexpr size_t kLongest = 253;
+  if (host.empty()) return "is missing: which broker?";
+  if (host.find(' ') != std::string::npos) return "holds a blank";
+  return host.size() > kLongest ? "is longer than 253 bytes" : "";
 }
 
 std::string machine_name() {
@@ -194,6 +214,7 @@ std::string set_key(settings_t* settings, std::string_view key, const std::strin
   if (row == nullptr) return "there is no such key; see mdxgate-bridge.conf(5)";
   settings->places[std::string(key)] = place;
   if (has_control(value)) return "holds a control character";
+  if (!is_utf8(value)) return "holds bytes that are no UTF-8";
   if (const auto* text = std::get_if<std::string settings_t::*>(&row->value)) {
     settings->*(*text) = value;
     return value.empty() ? "has no value" : "";
@@ -214,6 +235,7 @@ strings_t read_settings(std::istream& file, const std::string& path, settings_t*
   size_t number = 0;
   for (std::string line; std::getline(file, line);) {
     const std::string place = path + ':' + std::to_string(++number);
+    if (number == 1 && line.starts_with(kByteOrderMark)) line.erase(0, kByteOrderMark.size());
     line = trimmed(line);
     if (line.empty() || line.front() == '#') continue;
     const size_t equals = line.find('=');
@@ -233,7 +255,7 @@ strings_t read_settings(std::istream& file, const std::string& path, settings_t*
 
 strings_t check_settings(settings_t* settings, const std::string& file) {
   complaints_t complaints(*settings, file);
-  if (settings->host.empty()) complaints.add("host", "is missing: which broker?");
+  complaints.add("host", host_mistake(settings->host));
   if (settings->id.empty()) settings->id = machine_name();
   if (settings->id == "localhost") {
     complaints.add("id", "this machine's name is localhost, as many are: give it an id of its own");
@@ -285,7 +307,10 @@ std::string read_secret(const std::string& name, std::string* error) {
   }
   std::getline(file, line);
   line = trimmed(line);
-  if (line.empty()) *error = path + " has nothing in its first line";
+  if (file.bad()) {
+    *error = path + " cannot be read: " + std::strerror(errno);
+  } else if (line.empty())
+    *error = path + " has nothing in its first line";
   return line;
 }
 
