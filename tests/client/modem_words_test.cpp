@@ -11,6 +11,7 @@
 #include "tools/mdxctl/state_metrics.h"
 #include "tools/mdxctl/ussd_text.h"
 #include "tools/words/answer_fields.h"
+#include "tools/words/refusal.h"
 #include "tools/words/shown_command.h"
 #include "tools/words/signal_levels.h"
 
@@ -26,6 +27,22 @@ TEST(ModemWords, FieldsOfAnAnswer) {
   EXPECT_EQ(number_in({"1", "-2", "3x", ""}, 1), -2);
   for (const size_t none : {2U, 3U, 4U})
     EXPECT_FALSE(number_in({"1", "-2", "3x", ""}, none)) << none;
+}
+
+TEST(ModemWords, RefusalsHaveWordsWhereTheirNumberHas) {
+  const struct {
+    const char* said;
+    const char* shown;
+  } cases[] = {
+      {"+CME ERROR: 11", "+CME ERROR: 11, the SIM wants its PIN"},
+      {"+CMS ERROR: 310", "+CMS ERROR: 310, no SIM is inserted"},
+      {"+CME ERROR: 1111", "+CME ERROR: 1111"},
+      {"+CME ERROR: 99999999999", "+CME ERROR: 99999999999"},
+      {"+CME ERROR: SIM busy", "+CME ERROR: SIM busy"},
+      {"+CME ERROR:", "+CME ERROR:"},
+      {"ERROR", "ERROR"},
+  };
+  for (const auto& row : cases) EXPECT_EQ(refusal_with_words(row.said), row.shown);
 }
 
 TEST(ModemWords, LevelsAreTheLowerEdgesOfTheirSteps) {

@@ -102,6 +102,9 @@ class Daily(DeviceTest):
     def test_pin(self):
         self.start_device("--quiet", "--pin", "4713")
         self.assertIn("asks for its PIN", self.ctl("status")[1])
+        for arguments in (("sms", "list"), ("ussd", "*100#")):
+            code, _, err = self.ctl(*arguments)
+            self.assertEqual((code, "the SIM wants its PIN" in err), (REFUSED_BY_MODEM, True), err)
         self.assertEqual(self.ctl("wait", "sim", "--timeout", "1")[0], NO_ANSWER)
         pin = pathlib.Path("/tmp/pin")
         pin.write_text("4713\n")
@@ -167,7 +170,7 @@ class Daily(DeviceTest):
         self.start_server()
         code, _, err = self.ctl("init", str(init))
         self.assertEqual(code, OK, err)
-        self.assertRegex(err, r"modem\.init:3: AT\+NOSUCH=\.\.\.: \+CME ERROR: 4; going on")
+        self.assertRegex(err, r"modem\.init:3: AT\+NOSUCH=\.\.\.: \+CME ERROR: 4, not supported; going on")
         follower = self.start("mdxctl", "init", "--follow", str(init))
         wait_until(lambda: self.log_of(follower).count("done") == 1, PATIENCE_S, "the first run")
         self.ctl("modem", "reset", "--yes")

@@ -9,6 +9,7 @@
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
 #include "tools/words/collection.h"
+#include "tools/words/refusal.h"
 
 using nlohmann::ordered_json;
 
@@ -33,7 +34,7 @@ reply_t modem_query_t::ask(const std::string& command, int32_t timeout_s) const 
   } else if (reply.code == EXIT_REFUSED) {
     reply.error = kModemAway;
   } else if (reply.code != EXIT_OK) {
-    reply.error = reply.text.starts_with(name) ? reply.text : name;
+    reply.error = reply.text.starts_with(name) ? refusal_with_words(reply.text) : name;
     reply.text.clear();
   }
   return reply;

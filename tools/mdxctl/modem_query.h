@@ -19,7 +19,7 @@
 struct reply_t {
   exit_code_t code = EXIT_OK;
   std::string text;   ///< the lines of an OK, without the result
-  std::string error;  ///< why there is none, empty for EXIT_OK; such as "+CME ERROR: 10"
+  std::string error;  ///< why there is none, empty for EXIT_OK; refusal_with_words
 
   bool ok() const { return code == EXIT_OK; }
 };

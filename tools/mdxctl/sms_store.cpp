@@ -19,6 +19,7 @@
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
+#include "tools/words/refusal.h"
 
 namespace {
 
@@ -123,7 +124,11 @@ std::string refusal_text(int32_t ret_val, const std::string& text) {
   }
   std::string said = mdx_result_name(ret_val);
   const std::string name = said + ":";
-  if (const std::string rest = line_behind(text, name); !rest.empty()) said = name + rest;
+  if (const std::string rest = line_behind(text, name); !rest.empty()) {
+    const std::string numbered = name + rest;
+    said = refusal_with_words(numbered);
+    if (said != numbered) return "the modem said " + said;
+  }
   return "the modem said " + said + ": check SIM and network with mdxctl at AT+CPIN? and AT+CREG?";
 }
 
@@ -205,7 +210,10 @@ const std::string& sms_store_t::memory() {
 
 // +CPMS: "SM",5,50,"SM",5,50,"SM",5,50
 sms_store_t::fill_t sms_store_t::look_at_memory() {
-  const std::vector<std::string> values = values_behind(ask("AT+CPMS?").text, "+CPMS:");
+  const sms_answer_t answer = ask("AT+CPMS?");
+  const bool numbered = answer.text.find("ERROR:") != std::string::npos;
+  if (!answer.ok() && numbered) refusal_ = refusal_text(answer.ret_val, answer.text);
+  const std::vector<std::string> values = values_behind(answer.text, "+CPMS:");
   if (values.empty()) return {-1, -1};
   memory_ = values[0];
   if (values.size() < 3) return {-1, -1};
@@ -228,6 +236,9 @@ std::vector<int> sms_store_t::places(const fill_t& fill) {
   std::vector<int> listed = listed_numbers(line_behind(ask("AT+CMGD=?").text, "+CMGD:"), &exact);
   const auto enough = static_cast<size_t>(std::max(fill.used, 1));
   if (listed.size() >= enough && (exact || fill.used >= 0)) return listed;
+  if ((fill.used < 0 || fill.total < 0) && !refusal_.empty()) {
+    throw sms_failure_t(EXIT_MODEM_ERROR, refusal_);
+  }
   if (fill.used < 0 || fill.total < 0) {
     throw sms_failure_t(EXIT_MODEM_ERROR,
                         "the modem tells neither with AT+CPMS? nor with AT+CMGD=? where messages "

@@ -101,6 +101,7 @@ class sms_store_t {
   int32_t timeout_s_;
   client_session_t session_;
   std::string memory_;
+  std::string refusal_;  ///< why the modem does not tell its memory, where it says so
   std::vector<std::string> put_back_;
   std::vector<std::string> errors_;
   bool groups_ = true;    ///< the modem takes several commands in a line

@@ -21,6 +21,7 @@
 #include "tools/mdxctl/server_queues.h"
 #include "tools/words/answer_fields.h"
 #include "tools/words/duration.h"
+#include "tools/words/refusal.h"
 #include "wire/border.h"
 
 using nlohmann::ordered_json;
@@ -157,7 +158,7 @@ void show(const status_t& status) {
   if (status.sim == "SIM PIN") {
     line("SIM", "asks for its PIN: mdxctl sim unlock");
   } else if (!status.sim.empty()) {
-    line("SIM", status.sim == "READY" ? "ready" : harmless_line(status.sim));
+    line("SIM", status.sim == "READY" ? "ready" : harmless_line(refusal_with_words(status.sim)));
   }
   line("requests", depth_text(status.requests));
   line("answers", depth_text(status.answers));
