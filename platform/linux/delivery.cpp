@@ -340,9 +340,11 @@ void delivery_assembler::measure_answer(std::string_view line) {
   if (fitted && answer_ > kDeliveryMaxBytes) ++answers_too_long_;
 }
 
-// A prompt ends the answer, unless the body it asks for is out already.
+// A prompt ends the answer, unless the body it asks for is out already. The CR in front of its LF
+// may have gone to a server that was killed.
 void delivery_assembler::end_prompt() {
-  if (body_ != body_t::none || size_ - line_ != 2 || bytes_[line_] != '>') return;
+  const uint32_t begin = size_ > line_ && bytes_[line_] == '\n' ? line_ + 1 : line_;
+  if (body_ != body_t::none || size_ - begin != 2 || bytes_[begin] != '>') return;
   if (!debt_.prompt()) return drop_line();
   ready_ = size_;
 }

@@ -21,6 +21,7 @@ constexpr auto kNowhere = std::string_view::npos;
 constexpr std::string_view kCallWords[] = {
     "NO CARRIER", "NO ANSWER", "CONNECT", "NO DIALTONE", "BUSY",
 };
+constexpr std::string_view kMessageHeads[] = {"+CMGS", "+CMGW", "+CMGC", "+CNMA"};
 // clang-format on
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
@@ -73,6 +74,12 @@ bool dials(std::string_view line) {
          holds(first, "+CGDATA");
 }
 
+/// What comes in front of the prompt would be the message.
+bool asks_for_prompt(std::string_view line) {
+  return std::any_of(std::begin(kMessageHeads), std::end(kMessageHeads),
+                     [line](std::string_view head) { return holds(line, head); });
+}
+
 bool may_change_echo(std::string_view line) {
   for (size_t end = 0; end != kNowhere; line.remove_prefix(end == kNowhere ? 0 : end + 1)) {
     end = line.find(';');
@@ -87,7 +94,9 @@ bool may_change_echo(std::string_view line) {
 void line_debt::opened(uint64_t now, line_balance_t left) {
   opening_ = dirty_ = needs_silence_ = true;
   begin_patience(now);
-  due_ = left.results;
+  const bool echo_tells = left.echo != 0 && left.prompt == 0;
+  due_ = echo_tells ? 0 : left.results;
+  stale_ = echo_tells ? left.results : 0;
   prompt_ = left.prompt == 1;
   may_prompt_ = left.prompt == 2;
   if (left.echo != 0) echo_ = echo_t::yes;
@@ -114,7 +123,7 @@ void line_debt::begin_exchange() {
   if (changes_echo_) echo_ = echo_t::unknown;
   body_sent_ = early_body_ = may_prompt_ = link_lost_in_exchange_ = false;
   passed_over_ = false;
-  dials_ = changes_echo_ = doubts_ = false;
+  dials_ = changes_echo_ = may_ask_ = doubts_ = false;
 }
 
 /// Takes a body off the bytes, which are the commands in front of it or behind it then. One that
@@ -141,6 +150,7 @@ void line_debt::count_commands(std::string_view lines) {
     echo_missing_ = true;
     dials_ = dials_ || dials(line);
     changes_echo_ = changes_echo_ || may_change_echo(line);
+    may_ask_ = may_ask_ || asks_for_prompt(line);
   }
 }
 
@@ -269,8 +279,8 @@ bool line_debt::is_silent(uint64_t now, uint64_t last_byte) const {
 /// A modem that never stops is waited for no longer than one that never answers.
 uint64_t line_debt::silent_at(uint64_t last_byte) const {
   if (!needs_silence_) return last_byte;
-  const uint32_t silence = doubts_ && stale_ > 0 ? kDoubtMs : kCleanSilenceMs;
-  return std::min(last_byte + silence, since_ + kPatienceMs);
+  if (!doubts_ || stale_ == 0) return std::min(last_byte + kCleanSilenceMs, since_ + kPatienceMs);
+  return std::min(last_byte + kDoubtMs, since_ + kDoubtAtMostMs);
 }
 
 uint64_t line_debt::due(uint64_t last_byte) const {
@@ -280,6 +290,7 @@ uint64_t line_debt::due(uint64_t last_byte) const {
   if (due_ > 0) return since_ + kPatienceMs;
   const uint64_t silent = silent_at(last_byte);
   if (!opening_) return silent;
-  const uint64_t heard = std::max(last_byte, since_) + kOpeningSilenceMs;
+  const uint32_t silence = stale_ > 0 ? kOpeningMs : kOpeningSilenceMs;
+  const uint64_t heard = std::max(last_byte, since_) + silence;
   return std::max(silent, std::min(since_ + kOpeningMs, heard));
 }

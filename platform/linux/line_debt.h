@@ -19,22 +19,23 @@ constexpr uint32_t kCleanSilenceMs = 20;
 /// An answer that its exchange no longer waits for is waited for this long, from the exchange's
 /// end.
 constexpr uint32_t kPatienceMs = 5000;
-/// On a modem without echo the first answer behind that may be the one given up, and the own one
-/// still to come: it is waited for this long, once.
+/// The first answer behind one given up may be that, and the own one still to come, where no echo
+/// tells: the modem has to be silent for so long, once, or to say other things for the longer time.
 constexpr uint32_t kDoubtMs = 1000;
+constexpr uint32_t kDoubtAtMostMs = 2000;
 /// The modem's result to an ESC is waited for this long before another ESC goes out.
 constexpr uint32_t kEscapeWaitMs = 1000;
 constexpr uint32_t kEscapesAtMost = 2;
 /// A device that has just been opened is listened to until it has been silent this long, or for the
-/// longer time.
+/// longer time, as where it still owes an answer and its echo will tell that from the next.
 constexpr uint32_t kOpeningSilenceMs = 100;
 constexpr uint32_t kOpeningMs = 1000;
 
 /// What the account is worth to whoever opens the device after this process has died.
 struct line_balance_t {
-  uint32_t results;  ///< owed
-  uint32_t prompt;   ///< 1: the modem waits for a body, 2: it may
-  uint32_t echo;     ///< 1: the modem is known to echo
+  uint32_t results = 0;  ///< owed
+  uint32_t prompt = 0;   ///< 1: the modem waits for a body, 2: it may, 3: it may come to
+  uint32_t echo = 0;     ///< 1: the modem is known to echo
 };
 
 /// What has been counted, ever.
@@ -128,9 +129,12 @@ class line_debt {
   bool is_in_front_of_echo() const {
     return in_exchange_ && stale_ > 0 && echo_ == echo_t::yes && echo_missing_;
   }
-  line_balance_t balance() const {
+  /// @param is_half_sent  what was sent last may be out without its end
+  line_balance_t balance(bool is_half_sent = false) const {
     const bool echoes = echo_ == echo_t::yes && !changes_echo_;
-    return {due_ + stale_, prompt_ ? 1u : may_prompt_ ? 2u : 0u, echoes ? 1u : 0u};
+    const bool may_prompt = may_prompt_ || (is_half_sent && body_sent_);
+    const uint32_t unprompted = may_prompt ? 2 : may_ask_ && due_ > 0 ? 3 : 0;
+    return {due_ + stale_, prompt_ ? 1 : unprompted, echoes ? 1u : 0u};
   }
   const line_counts_t& counts() const { return counts_; }
 
@@ -175,6 +179,7 @@ class line_debt {
   bool dials_ = false;         ///< the exchange may be answered by words about a call
   bool echo_missing_ = false;  ///< of the command in flight
   bool changes_echo_ = false;  ///< the exchange does
+  bool may_ask_ = false;       ///< the exchange: the modem, for a message
   echo_t echo_ = echo_t::unknown;
   line_counts_t counts_;
 };

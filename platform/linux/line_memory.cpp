@@ -16,18 +16,19 @@
 
 namespace {
 
-constexpr uint32_t kFormat = 0x4D444C32;  // "MDL2"
+constexpr uint32_t kFormat = 0x4D444C34;  // "MDL4"
 /// More than this cannot have been owed: the file holds something else.
 constexpr uint32_t kBelievable = 1000;
+constexpr uint32_t kBelievableHalf = 4096;
 
 struct kept_t {
   uint32_t format;
-  line_balance_t balance;
+  line_account_t account;
 };
-static_assert(sizeof(kept_t) == 16);
+static_assert(sizeof(kept_t) == 24);
 
 constinit std::atomic<kept_t*> kept{nullptr};
-constinit line_balance_t left{};
+constinit line_account_t left{};
 
 kept_t* map(int fd) {
   struct stat status {};
@@ -40,22 +41,26 @@ kept_t* map(int fd) {
 }
 
 /// The reading task keeps while another thread takes a new place.
-void copy(line_balance_t from, line_balance_t* to) {
-  std::atomic_ref(to->results).store(from.results, std::memory_order_relaxed);
-  std::atomic_ref(to->prompt).store(from.prompt, std::memory_order_relaxed);
-  std::atomic_ref(to->echo).store(from.echo, std::memory_order_relaxed);
+void copy(line_account_t from, line_account_t* to) {
+  uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
+  memcpy(words, &from, sizeof(words));
+  auto* place = reinterpret_cast<uint32_t*>(to);
+  for (const uint32_t word : words) std::atomic_ref(*place++).store(word, std::memory_order_relaxed);
 }
 
-line_balance_t balance_in(kept_t* place) {
-  line_balance_t& balance = place->balance;
-  return {std::atomic_ref(balance.results).load(std::memory_order_relaxed),
-          std::atomic_ref(balance.prompt).load(std::memory_order_relaxed),
-          std::atomic_ref(balance.echo).load(std::memory_order_relaxed)};
+line_account_t account_in(kept_t* place) {
+  uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
+  auto* from = reinterpret_cast<uint32_t*>(&place->account);
+  for (uint32_t& word : words) word = std::atomic_ref(*from++).load(std::memory_order_relaxed);
+  line_account_t account;
+  memcpy(&account, words, sizeof(account));
+  return account;
 }
 
 bool is_believable(const kept_t& found) {
-  return found.format == kFormat && found.balance.results <= kBelievable &&
-         found.balance.prompt <= 2 && found.balance.echo <= 1;
+  const line_balance_t& balance = found.account.balance;
+  return found.format == kFormat && balance.results <= kBelievable && balance.prompt <= 3 &&
+         balance.echo <= 1 && found.account.half <= kBelievableHalf;
 }
 
 }  // namespace
@@ -64,13 +69,13 @@ void line_memory_attach(int lock_fd) {
   kept_t* place = map(lock_fd);
   if (place == nullptr) return;
   kept_t* before = kept.load();
-  if (before == nullptr && is_believable(*place)) left = place->balance;
-  *place = {kFormat, before != nullptr ? balance_in(before) : left};
+  if (before == nullptr && is_believable(*place)) left = place->account;
+  *place = {kFormat, before != nullptr ? account_in(before) : left};
   kept.store(place);  // who still writes to the one before does no harm: it stays mapped
 }
 
-line_balance_t line_memory_left() { return std::exchange(left, {}); }
+line_account_t line_memory_left() { return std::exchange(left, {}); }
 
-void line_memory_keep(line_balance_t balance) {
-  if (kept_t* place = kept.load(std::memory_order_relaxed)) copy(balance, &place->balance);
+void line_memory_keep(const line_account_t& account) {
+  if (kept_t* place = kept.load(std::memory_order_relaxed)) copy(account, &place->account);
 }

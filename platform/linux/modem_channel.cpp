@@ -109,9 +109,15 @@ bool count_change(mdx_counter_t counter, uint32_t* before, uint32_t now) {
   return more != 0;
 }
 
+/// The next server has to know, should this one be killed now.
+void keep_account() {
+  const line_balance_t balance = assembler.debt().balance(channel.half > 0);
+  line_memory_keep({balance, static_cast<uint32_t>(channel.half), channel.device.mark});
+}
+
 void count_changes() {
   const line_counts_t& line = assembler.debt().counts();
-  line_memory_keep(assembler.debt().balance());
+  keep_account();
   count_change(COUNT_ECHOES_DROPPED, &counted.echoes, assembler.echoes_dropped());
   count_change(COUNT_DELIVERIES_CUT, &counted.cuts, assembler.deliveries_cut());
   count_change(COUNT_PROMPTS_ESCAPED, &counted.line.escapes, line.escapes);
@@ -172,7 +178,7 @@ void close_device() {
   channel.half = 0;
   channel.more_waiting = false;
   assembler.link_lost();
-  line_memory_keep(assembler.debt().balance());
+  keep_account();
   counter_add(COUNT_CHANNEL_CLOSED);
 }
 
@@ -194,7 +200,10 @@ void lose_device() {
 /// everything else, since the news in it counts; what an earlier server asked it answers to us.
 void begin_listening(uint64_t now) {
   modem_device_discard_output(channel.device);
-  assembler.debt().opened(now, channel.was_open ? line_balance_t{} : line_memory_left());
+  line_account_t left = channel.was_open ? line_account_t{} : line_memory_left();
+  if (left.device != channel.device.mark) left = {};
+  assembler.debt().opened(now, left.balance);
+  channel.half = left.half;
   channel.looked_at = now;
 }
 
@@ -351,10 +360,12 @@ int erase_half() {
 
 int write_command(std::string_view text) {
   std::string_view left = text;
+  channel.half = text.size();
+  keep_account();
   const int error = write_device(&left);
-  if (error == 0 || !is_open() || left.size() == text.size()) return error;
-  channel.half = text.size() - left.size();
-  assembler.debt().cut_short();
+  channel.half = error == 0 || !is_open() ? 0 : text.size() - left.size();
+  if (channel.half > 0) assembler.debt().cut_short();
+  keep_account();
   return error;
 }
 
@@ -387,7 +398,6 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (error == 0) error = erase_half();
   if (error == 0) {
     assembler.sent(data, length);
-    line_memory_keep(assembler.debt().balance());
     error = write_command({data, length});
   }
   pthread_mutex_unlock(&binding_lock);

@@ -65,6 +65,16 @@ modem_device_t open_terminal(const char* path) {
   return {fd, false};
 }
 
+/// A device that comes back may get its number and its inode's again, but not its time.
+uint32_t mark_of(const struct stat& status) {
+  const uint64_t numbers[] = {status.st_rdev, status.st_ino,
+                              static_cast<uint64_t>(status.st_ctim.tv_sec),
+                              static_cast<uint64_t>(status.st_ctim.tv_nsec)};
+  uint64_t mark = 0;
+  for (const uint64_t number : numbers) mark = (mark ^ number) * 0x9E3779B97F4A7C15;
+  return static_cast<uint32_t>(mark >> 32);
+}
+
 ssize_t write_some(const modem_device_t& device, const char* data, size_t size) {
   if (device.is_socket) return send(device.fd, data, size, MSG_NOSIGNAL);
   return write(device.fd, data, size);
@@ -74,11 +84,13 @@ ssize_t write_some(const modem_device_t& device, const char* data, size_t size) 
 
 modem_device_t modem_device_open(const char* path) {
   struct stat status {};
-  if (stat(path, &status) != 0) return {};
-  if (S_ISSOCK(status.st_mode)) return connect_socket(path);
-  if (S_ISCHR(status.st_mode)) return open_terminal(path);
+  modem_device_t device;
   errno = ENOTTY;
-  return {};
+  if (stat(path, &status) != 0) return {};
+  if (S_ISSOCK(status.st_mode)) device = connect_socket(path);
+  if (S_ISCHR(status.st_mode)) device = open_terminal(path);
+  device.mark = mark_of(status);
+  return device;
 }
 
 void modem_device_close(const modem_device_t& device) {

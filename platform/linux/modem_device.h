@@ -13,6 +13,7 @@
 struct modem_device_t {
   int fd = -1;  ///< non-blocking; -1 when closed
   bool is_socket = false;
+  uint32_t mark = 0;  ///< another one for each device, also for one that comes in its place
 };
 
 /// Opens a device for this process alone, and sets a terminal raw; its speed stays as it is.

@@ -31,8 +31,6 @@ from device import Queues, record  # noqa: E402
 STARTS = 60
 SLOW_S = 1
 PATIENCE_S, PATIENCE_OF_SHORT_RUNS_S = 5, 30
-# What a killed server was owed is waited for first.
-OWED_S = 6
 COMMANDS = 10
 DIRECTORY = pathlib.Path("/run/mdxgate")
 DEVICE = pathlib.Path("/dev/smd6")
@@ -217,7 +215,7 @@ def device_that_flaps():
     os._exit(0)
 
 
-STUCK, PLACES, UNREAD = "standard output is stuck", "member: all places at the hub", "member: unread answers"
+STUCK, PLACES = "standard output is stuck", "member: all places at the hub"
 
 
 # clang-format has no say here, but a table is read like a table.
@@ -236,7 +234,7 @@ ATTACKS = {
     "first layout: tasks' names":     (directory_of_the_first_layout, [(MEMBER, plant_directories)]),
     "first layout: lock planted":     (lock_before_the_first_start, []),
     "directory made by root":         (directory_made_by_root, []),
-    UNREAD:                           (nothing, [(MEMBER, leave_answers)] * 10),
+    "member: unread answers":         (nothing, [(MEMBER, leave_answers)] * 10),
     PLACES:                           (nothing, [(MEMBER, hold_all_places)]),
     "member: slow receivers":         (nothing, [(MEMBER, receive_slowly)]),
     "root: the server's FIFO":        (nothing, [(ROOT, remove_the_servers_fifo)]),
@@ -309,7 +307,7 @@ def one_start(name, prepare, patience_s):
 def attack(name, starts):
     prepare, roles = ATTACKS[name]
     remove_directory()
-    patience_s = PATIENCE_S + (OWED_S if name == UNREAD else 0) if starts >= STARTS else PATIENCE_OF_SHORT_RUNS_S
+    patience_s = PATIENCE_S if starts >= STARTS else PATIENCE_OF_SHORT_RUNS_S
     with attackers(roles):
         results = [one_start(name, prepare, patience_s) for _ in range(starts)]
     ready = [seconds for seconds, _, _ in results if seconds is not None]

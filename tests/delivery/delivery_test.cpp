@@ -27,10 +27,10 @@ void run_script(const script_t& script, cut_t cut) {
     if (step[0] == '!') line.lose();
     if (step[0] == '.') line.end_exchange();
     if (step == "o") line.open();
-    if (step == "op") line.open({0, 1, 0});
-    if (step == "o1") line.open({1, 0, 0});
-    if (step == "om") line.open({1, 2, 0});
-    if (step == "oe") line.open({1, 0, 1});
+    if (step == "op") line.open({.prompt = 1});
+    if (step == "o1") line.open({.results = 1});
+    if (step == "om") line.open({.results = 1, .prompt = 2});
+    if (step == "oe") line.open({.results = 1, .echo = 1});
     if (step == "clean" || step == "dirty") {
       ASSERT_EQ(line.is_clean(), step == "clean") << "at step " << at;
     }
@@ -125,7 +125,7 @@ script_t chatter_behind_a_lost_answer() {
   };
   chatter(499);
   add({"dirty", "~10", "= OK\r\n", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", "."});
-  chatter(499);
+  chatter(199);
   add({"dirty", "~10", "clean"});
   return script;
 }
@@ -170,6 +170,7 @@ const case_t prompts[] = {
     {"BodyInFrontIsMissed", {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< \r\n> ", "= \r\n> ", ".", "~5000", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
     {"HeadIsRefused",       {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< ERROR\r\n", "= ERROR\r\n", ".", "clean"}},
     {"LeftByAnother",       {"op", "~0", "= \x1b", "< OK\r\n", "= OK\r\n", "~100", "clean"}},
+    {"CrWentToAnother",     {"o1", "< \n> ", "= \x1b", "< OK\r\n", "= OK\r\n", "~100", "clean"}},
     {"MayBeLeft",           {"om", "~5000", "= \x1b", "< OK\r\n", "= OK\r\n", "~20", "clean"}},
     {"ForEachLine",         {"> AT+CMGS=\"1\"\r", "< > ", "= > ", "> one\rtwo\x1a\r", "< \r\n> ", "< \r\n+CMGS: 1\r\nOK\r\n", "= \r\n\r\n+CMGS: 1\r\nOK\r\n", ".", "clean"}},
     {"ModemIsGone",         {"> AT+CMGS=22\r", "< > ", "= > ", "!", ".", "dirty", "~20", "= OK\r\n", "clean"}},
@@ -211,8 +212,9 @@ const case_t echoes[] = {
     {"MessagesEndAlike", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=1\r", "> one\rtwo\x1a\r", ".", "~5000", "= OK\r\n", "> AT+X\r", ".", "~5000", "= OK\r\n",
                           "> AT+CMGS=2\r", "> 2\rtwo\x1a\r", "< AT+CMGS=1\r\r\nERROR\r\none\rtwo\x1a\rAT+X\r\r\nOK\r\n", "< AT+CMGS=2\r\r\n+CMS ERROR: 2\r\n",
                           "= +CMS ERROR: 2\r\n", "< 2\rtwo\x1a\r", ".", "clean"}},
-    {"OfAnEarlierLife",  {"oe", "~5000", "clean", "> AT\r", "< OK\r\n", "< AT\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
-    {"OfTheEarlierLifes",{"oe", "~5000", "clean", "> AT+CMEE=1\r", "< AT+CMEE=1\r\r\nOK\r\n", "= OK\r\n", ".", "dirty",
+    {"OfAnEarlierLife",  {"oe", "~999", "dirty", "~1", "clean", "> AT\r", "< OK\r\n", "< AT\r\r\nERROR\r\n", "= ERROR\r\n", ".", "clean"}},
+    {"OfAnEarlierPaid",  {"oe", "~500", "< OK\r\n", "= OK\r\n", "~99", "dirty", "~1", "clean", "> AT\r", "< OK\r\n", "= OK\r\n", ".", "clean"}},
+    {"OfTheEarlierLifes",{"oe", "~1000", "clean", "> AT+CMEE=1\r", "< AT+CMEE=1\r\r\nOK\r\n", "= OK\r\n", ".", "dirty",
                           "~900", "< AT+CMEE=1\r\r\nOK\r\n", "= OK\r\n", "~20", "clean"}},
     {"TellsALateEscape", {"> AT\r", "< AT\r\r\nOK\r\n", "= OK\r\n", ".", "> AT+CMGS=22\r", "< AT+CMGS=22\r\r\n> ", "= > ", ".", "= \x1b", "~1000", "= \x1b", "~4000", "= OK\r\n",
                           "clean", "> AT+X\r", "< \r\nOK\r\nAT+X\r\r\nERROR\r\n", "= \r\nERROR\r\n", ".", "clean"}},

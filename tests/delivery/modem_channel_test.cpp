@@ -21,6 +21,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/line_memory.h"
 #include "platform/linux/modem_channel.h"
+#include "platform/linux/modem_device.h"
 #include "platform/mdx_platform.h"
 
 namespace {
@@ -251,20 +252,33 @@ TEST_F(ModemChannel, CollectsWhatAnExchangeIsOwed) {
   EXPECT_EQ(counter_value(COUNT_PROMPTS_ESCAPED), escapes + 1);
 }
 
-TEST_F(ModemChannel, IsOwedOnlyOnceWhatAnEarlierServerLeft) {
-  const uint32_t left_behind[] = {0x4D444C32, 1, 0, 0};
+/// With what it has left of the device that is there now.
+int lock_of_an_earlier_server() {
+  const modem_device_t device = modem_device_open(kChannel);
+  modem_device_close(device);
+  const uint32_t left_behind[] = {0x4D444C34, 1, 0, 0, 3, device.mark};
   const int lock = memfd_create("lock", 0);
-  ASSERT_EQ(write(lock, left_behind, sizeof(left_behind)), ssize_t{sizeof(left_behind)});
+  EXPECT_EQ(write(lock, left_behind, sizeof(left_behind)), ssize_t{sizeof(left_behind)});
+  return lock;
+}
+
+TEST_F(ModemChannel, KnowsOnlyOnceWhatAnEarlierServerLeft) {
+  ASSERT_NO_FATAL_FAILURE(plug());
+  ASSERT_TRUE(soon([] { return access(kChannel, R_OK) == 0; }));
+  const int lock = lock_of_an_earlier_server();
   line_memory_attach(lock);
-  for (const uint64_t owed : {1u, 0u}) {
-    ASSERT_NO_FATAL_FAILURE(plug());
+  const string half_a_command_erased = "\b\b\bAT\r";
+  for (const auto& [owed, sent] : {std::pair{1u, half_a_command_erased}, {0u, "AT\r"}}) {
     ASSERT_TRUE(soon([&] { return bind(); }));
     const uint64_t absorbed = counter_value(COUNT_LATE_ANSWERS_ABSORBED);
     say("\r\nOK\r\n");
     EXPECT_TRUE(soon([] { return modem_channel_is_clean(); }));
     EXPECT_EQ(counter_value(COUNT_LATE_ANSWERS_ABSORBED), absorbed + owed);
+    ASSERT_TRUE(send("AT\r"));
+    EXPECT_EQ(heard(sent.size()), sent);
     Q7_App_Ungister();
     unplug();
+    ASSERT_NO_FATAL_FAILURE(plug());
   }
   close(lock);
 }

@@ -54,7 +54,7 @@ class modem_line {
   }
 
   void lose() { assembler_.link_lost(); }
-  void open(line_balance_t left = {}) { assembler_.debt().opened(now_, left); }
+  void open(const line_balance_t& left = {}) { assembler_.debt().opened(now_, left); }
   /// The server waits no longer.
   void end_exchange() {
     assembler_.debt().exchange_ended(true);

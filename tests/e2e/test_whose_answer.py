@@ -14,7 +14,7 @@ import unittest
 from device import (NO_ANSWER, OK, PATIENCE_S, DeviceTest, ScriptedModem, record, scaled, wait_until)
 from watching import Watcher
 
-CTRL_Z, ESC = b"\x1a", b"\x1b"
+CTRL_Z, ESC, BACKSPACE = b"\x1a", b"\x1b", 8
 RAW = 5
 PDU = "0001000B914497381100000000A054747A0E4ACF4%d"
 
@@ -45,7 +45,7 @@ class Modem(ScriptedModem):
         while self.master >= 0:
             if select.select([self.master], [], [], 0.1)[0]:
                 for byte in os.read(self.master, 4096):
-                    line += bytes([byte])
+                    line = line[:-1] if byte == BACKSPACE else line + bytes([byte])
                     if self.takes(line):
                         line = b""
 

@@ -103,6 +103,7 @@ void modem::run(const std::string& line) {
   if (std::any_of(tags.begin(), tags.end(), [&](const std::string& t) { return t != tag; }))
     throw broken_rule("one command of two: " + line);
   if (!command.starts_with("AT")) return;
+  if (command.find("AT", 2) != command.npos) throw broken_rule("behind half a command: " + line);
   if (command.starts_with("ATE")) {
     has_echo_ = command[3] == '1';
     echoed_commands_ = 0;
@@ -132,6 +133,7 @@ void modem::take_message_byte(char byte) {
 }
 
 void modem::end_message(bool sent) {
+  if (holds(message_, "AT+CMEE")) throw broken_rule("a message took the set-up: " + message_);
   for (const std::string& tag : tags_in(message_)) {
     if (tag != head_) throw broken_rule("the message of " + head_ + " took " + message_);
   }

@@ -31,7 +31,7 @@ constexpr int32_t kNasQueue = 300;
 constexpr int32_t kNasQueueDepth = 10;
 
 real_channel* channel = nullptr;
-line_balance_t remembered{};
+line_account_t remembered{};
 
 void note(const char* what, std::string_view bytes) {
   fake::journal.push_back(
@@ -56,6 +56,7 @@ short events_of(const pollfd& source) {
     return static_cast<short>(is_dead ? POLLERR : 0);
   }
   if (source.fd < kFirstDevice) return 0;
+  if (channel->is_dead) return 0;
   if (is_gone(source.fd)) return POLLHUP;
   const int ready = (channel->said.empty() ? 0 : POLLIN) | (channel->is_stalled ? 0 : POLLOUT);
   return static_cast<short>(ready & source.events);
@@ -95,12 +96,12 @@ void real_channel::stall() {
 }
 
 void real_channel::forget_process() {
-  const line_balance_t balance = remembered;
+  const line_account_t account = remembered;
   channel_unbind();
   modem_channel_sleep(0);
-  remembered = balance;
+  remembered = account;
   served_client_begin(0);
-  kills_server = has_begun_write = false;
+  kills_server = is_dead = has_begun_write = false;
   served = 0;
 }
 
@@ -118,12 +119,12 @@ void real_channel::wait(uint64_t until) {
   if (kills_server) throw server_killed{};
 }
 
-bool real_channel::shows_requests() { return modem_channel_is_clean(); }
+bool real_channel::shows_requests() { return !is_dead && modem_channel_is_clean(); }
 bool real_channel::begins_request(int32_t client) {
   served = client;
   return served_client_begin(client);
 }
-bool real_channel::has_client() { return !served_client_is_dead(); }
+bool real_channel::has_client() { return !is_dead && !served_client_is_dead(); }
 bool real_channel::may_answer() { return !modem_channel_answer_is_lost(); }
 
 }  // namespace simulation
@@ -156,7 +157,8 @@ int __wrap_clock_gettime(clockid_t, timespec* time) {
 
 modem_device_t modem_device_open(const char*) {
   errno = ENOENT;
-  return channel->device != 0 ? modem_device_t{kFirstDevice + channel->device} : modem_device_t{};
+  if (channel->device == 0) return {};
+  return {kFirstDevice + channel->device, false, static_cast<uint32_t>(channel->device)};
 }
 
 void modem_device_close(const modem_device_t&) {}
@@ -174,14 +176,20 @@ ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t siz
 
 ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size) {
   errno = EIO;
-  if (is_gone(device.fd)) return -1;
+  if (is_gone(device.fd) || channel->is_dead) return -1;
   if (channel->is_stalled) return 0;
-  const size_t taken = one_in(20) ? 1 + channel->below(size) : size;
+  size_t taken = one_in(20) ? 1 + channel->below(size) : size;
+  channel->is_dead = one_in(500);
+  if (channel->is_dead) {
+    channel->kills_server = true;
+    taken = channel->below(size + 1);
+  }
   if (taken < size && one_in(20)) channel->stall();
-  note(">", {data, taken});
-  later_if_broken([&] { channel->on_write({data, taken}); });
+  if (taken > 0) note(">", {data, taken});
+  if (taken > 0) later_if_broken([&] { channel->on_write({data, taken}); });
   channel->has_begun_write = taken < size;
-  return static_cast<ssize_t>(taken);
+  errno = EIO;
+  return channel->is_dead ? -1 : static_cast<ssize_t>(taken);
 }
 
 void modem_device_discard_output(const modem_device_t&) {}
@@ -191,8 +199,10 @@ bool nas_queue_is_empty() { return MDX_msgQ_num(kNasQueue) == 0; }
 
 void request_queue_raise() { MDX_event_send(fake::kMainTask, 1); }
 
-line_balance_t line_memory_left() { return remembered; }
-void line_memory_keep(line_balance_t balance) { remembered = balance; }
+line_account_t line_memory_left() { return remembered; }
+void line_memory_keep(const line_account_t& account) {
+  if (!channel->is_dead) remembered = account;
+}
 
 int event_task_open(int32_t task_id) { return task_is_dead(task_id) ? -1 : event_task_fd(task_id); }
 bool task_is_dead(int32_t task_id) { return channel->dead.count(task_id) != 0; }

@@ -35,6 +35,7 @@ class real_channel : public fake::line {
   int32_t served = 0;         ///< the client whose request was taken last
   std::string said;           ///< by the modem, and not read yet
   bool kills_server = false;  ///< at its next wait
+  bool is_dead = false;       ///< killed while it wrote: nothing that it does has an effect
   std::exception_ptr broken;  ///< a rule, to be told at the next wait
 
   bool is_stalled = false;

@@ -95,6 +95,8 @@ class Modem:
             self.take(bytes([byte]), came)
 
     def take(self, byte, came):
+        if byte == b"\b" and not self.prompts:
+            return self.erase()
         if self.echoes:
             self.output += byte
         self.typed += byte
@@ -105,6 +107,11 @@ class Modem:
         else:
             return
         self.typed = b""
+
+    def erase(self):
+        if self.echoes and self.typed:
+            self.output += b"\b \b"
+        self.typed = self.typed[:-1]
 
     def later(self, came, *steps):
         """Mostly at once; else in a while."""
