@@ -83,8 +83,9 @@ bool is_young(const struct stat& status) {
   return age_ms > -static_cast<int64_t>(kTaskNamePatienceMs) && age_ms < kTaskNamePatienceMs;
 }
 
-verdict_t judge(int directory, const char* name) {
-  struct stat status {};
+/// @param found  set to what bears the name
+verdict_t judge(int directory, const char* name, struct stat* found) {
+  struct stat& status = *found;
   if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return STAYS;
   const int32_t task = task_of(name);
   if (task == 0 || !S_ISFIFO(status.st_mode)) return NO_TASKS;
@@ -96,10 +97,18 @@ verdict_t judge(int directory, const char* name) {
   return fd < 0 && errno == ENXIO ? LEFT_BEHIND : STAYS;
 }
 
-bool remove_left_behind(int directory, const char* name) {
+/// A task of the same number, or the same one, may have made its FIFO anew since the look.
+bool is_still(const struct stat& found, int directory, const char* name) {
+  struct stat now {};
+  return fstatat(directory, name, &now, AT_SYMLINK_NOFOLLOW) == 0 && now.st_ino == found.st_ino &&
+         now.st_ctim.tv_sec == found.st_ctim.tv_sec && now.st_ctim.tv_nsec == found.st_ctim.tv_nsec;
+}
+
+bool remove_left_behind(int directory, const char* name, const struct stat& found) {
   const requests_wait_t none_is_taken;
+  if (!is_still(found, directory, name)) return true;
   requests_drop(task_of(name));
-  return remove_entry(directory, name);
+  return !is_still(found, directory, name) || remove_entry(directory, name);
 }
 
 /// One who plants without pause must not fill the log.
@@ -128,10 +137,11 @@ bool begin_look(int directory) {
 
 int32_t task_name_tend(int directory, const char* name) {
   if (is_removed_entry(name)) return kNever;  // this was all that could be done
-  const verdict_t verdict = judge(directory, name);
+  struct stat found {};
+  const verdict_t verdict = judge(directory, name, &found);
   if (verdict == STAYS) return kNever;
   if (verdict == TOO_YOUNG) return kTaskNamePatienceMs;
-  if (verdict == LEFT_BEHIND) return remove_left_behind(directory, name) ? kNever : kStuckMs;
+  if (verdict == LEFT_BEHIND) return remove_left_behind(directory, name, found) ? kNever : kStuckMs;
   if (!remove_entry(directory, name)) return kStuckMs;
   tell_of_plant();
   return kNever;

@@ -2,18 +2,24 @@
 
 // What clients rely on: the depth, who gets which answer, and that nobody can block the others.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/record_queue.h"
+#include "platform/linux/task_names.h"
 #include "tests/platform/other_process.h"
 #include "tests/platform/shifted_clock.h"
 #include "wire/border.h"
@@ -258,6 +264,27 @@ TEST_F(RecordQueue, RefusesWhatItCannotHold) {
   for (const auto& [number, depth, size] : cases)
     EXPECT_EQ(MDX_msgQex_create(number, depth, size), -1) << number << " " << depth << " " << size;
   EXPECT_EQ(MDX_msgQex_num(requests()), 0) << "the second of a number leaves the first alone";
+}
+
+// The server decides that a FIFO goes, and waits; until it goes on, the task has made another.
+TEST_F(RecordQueue, FifoThatWasMadeAnewStays) {
+  char path[kEventPathSize];
+  event_fifo_path(getpid(), path);
+  ASSERT_EQ(mkfifo(path, 0600), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(kTaskNamePatienceMs + 100));
+  const int directory = open(kMdxTaskDirectory, O_RDONLY | O_DIRECTORY);
+  std::thread server;
+  std::unique_ptr<Client> reborn;
+  {
+    const requests_wait_t server_waits;
+    server = std::thread([=] { task_name_tend(directory, std::to_string(getpid()).c_str()); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    unlink(path);
+    reborn = std::make_unique<Client>(getpid());
+  }
+  server.join();
+  EXPECT_EQ(access(path, F_OK), 0);
+  close(directory);
 }
 
 }  // namespace
