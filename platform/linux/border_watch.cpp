@@ -18,6 +18,7 @@
 
 #include "platform/linux/claim.h"
 #include "platform/linux/console.h"
+#include "platform/linux/counters.h"
 #include "platform/linux/events.h"
 #include "platform/linux/hub.h"
 #include "platform/linux/record_queue.h"
@@ -135,7 +136,10 @@ void border_watch_look() {
   take_events();
   if (border.left() == 0) {
     border.is_due = false;
-    if (!restore_all()) border.come_in(kRepeatMs);
+    if (!restore_all()) {
+      counter_add(COUNT_NAMES_MISSING);
+      border.come_in(kRepeatMs);
+    }
   }
   if (tending.left() != 0) return;
   tending.is_due = false;

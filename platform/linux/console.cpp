@@ -69,7 +69,8 @@ constinit thread_local bool client_lost = false;
 constinit thread_local const char* argument = nullptr;
 
 std::atomic<int> listener{-1};
-uint64_t started_at = 0;  ///< monotonic_us
+constinit complaint told;  ///< why nobody can connect
+uint64_t started_at = 0;   ///< monotonic_us
 
 int32_t print_or_set_trace_mask() {
   if (argument != nullptr) {
@@ -218,7 +219,7 @@ void console_thread() {
 void start_console() {
   if (listener >= 0) return;
   started_at = monotonic_us();
-  listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
+  listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600, &told);
   if (listener >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
 }
 
@@ -237,7 +238,7 @@ void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* command
 bool console_restore() {
   const int old = listener.load();
   if (old < 0 || access(kMdxConsolePath, F_OK) == 0) return true;
-  const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600);
+  const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600, &told);
   if (fresh < 0) return false;
   listener.store(fresh);
   shutdown(old, SHUT_RDWR);  // ends an accept that waits in it

@@ -47,6 +47,7 @@ constexpr counter_row_t counter_table[] = {
     {COUNT_ANSWERS_REFUSED,        "answers_refused"},
     {COUNT_NAS_QUEUE_REFUSED,      "nas_queue_refused"},
     {COUNT_RAISES_FAILED,          "raises_failed"},
+    {COUNT_NAMES_MISSING,          "names_missing"},
     {COUNT_TASK_NAMES_REFUSED,     "task_names_refused"},
     {COUNT_RECEIVERS,              "receivers"},
     {COUNT_RECEIVERS_REFUSED,      "receivers_refused"},

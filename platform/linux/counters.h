@@ -42,6 +42,7 @@ enum mdx_counter_t : uint32_t {
   COUNT_ANSWERS_REFUSED,           ///< the queue stayed full
   COUNT_NAS_QUEUE_REFUSED,         ///< modem data that found its queue full
   COUNT_RAISES_FAILED,             ///< events for a task that is not there
+  COUNT_NAMES_MISSING,             ///< times that a name of the server's could not be made again
   COUNT_TASK_NAMES_REFUSED,        ///< removed: no FIFO, or not made by the task's own user
   // Hub
   COUNT_RECEIVERS,

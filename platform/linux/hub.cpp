@@ -73,6 +73,7 @@ constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
 constinit receiver_t receivers[kMaxReceivers];
 constinit uint64_t connections = 0;
+constinit complaint told;  ///< why nobody can connect
 constinit hub_backlog backlog;
 constinit size_t count_behind = 0;  ///< receivers
 constinit int wake_fd = -1;         ///< eventfd: somebody has fallen behind
@@ -397,7 +398,7 @@ bool dispatch_once() {
 
 bool hub_restore() {
   if (access(kMdxHubPath, F_OK) == 0) return true;
-  const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
+  const int fresh = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660, &told);
   if (fresh < 0) return false;
   close(listener.exchange(fresh));
   MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxHubPath);
@@ -423,7 +424,7 @@ int32_t KRP_MSG_Init(const char* module) {
   if (listener >= 0) return 0;
   hub_states_begin();
   wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660);
+  listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660, &told);
   return listener >= 0 ? 0 : -1;
 }
 

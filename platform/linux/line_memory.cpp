@@ -45,7 +45,8 @@ void copy(line_account_t from, line_account_t* to) {
   uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
   memcpy(words, &from, sizeof(words));
   auto* place = reinterpret_cast<uint32_t*>(to);
-  for (const uint32_t word : words) std::atomic_ref(*place++).store(word, std::memory_order_relaxed);
+  for (const uint32_t word : words)
+    std::atomic_ref(*place++).store(word, std::memory_order_relaxed);
 }
 
 line_account_t account_in(kept_t* place) {

@@ -35,11 +35,15 @@ bool bind_and_listen(int fd, const char* path, mode_t mode) {
 
 }  // namespace
 
-int local_socket_listen(const char* path, int type, mode_t mode) {
+int local_socket_listen(const char* path, int type, mode_t mode, complaint* told) {
   const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && bind_and_listen(fd, path, mode)) return fd;
-  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "nobody can connect to %s: %s\n", path,
-            strerror(errno));
+  const bool listens = fd >= 0 && bind_and_listen(fd, path, mode);
+  const int error = listens ? 0 : errno;
+  if (told->is_news(error)) {
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "nobody can connect to %s: %s\n", path,
+              strerror(error));
+  }
+  if (listens) return fd;
   if (fd >= 0) close(fd);
   return -1;
 }

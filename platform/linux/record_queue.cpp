@@ -19,6 +19,7 @@
 #include <iterator>
 
 #include "platform/linux/answer_room.h"
+#include "platform/linux/complaint.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/events.h"
 #include "platform/linux/modem_channel.h"
@@ -63,7 +64,7 @@ struct border_queue_t {
   int32_t id = -1;
   int32_t kernel_id = -1;
   int32_t bytes = 0;
-  int complaint = 0;  ///< why it could not be made again, said once
+  complaint told;  ///< why it could not be made again
 };
 
 constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
@@ -107,9 +108,11 @@ void link_pid_namespace() {
   char name[kPidNamespaceSize];
   if (!read_pid_namespace("/proc/self/ns/pid", name)) return;
   unlink(kMdxPidNamespaceLink);
-  if (symlink(name, kMdxPidNamespaceLink) != 0)
+  static constinit complaint told;
+  const int error = symlink(name, kMdxPidNamespaceLink) == 0 ? 0 : errno;
+  if (told.is_news(error))
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s: %s\n", kMdxPidNamespaceLink,
-              strerror(errno));
+              strerror(error));
 }
 
 /// Tells clients whom to wake: the link appears whole or not at all.
@@ -120,11 +123,14 @@ bool link_server() {
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
   link_pid_namespace();
-  if (serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0)
-    return true;
-  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",
-            strerror(errno));
-  return false;
+  static constinit complaint told;
+  const bool is_linked =
+      serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0;
+  const int error = is_linked ? 0 : errno;
+  if (told.is_news(error))
+    MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",
+              strerror(error));
+  return is_linked;
 }
 
 int32_t kernel_id_of(int32_t id) {
@@ -160,10 +166,9 @@ bool make_queue(int32_t number) {
   border_queue_t& queue = border_queues[number];
   queue.kernel_id = queue_key_take(number, queue.bytes);
   const int error = queue.kernel_id < 0 ? errno : 0;
-  if (error != 0 && error != queue.complaint) {
+  if (queue.told.is_news(error)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no queue %d: %s\n", number, strerror(error));
   }
-  queue.complaint = error;
   errno = error;
   return error == 0;
 }

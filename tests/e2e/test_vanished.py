@@ -4,6 +4,7 @@
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import time
@@ -66,6 +67,18 @@ class Vanished(DeviceTest):
                            "the console is back")
                 if trace:
                     wait_until(lambda: self.log.has(trace), PATIENCE_S, trace)
+
+    def tried(self):
+        return int(re.search(r"names_missing (\d+)", self.console("platform", "stats"))[1])
+
+    def test_what_cannot_be_made_again_is_told_once(self):
+        hub = DIRECTORY / "hub"
+        hub.unlink()
+        hub.symlink_to("/nowhere")
+        wait_until(lambda: self.tried() > 3, PATIENCE_S, "it is tried again and again")
+        self.assertEqual(sum("nobody can connect" in line for line in self.log.lines), 1)
+        hub.unlink()
+        wait_until(lambda: self.log.has("hub was removed: made again"), PATIENCE_S, "it is made in the end")
 
     def test_queue_put_in_the_place_of_a_removed_one(self):
         self.remove_queue(2)

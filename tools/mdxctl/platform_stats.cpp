@@ -57,6 +57,7 @@ constexpr figure_row_t kFigures[] = {
   {"answers_refused",          COUNTER, false, "answers that found their queue full"},
   {"nas_queue_refused",        COUNTER, false, "deliveries that found their queue full"},
   {"raises_failed",            COUNTER, false, "events for a task that was not there"},
+  {"names_missing",            COUNTER, false, "times that a name of the server's could not be made again"},
   {"task_names_refused",       COUNTER, false, "names in the tasks' directory that were no task's own"},
   {"receivers",                COUNTER, false, "receivers that ever subscribed"},
   {"receivers_refused",        COUNTER, false, "receivers turned away because there were too many"},
