@@ -87,6 +87,12 @@ std::string_view without_crs(std::string_view line) {
   return line;
 }
 
+/// The rest of what an earlier exchange sent may be repeated in front of an echo.
+std::string_view behind_crs(std::string_view line) {
+  line.remove_prefix(line.rfind('\r') + 1);
+  return line;
+}
+
 }  // namespace
 
 void delivery_assembler::sent(const char* bytes, size_t size) {
@@ -410,7 +416,9 @@ uint32_t delivery_assembler::end_of_lines() const {
 uint32_t delivery_assembler::tail_wait_ms() const {
   const std::string_view line = without_crs(unfinished_line());
   const bool is_text = !line.empty();
-  if (is_text && body_ == body_t::none && starts_with(expected_echo(), line)) return kEchoWaitMs;
+  const std::string_view last = behind_crs(line);
+  const bool may_be_echo = !last.empty() && starts_with(expected_echo(), last);
+  if (may_be_echo && body_ == body_t::none) return kEchoWaitMs;
   if (is_text && !starts_with(kPrompt, line)) return kLineWaitMs;
   return body_ != body_t::none ? kBodyWaitMs : kSilenceMs;
 }

@@ -396,6 +396,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   pthread_mutex_lock(&binding_lock);
   int error = refusal_to_send(number);
   if (error == 0) error = erase_half();
+  if (error == 0 && served_client_is_dead()) error = EOWNERDEAD;
   if (error == 0) {
     assembler.sent(data, length);
     error = write_command({data, length});

@@ -188,6 +188,7 @@ const case_t echoes[] = {
     {"BothStepsAtOnce",  {"> at+cmgs=22\r" + pdu + "\x1a\r", "< at+cmgs=22\r\r\n> ", "= > ", "< " + pdu + "\x1a\r\n+CMS ERROR: 5\r\n", "= +CMS ERROR: 5\r\n"}},
     {"CrOfTheOneBefore", {"> AT\r", "< OK\r\n\r", "= OK\r\n", ".", "> AT+X\r", "< AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
     {"EscapeInFront",    {"> AT+X\r", "< \r\x1b" "AT+X\r\r\nERROR\r\n", "= ERROR\r\n"}},
+    {"RestInFront",      {"> AT+CMGS=1\r0\x1a" "1\x1a\r", "< > 0\x1a\r\nOK\r\n", "= > ", "= 0\x1a\r\nOK\r\n", ".", "> AT+X\r", "< 1\x1a\rAT+", "~900", "< X\r\r\nERROR\r\n", "= ERROR\r\n"}},
     {"BehindAnErased",   {"> AT+X\r", "< AT+", ".", "~5000", "= OK\r\n", "> AT\r", "< \b \b\b \b\b \bAT\r\r\nERROR\r\n", "= ERROR\r\n"}},
     {"HeadAfterBody",    {"> AT+CMGS=22\r", "> " + pdu + "\x1a\r", "< AT+CMGS=22\r\r\n> ", "= > ", "< " + pdu + "\x1a\r\r\n+CMGS: 3\r\n\r\nOK\r\n", "= +CMGS: 3\r\n\r\nOK\r\n"}},
     {"OnlyTheFirst",     {"> AT\r", "< AT\r\r\nAT\r\nOK\r\n", "= AT\r\nOK\r\n"}},
