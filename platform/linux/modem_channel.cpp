@@ -370,11 +370,12 @@ int write_command(std::string_view text) {
 }
 
 /// The first command of all is sent before anybody asks whether the line is clean. The server reads
-/// nothing meanwhile.
+/// nothing meanwhile, so it is clean only when that command is on its way, to which what has been
+/// handed over belongs.
 void wait_for_clean_line() {
-  line_debt& debt = assembler.debt();
+  const line_debt& debt = assembler.debt();
   while (is_open() && !debt.in_exchange() && !debt.is_clean()) {
-    if (collect_debt() || channel.refused) return debt.settled();
+    if (collect_debt() || channel.refused) return;
     const uint64_t now = monotonic_ms();
     const uint64_t due = assembler.due();
     pollfd source = device_source(0);
@@ -398,6 +399,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
   if (error == 0) error = erase_half();
   if (error == 0 && served_client_is_dead()) error = EOWNERDEAD;
   if (error == 0) {
+    if (!assembler.debt().in_exchange()) assembler.debt().settled();
     assembler.sent(data, length);
     error = write_command({data, length});
   }
