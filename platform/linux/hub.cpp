@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -40,6 +41,8 @@ constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr int kGivenAtOnce = 32;         // packets, with the lock held
 constexpr int kGivenInARow = 32;         // times as many, before others are served
 constexpr uint32_t kAcceptNapMs = 100;
+/// Files that everything but the hub's connections may have open.
+constexpr size_t kOtherFiles = 48;
 constexpr uint32_t kSubscribeWithinMs = 5000;
 constexpr uint32_t kUninstall = 0x8805;
 constexpr char kVoiceService[] = "voice";
@@ -72,6 +75,7 @@ constinit std::atomic<int> listener{-1};
 constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
 constinit receiver_t receivers[kMaxReceivers];
+constinit size_t places_in_use = kMaxReceivers;  ///< of them
 constinit uint64_t connections = 0;
 constinit complaint told;  ///< why nobody can connect
 constinit hub_backlog backlog;
@@ -235,12 +239,12 @@ void say_farewell(int fd, mdx_farewell_t why, uint32_t lost) {
 /// @return a slot for a connection of this user, nullptr when there is none
 receiver_t* find_slot(uid_t user) {
   hub_place_t places[kMaxReceivers];
-  for (size_t i = 0; i < kMaxReceivers; ++i) {
+  for (size_t i = 0; i < places_in_use; ++i) {
     if (receivers[i].fd == 0) return &receivers[i];
     places[i] = {receivers[i].user, receivers[i].number};
   }
-  const size_t given_up = place_to_give_up(places, kMaxReceivers, user);
-  if (given_up == kMaxReceivers) return nullptr;
+  const size_t given_up = place_to_give_up(places, places_in_use, user);
+  if (given_up == places_in_use) return nullptr;
   receiver_t& receiver = receivers[given_up];
   MDX_DROP(COUNT_RECEIVERS_DISPLACED, MDX_TRACE_ERROR,
            "a receiver of user %u gives way to one of user %u\n", receiver.user, user);
@@ -250,6 +254,18 @@ receiver_t* find_slot(uid_t user) {
   pthread_mutex_unlock(&receivers_lock);
   hang_up(receiver);
   return &receiver;
+}
+
+/// Receivers must not take the files that the server needs for its clients.
+void limit_places() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kMaxReceivers + kOtherFiles)
+    return;
+  const auto files = static_cast<size_t>(limit.rlim_cur);
+  places_in_use = files > kOtherFiles ? files - kOtherFiles : 1;
+  MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING,
+            "%zu receivers may connect, not %zu: only %zu files may be open\n", places_in_use,
+            kMaxReceivers, files);
 }
 
 void accept_receiver() {
@@ -264,7 +280,7 @@ void accept_receiver() {
   receiver_t* slot = known ? find_slot(peer.uid) : nullptr;
   if (slot == nullptr) {
     MDX_DROP(COUNT_RECEIVERS_REFUSED, MDX_TRACE_ERROR, "receiver of user %u refused: all %zu\n",
-             peer.uid, kMaxReceivers);
+             peer.uid, places_in_use);
     say_farewell(fd, MDX_FAREWELL_FULL, 0);
     close(fd);
     return;
@@ -423,6 +439,7 @@ int32_t KRP_MSG_Init(const char* module) {
   if (!set_name(own_name, module)) return -1;
   if (listener >= 0) return 0;
   hub_states_begin();
+  limit_places();
   wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660, &told);
   return listener >= 0 ? 0 : -1;

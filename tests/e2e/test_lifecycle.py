@@ -1,11 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """Starting, dying and coming back: the server, its modem and its clients in any order."""
 
+import contextlib
 import os
 import pathlib
+import re
 import select
 import shutil
 import signal
+import socket
+import struct
 import subprocess
 import threading
 import time
@@ -88,6 +92,23 @@ class Lifecycle(DeviceTest):
                              timeout=PATIENCE_S)
         self.assertEqual(few.returncode, 1)
         self.assertIn("too few files", few.stderr)
+
+    def test_receivers_leave_files_for_clients(self):
+        self.start_modem("--quiet")
+        self.server = self.start("prlimit", "--nofile=64", "mdxgate")
+        wait_until(READY_FLAG.exists, PATIENCE_S, "mdxgate is ready")
+        with contextlib.ExitStack() as hubs:
+            for _ in range(100):
+                hub = hubs.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET))
+                hub.connect("/var/run/mdxgate/hub")
+                with contextlib.suppress(OSError):  # refused already
+                    hub.send(struct.pack("II12sIIiiI", 0, 0, b"*", 0, 0, 0, 0, 0))
+            wait_until(lambda: self.counter("receivers_refused") == 84, PATIENCE_S, "the rest is refused")
+            self.assert_serves()
+
+    def counter(self, name):
+        shown = re.search(rf"{name} (\d+)", self.console("platform", "stats"))
+        return int(shown[1]) if shown else None
 
     def test_client_in_another_pid_namespace_is_refused(self):
         self.start_device()
