@@ -211,6 +211,16 @@ class Sms(DeviceTest):
         """Read one by one: a question for each message, and one more."""
         self.assertLessEqual(self.list_fifty(MAKERS["one command a line, and a plain ERROR"]), 51)
 
+    def test_a_modem_that_does_not_list(self):
+        self.start_with(MAKERS["all by the book"], {1: deliver_pdu("x")})
+        self.modem.silent_at = "+CMGL"
+        self.assertEqual([message["text"] for message in self.messages("--timeout", "1")], ["x"])
+        self.modem.silent_at = None
+        self.modem.stored = {i: deliver_pdu("x") for i in range(1, 62)}
+        self.modem.heard.clear()
+        self.assertEqual(len(self.messages()), 61)
+        self.assertNotIn(b"AT+CMGL=1", self.modem.heard, "too many to be sent for the few that arrive")
+
     def test_a_message_of_a_state_that_there_is_not(self):
         self.start_with(MAKERS["all by the book"], {i: deliver_pdu(f"message {i}") for i in range(1, 5)})
         self.modem.bad_state = 2

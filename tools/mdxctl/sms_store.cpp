@@ -24,7 +24,11 @@
 namespace {
 
 constexpr size_t kGroup = 3;
+/// More are not listed: the modem would send them all, slowly perhaps, for the few that arrive.
+constexpr int kListedAtMost = 60;
 constexpr int kMostPlaces = 10000;
+/// The server keeps the line so long, and a little longer, for an answer that did not come in time.
+constexpr int32_t kLateAnswerS = 7;
 constexpr int kTriesForTorn = 3;
 constexpr int kNoSuchMessage = 321;
 
@@ -181,6 +185,7 @@ sms_answer_t sms_store_t::ask(const std::string& command) {
   mdx_options_t options = MDX_OPTIONS_INIT;
   options.timeout_s = timeout_s_;
   options.transparent = 1;
+  if (answer_is_late_) options.wait_s = timeout_s_ + kLateAnswerS;
   mdx_result_t result = MDX_RESULT_INIT;
   const int error = send_command(client(), command, options, &result);
   if (error != MDX_OK) throw sms_failure_t(exit_code_of_error(error), error_text(error));
@@ -350,7 +355,14 @@ void sms_store_t::read_others(const fill_t& fill, std::vector<sms_entry_t>* entr
 }
 
 sms_store_t::listing_t sms_store_t::list(int state) {
-  const sms_answer_t answer = ask("AT+CMGL=" + std::to_string(state));
+  sms_answer_t answer{};
+  try {
+    answer = ask("AT+CMGL=" + std::to_string(state));
+  } catch (const sms_failure_t& failure) {
+    if (failure.code() != EXIT_NO_ANSWER) throw;
+    answer_is_late_ = true;
+    return {{}, false};
+  }
   listing_t listing{{}, answer.ok() && !answer.truncated};
   for (const mdx_sms_stored_t& stored : stored_in(answer.text)) {
     sms_entry_t entry = entry_of(stored, stored.index);
@@ -362,14 +374,15 @@ sms_store_t::listing_t sms_store_t::list(int state) {
 }
 
 void sms_store_t::read_all(std::vector<sms_entry_t>* entries) {
-  listing_t listing = list(MDX_SMS_READ);
+  const fill_t fill = look_at_memory();
+  listing_t listing{{}, false};
+  if (fill.used > 0 && fill.used <= kListedAtMost) listing = list(MDX_SMS_READ);
   *entries = std::move(listing.entries);
   const bool know_the_read = listing.all;
   if (know_the_read) {
     for (sms_entry_t& entry : list(MDX_SMS_UNREAD).entries) entries->push_back(std::move(entry));
   }
   const size_t listed = entries->size();
-  const fill_t fill = look_at_memory();
   if (!has_all(fill, *entries)) read_others(fill, entries);
   for (size_t i = listed; know_the_read && i < entries->size(); ++i) {
     if ((*entries)[i].state == MDX_SMS_READ) (*entries)[i].state = MDX_SMS_UNREAD;

@@ -104,6 +104,7 @@ class sms_store_t {
   std::string refusal_;  ///< why the modem does not tell its memory, where it says so
   std::vector<std::string> put_back_;
   std::vector<std::string> errors_;
-  bool groups_ = true;    ///< the modem takes several commands in a line
-  bool guesses_ = false;  ///< where messages are: one that is not there is no error
+  bool answer_is_late_ = false;  ///< a listing's, which may come yet
+  bool groups_ = true;           ///< the modem takes several commands in a line
+  bool guesses_ = false;         ///< where messages are: one that is not there is no error
 };
