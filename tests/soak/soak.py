@@ -25,7 +25,7 @@ from modem import NUMBERS_A_LIFE, reference
 
 HERE = pathlib.Path(__file__).parent
 sys.path.append(str(HERE.parent / "e2e"))
-from device import Queues, record  # noqa: E402
+from device import Queues, SystemLog, record  # noqa: E402
 
 LEDGER = pathlib.Path("/tmp/ledger")
 NOTES = pathlib.Path("/tmp/notes")
@@ -39,6 +39,8 @@ ENOUGH_S, SOON_S = 5, 0.3
 # A process that ends has ended, and the server knows.
 END_S = 1
 WARM_UP_S = 20
+# Of what the server traced before and behind an answer that was lost.
+LOG_S = 3
 KILL_EVERY_S = {"client": 0.7, "watcher": 7, "modem": 40, "stalled watcher": 60, "server": 30, "raw client": 6}
 RAW_TEXTS = (("AT+TAG={0}\rAT+TAG={0}", 0), ("AT\rAT+TAG={0}", 0), ("AT+CMGS={0}", 5), ("at+cmgs={0}", 0))
 
@@ -70,8 +72,20 @@ class Run:
             pathlib.Path(path).unlink(missing_ok=True)
         return [json.loads(line) for line in text.split("\n")[:-1]]
 
+class TimedLog(SystemLog):
+    """Traces, each with the time at which it came."""
+
+    def run(self):
+        while True:
+            line = self.socket.recv(4096).decode(errors="replace")
+            self.lines.append((time.monotonic(), line))
+
+    def around(self, begin, end):
+        return [f"  {at:.3f} {line}" for at, line in self.lines if begin - LOG_S < at < end + LOG_S]
+
 class Soak:
     def __init__(self, seed):
+        self.log = TimedLog()
         self.dice = random.Random(seed)
         self.start = time.monotonic()
         self.count = collections.Counter()
@@ -222,7 +236,8 @@ class Soak:
         for command, what in self.unanswered:
             tag = command.partition("=")[2]
             if tag in answered and answered[tag] < heard[tag] + SOON_S:
-                self.oddity("lost", what)
+                self.oddity("lost", f"{what}, heard at {heard[tag]:.3f}, answered at {answered[tag]:.3f}")
+                self.oddities += self.log.around(heard[tag], answered[tag])
         for command, killed_at in self.ended:
             if heard.get(command.partition("=")[2], 0) > killed_at + END_S:
                 self.oddity("run after its client's end", command)
@@ -348,7 +363,7 @@ class Soak:
                                            for kind in kinds))
         for when, (rss, files) in zip(("start", "end"), self.sizes):
             print(f"server at {when}: RSS {rss} KiB, {files} open files")
-        print(*self.oddities[:20], sep="\n")
+        print(*self.oddities[:100], sep="\n")
         return not self.oddities
 
 def main():
