@@ -37,57 +37,63 @@ void send_down(const char* pdp_type, int32_t cid, int32_t err_code) {
 // ^DCONN:1,"IPV4"
 void dconn_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[dconn_report_callback] enter!\n");
-  char cid[kNumberTextSize] = {};
-  char pdp_type[kNumberTextSize] = {};
+  struct {
+    char cid[kNumberTextSize];
+    char pdp_type[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {"^DCONN", MDX_TRACE_ERROR,
                                   "dconn_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("cid", cid),
-      text_field("pdp_type", pdp_type),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("cid", TEXT, text, cid),
+      MDX_REPORT_FIELD("pdp_type", TEXT, text, pdp_type),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  send_up(pdp_type, safe_atoi(cid));
+  send_up(text.pdp_type, safe_atoi(text.cid));
 }
 
 // ^DEND: 1,0,"IPV4"
 void dend_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[dend_report_callback] enter!\n");
-  char cid[kNumberTextSize] = {};
-  char pdp_type[kNumberTextSize] = {};
+  struct {
+    char cid[kNumberTextSize];
+    char pdp_type[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {"^DEND", MDX_TRACE_FLOW,
                                   "dend_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("cid", cid),
-      text_field("pdp_type", pdp_type),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("cid", TEXT, text, cid),
+      MDX_REPORT_FIELD("pdp_type", TEXT, text, pdp_type),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
   // The report's cause stays here: the service knows codes of refused connections only.
-  send_down(pdp_type, safe_atoi(cid), kNoErrorCode);
+  send_down(text.pdp_type, safe_atoi(text.cid), kNoErrorCode);
 }
 
 // ^NDISSTAT:0,50,,"IPV6"
 void ndisstat_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[ndisstat_report_callback] enter!\n");
-  char pdp_type[kNumberTextSize] = {};
-  char stat[kNumberTextSize] = {};
-  char err_code[kNumberTextSize] = {};
+  struct {
+    char pdp_type[kNumberTextSize];
+    char stat[kNumberTextSize];
+    char err_code[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {
       "^NDISSTAT", MDX_TRACE_ERROR,
       "ndisstat_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("PDP_type", pdp_type),
-      text_field("stat", stat),
-      text_field("err_code", err_code),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("PDP_type", TEXT, text, pdp_type),
+      MDX_REPORT_FIELD("stat", TEXT, text, stat),
+      MDX_REPORT_FIELD("err_code", TEXT, text, err_code),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  const int32_t rptbuf_stat_dec = safe_atoi(stat);
+  const int32_t rptbuf_stat_dec = safe_atoi(text.stat);
   if (rptbuf_stat_dec == NDIS_UP) {
-    send_up(pdp_type, kNdisCid);
+    send_up(text.pdp_type, kNdisCid);
   } else if (rptbuf_stat_dec == NDIS_DOWN) {
-    send_down(pdp_type, kNdisCid, safe_atoi(err_code));
+    send_down(text.pdp_type, kNdisCid, safe_atoi(text.err_code));
   } else {
     MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "ndisstat_report_callback rptbuf_stat_dec =[%d]\n",
               rptbuf_stat_dec);
@@ -97,26 +103,28 @@ void ndisstat_report_callback(char* rptbuf, int32_t) {
 // ^NDISSTATEX:1,1,,,"IPV4"
 void ndisstatex_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[ndisstatex_report_callback] enter!\n");
-  char cid[kNumberTextSize] = {};
-  char pdp_type[kNumberTextSize] = {};
-  char stat[kNumberTextSize] = {};
-  char err_code[kNumberTextSize] = {};
+  struct {
+    char cid[kNumberTextSize];
+    char pdp_type[kNumberTextSize];
+    char stat[kNumberTextSize];
+    char err_code[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {
       "^NDISSTATEX", MDX_TRACE_ERROR,
       "ndisstatex_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("cid", cid),
-      text_field("PDP_type", pdp_type),
-      text_field("stat", stat),
-      text_field("err_code", err_code),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("cid", TEXT, text, cid),
+      MDX_REPORT_FIELD("PDP_type", TEXT, text, pdp_type),
+      MDX_REPORT_FIELD("stat", TEXT, text, stat),
+      MDX_REPORT_FIELD("err_code", TEXT, text, err_code),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  const int32_t rptbuf_stat_dec = safe_atoi(stat);
+  const int32_t rptbuf_stat_dec = safe_atoi(text.stat);
   if (rptbuf_stat_dec == NDIS_UP) {
-    send_up(pdp_type, safe_atoi(cid));
+    send_up(text.pdp_type, safe_atoi(text.cid));
   } else if (rptbuf_stat_dec == NDIS_DOWN) {
-    send_down(pdp_type, safe_atoi(cid), safe_atoi(err_code));
+    send_down(text.pdp_type, safe_atoi(text.cid), safe_atoi(text.err_code));
   } else {
     MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "ndisstatex_report_callback rptbuf_stat_dec =[%d]\n",
               rptbuf_stat_dec);
@@ -127,5 +135,5 @@ void ndisstatex_report_callback(char* rptbuf, int32_t) {
 void apdialup_report_callback(char* rptbuf, int32_t) {
   constexpr report_parse_t how = {"^APDIALUPRPT", MDX_TRACE_FLOW,
                                   "apdialup_report_callback, error,and the ret = %d"};
-  read_fields(how, rptbuf, {});
+  read_fields(how, rptbuf, {}, nullptr);
 }

@@ -32,30 +32,35 @@ void norstfact_report_callback(char*, int32_t) {
 // ^TEMPPRT:1,2
 void tempprt_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "tempprt_report_callback at_cmd_parse \n");
-  char event[kNumberTextSize] = {};
-  char param[kNumberTextSize] = {};
+  struct {
+    char event[kNumberTextSize];
+    char param[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {"^TEMPPRT", MDX_TRACE_FLOW,
                                   "tempprt_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("tempprotect_event", event),
-      text_field("tempprotect_param", param),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("tempprotect_event", TEXT, text, event),
+      MDX_REPORT_FIELD("tempprotect_param", TEXT, text, param),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "send EVT_AT_MACHINE_TEMP  to RUT_MDL_DEVICE\n");
-  MDX_post_notify(RUT_MDL_DEVICE, EVT_AT_MACHINE_TEMP, safe_atoi(event), safe_atoi(param));
+  MDX_post_notify(RUT_MDL_DEVICE, EVT_AT_MACHINE_TEMP, safe_atoi(text.event),
+                  safe_atoi(text.param));
 }
 
 // ^WAKEUPIN: 1
 void wakeupin_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[wakeupin_report_callback] enter!\n");
-  char text[kNumberTextSize] = {};
+  struct {
+    char value[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {"^WAKEUPIN", MDX_TRACE_FLOW,
                                   "wakeupin_report_callback at_cmd_parse error,and the ret = %d\n"};
-  const report_field_t fields[] = {text_field("value", text)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("value", TEXT, text, value)};
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  const int32_t value = safe_atoi(text);
+  const int32_t value = safe_atoi(text.value);
   MDX_post_notify(NOTIFY_MODULE_55, EVT_AT_WAKEUP_IN, value, -1);
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
             "[wakeupin_report_callback]send wakeupin value to M2MAPI =[%d]\n", value);
@@ -85,16 +90,16 @@ void dsflow_report_callback(char* rptbuf, int32_t) {
   at_dsflow_info record = {};
   constexpr report_parse_t how = {"^DSFLOWRPT", MDX_TRACE_ERROR,
                                   "dsflow_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      hex_field("curr_ds_time", &record.curr_ds_time),
-      hex_field("tx_rate", &record.tx_rate),
-      hex_field("rx_rate", &record.rx_rate),
-      hex_field("curr_tx_flow", &record.curr_tx_flow),
-      hex_field("curr_rx_flow", &record.curr_rx_flow),
-      hex_field("qos_tx_rate", &record.qos_tx_rate),
-      hex_field("qos_rx_rate", &record.qos_rx_rate),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("curr_ds_time", HEX32, record, curr_ds_time),
+      MDX_REPORT_FIELD("tx_rate", HEX32, record, tx_rate),
+      MDX_REPORT_FIELD("rx_rate", HEX32, record, rx_rate),
+      MDX_REPORT_FIELD("curr_tx_flow", HEX64, record, curr_tx_flow),
+      MDX_REPORT_FIELD("curr_rx_flow", HEX64, record, curr_rx_flow),
+      MDX_REPORT_FIELD("qos_tx_rate", HEX32, record, qos_tx_rate),
+      MDX_REPORT_FIELD("qos_rx_rate", HEX32, record, qos_rx_rate),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record) < 0) return;
 
   MDX_post_notify_ex(NOTIFY_MODULE_18, EVT_AT_FLOW_REPORT, &record, sizeof(record), 0, 0);
   if (dsflow_report_count % kReportsPerCmsMessage != 0) return;

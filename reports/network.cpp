@@ -37,7 +37,7 @@ int32_t saturating_sum(int32_t value, int32_t added) {
 }
 
 /// The mode names of ^HCSQ; the whole text counts, since some names begin alike.
-walk_t take_hcsq_sysmode(const at_field_t& field, void* target, size_t) {
+void take_hcsq_sysmode(const char* value, at_hcsq_info* record) {
   // clang-format off
   constexpr struct { const char* name; int32_t sysmode; } modes[] = {
       {"GSM",        0},
@@ -51,16 +51,15 @@ walk_t take_hcsq_sysmode(const at_field_t& field, void* target, size_t) {
   };
   // clang-format on
   for (const auto& mode : modes) {
-    if (safe_strcmp(field.AtFieldValue, mode.name) == 0) {
-      *static_cast<int32_t*>(target) = mode.sysmode;
-    }
+    if (safe_strcmp(value, mode.name) == 0) record->sysmode = mode.sysmode;
   }
-  return walk_t::ON;
 }
 
-walk_t trace_hcsq_field(const at_field_t& field, void*, size_t) {
+walk_t take_hcsq_field(const at_field_t& field, void* record) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "hcsq_report_callback AtFieldName= %s.\n",
             field.AtFieldName);
+  if (safe_strcmp(field.AtFieldName, "sysmode") == 0)
+    take_hcsq_sysmode(field.AtFieldValue, static_cast<at_hcsq_info*>(record));
   return walk_t::ON;
 }
 
@@ -73,7 +72,7 @@ struct at_rejinfo_info {
   int32_t rattype;
 };
 
-walk_t take_rejinfo_field(const at_field_t& field, void* target, size_t) {
+walk_t take_rejinfo_field(const at_field_t& field, void* target) {
   auto* record = static_cast<at_rejinfo_info*>(target);
   const char* value = field.AtFieldValue;
   if (safe_strcmp(field.AtFieldName, "plmnid") == 0 && value != nullptr) {
@@ -108,14 +107,17 @@ void creg_report_callback(char*, int32_t) {
 void redirect_noservice_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[redirect_noservice_report_callback] enter!\n");
-  char srv_status[kNumberTextSize] = {};
+  struct {
+    char srv_status[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {
       "^SRVST", MDX_TRACE_ERROR,
       "redirect_noservice_report_callback at_cmd_parse  error,and the ret = %d"};
-  const report_field_t fields[] = {first_printed_field("srv_status", srv_status)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("srv_status", FIRST_PRINTED, text, srv_status)};
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  const int32_t status = safe_atoi(srv_status);
+  const int32_t status = safe_atoi(text.srv_status);
   send_net_change(status);
   if (status != kServiceLost) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
@@ -127,18 +129,21 @@ void redirect_noservice_report_callback(char* rptbuf, int32_t) {
 void mode_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "mode_report_callback .\n");
-  char sys_mode[kNumberTextSize] = {};
-  char sys_submode[kNumberTextSize] = {};
+  struct {
+    char sys_mode[kNumberTextSize];
+    char sys_submode[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {"^MODE", MDX_TRACE_ERROR,
                                   "mode_report_callback at_cmd_parse  error,and the ret = %d"};
-  const report_field_t fields[] = {
-      printed_field("sys_mode", sys_mode),
-      printed_field("sys_submode", sys_submode),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("sys_mode", PRINTED, text, sys_mode),
+      MDX_REPORT_FIELD("sys_submode", PRINTED, text, sys_submode),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  send_net_change(safe_atoi(sys_mode));
-  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SYS_MODE, safe_atoi(sys_mode), safe_atoi(sys_submode));
+  send_net_change(safe_atoi(text.sys_mode));
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SYS_MODE, safe_atoi(text.sys_mode),
+                  safe_atoi(text.sys_submode));
 }
 
 // ^LCACELLURC: 1,3
@@ -155,13 +160,15 @@ void net_eons_report_callback(char*, int32_t) {
 
 // ^ANLEVEL:0,99,10,4,108,7
 void anelvel_report_callback(char* rptbuf, int32_t) {
-  int32_t level = 0;
+  struct {
+    int32_t level;
+  } value = {};
   constexpr report_parse_t how = {"^ANLEVEL", MDX_TRACE_FLOW,
                                   "anelvel_report_callback, error,and the ret = %d"};
-  const report_field_t fields[] = {number_field("level", &level)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("level", NUMBER, value, level)};
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
-  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, level, 0);
+  MDX_post_notify(NOTIFY_MODULE_19, EVT_AT_SIGNAL_LEVEL, value.level, 0);
 }
 
 // ^HCSQ:"LTE",48,35,86,14
@@ -174,16 +181,15 @@ void hcsq_report_callback(char* rptbuf, int32_t length) {
   at_hcsq_info record = {};
   constexpr report_parse_t how = {"^HCSQ", MDX_TRACE_ERROR,
                                   "hcsq_report_callback  at_cmd_parse  error,and the ret = %d.\n"};
-  const report_field_t fields[] = {
-      every_field(trace_hcsq_field, nullptr),
-      taken_field("sysmode", take_hcsq_sysmode, &record.sysmode),
-      number_field("value1", &record.value1),
-      number_field("value2", &record.value2),
-      number_field("value3", &record.value3),
-      number_field("value4", &record.value4),
-      number_field("value5", &record.value5),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_TAKEN(""),
+      MDX_REPORT_FIELD("value1", NUMBER, record, value1),
+      MDX_REPORT_FIELD("value2", NUMBER, record, value2),
+      MDX_REPORT_FIELD("value3", NUMBER, record, value3),
+      MDX_REPORT_FIELD("value4", NUMBER, record, value4),
+      MDX_REPORT_FIELD("value5", NUMBER, record, value5),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record, take_hcsq_field) < 0) return;
 
   MDX_post_notify_ex(NOTIFY_MODULE_19, EVT_AT_HCSQ, &record, sizeof(record), 0, 0);
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "Leave hcsq_report_callback() \n");
@@ -220,15 +226,17 @@ void ltesiglev_report_callback(char* rptbuf, int32_t) {
     return;
   }
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "LTESIGLEV ltesiglev_report_callback=[%s]\n", rptbuf);
-  int32_t level = 0;
+  struct {
+    int32_t level;
+  } value = {};
   constexpr report_parse_t how = {
       "^LTESIGLEV", MDX_TRACE_ERROR,
       "ltesiglev_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {number_field("level", &level)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("level", NUMBER, value, level)};
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "LTESIGLEV send to WiMAX level =[%d]\n",
-            saturating_sum(level, 1));
+            saturating_sum(value.level, 1));
 }
 
 // ^HFREQINFO:0,6,1,425,21525,15000,18425,19625,15000
@@ -238,14 +246,18 @@ void hfreqinfo_report_callback(char* rptbuf, int32_t) {
   at_hfreqinfo_info record = {};
   constexpr report_parse_t how = {"^HFREQINFO", MDX_TRACE_ERROR,
                                   "hfreqinfo_report_callback at_cmd_parse err id = %d.\n"};
-  const report_field_t fields[] = {
-      number_field("switch", &record.switch_),        number_field("sysmode", &record.sysmode),
-      number_field("band_class", &record.band_class), number_field("dl_fcn1", &record.dl_fcn1),
-      number_field("dl_freq1", &record.dl_freq1),     number_field("dl_bw1", &record.dl_bw1),
-      number_field("ul_fcn1", &record.ul_fcn1),       number_field("ul_freq1", &record.ul_freq1),
-      number_field("ul_bw1", &record.ul_bw1),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("switch", NUMBER, record, switch_),
+      MDX_REPORT_FIELD("sysmode", NUMBER, record, sysmode),
+      MDX_REPORT_FIELD("band_class", NUMBER, record, band_class),
+      MDX_REPORT_FIELD("dl_fcn1", NUMBER, record, dl_fcn1),
+      MDX_REPORT_FIELD("dl_freq1", NUMBER, record, dl_freq1),
+      MDX_REPORT_FIELD("dl_bw1", NUMBER, record, dl_bw1),
+      MDX_REPORT_FIELD("ul_fcn1", NUMBER, record, ul_fcn1),
+      MDX_REPORT_FIELD("ul_freq1", NUMBER, record, ul_freq1),
+      MDX_REPORT_FIELD("ul_bw1", NUMBER, record, ul_bw1),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record) < 0) return;
 
   MDX_post_notify_ex(NOTIFY_MODULE_16, EVT_AT_FREQ_INFO, &record, sizeof(record), 0, 0);
 }
@@ -253,27 +265,29 @@ void hfreqinfo_report_callback(char* rptbuf, int32_t) {
 // ^NWTIME:18/12/13,06:20:04+28,00
 void net_time_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[net_time_report_callback] begin report time!\n");
-  char date[kTimeTextSize] = {};  // yy/mm/dd
-  char time[kTimeTextSize] = {};  // hh:mm:ss+zz
+  struct {
+    char date[kTimeTextSize];  // yy/mm/dd
+    char time[kTimeTextSize];  // hh:mm:ss+zz
+  } text = {};
   constexpr report_parse_t how = {"^NWTIME", MDX_TRACE_FLOW,
                                   "net_time_report_callback at_cmd_parse error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("date", date),
-      text_field("time", time),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("date", TEXT, text, date),
+      MDX_REPORT_FIELD("time", TEXT, text, time),
   };
-  const int32_t walked = read_fields(how, rptbuf, fields);
+  const int32_t walked = read_fields(how, rptbuf, fields, &text);
   if (walked < 0) return;
   if (walked > 0) MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "at_dend_result is not null\n");
 
   at_nwtime_info at_nwtime_info = {};
   at_time_val& time_val = at_nwtime_info.time_val;
-  time_val.tm_year = saturating_sum(safe_atoi(date), 2000);
-  time_val.tm_mon = safe_atoi(date + 3);
-  time_val.tm_mday = safe_atoi(date + 6);
-  time_val.tm_hour = safe_atoi(time);
-  time_val.tm_min = safe_atoi(time + 3);
-  time_val.tm_sec = safe_atoi(time + 6);
-  at_nwtime_info.time_zone = safe_atoi(time + 8);
+  time_val.tm_year = saturating_sum(safe_atoi(text.date), 2000);
+  time_val.tm_mon = safe_atoi(text.date + 3);
+  time_val.tm_mday = safe_atoi(text.date + 6);
+  time_val.tm_hour = safe_atoi(text.time);
+  time_val.tm_min = safe_atoi(text.time + 3);
+  time_val.tm_sec = safe_atoi(text.time + 6);
+  at_nwtime_info.time_zone = safe_atoi(text.time + 8);
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
             "at_nwtime_info.time_val.tm_year = %d%02d%02d,%02d:%02d:%02d,%02d.\n", time_val.tm_year,
             time_val.tm_mon, time_val.tm_mday, time_val.tm_hour, time_val.tm_min, time_val.tm_sec,
@@ -285,16 +299,19 @@ void net_time_report_callback(char* rptbuf, int32_t) {
 
 // ^APROAMRPT:1
 void aproaming_report_callback(char* rptbuf, int32_t) {
-  int32_t status = -1;
+  struct {
+    int32_t status;
+  } value = {-1};
   constexpr report_parse_t how = {"^APROAMRPT", MDX_TRACE_FLOW,
                                   "aproaming_report_callback, error,and the ret = %d"};
-  const report_field_t fields[] = {number_field("roaming_status", &status)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("roaming_status", NUMBER, value, status)};
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
             "aproaming_report_callback send notify to net and oled begin...\n");
-  if (status == 0) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_0, 0, 0);
-  if (status == 1) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_1, 0, 0);
+  if (value.status == 0) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_0, 0, 0);
+  if (value.status == 1) MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_ROAMING_STATUS_1, 0, 0);
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW,
             "aproaming_report_callback send notify to net and oled end\n");
 }
@@ -317,8 +334,8 @@ void rejinfo_report_callback(char* rptbuf, int32_t) {
   record.id = 59;
   constexpr report_parse_t how = {"^REJINFO", MDX_TRACE_ERROR,
                                   "rejinfo_report_callback at_cmd_parse error,and the ret = %d\n"};
-  const report_field_t fields[] = {every_field(take_rejinfo_field, &record)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_TAKEN("")};
+  if (read_fields(how, rptbuf, fields, &record, take_rejinfo_field) < 0) return;
 
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "rejinfo_report_callback end.\n");
 }

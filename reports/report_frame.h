@@ -51,41 +51,45 @@ constexpr bool kNeedsFields = true;
 
 enum class walk_t { ON, STOP };
 
-/// Takes one field of a line into `target`, which has room for `size` bytes; says whether the walk
-/// goes on behind it.
-using report_take_t = walk_t (*)(const at_field_t& field, void* target, size_t size);
+/// Takes one field of a line into the handler's record; says whether the walk goes on behind it.
+using report_take_t = walk_t (*)(const at_field_t& field, void* record);
 
-/// One field that a handler wants. Made by the functions below.
-struct report_field_t {
-  const char* name;  ///< null for every field
-  report_take_t take;
-  void* target;
-  size_t size;  ///< bytes at `target`; 0 where `take` knows
+/// What becomes of a field's value.
+enum class report_value_t : uint8_t {
+  NUMBER,         ///< decimal, through safe_atoi
+  HEX32,          ///< hexadecimal, of which the low half is kept
+  HEX64,          ///< hexadecimal
+  TEXT,           ///< copied with MDX_strncpy_s
+  PRINTED,        ///< copied with new_snprintf_s
+  FIRST_PRINTED,  ///< the same, and the walk ends there
+  TAKEN,          ///< by the handler's own function
 };
 
-/// A decimal number, through safe_atoi.
-report_field_t number_field(const char* name, int32_t* target);
-/// A hexadecimal number; of the 32-bit one the low half is kept.
-report_field_t hex_field(const char* name, uint32_t* target);
-report_field_t hex_field(const char* name, uint64_t* target);
-/// A text, copied with MDX_strncpy_s.
-report_field_t text_field(const char* name, std::span<char> target);
-/// A text, copied with new_snprintf_s.
-report_field_t printed_field(const char* name, std::span<char> target);
-/// The same, and the walk ends there.
-report_field_t first_printed_field(const char* name, std::span<char> target);
+/// One field that a handler wants. It holds no pointer, so a table of them needs neither code that
+/// fills it nor the loader.
+struct report_field_t {
+  char name[19];  ///< empty for every field
+  report_value_t value;
+  uint16_t offset;  ///< of the target in the handler's record
+  uint16_t size;    ///< of the target
+};
 
-/// A value that the handler takes in its own way.
-report_field_t taken_field(const char* name, report_take_t take, void* target);
-/// Every field, whatever its name.
-report_field_t every_field(report_take_t take, void* target);
+/// A row for a member of the variable `record`.
+#define MDX_REPORT_FIELD(name, value, record, member) \
+  { name, report_value_t::value, offsetof(decltype(record), member), sizeof(record.member) }
+/// A row for values that the handler takes in its own way; every field where no name is given.
+#define MDX_REPORT_TAKEN(name) \
+  { name, report_value_t::TAKEN, 0, 0 }
 
 /// Parses a report line and hands each of its fields to the rows that want it, in the order of the
 /// rows. The chain is released before this returns.
 ///
 /// A failure is traced as `how` says. Of two fields of one name the last one wins. The target of a
 /// field that the line does not have keeps its value.
-/// @param line  the report line; null fails
+/// @param line    the report line; null fails
+/// @param record  what the rows' offsets count from
+/// @param take    for rows whose values are taken by the handler
 /// @return number of fields walked, 0 when the line holds none; -1 on failure
 int32_t read_fields(const report_parse_t& how, const char* line,
-                    std::span<const report_field_t> fields);
+                    std::span<const report_field_t> fields, void* record,
+                    report_take_t take = nullptr);

@@ -22,7 +22,7 @@ void replace_bytes(char* text, int64_t length, int64_t room, char from, char to)
   std::replace(text, text + std::min(length, room), from, to);
 }
 
-walk_t take_cusd_text(const at_field_t& field, void* target, size_t) {
+walk_t take_cusd_text(const at_field_t& field, void* target) {
   auto* record = static_cast<at_ussd_info*>(target);
   if (field.AtFieldValue == nullptr) return walk_t::ON;
   record->cusdStrLen = static_cast<int32_t>(MDX_strlen_s(field.AtFieldValue));
@@ -31,7 +31,7 @@ walk_t take_cusd_text(const at_field_t& field, void* target, size_t) {
   return walk_t::ON;
 }
 
-walk_t trace_cireg_field(const at_field_t& field, void*, size_t) {
+walk_t trace_cireg_field(const at_field_t& field, void*) {
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "point1->AtFieldName =%s,point1->AtFieldValue =%s",
             field.AtFieldName, field.AtFieldValue);
   return walk_t::ON;
@@ -60,11 +60,11 @@ void simst_report_callback(char* rptbuf, int32_t) {
   constexpr report_parse_t how = {"^SIMST", MDX_TRACE_ERROR,
                                   "simst_report_callback at_cmd_parse  error,and the ret = %d\n",
                                   kNeedsFields};
-  const report_field_t fields[] = {
-      number_field("sim_state", &sim.sim_state),
-      number_field("lock_state", &sim.lock_state),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("sim_state", NUMBER, sim, sim_state),
+      MDX_REPORT_FIELD("lock_state", NUMBER, sim, lock_state),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &sim) < 0) return;
 
   const at_sim_state_info record = {10, sim};
   MDX_post_notify_ex(NOTIFY_MODULE_27, EVT_AT_SIM_STATE_27, &record, sizeof(record), 0, 0);
@@ -88,14 +88,17 @@ void exsimst_report_callback(char* rptbuf, int32_t) {
 void sim_refresh_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sim_refresh_report_callback] enter!\n");
-  char file_type[kNumberTextSize] = {};
+  struct {
+    char file_type[kNumberTextSize];
+  } text = {};
   constexpr report_parse_t how = {
       "^SIMREFRESH", MDX_TRACE_ERROR,
       "sim_refresh_report_callback at_cmd_parse  error,and the ret = %d\n", kNeedsFields};
-  const report_field_t fields[] = {first_printed_field("file_type", file_type)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("file_type", FIRST_PRINTED, text, file_type)};
+  if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
-  const int32_t type = safe_atoi(file_type);
+  const int32_t type = safe_atoi(text.file_type);
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "sim_refresh_report_callback file_type = %d\n", type);
   MDX_post_notify(NOTIFY_MODULE_7, EVT_AT_SIM_REFRESH, type, 0);
 }
@@ -114,12 +117,12 @@ void cusd_report_callback(char* rptbuf, int32_t length) {
   at_ussd_info record = {};
   constexpr report_parse_t how = {"+CUSD", MDX_TRACE_ERROR,
                                   "ussd_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      number_field("rspType", &record.rspType),
-      taken_field("cusdStr", take_cusd_text, &record),
-      number_field("codeType", &record.codeType),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("rspType", NUMBER, record, rspType),
+      MDX_REPORT_TAKEN("cusdStr"),
+      MDX_REPORT_FIELD("codeType", NUMBER, record, codeType),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record, take_cusd_text) < 0) return;
 
   if (has_zero_bytes) {
     replace_bytes(record.cusdStr, record.cusdStrLen, sizeof(record.cusdStr), kCr, '\0');
@@ -131,22 +134,24 @@ void cusd_report_callback(char* rptbuf, int32_t length) {
 void stin_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[stin_report_callback] enter!\n");
-  int32_t type = 0;
-  int32_t index = 0;
-  int32_t timed_out = 0;
+  struct {
+    int32_t type;
+    int32_t index;
+    int32_t timed_out;
+  } value = {};
   constexpr report_parse_t how = {
       "^STIN", MDX_TRACE_ERROR, "[stk]stin_report_callback: at_cmd_parse return error ret = %d\n"};
-  const report_field_t fields[] = {
-      number_field("cmdTpye", &type),
-      number_field("cmdIndex", &index),
-      number_field("isTimeOut", &timed_out),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("cmdTpye", NUMBER, value, type),
+      MDX_REPORT_FIELD("cmdIndex", NUMBER, value, index),
+      MDX_REPORT_FIELD("isTimeOut", NUMBER, value, timed_out),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
   at_stin_info record = {};
-  record.cmdTpye = static_cast<uint8_t>(type & UINT8_MAX);
-  record.cmdIndex = static_cast<uint8_t>(index & UINT8_MAX);
-  record.isTimeOut = static_cast<uint8_t>(timed_out & UINT8_MAX);
+  record.cmdTpye = static_cast<uint8_t>(value.type & UINT8_MAX);
+  record.cmdIndex = static_cast<uint8_t>(value.index & UINT8_MAX);
+  record.isTimeOut = static_cast<uint8_t>(value.timed_out & UINT8_MAX);
   MDX_post_notify_ex(NOTIFY_MODULE_33, EVT_AT_STK_IND, &record, sizeof(record), 0, 0);
 }
 
@@ -187,11 +192,11 @@ void ims_cireg_report_callback(char* rptbuf, int32_t) {
   constexpr report_parse_t how = {
       "+CIREGU", MDX_TRACE_ERROR,
       "ims_cireg_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      every_field(trace_cireg_field, nullptr),
-      number_field("reg_info", &record.reg_info),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_TAKEN(""),
+      MDX_REPORT_FIELD("reg_info", NUMBER, record, reg_info),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record, trace_cireg_field) < 0) return;
 
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[ims_cireg_report_callback] end ! \n");
 }

@@ -31,7 +31,7 @@ void post_record(notify_event_t event, const void* record, size_t size) {
 }
 
 /// A full store is news only if it is the SIM's.
-walk_t find_sim_store(const at_field_t& field, void* target, size_t) {
+walk_t find_sim_store(const at_field_t& field, void* target) {
   if (safe_strcmp(field.AtFieldValue, "SM") != 0) return walk_t::ON;
   *static_cast<bool*>(target) = true;
   return walk_t::STOP;
@@ -47,18 +47,21 @@ void sms_content_report_callback(char* rptbuf, int32_t) {
   const sms_report_t* report = find_report(rptbuf, reports);
   if (report == nullptr) return;
 
-  at_sms_content_info record = {};
-  int32_t length = 0;
+  struct {
+    at_sms_content_info record;
+    int32_t length;
+  } value = {};
+  at_sms_content_info& record = value.record;
   const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
                               "sms_content_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      number_field("length", &length),
-      text_field("pdu", record.pdu),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("length", NUMBER, value, length),
+      MDX_REPORT_FIELD("pdu", TEXT, value, record.pdu),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
   record.id = report->id;
-  record.length = static_cast<uint16_t>(length & UINT16_MAX);
+  record.length = static_cast<uint16_t>(value.length & UINT16_MAX);
   post_record(EVT_AT_SMS_NEW, &record, sizeof(record));
 }
 
@@ -74,11 +77,11 @@ void sms_index_report_callback(char* rptbuf, int32_t) {
   record.id = report->id;
   const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
                               "sms_index_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {
-      text_field("mem", record.mem),
-      number_field("index", &record.index),
+  static constexpr report_field_t fields[] = {
+      MDX_REPORT_FIELD("mem", TEXT, record, mem),
+      MDX_REPORT_FIELD("index", NUMBER, record, index),
   };
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  if (read_fields(how, rptbuf, fields, &record) < 0) return;
 
   post_record(EVT_AT_SMS_NEW, &record, sizeof(record));
 }
@@ -91,16 +94,18 @@ void sms_hcmgss_report_callback(char* rptbuf, int32_t) {
     return;
   }
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgss_report_callback] enter... \n");
-  int32_t mr = 0;
+  struct {
+    int32_t mr;
+  } value = {};
   constexpr report_parse_t how = {
       "^HCMGSS", MDX_TRACE_ERROR,
       "sms_hcmgss_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {number_field("mr", &mr)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("mr", NUMBER, value, mr)};
+  if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
   at_sms_sent_info record = {};
   record.sent.id = 42;
-  record.sent.mr = mr;
+  record.sent.mr = value.mr;
   post_record(EVT_AT_SMS_SEND_RESULT, &record, sizeof(record));
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgss_report_callback] end ! \n");
 }
@@ -117,8 +122,8 @@ void sms_hcmgsf_report_callback(char* rptbuf, int32_t) {
   record.id = 43;
   constexpr report_parse_t how = {"^HCMGSF", MDX_TRACE_ERROR,
                                   "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {number_field("errCode", &record.errCode)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("errCode", NUMBER, record, errCode)};
+  if (read_fields(how, rptbuf, fields, &record) < 0) return;
 
   post_record(EVT_AT_SMS_SEND_RESULT, &record, sizeof(record));
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgsf_report_callback] end ! \n");
@@ -136,8 +141,8 @@ void sms_mem_full_report_callback(char* rptbuf, int32_t) {
   constexpr report_parse_t how = {
       "^SMMEMFULL", MDX_TRACE_ERROR,
       "sms_mem_full_report_callback at_cmd_parse  error,and the ret = %d\n"};
-  const report_field_t fields[] = {taken_field("mem_type", find_sim_store, &sim_full)};
-  if (read_fields(how, rptbuf, fields) < 0) return;
+  static constexpr report_field_t fields[] = {MDX_REPORT_TAKEN("mem_type")};
+  if (read_fields(how, rptbuf, fields, &sim_full, find_sim_store) < 0) return;
 
   if (sim_full) post_record(EVT_AT_SMS_MEM_FULL, nullptr, 0);
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_mem_full_report_callback] end ! \n");
