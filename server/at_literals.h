@@ -79,14 +79,25 @@ class at_literals {
     uint8_t length;
     uint8_t table;
     uint8_t row;
+    uint16_t text;  // where it begins in the plan's texts
   };
+
+  static constexpr size_t size_of_all(const auto& rows) {
+    size_t size = 0;
+    for (size_t row = 0; at_row_text(rows[row]) != nullptr; ++row) {
+      size += std::string_view(at_row_text(rows[row])).size();
+    }
+    return size;
+  }
+  static constexpr size_t kTexts = (size_of_all(tables) + ...);
 
   struct plan_t {
     std::array<entry_t, kRows> entries;  // by bucket
     std::array<uint8_t, kBuckets + 1>
-        first;                      // of a bucket's entries; they end where the next's begin
-    std::array<uint8_t, 32> place;  // of a rare byte, by its low bits, in the literals it leads to
-    size_t count;                   // of the entries
+        first;                       // of a bucket's entries; they end where the next's begin
+    std::array<uint8_t, 32> place;   // of a rare byte, by its low bits, in the literals it leads to
+    size_t count;                    // of the entries
+    std::array<char, kTexts> texts;  // the literals, so that no pointer leads to them
   };
 
   static constexpr uint32_t head_of(const char* text) {
@@ -105,11 +116,11 @@ class at_literals {
     for (uint8_t row = 0; at_row_text(rows[row]) != nullptr; ++row) {
       if (is_hidden(rows, row)) continue;
       const std::string_view literal = at_row_text(rows[row]);
-      plan->entries[plan->count++] = {static_cast<uint8_t>(literal.size()), table, row};
+      plan->entries[plan->count++] = {static_cast<uint8_t>(literal.size()), table, row, 0};
     }
   }
 
-  static constexpr std::string_view literal_of(const entry_t& entry) {
+  static constexpr std::string_view in_table(const entry_t& entry) {
     const char* literal = nullptr;
     uint8_t table = 0;
     ((literal = table++ == entry.table ? at_row_text(tables[entry.row]) : literal), ...);
@@ -117,7 +128,7 @@ class at_literals {
   }
 
   static constexpr size_t bucket_of(const entry_t& entry) {
-    return bucket_of(head_of(literal_of(entry).data()));
+    return bucket_of(head_of(in_table(entry).data()));
   }
 
   static constexpr plan_t arrange() {
@@ -126,8 +137,12 @@ class at_literals {
     (add_table(&plan, table++, tables), ...);
     std::sort(plan.entries.begin(), plan.entries.begin() + plan.count,
               [](const entry_t& a, const entry_t& b) { return bucket_of(a) < bucket_of(b); });
+    size_t end = 0;  // of the texts
     for (size_t i = 0; i < plan.count; ++i) {
-      const std::string_view literal = literal_of(plan.entries[i]);
+      const std::string_view literal = in_table(plan.entries[i]);
+      std::copy(literal.begin(), literal.end(), plan.texts.begin() + end);
+      plan.entries[i].text = static_cast<uint16_t>(end);
+      end += literal.size();
       const size_t rare = literal.find_first_of(kRareBytes);
       if (rare != literal.npos) plan.place[place_index(literal[rare])] = static_cast<uint8_t>(rare);
       for (size_t bucket = bucket_of(plan.entries[i]); bucket < kBuckets; ++bucket) {
@@ -138,6 +153,10 @@ class at_literals {
   }
 
   static constexpr plan_t kPlan = arrange();
+
+  static constexpr std::string_view literal_of(const entry_t& entry) {
+    return {kPlan.texts.data() + entry.text, entry.length};
+  }
 
   static constexpr bool every_literal_has_its_rare_byte_in_place() {
     return std::all_of(kPlan.entries.begin(), kPlan.entries.begin() + kPlan.count,

@@ -5,6 +5,7 @@
 
 #include "server/at_match.h"
 
+#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -118,6 +119,19 @@ const at_report_row_t* const at_report_table = kReportRows;
 
 namespace {
 
+// What is needed of a row once it is found; the table itself serves the compiler alone.
+constexpr size_t kRows = std::size(kReportRows) - 1;
+constexpr auto row_ids = [] {
+  std::array<uint8_t, kRows> ids = {};
+  for (size_t row = 0; row < kRows; ++row) ids[row] = static_cast<uint8_t>(kReportRows[row].id);
+  return ids;
+}();
+constexpr auto row_handlers = [] {
+  std::array<at_report_handler_t, kRows> handlers = {};
+  for (size_t row = 0; row < kRows; ++row) handlers[row] = kReportRows[row].handler;
+  return handlers;
+}();
+
 using line_literals = at_literals<at_sms_headers, literal_notify_table, kReportRows>;
 
 constexpr bool every_row_can_be_hit_but_iring() {
@@ -213,8 +227,8 @@ int32_t at_take_report(const at_msg_t& msg, char* line, int32_t len, int32_t row
     return -1;
   }
   if (row == -1) return sort_unknown_report(msg, line);
-  const at_report_row_t& report = kReportRows[row];
-  *index = report.id;
-  if (report.handler != nullptr) report.handler(line, len);
+  *index = row_ids[static_cast<size_t>(row)];
+  const at_report_handler_t handler = row_handlers[static_cast<size_t>(row)];
+  if (handler != nullptr) handler(line, len);
   return 0;
 }

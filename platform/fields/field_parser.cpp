@@ -7,6 +7,7 @@
 // values leave in one block, so that a chain costs one allocation and one release.
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -14,22 +15,21 @@
 
 #include "platform/at_fields.h"
 #include "platform/fields/parameters.h"
+#include "platform/joined_texts.h"
 
 namespace {
 
 constexpr size_t kMostNames = 9;
 
-constexpr parameter_reader_t line = read_parameters;
-constexpr parameter_reader_t comma = read_at_every_comma;
-constexpr parameter_reader_t pdu = read_with_pdu;
-constexpr parameter_reader_t ussd = read_ussd;
+/// How the parameters of a line are read: the functions of parameters.h.
+enum reader_t : uint8_t { line, comma, pdu, ussd };
 
 /// Which lines a row is for: those with one parameter, with six, with the IP type in fifth place.
-enum form_t { any, one, six, fifth };
+enum form_t : uint8_t { any, one, six, fifth };
 
 struct field_row_t {
-  const char* prefix;
-  parameter_reader_t read;
+  char prefix[13];
+  reader_t reader;
   form_t form;
   const char* names;  ///< by position, a blank between two
 };
@@ -103,6 +103,33 @@ constexpr bool every_row_has_room_for_its_names() {
 static_assert(every_row_has_room_for_its_names());
 static_assert(kMostNames <= parameter_list_t::kMost);
 
+constexpr auto names_of_rows = [] {
+  std::array<const char*, std::size(field_table)> names = {};
+  for (size_t i = 0; i < names.size(); ++i) names[i] = field_table[i].names;
+  return names;
+}();
+constexpr auto joined_names = join_texts<names_of_rows>();
+
+/// A row of the table as it is searched: without a pointer.
+struct found_row_t {
+  char prefix[sizeof(field_row_t::prefix)];
+  reader_t reader : 4;
+  form_t form : 4;
+  uint16_t names;  ///< where they begin in joined_names
+};
+constexpr auto found_table = [] {
+  std::array<found_row_t, std::size(field_table)> rows = {};
+  size_t names = 0;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    std::copy(std::begin(field_table[i].prefix), std::end(field_table[i].prefix), rows[i].prefix);
+    rows[i].reader = field_table[i].reader;
+    rows[i].form = field_table[i].form;
+    rows[i].names = static_cast<uint16_t>(names);
+    names += std::string_view(field_table[i].names).size() + 1;
+  }
+  return rows;
+}();
+
 /// The fields of one line on their way into a block.
 struct named_values_t {
   struct {
@@ -118,11 +145,24 @@ struct named_values_t {
   }
 };
 
-const field_row_t* row_of(const char* prefix) {
-  for (const field_row_t& row : field_table) {
+const found_row_t* row_of(const char* prefix) {
+  for (const found_row_t& row : found_table) {
     if (std::strcmp(row.prefix, prefix) == 0) return &row;
   }
   return nullptr;
+}
+
+void read(reader_t reader, const char* text, parameter_list_t& list) {
+  switch (reader) {
+    case line:
+      return read_parameters(text, list);
+    case comma:
+      return read_at_every_comma(text, list);
+    case pdu:
+      return read_with_pdu(text, list);
+    case ussd:
+      return read_ussd(text, list);
+  }
 }
 
 bool is_ip_type(std::string_view value) {
@@ -150,10 +190,10 @@ std::string_view take_word(const char** text) {
   return word;
 }
 
-named_values_t name_values(const field_row_t* row, const parameter_list_t& list) {
+named_values_t name_values(const found_row_t* row, const parameter_list_t& list) {
   while (!has_form(list, row->form)) ++row;
   named_values_t named;
-  const char* rest = row->names;
+  const char* rest = joined_names.data() + row->names;
   for (size_t i = 0; i < kMostNames && i < list.count && *rest != '\0'; ++i) {
     const std::string_view name = take_word(&rest);
     if (name != kNoField) named.add(name, list.values[i]);
@@ -189,13 +229,13 @@ at_field_t* build_chain(const named_values_t& named) {
 
 int at_cmd_parse(at_field_t** chain, const char* prefix, const char* text, int, int) {
   if (chain == nullptr || prefix == nullptr || text == nullptr) return -1;
-  const field_row_t* row = row_of(prefix);
+  const found_row_t* row = row_of(prefix);
   if (row == nullptr) return -1;
   const char* parameters = find_parameters(text, prefix);
   if (parameters == nullptr) return -1;
 
   parameter_list_t list;
-  row->read(parameters, list);
+  read(row->reader, parameters, list);
   const named_values_t named = name_values(row, list);
   if (named.count == 0) return 0;
   at_field_t* built = build_chain(named);

@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstring>
 #include <type_traits>
+
+#include "platform/joined_texts.h"
 
 namespace {
 
@@ -72,6 +75,7 @@ constexpr auto names_by_counter = [] {
 static_assert(std::size(counter_table) == COUNT_COUNTERS);
 static_assert(std::find(names_by_counter.begin(), names_by_counter.end(), nullptr) ==
               names_by_counter.end());
+constexpr auto joined_names = join_texts<names_by_counter>();
 
 constinit pthread_mutex_t counting = PTHREAD_MUTEX_INITIALIZER;
 
@@ -118,4 +122,8 @@ uint64_t counter_value(mdx_counter_t counter) {
   return counters[counter].load(std::memory_order_relaxed);
 }
 
-const char* counter_name(mdx_counter_t counter) { return names_by_counter[counter]; }
+const char* counter_name(mdx_counter_t counter) {
+  const char* name = joined_names.data();
+  for (uint32_t i = 0; i < counter; ++i) name += strlen(name) + 1;
+  return name;
+}
