@@ -4,6 +4,8 @@
 //
 // Traffic is told to its module at every report and to "cms" at every tenth.
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "reports/mdx_report_callback.h"
@@ -23,8 +25,7 @@ uint32_t dsflow_report_count = 0;
 
 // ^NORSTFACT:1
 void norstfact_report_callback(char*, int32_t) {
-  puts("mdx norstfact_report_callback enter");
-  fflush(stdout);
+  dprintf(STDOUT_FILENO, "mdx norstfact_report_callback enter\n");
   const at_norstfact_info record = {5};
   MDX_post_notify_ex(NOTIFY_MODULE_74, EVT_AT_NORSTFACT, &record, sizeof(record), 0, 0);
 }

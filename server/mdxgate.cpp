@@ -5,7 +5,7 @@
 
 #include "server/mdxgate.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,10 +53,10 @@ constexpr int32_t kQueueDepth = 10;
 constexpr int32_t kNasElementRoom = 1516;
 
 bool make_pid_folder() {
-  DIR* folder = opendir(kPidFolder);
-  if (folder != nullptr) {
+  const int folder = open(kPidFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder >= 0) {
     MDX_TRACE(kSource, MDX_TRACE_DETAIL, "pidfile folder is exist.\n");
-    closedir(folder);
+    close(folder);
     return true;
   }
   if (mkdir(kPidFolder, kPidFolderMode) != 0) {
@@ -68,16 +68,19 @@ bool make_pid_folder() {
   return true;
 }
 
+/// A new file or an emptied one. No FILE: its buffers would stay with the process.
+int make_file(const char* path) { return open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); }
+
 void write_pid_file() {
-  FILE* file = std::fopen(kPidFile, "w+");
-  if (file == nullptr) {
+  const int file = make_file(kPidFile);
+  if (file < 0) {
     MDX_TRACE(kSource, MDX_TRACE_DETAIL, "open pid file failed.\n");
     mlog_print(kModule, kStartLog, "mdx open pid file failed.");
     return;
   }
-  std::fprintf(file, "%d", getpid());
+  dprintf(file, "%d", getpid());
   MDX_TRACE(kSource, MDX_TRACE_DETAIL, "create syswatch pid file success.\n");
-  std::fclose(file);
+  close(file);
   KRP_UTIL_RemoveAndroidWPerm(kPidFile, "640");
 }
 
@@ -143,11 +146,11 @@ void wait_wm_ready() {
 }
 
 void raise_ready_flag() {
-  FILE* flag = std::fopen(kReadyFlag, "w+");
-  if (flag == nullptr) {
-    std::puts("mdx create ready flag file failed.");
+  const int flag = make_file(kReadyFlag);
+  if (flag < 0) {
+    dprintf(STDOUT_FILENO, "mdx create ready flag file failed.\n");
   } else {
-    std::fclose(flag);
+    close(flag);
   }
   KRP_UTIL_RemoveAndroidWPerm(kReadyFlag, "664");
 }

@@ -6,7 +6,6 @@
 
 #include "platform/linux/removal.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/linux/directory.h"
 #include "platform/linux/monotonic.h"
 
 namespace {
@@ -33,8 +33,6 @@ bool move_aside(int from, const char* name, int to) {
   return renameat(from, name, to, aside) == 0;
 }
 
-bool is_dot(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
-
 bool unlink_at(int directory, const char* name) {
   return unlinkat(directory, name, 0) == 0 || errno == ENOENT ||
          unlinkat(directory, name, AT_REMOVEDIR) == 0;
@@ -47,24 +45,15 @@ bool may_empty(int parent, const char* name) {
   return fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_uid == geteuid();
 }
 
-DIR* open_directory(int parent, const char* name) {
-  const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  DIR* entries = fd >= 0 ? fdopendir(fd) : nullptr;
-  if (entries == nullptr && fd >= 0) close(fd);
-  return entries;
-}
-
 /// Removes what is in a directory, and moves what is a full directory up.
 void empty_directory(int parent, const char* name) {
-  DIR* entries = open_directory(parent, name);
-  if (entries == nullptr) return;
+  directory_reader entries;
+  if (!entries.open(parent, name)) return;
   for (int i = 0; i < kMostAtOnce; ++i) {
-    const dirent* entry = readdir(entries);
+    const char* entry = entries.next();
     if (entry == nullptr) break;
-    if (is_dot(entry->d_name) || unlink_at(dirfd(entries), entry->d_name)) continue;
-    move_aside(dirfd(entries), entry->d_name, parent);
+    if (!unlink_at(entries.fd(), entry)) move_aside(entries.fd(), entry, parent);
   }
-  closedir(entries);
 }
 
 }  // namespace
@@ -79,16 +68,13 @@ bool remove_entry(int directory, const char* name) {
 bool is_removed_entry(const char* name) { return strncmp(name, kAside, strlen(kAside)) == 0; }
 
 void remove_entries(int directory, bool (*goes)(int directory, const char* name)) {
-  DIR* entries = open_directory(directory, ".");
-  if (entries == nullptr) return;
+  directory_reader entries;
+  if (!entries.open(directory, ".")) return;
   bool removed = true;
   for (int pass = 0; removed && pass < kMostPasses; ++pass) {
     removed = false;
-    rewinddir(entries);
-    while (const dirent* entry = readdir(entries)) {
-      if (is_dot(entry->d_name) || !goes(directory, entry->d_name)) continue;
-      if (remove_entry(directory, entry->d_name)) removed = true;
-    }
+    entries.rewind();
+    while (const char* entry = entries.next())
+      if (goes(directory, entry) && remove_entry(directory, entry)) removed = true;
   }
-  closedir(entries);
 }

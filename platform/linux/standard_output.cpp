@@ -28,7 +28,7 @@ bool make_socket_return() {
 bool replace_by(const char* path) {
   const int fresh = open(path, O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fresh < 0) return false;
-  const bool replaced = dup2(fresh, STDOUT_FILENO) == STDOUT_FILENO;
+  const bool replaced = dup3(fresh, STDOUT_FILENO, 0) == STDOUT_FILENO;
   close(fresh);
   return replaced;
 }

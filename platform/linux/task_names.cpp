@@ -8,7 +8,6 @@
 
 #include "platform/linux/task_names.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -23,6 +22,7 @@
 #include <ctime>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/directory.h"
 #include "platform/linux/record_queue.h"
 #include "platform/linux/removal.h"
 #include "platform/mdx_platform.h"
@@ -35,17 +35,18 @@ constexpr int32_t kNever = -1;
 /// Before root is given up the directory may already be the other user's.
 constexpr int32_t kStuckMs = 100;
 constexpr uint32_t kTellAgainMs = 60'000;
+constexpr char kUserLine[] = "\nUid:";
 constexpr size_t kUserIds = 4;  // real, effective, saved, of the file system
 
 enum verdict_t { STAYS, TOO_YOUNG, LEFT_BEHIND, NO_TASKS };
 
-constinit DIR* look = nullptr;  ///< under way
+constinit directory_reader look;  ///< open while one is under way
 constinit int32_t look_again_ms = kNever;
 
 /// @return the task's id, 0 when the name is none
 int32_t task_of(const char* name) {
   char* end = nullptr;
-  const long task = strtol(name, &end, 10);
+  const unsigned long task = strtoul(name, &end, 10);
   if (name[0] < '1' || name[0] > '9' || *end != '\0' || task > INT32_MAX) return 0;
   return static_cast<int32_t>(task);
 }
@@ -59,9 +60,15 @@ bool read_users(int32_t task, uid_t (&users)[kUserIds]) {
   const ssize_t size = read(fd, text, sizeof(text) - 1);
   close(fd);
   text[size > 0 ? size : 0] = '\0';
-  const char* line = strstr(text, "\nUid:");
-  return line != nullptr && sscanf(line, "\nUid: %u %u %u %u", &users[0], &users[1], &users[2],
-                                   &users[3]) == static_cast<int>(kUserIds);
+  char* number = strstr(text, kUserLine);
+  if (number == nullptr) return false;
+  number += strlen(kUserLine);
+  for (uid_t& user : users) {
+    const char* begin = number;
+    user = static_cast<uid_t>(strtoul(begin, &number, 10));
+    if (number == begin) return false;
+  }
+  return true;
 }
 
 bool is_there(int32_t task) { return kill(task, 0) == 0 || errno != ESRCH; }
@@ -126,11 +133,8 @@ void tell_of_plant() {
 }
 
 bool begin_look(int directory) {
-  const int fd = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  look = fd >= 0 ? fdopendir(fd) : nullptr;
-  if (look == nullptr && fd >= 0) close(fd);
   look_again_ms = kNever;
-  return look != nullptr;
+  return look.open(directory, ".");
 }
 
 }  // namespace
@@ -148,16 +152,14 @@ int32_t task_name_tend(int directory, const char* name) {
 }
 
 int32_t task_names_tend_some(int directory) {
-  if (look == nullptr && !begin_look(directory)) return kTaskNamePatienceMs;
+  if (!look.is_open() && !begin_look(directory)) return kTaskNamePatienceMs;
   for (int i = 0; i < kNamesAtOnce; ++i) {
-    const dirent* entry = readdir(look);
+    const char* entry = look.next();
     if (entry == nullptr) {
-      closedir(look);
-      look = nullptr;
+      look.close();
       return look_again_ms;
     }
-    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
-    const int32_t again_ms = task_name_tend(dirfd(look), entry->d_name);
+    const int32_t again_ms = task_name_tend(look.fd(), entry);
     if (look_again_ms < 0 || (again_ms >= 0 && again_ms < look_again_ms)) look_again_ms = again_ms;
   }
   return 0;

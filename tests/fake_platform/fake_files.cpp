@@ -2,7 +2,7 @@
 
 #include "tests/fake_platform/fake_files.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,8 +18,7 @@
 
 extern "C" {
 void* __real_malloc(size_t size);
-FILE* __real_fopen(const char* path, const char* mode);
-DIR* __real_opendir(const char* path);
+int __real_open(const char* path, int flags, mode_t mode);
 int __real_mkdir(const char* path, mode_t mode);
 int __real_pthread_join(pthread_t thread, void** result);
 }
@@ -86,15 +85,11 @@ void* __wrap_malloc(size_t size) {
   return nullptr;
 }
 
-FILE* __wrap_fopen(const char* path, const char* mode) {
+int __wrap_open(const char* path, int flags, mode_t mode) {
   const std::string asked = path;
-  if (!asked.starts_with("/var/")) return __real_fopen(path, mode);
-  fake::note("fopen", asked + " " + mode);
-  return fake::refused(asked) ? nullptr : __real_fopen(fake::real_path(asked).c_str(), mode);
-}
-
-DIR* __wrap_opendir(const char* path) {
-  return fake::refused(path) ? nullptr : __real_opendir(fake::real_path(path).c_str());
+  if (!asked.starts_with("/var/")) return __real_open(path, flags, mode);
+  if ((flags & O_CREAT) != 0) fake::note("open", asked);
+  return fake::refused(asked) ? -1 : __real_open(fake::real_path(asked).c_str(), flags, mode);
 }
 
 int __wrap_mkdir(const char* path, mode_t mode) {

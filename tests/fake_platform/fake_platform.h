@@ -180,7 +180,7 @@ struct faults {
   int32_t event_recv = 0;     ///< so many MDX_event_recv fail
   int32_t allocations = 0;    ///< so many malloc fail
   int32_t deliveries = 0;     ///< so many deliveries find no memory
-  std::string files = {};     ///< fopen, mkdir and opendir fail below this path; empty for none
+  std::string files = {};     ///< open and mkdir fail below this path; empty for none
 };
 extern faults fail;
 

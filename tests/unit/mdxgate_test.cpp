@@ -46,7 +46,7 @@ TEST_F(Mdxgate, StartsInThisOrder) {
   // clang-format off
   const strings order = {
       "mkdir /var/run/pidfile/ 750", "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/ 750",
-      "fopen /var/run/pidfile/mdxgate.pid w+",
+      "open /var/run/pidfile/mdxgate.pid",
       "KRP_UTIL_RemoveAndroidWPerm /var/run/pidfile/mdxgate.pid 640",
       "MDX_event_init 7",
       "MDX_get_msgQ_id 2", "MDX_msgQex_create 2 10 1600",
@@ -55,7 +55,7 @@ TEST_F(Mdxgate, StartsInThisOrder) {
       "KRP_MSG_Init mdxgate", "MDX_pthread_create", "KRP_NOTIFYCLT_Init 31",
       "KRP_UTIL_DropAndroidRootPrivileges",
       "Q7_APP_RegCallBack 6", "write AT+CMEE=1\r", "cms 34820 ",
-      "fopen /var/mdx_ready.flg w+", "KRP_UTIL_RemoveAndroidWPerm /var/mdx_ready.flg 664"};
+      "open /var/mdx_ready.flg", "KRP_UTIL_RemoveAndroidWPerm /var/mdx_ready.flg 664"};
   // clang-format on
   EXPECT_EQ(fake::lines({kind::CALL, kind::WRITE, kind::SERVICE, kind::SLEEP}), order);
   EXPECT_EQ(fake::file_content("/var/run/pidfile/mdxgate.pid"), std::to_string(getpid()));
