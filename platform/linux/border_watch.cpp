@@ -75,7 +75,7 @@ void take_event(const inotify_event& event) {
 
 /// Takes some of the events; the descriptor stays readable while there are more.
 void take_events() {
-  alignas(inotify_event) char events[4096];
+  alignas(inotify_event) char events[1024];  // some events: the longest name takes 272 bytes
   const ssize_t size = watch >= 0 ? read(watch, events, sizeof(events)) : 0;
   for (ssize_t at = 0; at < size;) {
     const auto* event = reinterpret_cast<const inotify_event*>(events + at);

@@ -30,6 +30,7 @@
 #include "platform/linux/hub_places.h"
 #include "platform/linux/hub_states.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/seldom_touched.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/destinations.h"
@@ -74,7 +75,7 @@ struct packet_t {
 constinit std::atomic<int> listener{-1};
 constinit char own_name[sizeof(mdx_packet_header_t::to)] = {};
 constinit message_procedure_t message_procedure = nullptr;
-constinit receiver_t receivers[kMaxReceivers];
+[[MDX_SELDOM_TOUCHED]] constinit receiver_t receivers[kMaxReceivers];
 constinit size_t places_in_use = kMaxReceivers;  ///< of them
 constinit uint64_t connections = 0;
 constinit complaint told;  ///< why nobody can connect
@@ -161,7 +162,7 @@ void be_behind_no_more(receiver_t& receiver) {
 
 /// Gives a receiver some of what was kept for it. @return whether it has room for more of that
 bool give_some(receiver_t& receiver) {
-  static constinit char payload[kMaxPayload] = {};
+  [[MDX_SELDOM_TOUCHED]] static constinit char payload[kMaxPayload] = {};
   for (int i = 0; i < kGivenAtOnce && receiver.is_behind; ++i) {
     if (receiver.next == backlog.end()) {
       be_behind_no_more(receiver);
@@ -236,13 +237,12 @@ void say_farewell(int fd, mdx_farewell_t why, uint32_t lost) {
   put_packet(fd, header, nullptr);
 }
 
-/// @return a slot for a connection of this user, nullptr when there is none
-receiver_t* find_slot(uid_t user) {
+/// Makes a slot of the full table free, not inlined: its places would be a part of the frame that
+/// stands on the stack as long as the thread waits.
+/// @return the slot, nullptr when nobody gives way to this user
+[[gnu::noinline, gnu::cold]] receiver_t* make_slot(uid_t user) {
   hub_place_t places[kMaxReceivers];
-  for (size_t i = 0; i < places_in_use; ++i) {
-    if (receivers[i].fd == 0) return &receivers[i];
-    places[i] = {receivers[i].user, receivers[i].number};
-  }
+  for (size_t i = 0; i < places_in_use; ++i) places[i] = {receivers[i].user, receivers[i].number};
   const size_t given_up = place_to_give_up(places, places_in_use, user);
   if (given_up == places_in_use) return nullptr;
   receiver_t& receiver = receivers[given_up];
@@ -254,6 +254,13 @@ receiver_t* find_slot(uid_t user) {
   pthread_mutex_unlock(&receivers_lock);
   hang_up(receiver);
   return &receiver;
+}
+
+/// @return a slot for a connection of this user, nullptr when there is none
+receiver_t* find_slot(uid_t user) {
+  for (size_t i = 0; i < places_in_use; ++i)
+    if (receivers[i].fd == 0) return &receivers[i];
+  return make_slot(user);
 }
 
 /// Receivers must not take the files that the server needs for its clients.
@@ -366,7 +373,7 @@ void serve_packet(receiver_t& receiver, const packet_t& packet, size_t bytes) {
 
 /// Takes the next packet of a receiver that has one, or has gone.
 void take_packet(receiver_t& receiver) {
-  static constinit packet_t packet{};
+  [[MDX_SELDOM_TOUCHED]] static constinit packet_t packet{};
   const ssize_t size = recv(receiver.fd, &packet, sizeof(packet), MSG_DONTWAIT | MSG_TRUNC);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (size <= 0) return hang_up(receiver);

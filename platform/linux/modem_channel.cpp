@@ -31,6 +31,7 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/privileges.h"
 #include "platform/linux/record_queue.h"
+#include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
@@ -76,7 +77,7 @@ struct channel_t {
   uint64_t looked_at;  ///< what the modem said before this has been read: silence is known so far
 };
 constinit channel_t channel{};
-constinit char bytes[kReadSize] = {};
+[[MDX_SELDOM_FULL]] constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
 constinit device_news log_news;
 

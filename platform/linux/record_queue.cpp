@@ -27,6 +27,7 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/queue_key.h"
 #include "platform/linux/record_queue.h"
+#include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
