@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "platform/at_fields.h"
 #include "platform/mdx_platform.h"
@@ -74,12 +75,26 @@ struct report_field_t {
   uint16_t size;    ///< of the target
 };
 
+inline void does_not_fit_the_row() {}  // not constexpr: reaching it ends the compilation
+
+/// A row. That a number has its target's size is checked while compiling.
+consteval report_field_t report_row(std::string_view name, report_value_t value, size_t offset,
+                                    size_t size) {
+  const bool is_32 = value == report_value_t::NUMBER || value == report_value_t::HEX32;
+  const bool is_64 = value == report_value_t::HEX64;
+  report_field_t row{{}, value, static_cast<uint16_t>(offset), static_cast<uint16_t>(size)};
+  if ((is_32 && size != 4) || (is_64 && size != 8)) does_not_fit_the_row();
+  if (name.size() >= sizeof(row.name)) does_not_fit_the_row();
+  for (size_t i = 0; i < name.size(); ++i) row.name[i] = name[i];
+  return row;
+}
+
 /// A row for a member of the variable `record`.
-#define MDX_REPORT_FIELD(name, value, record, member) \
-  { name, report_value_t::value, offsetof(decltype(record), member), sizeof(record.member) }
+#define MDX_REPORT_FIELD(name, value, record, member)                           \
+  report_row((name), report_value_t::value, offsetof(decltype(record), member), \
+             sizeof((record).member))
 /// A row for values that the handler takes in its own way; every field where no name is given.
-#define MDX_REPORT_TAKEN(name) \
-  { name, report_value_t::TAKEN, 0, 0 }
+#define MDX_REPORT_TAKEN(name) report_row((name), report_value_t::TAKEN, 0, 0)
 
 /// Parses a report line and hands each of its fields to the rows that want it, in the order of the
 /// rows. The chain is released before this returns.
