@@ -13,10 +13,12 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -34,7 +36,8 @@
 namespace {
 
 constexpr size_t kMaxTasks = 8;
-constexpr size_t kRecentTasks = 8;
+constexpr size_t kRecentTasks = 64;
+constexpr rlim_t kFilesForEach = 8;      // that may be open; where few may, others need them more
 constexpr uint32_t kFailureNapMs = 100;  // a caller that repeats a failed wait must not spin
 constexpr uint32_t kLookAgain = 0;
 constexpr mode_t kNobodysMode = 0600;
@@ -52,12 +55,14 @@ struct event_set_t {
 constinit event_set_t event_sets[kMaxTasks];
 constinit thread_local event_set_t* own_set = nullptr;
 
-/// Where other processes' tasks were raised lately: most clients come more than once.
+/// Where other processes' tasks were raised lately: most clients come more than once. To open a
+/// FIFO anew for each command costs a crowd a third of its time.
 struct recent_task_t {
   int32_t task_id;
   int fd;
 };
 constinit recent_task_t recent_tasks[kRecentTasks] = {};
+constinit size_t recent_in_use = 1;  ///< of them
 constinit size_t oldest_recent = 0;
 pthread_mutex_t recent_lock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -142,6 +147,15 @@ bool write_raise(int fd, uint32_t bits) {
   return written >= 0 || errno == EAGAIN;
 }
 
+void limit_recent_tasks() {
+  rlimit limit{};
+  const bool known = getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur >= kFilesForEach;
+  pthread_mutex_lock(&recent_lock);
+  const rlim_t share = known ? limit.rlim_cur / kFilesForEach : 1;
+  recent_in_use = static_cast<size_t>(std::min<rlim_t>(share, kRecentTasks));
+  pthread_mutex_unlock(&recent_lock);
+}
+
 recent_task_t* find_recent(int32_t task_id) {
   for (recent_task_t& recent : recent_tasks)
     if (recent.task_id == task_id) return &recent;
@@ -160,7 +174,7 @@ int open_task(int32_t task_id) {
   const int fd = event_fifo_open(path);
   if (fd < 0) return -1;
   recent_task_t& replaced = recent_tasks[oldest_recent];
-  oldest_recent = (oldest_recent + 1) % std::size(recent_tasks);
+  oldest_recent = (oldest_recent + 1) % recent_in_use;
   if (replaced.task_id != 0) close(replaced.fd);
   replaced = {task_id, fd};
   return fd;
@@ -257,6 +271,7 @@ void MDX_event_init(uint32_t mask) {
       return;
     }
     open_set(*own_set, task_id);
+    limit_recent_tasks();
   }
   own_set->mask = mask;
   own_set->pending.store(0);
