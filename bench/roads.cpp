@@ -4,6 +4,8 @@
 // that the kernel takes for the same. Runs in a box, on the one CPU that bench/run gives it.
 //
 //   mdx_bench_roads               measures once, prints "name value" lines
+//   mdx_bench_roads trips         measures round trips alone
+//   mdx_bench_roads crowds        measures many clients alone
 //   mdx_bench_roads bursts N      counts the bursts that come whole
 //   mdx_bench_roads tap           measures mdxtap instead
 //   mdx_bench_roads modem         is the modem at /dev/smd6
@@ -217,7 +219,13 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (access(kReadyFlag, F_OK) != 0) give_up(kReadyFlag);
+  if (mode == "crowds") {
+    measure_crowds();
+    return 0;
+  }
   measure_round_trips(device);
+  if (mode == "trips") return 0;
+  measure_crowds();
   stop_process(modem);
   measure_reports(device);
 }

@@ -46,10 +46,12 @@ void print_value(std::string_view name, double value);
 /// Prints the median as "name.p50" and the 99th percentile as "name.p99", in microseconds.
 void print_times(std::string_view name, std::vector<int64_t> nanoseconds);
 
-/// Round trips of AT and AT+CSQ: raw, through bare queues, through the server; and with many
-/// clients.
+/// Round trips of AT and AT+CSQ: raw, through bare queues, through the server.
 /// @param device  where the server's modem sits
 void measure_round_trips(const terminal_t& device);
+/// Clients that never pause: what a command takes of the server's time, how long the slowest wait,
+/// and how evenly the turns fall.
+void measure_crowds();
 /// Reports to receivers: one at a time, in bursts, with many receivers.
 void measure_reports(const terminal_t& device);
 /// How many of so many bursts of 10,000 reports are delivered whole, to a receiver that reads, and

@@ -4,10 +4,13 @@
 // machine disturbs all of them.
 
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/msg.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "bench/roads.h"
 #include "client/mdxclient.h"
@@ -17,7 +20,9 @@ namespace {
 
 constexpr int kBlocks = 8;
 constexpr int kBlockSize = 250;
-constexpr int kCrowdCommands = 1536;
+constexpr int64_t kGatherNs = 100'000'000;
+constexpr int64_t kCrowdNs = 1'000'000'000;
+constexpr int kMostTurns = 100'000;
 constexpr const char* kCommands[] = {"AT", "AT+CSQ"};
 
 struct message_t {
@@ -85,21 +90,57 @@ void send_to_server(mdx_client_t* client, const char* command) {
   }
 }
 
-/// Commands a client sends while `clients` of them do the same, as microseconds a command.
-void measure_crowd(int clients) {
-  std::vector<pid_t> crowd;
-  const int64_t start = now_ns();
+/// What one client of a crowd tells, in memory that it shares with the bench.
+struct turns_t {
+  int count;
+  uint32_t waited_us[kMostTurns];
+};
+
+/// Sends `AT` after `AT` from one moment to another.
+void take_turns(int64_t begin, int64_t end, turns_t* turns) {
+  mdx_client_t* client = nullptr;
+  if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+  while (now_ns() < begin) usleep(1000);
+  for (int64_t now = begin; now < end && turns->count < kMostTurns;) {
+    const int64_t sent = now_ns();
+    send_to_server(client, "AT");
+    now = now_ns();
+    turns->waited_us[turns->count++] = static_cast<uint32_t>((now - sent) / 1000);
+  }
+  mdx_close(client);
+}
+
+/// Prints microseconds a command, the 99th percentile of what one waits, and how many times as many
+/// turns the luckiest client gets as the unluckiest.
+void print_crowd(const std::string& name, const turns_t* crowd, int clients) {
+  std::vector<int64_t> waited;
+  int most = 0;
+  int fewest = kMostTurns;
   for (int i = 0; i < clients; ++i) {
-    crowd.push_back(start_process([clients] {
-      mdx_client_t* client = nullptr;
-      if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
-      for (int left = kCrowdCommands / clients; left > 0; --left) send_to_server(client, "AT");
-      mdx_close(client);
-    }));
+    most = std::max(most, crowd[i].count);
+    fewest = std::min(fewest, crowd[i].count);
+    for (int turn = 0; turn < crowd[i].count; ++turn) {
+      waited.push_back(int64_t{crowd[i].waited_us[turn]} * 1000);
+    }
+  }
+  print_value(name, static_cast<double>(kCrowdNs) / 1e3 / static_cast<double>(waited.size()));
+  print_value(name + ".luck", static_cast<double>(most) / std::max(fewest, 1));
+  print_times(name, waited);
+}
+
+void measure_crowd(int clients) {
+  const size_t size = sizeof(turns_t) * static_cast<size_t>(clients);
+  void* shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) give_up("mmap");
+  auto* turns = static_cast<turns_t*>(shared);
+  const int64_t begin = now_ns() + kGatherNs;
+  std::vector<pid_t> crowd;
+  for (int i = 0; i < clients; ++i) {
+    crowd.push_back(start_process([=] { take_turns(begin, begin + kCrowdNs, turns + i); }));
   }
   for (const pid_t process : crowd) wait_for_process(process);
-  print_value("clients." + std::to_string(clients),
-              static_cast<double>(now_ns() - start) / 1e3 / kCrowdCommands);
+  print_crowd("clients." + std::to_string(clients), turns, clients);
+  munmap(shared, size);
 }
 
 }  // namespace
@@ -132,5 +173,8 @@ void measure_round_trips(const terminal_t&) {
   for (const pid_t helper : helpers) stop_process(helper);
   msgctl(requests, IPC_RMID, nullptr);
   msgctl(answers, IPC_RMID, nullptr);
-  for (const int clients : {1, 8, 64}) measure_crowd(clients);
+}
+
+void measure_crowds() {
+  for (const int clients : {1, 8, 16, 64}) measure_crowd(clients);
 }
