@@ -83,9 +83,10 @@ void drop_root() {
     return;
   }
   capability_held.store(set_capabilities(kReadyFlagCapability, kReadyFlagCapability));
-  if (!capability_held.load())
+  if (!capability_held.load()) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "capabilities are refused: %s\n",
               strerror(errno));
+  }
 }
 
 }  // namespace

@@ -111,9 +111,10 @@ void link_pid_namespace() {
   unlink(kMdxPidNamespaceLink);
   static constinit complaint told;
   const int error = symlink(name, kMdxPidNamespaceLink) == 0 ? 0 : errno;
-  if (told.is_news(error))
+  if (told.is_news(error)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s: %s\n", kMdxPidNamespaceLink,
               strerror(error));
+  }
 }
 
 /// Tells clients whom to wake: the link appears whole or not at all.
@@ -128,9 +129,10 @@ bool link_server() {
   const bool is_linked =
       serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0;
   const int error = is_linked ? 0 : errno;
-  if (told.is_news(error))
+  if (told.is_news(error)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",
               strerror(error));
+  }
   return is_linked;
 }
 
