@@ -298,6 +298,19 @@ void put_back(int32_t id, const answer_t& answer) {
   if (answer.task() != kMdxOddMessageType) MDX_event_send(answer.task(), kMdxEventAnswer);
 }
 
+/// Only the server puts answers, so what others have put since the queue was drained may go. Each
+/// time it is one, and the answer at once behind it: who fills the queue without pause is too late.
+bool put_over_foreign(int32_t id, const record_message_t& message) {
+  constexpr int kFlags = IPC_NOWAIT | MSG_NOERROR | MSG_EXCEPT;
+  for (int i = 0; i < kMaxDrain; ++i) {
+    if (put_message(id, message)) return true;
+    if (errno != EAGAIN) return false;
+    long type_alone = 0;
+    msgrcv(id, &type_alone, 0, message.type, kFlags);
+  }
+  return false;
+}
+
 /// Makes room on a full queue, where somebody has to give way, and puts the answer there: behind
 /// those of its own client, and in front of the others, so that who fills the queue meanwhile is
 /// too late. @return whether it is there
@@ -308,7 +321,7 @@ bool put_in_place_of_others(int32_t id, const record_message_t& message, bool wa
   const size_t kept = drop_some(count, now, receiver, waited);
   for (size_t i = 0; i < kept; ++i)
     if (answers[i].task() == receiver) put_back(id, answers[i]);
-  const int error = kept < answers_at_most() && put_message(id, message) ? 0 : EAGAIN;
+  const int error = kept < answers_at_most() && put_over_foreign(id, message) ? 0 : EAGAIN;
   for (size_t i = 0; i < kept; ++i)
     if (answers[i].task() != receiver) put_back(id, answers[i]);
   errno = error;
