@@ -306,7 +306,7 @@ bool put_over_foreign(int32_t id, const record_message_t& message) {
     if (put_message(id, message)) return true;
     if (errno != EAGAIN) return false;
     long type_alone = 0;
-    msgrcv(id, &type_alone, 0, message.type, kFlags);
+    if (msgrcv(id, &type_alone, 0, message.type, kFlags) < 0) return put_message(id, message);
   }
   return false;
 }
