@@ -11,11 +11,11 @@
 
 #include "platform/mdx_platform.h"
 #include "server/mdx_state.h"
+#include "wire/destinations.h"
 
 namespace {
 
 constexpr mdx_trace_source_t kSource = MDX_FROM_SERVER;
-constexpr uint32_t kUninstallDatacard = 0x8805;
 constexpr size_t kLengthOffset = 36;
 
 uint32_t word_at(const void* packet, size_t offset) {
@@ -48,7 +48,7 @@ void mdx_msgproc(const void* packet) {
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "mdx_msgproc(): msg type=%x.\n", type);
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "mdx_msgproc(): msg length=%x.\n",
             word_at(packet, kLengthOffset));
-  if (type == kUninstallDatacard) {
+  if (type == SERVER_MSG_UNINSTALL) {
     MDX_TRACE(kSource, MDX_TRACE_FLOW, "mdx_msgproc(): received Uninstall datacard message\n");
     Q7_App_Ungister();
   } else {

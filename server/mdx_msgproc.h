@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The server's ear on the device's message bus, on a thread of its own.
+// Takes the messages that other programs send to the server, on a thread of its own.
 //
 // One message is meant for it: the uninstall message, which ends the modem binding.
 #pragma once

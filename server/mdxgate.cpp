@@ -21,6 +21,7 @@
 #include "server/mdx_state.h"
 #include "server/modem_setup.h"
 #include "server/nas_request.h"
+#include "wire/destinations.h"
 
 namespace {
 
@@ -30,8 +31,6 @@ constexpr char kPidFolder[] = "/var/run/pidfile/";
 constexpr char kPidFile[] = "/var/run/pidfile/mdxgate.pid";
 constexpr char kReadyFlag[] = "/var/mdx_ready.flg";
 constexpr char kFirstRssiReport[] = "^RSSI: 0";
-constexpr char kCms[] = "cms";
-constexpr uint32_t kDatacardInserted = 0x8804;
 constexpr int32_t kNotifyClient = 31;
 constexpr int32_t kStartLog = 2;
 constexpr mode_t kPidFolderMode = 0750;
@@ -241,7 +240,7 @@ int32_t mdx_state_pass(int32_t state) {
 
 void mdx_notify_krp_datacard_inserted() {
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "mdx_notify_krp_datacard_inserted(): enter\n");
-  KRP_MSG_SendSimpleMsg(kCms, kDatacardInserted, 0);
+  KRP_MSG_SendSimpleMsg(kServiceCms, CMS_MSG_DATACARD_INSERTED, 0);
   MDX_TRACE(kSource, MDX_TRACE_FLOW, "mdx_notify_krp_datacard_inserted(): leave\n");
 }
 

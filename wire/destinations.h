@@ -68,12 +68,15 @@ enum service_message_t : uint32_t {
   DIALUP_MSG_V6_UP = 166659,           ///< "dialup": dialup_conn_msg
   DIALUP_MSG_V6_DOWN = 166660,         ///< "dialup": dialup_conn_msg
   DIALUP_MSG_NET_CHANGE = 166661,      ///< "dialup": dialup_net_change_msg, or nothing
-  CMS_MSG_DATACARD_INSERTED = 0x8804,  ///< "cms": nothing; the server is up
+  CMS_MSG_DATACARD_INSERTED = 0x8804,  ///< "cms": nothing; the modem is up
   CMS_MSG_FLOW_REPORT = 0x881B,        ///< "cms": at_dsflow_cms_info
   CMS_MSG_MMI_ENTER = 0x881C,          ///< "cms": nothing
   LINK_MSG_UP = 1,                     ///< "link": nothing; the modem's device was opened
   LINK_MSG_GONE = 2,                   ///< "link": nothing; it went away, or was given up
 };
+
+/// The one message that others send: to "mdxgate", nothing; ends the modem binding.
+inline constexpr uint32_t SERVER_MSG_UNINSTALL = 0x8805;
 
 /// The one message of the voice service.
 inline constexpr int32_t VOICE_MSG = 8907;

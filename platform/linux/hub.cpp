@@ -45,7 +45,6 @@ constexpr uint32_t kAcceptNapMs = 100;
 /// Files that everything but the hub's connections may have open.
 constexpr size_t kOtherFiles = 48;
 constexpr uint32_t kSubscribeWithinMs = 5000;
-constexpr uint32_t kUninstall = 0x8805;
 constexpr char kVoiceService[] = "voice";
 constexpr char kEverything[] = "*";
 
@@ -349,7 +348,7 @@ void take_service_message(const receiver_t& receiver, const packet_t& packet) {
   const mdx_packet_header_t& header = packet.header;
   if (message_procedure == nullptr || strcmp(header.to, own_name) != 0)
     return KRP_MSG_DefaultMsgProc(&packet);
-  if (header.type == kUninstall && receiver.user != 0 && receiver.user != geteuid()) {
+  if (header.type == SERVER_MSG_UNINSTALL && receiver.user != 0 && receiver.user != geteuid()) {
     MDX_DROP(COUNT_UNINSTALLS_REFUSED, MDX_TRACE_ERROR, "uninstall message of user %u dropped\n",
              receiver.user);
     return;
