@@ -17,7 +17,7 @@ const UNITS = [["day", DAY], ["hour", HOUR], ["minute", MINUTE], ["second", 1]];
 // Control characters, marks of direction, and characters without width. Joiners inside emoji stay.
 const UNSEEN = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u00ad\u061c\u180e\u200b\u200e\u200f\u2028-\u202e\u2060-\u206f\u115f\u1160\u3164\uffa0\ufeff\ufff9-\ufffb\u{e0000}-\u{e007f}]/gu;
 
-/** A stranger's text, with everything in it to be seen; line ends and tabs stay. */
+/** Text of the modem, the network or a sender, with everything in it to be seen; line ends and tabs stay. */
 export function shown(text) {
   return String(text).replace(/\r\n?/g, "\n").replace(UNSEEN, (c) => {
     const code = c.codePointAt(0);

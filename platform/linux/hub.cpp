@@ -236,8 +236,8 @@ void say_farewell(int fd, mdx_farewell_t why, uint32_t lost) {
   put_packet(fd, header, nullptr);
 }
 
-/// Makes a slot of the full table free, not inlined: its places would be a part of the frame that
-/// stands on the stack as long as the thread waits.
+/// Makes a slot of the full table free. Not inlined: else the caller, which waits most of the time,
+/// would have the room for `places` on its stack all that time.
 /// @return the slot, nullptr when nobody gives way to this user
 [[gnu::noinline, gnu::cold]] receiver_t* make_slot(uid_t user) {
   hub_place_t places[kMaxReceivers];

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// One page, shared with the file. Readers of another build must not misread it, so it says what it
-// is.
+// One page, shared with the file. It begins with the number of its format, so that a server of
+// another build does not misread it.
 
 #include "platform/linux/line_memory.h"
 
@@ -40,7 +40,7 @@ kept_t* map(int fd) {
   return page == MAP_FAILED ? nullptr : static_cast<kept_t*>(page);
 }
 
-/// The reading task keeps while another thread takes a new place.
+/// Word by word: while the task that reads the modem writes here, another thread may read.
 void copy(line_account_t from, line_account_t* to) {
   uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
   memcpy(words, &from, sizeof(words));

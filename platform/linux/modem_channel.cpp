@@ -208,7 +208,7 @@ void begin_listening(uint64_t now) {
   channel.looked_at = now;
 }
 
-/// A sick modem may take its time; the task has others to serve.
+/// With a faulty modem this may take seconds, in which clients wait: the next try comes later then.
 /// @return 0, else an errno value
 int open_device() {
   const uint64_t begin = monotonic_ms();

@@ -172,7 +172,7 @@ int32_t MDX_msgQ_num(int32_t id) {
   return is_queue(id) ? static_cast<int32_t>(queue.count) : 0;
 }
 
-// What is told under the lock wakes a thread that finds the lock taken; so it is told behind it.
+// Who waits is woken when the lock is free again: woken earlier, it would only wait for the lock.
 
 int32_t MDX_msgQ_send(int32_t id, const void* data, uint32_t size, int32_t) {
   queue_lock lock;

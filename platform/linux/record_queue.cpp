@@ -40,7 +40,7 @@ constexpr uint32_t kLongestNapMs = 20;
 constexpr size_t kMaxDepth = 16;
 constexpr int kMaxDrain = 100000;  // one who fills the queue as fast as it is emptied gains nothing
 constexpr size_t kPutsRemembered = 1024;
-/// Of a queue that was missing from the beginning; the kernel's ids are far lower.
+/// The id of a queue that could not be made at the start. The kernel's ids are far lower.
 constexpr int32_t kIdOfMissing = 0x7fffff00;
 
 struct record_message_t {
@@ -79,7 +79,7 @@ constinit answer_patience patience;
 /// Requests that are on the queue for certain, or were when they were counted; -1 when not known.
 constinit int32_t requests_known = -1;
 
-// Of the request that the calling thread has in hand, for what it takes.
+// When the thread took the request that it serves, to tell how long that lasted.
 constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
 constinit thread_local uint64_t sends_before_request = 0;
 
@@ -248,7 +248,7 @@ size_t drop_answers(size_t count, uint32_t now, bool (*lost)(const answer_t&, ui
   return kept;
 }
 
-/// Who has the most loses one: who floods and does not read pays for it, not those who read.
+/// The user who has the most unread answers loses one, so those who read lose none.
 /// @param waited  whether it was waited for the answers already
 /// @return how many are left
 size_t drop_of_hoarder(size_t count, uint32_t now, int32_t receiver, bool waited) {
