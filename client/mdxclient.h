@@ -163,7 +163,7 @@ MDX_API int mdx_send(mdx_client_t* client, const char* command, const mdx_option
 MDX_API int mdx_send_pdu(mdx_client_t* client, const char* head, const char* pdu,
                          const mdx_options_t* options, mdx_result_t* result);
 
-/** The latest ^RSSI report. */
+/** The latest ^RSSI report; "^RSSI: 0" until the first one has come. */
 #define MDX_REPORT_RSSI 2
 
 /** Fetches a stored report; the modem is not asked. An unknown report comes back with ret_val 0.

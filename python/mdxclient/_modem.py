@@ -96,5 +96,5 @@ class Modem:
         return _exchange(self._handle, pdu_request(head, pdu, timeout, wait=wait, deadline=deadline))
 
     def last_rssi(self, deadline: Optional[float] = None) -> str:
-        """The last ^RSSI report; the modem is not asked."""
+        """The last ^RSSI report, "^RSSI: 0" until the first has come; the modem is not asked."""
         return _exchange(self._handle, stored_report_request(deadline)).text

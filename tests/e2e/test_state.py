@@ -96,6 +96,16 @@ class State(WatchTest):
         self.assertEqual(link.words(), ["MDX_LINK_GONE", "MDX_LINK_UP"])
         self.assertTrue(self.states()[0]["up"])
 
+    def test_stored_report_before_any_has_come(self):
+        self.modem = ScriptedModem(say_all)
+        self.start_server()
+        code, out, err = self.ctl("report", "rssi")
+        self.assertEqual((code, out), (OK, "^RSSI: 0\n"))
+        self.assertIn("until the first ^RSSI report", err)
+        self.at("AT+SAY")
+        wait_until(lambda: self.ctl("report", "rssi")[1] == "^RSSI:21\n", PATIENCE_S, "a report is stored")
+        self.assertNotIn("until", self.ctl("report", "rssi")[2])
+
     def test_without_a_server(self):
         code, out, err = self.ctl("state", "--json")
         self.assertEqual((code, json.loads(out)["modem"]), (NO_SERVER, None))

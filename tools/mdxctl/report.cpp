@@ -2,15 +2,20 @@
 
 // mdxctl report: what the server has stored of the modem's reports.
 
+#include <string>
+#include <string_view>
+
 #include "tools/mdxctl/answer.h"
 #include "tools/mdxctl/client_session.h"
 #include "tools/mdxctl/commands.h"
 #include "tools/mdxctl/known_states.h"
+#include "tools/mdxctl/output.h"
 #include "tools/mdxctl/request.h"
 
 namespace {
 
 constexpr int32_t kWaitS = 10;  // as the library's options have it
+constexpr std::string_view kAtStart = "^RSSI: 0";
 
 }  // namespace
 
@@ -22,5 +27,7 @@ int run_report(const report_arguments_t& arguments) {
   const int error = fetch_report(session.client(), MDX_REPORT_RSSI, &result);
   if (error != MDX_OK) return answer.fail(error, error_text(error));
   if (modem_link_t link; fetch_link(&link) == MDX_OK) answer.tell_link(link);
-  return answer.show(result, std::string(result.text, result.length));
+  const std::string text(result.text, result.length);
+  if (text == kAtStart) tell("this also stands there until the first ^RSSI report has come");
+  return answer.show(result, text);
 }
