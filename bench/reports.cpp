@@ -4,16 +4,22 @@
 // reports, then waits; the modem notes the time right before it writes, where the receiver can read
 // it.
 
+#include <poll.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "bench/roads.h"
 #include "client/mdxclient.h"
+#include "wire/border.h"
 #include "wire/report_records.h"
 
 namespace {
@@ -22,14 +28,18 @@ constexpr int kBlocks = 8;
 constexpr int kBlockSize = 200;
 constexpr uint32_t kBurst = 10000;
 constexpr uint32_t kCrowdReports = 200;
-constexpr size_t kMostReceivers = 64;
+constexpr size_t kCrowds[] = {1, 8, 64, 128};
+constexpr int kBareSendBuffer = 128 * 1024;
 constexpr int kPatienceMs = 2000;
+constexpr int kCrowdPatienceMs = 20000;
 constexpr uint32_t kSmsModule = 1;
 
 /// In memory that all processes share.
 struct board_t {
-  int64_t written_at;               ///< when the modem began to write
-  int64_t read_at[kMostReceivers];  ///< when a receiver of the crowd had its last report
+  int64_t written_at;          ///< when the modem began to write
+  std::atomic<uint32_t> left;  ///< receivers of the crowd that have not yet joined, then reports
+                               ///< that it has not yet read
+  int64_t last_at;             ///< when it had read them all
 };
 
 board_t* make_board() {
@@ -115,6 +125,7 @@ struct ends_t {
   reporting_modem_t* modem;
   mdx_subscription_t* subscription;
   board_t* board;
+  pid_t server;
 };
 
 void measure_single_reports(const ends_t& ends) {
@@ -149,8 +160,8 @@ void measure_burst(const ends_t& ends, const std::string& name) {
 }
 
 /// How many of so many bursts came whole, and what the worst of them left out.
-void measure_bursts(const ends_t& ends, const std::string& name, pid_t server, int bursts) {
-  const int64_t used = cpu_ns(server);
+void measure_bursts(const ends_t& ends, const std::string& name, int bursts) {
+  const int64_t used = cpu_ns(ends.server);
   int whole = 0;
   uint32_t fewest = kBurst;
   std::vector<int64_t> times;
@@ -164,36 +175,148 @@ void measure_bursts(const ends_t& ends, const std::string& name, pid_t server, i
   print_value(name + ".whole", whole);
   print_value(name + ".fewest", fewest);
   print_value(name + ".server_us",
-              static_cast<double>(cpu_ns(server) - used) / 1e3 / (1.0 * bursts * kBurst));
+              static_cast<double>(cpu_ns(ends.server) - used) / 1e3 / (1.0 * bursts * kBurst));
   print_times(name, times);
 }
 
-/// Time of a report until the last of so many receivers has it.
-void measure_crowd(const ends_t& ends, size_t receivers) {
-  std::vector<pid_t> crowd;
+/// Asks for some reports and waits until all of a crowd have them all.
+/// @return microseconds a report
+double reports_to_crowd(reporting_modem_t* modem, board_t* board, int done, size_t receivers,
+                        uint32_t reports) {
+  board->left = static_cast<uint32_t>(receivers) * reports;
+  modem->ask_for(reports);
+  pollfd last = {done, POLLIN, 0};
+  char byte = 0;
+  if (poll(&last, 1, kCrowdPatienceMs) != 1 || read(done, &byte, 1) != 1) {
+    give_up("a report is missing");
+  }
+  return static_cast<double>(board->last_at - board->written_at) / 1e3 / reports;
+}
+
+/// Runs so many receivers, and prints how long a report takes until the last of them has it: of
+/// single reports the median, of a burst the mean and how much CPU time the hub and all receivers
+/// use together, which counts less of what else runs.
+/// @param join  joins the hub, and returns what takes one report
+void measure_crowd(const std::string& name, reporting_modem_t* modem, board_t* board, pid_t hub,
+                   size_t receivers, const std::function<std::function<void()>(size_t)>& join) {
+  int done[2];
+  if (pipe(done) != 0) give_up("pipe");
+  std::vector<pid_t> crowd = {hub};
+  board->left = static_cast<uint32_t>(receivers);
   for (size_t i = 0; i < receivers; ++i) {
     crowd.push_back(start_process([&, i] {
-      const received_t received = receive(subscribe(), kCrowdReports);
-      if (received.count != kCrowdReports) give_up("a report is missing");
-      ends.board->read_at[i] = received.last_at;
+      const std::function<void()> take = join(i);
+      for (--board->left;;) {
+        take();
+        const int64_t now = now_ns();
+        if (--board->left != 0) continue;
+        board->last_at = now;
+        write_all(done[1], "d");
+      }
     }));
   }
-  usleep(200000);  // all have subscribed
-  ends.modem->ask_for(kCrowdReports);
-  for (const pid_t process : crowd) wait_for_process(process);
-  const int64_t last = *std::max_element(ends.board->read_at, ends.board->read_at + receivers);
-  print_value("receivers." + std::to_string(receivers),
-              static_cast<double>(last - ends.board->written_at) / 1e3 / kCrowdReports);
+  while (board->left != 0) usleep(1000);  // not all have joined
+  std::vector<double> singles;
+  for (uint32_t i = 0; i < kCrowdReports; ++i) {
+    singles.push_back(reports_to_crowd(modem, board, done[0], receivers, 1));
+  }
+  std::sort(singles.begin(), singles.end());
+  const auto used = [&] {
+    int64_t sum = 0;
+    for (const pid_t process : crowd) sum += cpu_ns(process);
+    return sum;
+  };
+  const int64_t before = used();
+  const double burst = reports_to_crowd(modem, board, done[0], receivers, kCrowdReports);
+  const std::string crowd_name = name + "." + std::to_string(receivers);
+  print_value(crowd_name, singles[singles.size() / 2]);
+  print_value(crowd_name + ".burst", burst);
+  print_value(crowd_name + ".cpu", static_cast<double>(used() - before) / 1e3 / kCrowdReports);
+  for (size_t i = 1; i < crowd.size(); ++i) stop_process(crowd[i]);
+  close(done[0]);
+  close(done[1]);
+}
+
+void measure_crowd_of_server(const ends_t& ends, size_t receivers) {
+  measure_crowd("receivers", ends.modem, ends.board, ends.server, receivers, [](size_t) {
+    return [subscription = subscribe()] {
+      mdx_packet_t packet = MDX_PACKET_INIT;
+      if (mdx_next_packet(subscription, -1, &packet) != MDX_OK) give_up("mdx_next_packet");
+      if (packet.lost != 0) give_up("a report was lost");
+    };
+  });
+}
+
+/// As large as the server's packet of such a report.
+struct bare_packet_t {
+  mdx_packet_header_t header;
+  at_sms_index_info record;
+};
+
+/// The least that fans out: reads what the terminal holds, and sends a packet a report to each.
+void fan_out(int terminal_fd, const std::vector<int>& receivers) {
+  char bytes[4096];
+  uint32_t ends = 0;
+  for (;;) {
+    const ssize_t got = read(terminal_fd, bytes, sizeof(bytes));
+    if (got <= 0) give_up("read");
+    for (ssize_t i = 0; i < got; ++i) {
+      if (bytes[i] != '\n' || ++ends % 2 != 0) continue;
+      const bare_packet_t packet = {};
+      for (const int fd : receivers) {
+        if (send(fd, &packet, sizeof(packet), MSG_DONTWAIT) < 0) give_up("send");
+      }
+    }
+  }
+}
+
+void take_bare(int fd) {
+  pollfd hub = {fd, POLLIN, 0};
+  bare_packet_t packet;
+  if (poll(&hub, 1, -1) != 1 || recv(fd, &packet, sizeof(packet), 0) < 0) give_up("recv");
+}
+
+void measure_bare_crowd(const ends_t& ends, size_t receivers) {
+  std::vector<int> near;
+  std::vector<int> far;
+  for (size_t i = 0; i < receivers; ++i) {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) give_up("socketpair");
+    setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &kBareSendBuffer, sizeof(kBareSendBuffer));
+    near.push_back(pair[0]);
+    far.push_back(pair[1]);
+  }
+  const pid_t hub = start_process([&] { fan_out(ends.raw_fd, near); });
+  measure_crowd("bare_receivers", ends.raw_modem, ends.board, hub, receivers,
+                [&](size_t i) { return [fd = far[i]] { take_bare(fd); }; });
+  stop_process(hub);
+  for (const int fd : near) close(fd);
+  for (const int fd : far) close(fd);
+}
+
+void measure_fan_out(const ends_t& ends) {
+  for (const size_t receivers : kCrowds) {
+    measure_bare_crowd(ends, receivers);
+    measure_crowd_of_server(ends, receivers);
+  }
 }
 
 }  // namespace
 
-void measure_reports(const terminal_t& device) {
+void measure_crowds_of_receivers(const terminal_t& device, pid_t server) {
   board_t* board = make_board();
   const terminal_t raw = open_terminal();
   reporting_modem_t raw_modem(raw.modem_fd, board);
   reporting_modem_t modem(device.modem_fd, board);
-  ends_t ends = {&raw_modem, raw.user_fd, &modem, subscribe(), board};
+  measure_fan_out({&raw_modem, raw.user_fd, &modem, nullptr, board, server});
+}
+
+void measure_reports(const terminal_t& device, pid_t server) {
+  board_t* board = make_board();
+  const terminal_t raw = open_terminal();
+  reporting_modem_t raw_modem(raw.modem_fd, board);
+  reporting_modem_t modem(device.modem_fd, board);
+  ends_t ends = {&raw_modem, raw.user_fd, &modem, subscribe(), board, server};
 
   measure_single_reports(ends);
   measure_raw_burst(ends);
@@ -202,17 +325,17 @@ void measure_reports(const terminal_t& device) {
   measure_burst(ends, "server.burst_beside_sleeper");
   mdx_unsubscribe(sleeper);
   mdx_unsubscribe(ends.subscription);
-  for (const size_t receivers : {1, 8, 64}) measure_crowd(ends, receivers);
+  measure_fan_out(ends);
 }
 
 void measure_whole_bursts(const terminal_t& device, pid_t server, int bursts) {
   board_t* board = make_board();
   reporting_modem_t modem(device.modem_fd, board);
-  ends_t ends = {nullptr, -1, &modem, subscribe(), board};
+  ends_t ends = {nullptr, -1, &modem, subscribe(), board, server};
   print_value("bursts", bursts);
-  measure_bursts(ends, "bursts.alone", server, bursts);
+  measure_bursts(ends, "bursts.alone", bursts);
   mdx_subscription_t* sleeper = subscribe();
-  measure_bursts(ends, "bursts.beside_sleeper", server, bursts);
+  measure_bursts(ends, "bursts.beside_sleeper", bursts);
   mdx_unsubscribe(sleeper);
   mdx_unsubscribe(ends.subscription);
 }

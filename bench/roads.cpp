@@ -6,6 +6,7 @@
 //   mdx_bench_roads               measures once, prints "name value" lines
 //   mdx_bench_roads trips         measures round trips alone
 //   mdx_bench_roads crowds        measures many clients alone
+//   mdx_bench_roads receivers     measures many receivers alone
 //   mdx_bench_roads bursts N      counts the bursts that come whole
 //   mdx_bench_roads tap           measures mdxtap instead
 //   mdx_bench_roads modem         is the modem at /dev/smd6
@@ -223,9 +224,14 @@ int main(int argc, char** argv) {
     measure_crowds();
     return 0;
   }
+  if (mode == "receivers") {
+    stop_process(modem);
+    measure_crowds_of_receivers(device, server);
+    return 0;
+  }
   measure_round_trips(device);
   if (mode == "trips") return 0;
   measure_crowds();
   stop_process(modem);
-  measure_reports(device);
+  measure_reports(device, server);
 }

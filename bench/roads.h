@@ -53,7 +53,9 @@ void measure_round_trips(const terminal_t& device);
 /// and how evenly the turns fall.
 void measure_crowds();
 /// Reports to receivers: one at a time, in bursts, with many receivers.
-void measure_reports(const terminal_t& device);
+void measure_reports(const terminal_t& device, pid_t server);
+/// A report to many receivers, and beside it the least that sends packets to as many.
+void measure_crowds_of_receivers(const terminal_t& device, pid_t server);
 /// How many of so many bursts of 10,000 reports are delivered whole, to a receiver that reads, and
 /// beside one that does not.
 void measure_whole_bursts(const terminal_t& device, pid_t server, int bursts);
