@@ -2,8 +2,8 @@
 
 // A receiver at the hub: one subscription goes out, packets come in.
 //
-// A packet is read whole, whatever its size. What is no packet (too short, or its length field
-// lies) is passed over.
+// What is no packet (too short, too long, or its length field lies) is passed over. A receiver that
+// waits does so in the read: one call for a packet, where a poll in front makes it three.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -23,18 +23,25 @@
 #include "client/wait_clock.h"
 #include "wire/border.h"
 
+namespace {
+
+/// More than a hub's packet needs. Memory that no packet reaches is not taken from the system.
+constexpr size_t kPacketRoom = 64 * 1024;
+static_assert(kPacketRoom >= sizeof(mdx_packet_header_t) + kMdxPayloadMax);
+
+}  // namespace
+
 struct mdx_subscription {
   int fd;
-  char* packet;  ///< header and payload of the last packet
-  size_t room;
-  bool refused;  ///< the hub has said why it hangs up
+  int32_t wait_ms;                      ///< how long a read on `fd` waits; 0 for good
+  bool refused;                         ///< the hub has said why it hangs up
+  alignas(8) char packet[kPacketRoom];  ///< header and payload of the last packet
 };
 
 namespace {
 
 /// A hub that does not take connections is as good as none.
 constexpr timeval kConnectPatience = {2, 0};
-constexpr size_t kFirstPacketRoom = 4096;
 /// The hub notes a subscription at once; a busy machine may take its time.
 constexpr int64_t kNotedWithinMs = 10000;
 /// A server of an earlier version may have no word for a subscription that it has read.
@@ -163,34 +170,35 @@ int await_noted(int fd, bool keep_states) {
   }
 }
 
-bool make_room(mdx_subscription_t* subscription, size_t size) {
-  if (size <= subscription->room) return true;
-  auto* larger = static_cast<char*>(std::realloc(subscription->packet, size));
-  if (larger == nullptr) return false;
-  subscription->packet = larger;
-  subscription->room = size;
+/// Has a read on the socket wait so long, negative for good.
+/// @return whether it does
+bool set_wait(mdx_subscription_t* subscription, int32_t timeout_ms) {
+  const int32_t wait_ms = std::max(timeout_ms, 0);
+  if (subscription->wait_ms == wait_ms) return true;
+  const timeval wait = {wait_ms / 1000, wait_ms % 1000 * 1000};
+  if (setsockopt(subscription->fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) return false;
+  subscription->wait_ms = wait_ms;
   return true;
 }
 
-/// Reads the next datagram whole, without waiting.
-/// @return its size; 0 when the server is lost, -1 when there is none, -2 on another failure
-ssize_t read_datagram(mdx_subscription_t* subscription) {
+/// Reads the next datagram.
+/// @param flags  MSG_DONTWAIT, or 0 to wait as long as the socket does, or until a signal comes
+/// @return its size, whatever the room; 0 when the server is lost, -1 when there is none, -2 on
+///         another failure
+ssize_t read_datagram(mdx_subscription_t* subscription, int flags) {
   for (;;) {
-    const ssize_t waiting = recv(subscription->fd, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-    if (waiting > 0 && !make_room(subscription, static_cast<size_t>(waiting))) return -2;
-    const ssize_t size = waiting <= 0 ? waiting
-                                      : recv(subscription->fd, subscription->packet,
-                                             subscription->room, MSG_DONTWAIT);
+    const ssize_t size =
+        recv(subscription->fd, subscription->packet, kPacketRoom, flags | MSG_TRUNC);
     if (size >= 0) return size;
-    if (errno == EINTR || errno == ECONNRESET) continue;  // what was sent before is still there
-    return errno == EAGAIN || errno == EWOULDBLOCK ? -1 : -2;
+    if (errno == ECONNRESET) continue;  // what was sent before is still there
+    return errno == EAGAIN || errno == EINTR ? -1 : -2;
   }
 }
 
 /// @return whether the datagram of `size` bytes is a packet; `packet` is filled then
 bool read_packet(const mdx_subscription_t* subscription, size_t size, mdx_packet_t* packet) {
   mdx_packet_header_t header;
-  if (size < sizeof(header)) return false;
+  if (size < sizeof(header) || size > kPacketRoom) return false;
   std::memcpy(&header, subscription->packet, sizeof(header));
   if (header.length != size - sizeof(header)) return false;
 
@@ -227,12 +235,13 @@ int mdx_subscribe_with(mdx_subscription_t** subscription, const mdx_subscribe_op
   mdx_packet_header_t request{};
   if (!fill_request(options, &request)) return MDX_ERR_ARGUMENT;
 
-  auto* opened = static_cast<mdx_subscription_t*>(std::calloc(1, sizeof(mdx_subscription_t)));
+  auto* opened = static_cast<mdx_subscription_t*>(std::malloc(sizeof(mdx_subscription_t)));
   if (opened == nullptr) return MDX_ERR_SYSTEM;
-  opened->fd = make_room(opened, kFirstPacketRoom) ? join_hub(request) : -1;
+  opened->wait_ms = 0;
+  opened->refused = false;
+  opened->fd = join_hub(request);
   if (opened->fd < 0) {
     const int system_error = errno;
-    std::free(opened->packet);
     std::free(opened);
     errno = system_error;
     return error_of(system_error);
@@ -255,9 +264,10 @@ int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_pa
     return MDX_ERR_ARGUMENT;
   }
   const int64_t deadline = now_ms() + timeout_ms;
-  for (;;) {
+  const bool waits = timeout_ms != 0 && set_wait(subscription, timeout_ms);
+  for (int flags = waits ? 0 : MSG_DONTWAIT;; flags = MSG_DONTWAIT) {
     if (subscription->refused) return MDX_ERR_REFUSED;
-    const ssize_t size = read_datagram(subscription);
+    const ssize_t size = read_datagram(subscription, flags);
     subscription->refused = is_farewell(subscription->packet, size);
     if (subscription->refused) continue;
     if (size > 0 && read_packet(subscription, static_cast<size_t>(size), packet)) return MDX_OK;
@@ -274,6 +284,5 @@ int mdx_next_packet(mdx_subscription_t* subscription, int32_t timeout_ms, mdx_pa
 void mdx_unsubscribe(mdx_subscription_t* subscription) {
   if (subscription == nullptr) return;
   close(subscription->fd);
-  std::free(subscription->packet);
   std::free(subscription);
 }

@@ -62,6 +62,9 @@ constexpr int32_t kMdxSubscribeWithStates = 1;
 /// is the last of them, and comes to every such subscription: who has it knows that it is noted.
 constexpr uint32_t kMdxPacketRemembered = 0x100;
 
+/// A packet of the hub carries no more bytes behind its header.
+constexpr uint32_t kMdxPayloadMax = 8192;
+
 /// Opens each packet of the hub; the payload follows.
 struct mdx_packet_header_t {
   uint32_t type;  ///< message type, event number, or 8907 for voice

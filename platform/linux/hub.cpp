@@ -37,7 +37,6 @@
 
 namespace {
 
-constexpr uint32_t kMaxPayload = 8192;
 constexpr int kSendBuffer = 128 * 1024;  // the kernel doubles it
 constexpr int kGivenAtOnce = 32;         // packets, with the lock held
 constexpr int kGivenInARow = 32;         // times as many, before others are served
@@ -68,7 +67,7 @@ using message_procedure_t = void (*)(const void* packet);
 
 struct packet_t {
   mdx_packet_header_t header;
-  char payload[kMaxPayload];
+  char payload[kMdxPayloadMax];
 };
 
 constinit std::atomic<int> listener{-1};
@@ -161,7 +160,7 @@ void be_behind_no_more(receiver_t& receiver) {
 
 /// Gives a receiver some of what was kept for it. @return whether it has room for more of that
 bool give_some(receiver_t& receiver) {
-  [[MDX_SELDOM_TOUCHED]] static constinit char payload[kMaxPayload] = {};
+  [[MDX_SELDOM_TOUCHED]] static constinit char payload[kMdxPayloadMax] = {};
   for (int i = 0; i < kGivenAtOnce && receiver.is_behind; ++i) {
     if (receiver.next == backlog.end()) {
       be_behind_no_more(receiver);
@@ -199,7 +198,7 @@ void show_states(const receiver_t& receiver) {
 }
 
 int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
-  if (header.length > kMaxPayload || (data == nullptr && header.length != 0)) {
+  if (header.length > kMdxPayloadMax || (data == nullptr && header.length != 0)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "packet %u with %u bytes refused\n", header.type,
               header.length);
     return -1;

@@ -2,14 +2,18 @@
 
 // What a subscriber gets from a hub that behaves, misbehaves, and goes away.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -95,6 +99,15 @@ TEST(Subscribe, ReturnsWhenTheHubHasNotedIt) {
   }
 }
 
+/// Has SIGALRM do nothing but cut waits short. @return what it did before
+struct sigaction ignore_alarms() {
+  struct sigaction handler = {};
+  handler.sa_handler = [](int) {};
+  struct sigaction previous = {};
+  sigaction(SIGALRM, &handler, &previous);
+  return previous;
+}
+
 /// A hub with one receiver, which asked for everything, the last of each state first.
 class Subscription : public testing::Test {
  protected:
@@ -156,6 +169,35 @@ TEST_F(Subscription, YieldsPacketsWholeAndInOrder) {
   ASSERT_EQ(next(0), MDX_OK);
   EXPECT_EQ(packet_.kind, MDX_KIND_VOICE);
   EXPECT_EQ(packet_.length, 0u);
+}
+
+// The program may have handlers that cut reads short, and a descriptor that never waits.
+TEST_F(Subscription, WaitsNoLessThanAskedWhateverTheProgramDoes) {
+  const itimerval often = {{0, 5000}, {0, 5000}};
+  const itimerval never = {};
+  const struct sigaction previous = ignore_alarms();
+  for (const bool nonblocking : {false, true}) {
+    const int fd = mdx_subscription_fd(receiver_);
+    fcntl(fd, F_SETFL, nonblocking ? O_NONBLOCK : 0);
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (const int wait_ms : {150, 30}) {
+      const auto start = std::chrono::steady_clock::now();
+      EXPECT_EQ(next(wait_ms), MDX_ERR_TIMEOUT) << nonblocking;
+      EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(wait_ms - 1));
+    }
+    for (const int wait_ms : {-1, 60000}) {
+      std::thread later([&] {
+        usleep(50000);
+        say_bytes("no packet");
+        say({5, 1, "cms", 0, 0, 0, 0, 0}, "");
+      });
+      EXPECT_EQ(next(wait_ms), MDX_OK) << nonblocking;
+      later.join();
+    }
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_EQ(next(0), MDX_ERR_TIMEOUT);
+  }
+  sigaction(SIGALRM, &previous, nullptr);
 }
 
 TEST_F(Subscription, MarksWhatWasToldBeforeForCallersOfAnyVersion) {
