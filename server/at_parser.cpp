@@ -35,7 +35,7 @@ struct line_t {
   at_findings_t found;    // what it holds of the tables' literals
 };
 
-/// Of the response text; what is left of it stands as it is.
+/// Cuts the response text to `size` bytes, and notes that some of it is missing.
 void shorten_to(int32_t size) {
   mdx_state.nas_response_legth = size;
   mdx_state.nas_response_cut = 1;
@@ -79,7 +79,7 @@ void set_collected_response(at_msg_t* msg) {
   if (mdx_state.nas_response_cut != 0) msg->rsp_len = MAX_ATCMD_REPORT_SIZE;
 }
 
-/// Behind a line that did not fit none is taken, so that the text is the answer's beginning.
+/// After one line that did not fit no other is taken: the text is the beginning of the answer.
 bool fits(int32_t size) { return mdx_state.nas_response_cut == 0 && has_room_for(size); }
 
 /// The line is left out, and so is all behind it but the result.

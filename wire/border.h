@@ -2,7 +2,7 @@
 
 // What other processes see of the platform: paths, queue keys, and the hub's packet.
 //
-// The client library and the platform both stand on this file. It is a wire format:
+// The client library and the platform both include this file. It is a wire format:
 // docs/wire-formats.md describes it for those who write a client in another language.
 #pragma once
 

@@ -2,7 +2,7 @@
 
 // An event set as other processes see it: a FIFO that takes four bytes a raise.
 //
-// Both sides of the process border stand on this file: the platform, which raises at clients, and
+// Both sides of the process border include this file: the platform, which raises at clients, and
 // the client library, which raises at the server. A FIFO without a reader belongs to a dead task.
 #pragma once
 

@@ -63,7 +63,7 @@ constinit console_module_t modules[kMaxModules] = {
     {"platform", platform_commands, static_cast<int32_t>(std::size(platform_commands))}};
 constinit std::atomic<size_t> module_count{1};
 
-// Of the console's thread, while it serves a client.
+// The client that the console's thread serves, and the argument of its command.
 constinit thread_local int client = -1;
 constinit thread_local bool client_lost = false;
 constinit thread_local const char* argument = nullptr;
@@ -89,7 +89,7 @@ int32_t print_or_set_trace_mask() {
   return 0;
 }
 
-/// What is now, where the counters tell what has been.
+/// Prints values that go up and down; the counters only go up.
 void print_levels() {
   const uint64_t opened =
       counter_value(COUNT_CHANNEL_OPENED) + counter_value(COUNT_CHANNEL_REOPENED);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Names that the server takes for reports stand in a table of mdxctl's own, too.
+// The library has a table of its own of what the server takes for reports; mdxctl asks it.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(ReportNames, MdxctlKnowsAllOfTheServers) {
+TEST(ReportNames, TheLibraryKnowsAllOfTheServers) {
   for (const at_report_row_t* row = at_report_table; row->literal != nullptr; ++row) {
     EXPECT_TRUE(may_be_report(row->literal)) << row->literal;
   }

@@ -38,7 +38,7 @@ constexpr uint32_t kMayBeHeldMs = 7000;
 constexpr uint32_t kSetUpMs = 3000;
 constexpr uint32_t kThreadMayLagMs = 100;
 constexpr uint32_t kPatienceMs = 5000;
-/// Of what came before a broken rule.
+/// When a rule is broken, what happened in this time before it is shown.
 constexpr uint32_t kShownMs = 60000;
 
 // clang-format off

@@ -74,7 +74,7 @@ class modem_work_t {
   step_t step_ = step_t::kCommand;
   collection_t collection_;
 
-  // Of a message.
+  // While a text message is sent.
   bool was_text_mode_ = false;
   uint32_t part_ = 0;
   uint32_t reference_ = 0;

@@ -33,9 +33,9 @@ class lane_t {
 
   /// The next to be sent, null when there is none.
   const message_t* next() const;
-  /// That one was sent, under this number.
+  /// The message that `next` shows was sent, under this number.
   void sent(int mid);
-  /// That one can't be sent, now or later: it goes, and the next one says so.
+  /// The message that `next` shows can never be sent: it is dropped, and the one behind it says so.
   void drop_next() { drop(sent_); }
   /// @return false when none of these was sent under this number
   bool confirmed(int mid);

@@ -25,7 +25,7 @@ constexpr size_t kShownOfTooLong = 32;
 constexpr char kShape[] =
     R"({"command":"AT+CSQ","timeout":10} or {"sms":{"number":"+49...","text":"..."}})";
 
-/// Of what somebody sent, as much as fits on a line.
+/// The beginning of a key that somebody sent, as printable text.
 std::string shown_key(const std::string& key) {
   constexpr size_t kMost = 32;
   std::string shown;

@@ -142,7 +142,7 @@ std::string file_mistake(const std::string& path) {
   return folder ? path + " is a directory" : "";
 }
 
-/// Of a name that stands in topics, between two slashes or with slashes of its own.
+/// What is wrong with a name that is a part of topics; some names may hold slashes.
 std::string topic_mistake(const std::string& name, bool with_slashes) {
   constexpr size_t kLongest = 128;
   if (name.empty()) return "is empty";

@@ -22,7 +22,7 @@ namespace mdxsim {
 /// how often rules applied and expectations came stays.
 class ScriptedModem final : public Modem {
  public:
-  /// Of `options`, delay and reports are the script's; `seed` is also that of what it draws.
+  /// Delay and reports are those of the script, not of `options`; `seed` is for what it draws, too.
   ScriptedModem(Script script, LivingOptions options);
 
   void attached(Time now) override;

@@ -258,7 +258,7 @@ void mask_conspicuous(const StandIn& stand_in, std::string& line, size_t begin, 
   }
 }
 
-// Of what no row speaks: what stands in quotes, runs of digits, octets.
+// Masks a line for which the table has no row: what is in quotes, runs of digits, octets.
 void mask_unknown(const StandIn& stand_in, std::string& line, size_t begin, size_t end,
                   size_t shortest, bool imsi) {
   const std::string whole = line;

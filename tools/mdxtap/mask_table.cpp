@@ -22,7 +22,7 @@ constexpr auto kPosition = Holds::kPosition;
 constexpr auto kAddress = Holds::kAddress;
 constexpr auto kHeading = Holds::kHeading;
 
-// Whose values speak of networks, models and settings, and of nobody.
+// Their values tell of networks, models and settings, never of a person.
 constexpr std::string_view kKept[] = {
     "+CBST", "+CESQ",    "+CFUN",   "+CGACT",    "+CGATT",   "+CGMI",      "+CGMM",    "+CGMR",
     "+CIND", "+CLAC",    "+CMEE",   "+CMER",     "+CMGD",    "+CMGF",      "+CMGL",    "+CMGR",
