@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What people read: words in their language, times in their zone, and texts of strangers.
+// What people read: words in their language, times in their zone, and texts of others.
 //
 // What a modem, a network or the sender of a message says becomes text nodes and nothing else, and what
 // would be invisible or turn the line around is written out: such a text looks like what it is.
