@@ -11,8 +11,23 @@
 
 namespace {
 
+constexpr size_t kLargestRecord = sizeof(mdx_emergency_number_record_t);
+
 void send_to_voice(voice_type_t type, const void* record, size_t size) {
   KRP_UTIL_SendMsgToVoice2(VOICE_MSG, type, 0, record, static_cast<uint32_t>(size));
+}
+
+void read_and_send(voice_type_t type, int (*parse)(const char*, void*), const char* line,
+                   size_t size) {
+  char record[kLargestRecord];
+  if (parse(line, record) == 0) send_to_voice(type, record, size);
+}
+
+/// Sends what `parse` makes of the line.
+template <typename Record>
+void tell_voice(voice_type_t type, int (*parse)(const char*, void*), const char* line) {
+  static_assert(sizeof(Record) <= kLargestRecord);
+  read_and_send(type, parse, line, sizeof(Record));
 }
 
 }  // namespace
@@ -20,33 +35,25 @@ void send_to_voice(voice_type_t type, const void* record, size_t size) {
 // ^ORIG:1,0
 void cs_orig_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[cs_orig_report_callback] enter!\n");
-  mdx_call_record_t record = {};
-  if (MdxOrigParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_ORIG, &record, sizeof(record));
+  tell_voice<mdx_call_record_t>(VOICE_ORIG, MdxOrigParse, rptbuf);
 }
 
 // ^CONF:1
 void cs_conf_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[cs_conf_report_callback] enter!\n");
-  mdx_call_alerted_record_t record = {};
-  if (MdxConfParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CONF, &record, sizeof(record));
+  tell_voice<mdx_call_alerted_record_t>(VOICE_CONF, MdxConfParse, rptbuf);
 }
 
 // ^CONN:1,0
 void cs_conn_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[cs_conn_report_callback] enter!\n");
-  mdx_call_record_t record = {};
-  if (MdxConnParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CONN, &record, sizeof(record));
+  tell_voice<mdx_call_record_t>(VOICE_CONN, MdxConnParse, rptbuf);
 }
 
 // ^CEND:1,82,29
 void cs_cend_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[cs_cend_report_callback] enter!\n");
-  mdx_call_end_record_t record = {};
-  if (MdxCendParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CEND, &record, sizeof(record));
+  tell_voice<mdx_call_end_record_t>(VOICE_CEND, MdxCendParse, rptbuf);
 }
 
 // RING
@@ -60,47 +67,35 @@ void cs_ring_report_callback(char*, int32_t) {
 // +CLIP: "+123456789",145
 void cs_clip_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "enter cs_clip_report_callback .\n");
-  mdx_caller_record_t record = {};
-  if (MdxClipParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CLIP, &record, sizeof(record));
+  tell_voice<mdx_caller_record_t>(VOICE_CLIP, MdxClipParse, rptbuf);
 }
 
 // +CCWA: "123456789",129,1,,0
 void cs_ccwa_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "enter cs_ccwa_report_callback .\n");
-  mdx_caller_record_t record = {};
-  if (MdxCcwaParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CCWA, &record, sizeof(record));
+  tell_voice<mdx_caller_record_t>(VOICE_CCWA, MdxCcwaParse, rptbuf);
 }
 
 // ^CCWA:"123456789",129,1
 void cs_ccwa_ims_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "enter cs_ccwa_report_callback .\n");
-  mdx_caller_record_t record = {};
-  if (MdxCcwaImsParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CCWA, &record, sizeof(record));
+  tell_voice<mdx_caller_record_t>(VOICE_CCWA, MdxCcwaImsParse, rptbuf);
 }
 
 // ^XLEMA:1,2,112,0,1,fff
 void cs_xlema_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "enter cs_xlema_report_callback .\n");
-  mdx_emergency_number_record_t record = {};
-  if (MdxXlemaParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_XLEMA, &record, sizeof(record));
+  tell_voice<mdx_emergency_number_record_t>(VOICE_XLEMA, MdxXlemaParse, rptbuf);
 }
 
 // ^CCALLSTATE: 1,0,1
 void cs_ccallstate_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "enter cs_ccallstate_report_callback .\n");
-  mdx_call_state_record_t record = {};
-  if (MdxCallStateParse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CCALLSTATE, &record, sizeof(record));
+  tell_voice<mdx_call_state_record_t>(VOICE_CCALLSTATE, MdxCallStateParse, rptbuf);
 }
 
 // ^CSCHANNELINFO: 0,1
 void cs_cschannelinfo_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "enter cs_cschannelinfo_report_callback .\n");
-  mdx_speech_channel_record_t record = {};
-  if (at_cschaninfo_parse(rptbuf, &record) != 0) return;
-  send_to_voice(VOICE_CSCHANNELINFO, &record, sizeof(record));
+  tell_voice<mdx_speech_channel_record_t>(VOICE_CSCHANNELINFO, at_cschaninfo_parse, rptbuf);
 }
