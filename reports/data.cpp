@@ -41,8 +41,8 @@ void dconn_report_callback(char* rptbuf, int32_t) {
     char cid[kNumberTextSize];
     char pdp_type[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {"^DCONN", MDX_TRACE_ERROR,
-                                  "dconn_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^DCONN", MDX_TRACE_ERROR, "dconn_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("cid", TEXT, text, cid),
       MDX_REPORT_FIELD("pdp_type", TEXT, text, pdp_type),
@@ -59,8 +59,8 @@ void dend_report_callback(char* rptbuf, int32_t) {
     char cid[kNumberTextSize];
     char pdp_type[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {"^DEND", MDX_TRACE_FLOW,
-                                  "dend_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^DEND", MDX_TRACE_FLOW, "dend_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("cid", TEXT, text, cid),
       MDX_REPORT_FIELD("pdp_type", TEXT, text, pdp_type),
@@ -79,7 +79,7 @@ void ndisstat_report_callback(char* rptbuf, int32_t) {
     char stat[kNumberTextSize];
     char err_code[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^NDISSTAT", MDX_TRACE_ERROR,
       "ndisstat_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
@@ -109,7 +109,7 @@ void ndisstatex_report_callback(char* rptbuf, int32_t) {
     char stat[kNumberTextSize];
     char err_code[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^NDISSTATEX", MDX_TRACE_ERROR,
       "ndisstatex_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
@@ -133,7 +133,7 @@ void ndisstatex_report_callback(char* rptbuf, int32_t) {
 
 // ^APDIALUPRPT:1
 void apdialup_report_callback(char* rptbuf, int32_t) {
-  constexpr report_parse_t how = {"^APDIALUPRPT", MDX_TRACE_FLOW,
-                                  "apdialup_report_callback, error,and the ret = %d"};
+  static constexpr report_parse_t how = {"^APDIALUPRPT", MDX_TRACE_FLOW,
+                                         "apdialup_report_callback, error,and the ret = %d"};
   read_fields(how, rptbuf, {}, nullptr);
 }

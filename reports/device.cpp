@@ -37,8 +37,8 @@ void tempprt_report_callback(char* rptbuf, int32_t) {
     char event[kNumberTextSize];
     char param[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {"^TEMPPRT", MDX_TRACE_FLOW,
-                                  "tempprt_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^TEMPPRT", MDX_TRACE_FLOW, "tempprt_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("tempprotect_event", TEXT, text, event),
       MDX_REPORT_FIELD("tempprotect_param", TEXT, text, param),
@@ -56,8 +56,9 @@ void wakeupin_report_callback(char* rptbuf, int32_t) {
   struct {
     char value[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {"^WAKEUPIN", MDX_TRACE_FLOW,
-                                  "wakeupin_report_callback at_cmd_parse error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^WAKEUPIN", MDX_TRACE_FLOW,
+      "wakeupin_report_callback at_cmd_parse error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("value", TEXT, text, value)};
   if (read_fields(how, rptbuf, fields, &text) < 0) return;
 
@@ -89,8 +90,9 @@ void dsflow_report_callback(char* rptbuf, int32_t) {
   ++dsflow_report_count;
   if (rptbuf == nullptr) return;
   at_dsflow_info record = {};
-  constexpr report_parse_t how = {"^DSFLOWRPT", MDX_TRACE_ERROR,
-                                  "dsflow_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^DSFLOWRPT", MDX_TRACE_ERROR,
+      "dsflow_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("curr_ds_time", HEX32, record, curr_ds_time),
       MDX_REPORT_FIELD("tx_rate", HEX32, record, tx_rate),

@@ -110,7 +110,7 @@ void redirect_noservice_report_callback(char* rptbuf, int32_t) {
   struct {
     char srv_status[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^SRVST", MDX_TRACE_ERROR,
       "redirect_noservice_report_callback at_cmd_parse  error,and the ret = %d"};
   static constexpr report_field_t fields[] = {
@@ -133,8 +133,8 @@ void mode_report_callback(char* rptbuf, int32_t) {
     char sys_mode[kNumberTextSize];
     char sys_submode[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {"^MODE", MDX_TRACE_ERROR,
-                                  "mode_report_callback at_cmd_parse  error,and the ret = %d"};
+  static constexpr report_parse_t how = {
+      "^MODE", MDX_TRACE_ERROR, "mode_report_callback at_cmd_parse  error,and the ret = %d"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("sys_mode", PRINTED, text, sys_mode),
       MDX_REPORT_FIELD("sys_submode", PRINTED, text, sys_submode),
@@ -163,8 +163,8 @@ void anelvel_report_callback(char* rptbuf, int32_t) {
   struct {
     int32_t level;
   } value = {};
-  constexpr report_parse_t how = {"^ANLEVEL", MDX_TRACE_FLOW,
-                                  "anelvel_report_callback, error,and the ret = %d"};
+  static constexpr report_parse_t how = {"^ANLEVEL", MDX_TRACE_FLOW,
+                                         "anelvel_report_callback, error,and the ret = %d"};
   static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("level", NUMBER, value, level)};
   if (read_fields(how, rptbuf, fields, &value) < 0) return;
 
@@ -179,8 +179,8 @@ void hcsq_report_callback(char* rptbuf, int32_t length) {
   }
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "Enter hcsq_report_callback().\n");
   at_hcsq_info record = {};
-  constexpr report_parse_t how = {"^HCSQ", MDX_TRACE_ERROR,
-                                  "hcsq_report_callback  at_cmd_parse  error,and the ret = %d.\n"};
+  static constexpr report_parse_t how = {
+      "^HCSQ", MDX_TRACE_ERROR, "hcsq_report_callback  at_cmd_parse  error,and the ret = %d.\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_TAKEN(""),
       MDX_REPORT_FIELD("value1", NUMBER, record, value1),
@@ -229,7 +229,7 @@ void ltesiglev_report_callback(char* rptbuf, int32_t) {
   struct {
     int32_t level;
   } value = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^LTESIGLEV", MDX_TRACE_ERROR,
       "ltesiglev_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("level", NUMBER, value, level)};
@@ -244,8 +244,8 @@ void hfreqinfo_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_ERROR, "hfreqinfo_report_callback .\n");
   at_hfreqinfo_info record = {};
-  constexpr report_parse_t how = {"^HFREQINFO", MDX_TRACE_ERROR,
-                                  "hfreqinfo_report_callback at_cmd_parse err id = %d.\n"};
+  static constexpr report_parse_t how = {"^HFREQINFO", MDX_TRACE_ERROR,
+                                         "hfreqinfo_report_callback at_cmd_parse err id = %d.\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("switch", NUMBER, record, switch_),
       MDX_REPORT_FIELD("sysmode", NUMBER, record, sysmode),
@@ -269,8 +269,8 @@ void net_time_report_callback(char* rptbuf, int32_t) {
     char date[kTimeTextSize];  // yy/mm/dd
     char time[kTimeTextSize];  // hh:mm:ss+zz
   } text = {};
-  constexpr report_parse_t how = {"^NWTIME", MDX_TRACE_FLOW,
-                                  "net_time_report_callback at_cmd_parse error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^NWTIME", MDX_TRACE_FLOW, "net_time_report_callback at_cmd_parse error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("date", TEXT, text, date),
       MDX_REPORT_FIELD("time", TEXT, text, time),
@@ -302,8 +302,8 @@ void aproaming_report_callback(char* rptbuf, int32_t) {
   struct {
     int32_t status;
   } value = {-1};
-  constexpr report_parse_t how = {"^APROAMRPT", MDX_TRACE_FLOW,
-                                  "aproaming_report_callback, error,and the ret = %d"};
+  static constexpr report_parse_t how = {"^APROAMRPT", MDX_TRACE_FLOW,
+                                         "aproaming_report_callback, error,and the ret = %d"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("roaming_status", NUMBER, value, status)};
   if (read_fields(how, rptbuf, fields, &value) < 0) return;
@@ -332,8 +332,8 @@ void rejinfo_report_callback(char* rptbuf, int32_t) {
 
   at_rejinfo_info record = {};
   record.id = 59;
-  constexpr report_parse_t how = {"^REJINFO", MDX_TRACE_ERROR,
-                                  "rejinfo_report_callback at_cmd_parse error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^REJINFO", MDX_TRACE_ERROR, "rejinfo_report_callback at_cmd_parse error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_TAKEN("")};
   if (read_fields(how, rptbuf, fields, &record, take_rejinfo_field) < 0) return;
 

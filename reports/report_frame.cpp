@@ -59,7 +59,7 @@ int32_t read_fields(const report_parse_t& how, const char* line,
   at_field_t* chain = nullptr;
   const int result = at_cmd_parse(&chain, how.prefix, line, 0, 3);
   if (result != 0 || (chain == nullptr && how.needs_fields)) {
-    MDX_TRACE(kReportSource, how.level, how.failure.text(), result);
+    MDX_TRACE(kReportSource, how.level, kReportFailures[how.failure], how.who, result);
     return -1;
   }
   int32_t walked = 0;

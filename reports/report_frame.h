@@ -22,31 +22,46 @@ inline constexpr mdx_trace_source_t kReportSource = MDX_FROM_REPORTS;
 /// cut.
 constexpr size_t kNumberTextSize = 10;
 
-/// A trace text for one number. That it holds exactly one %d and no other value is checked while
-/// compiling, since no call with a literal format is left to check.
-class result_text_t {
- public:
-  consteval result_text_t(const char* text) : text_(text) {
-    int values = 0;
-    for (const char* c = text; *c != '\0'; ++c) {
-      if (*c != '%') continue;
-      values += c[1] == 'd' ? 1 : 2;
-    }
-    if (values != 1) needs_exactly_one_number();
-  }
-  const char* text() const { return text_; }
-
- private:
-  static void needs_exactly_one_number() {}  // not constexpr: reaching it ends the compilation
-  const char* text_;
+/// What handlers say of a line that cannot be parsed: who says it, and the parser's result.
+// clang-format off
+inline constexpr char kReportFailures[][60] = {
+    "%s_report_callback at_cmd_parse  error,and the ret = %d\n",
+    "%s_report_callback at_cmd_parse  error,and the ret = %d",
+    "%s_report_callback at_cmd_parse error,and the ret = %d\n",
+    "%s_report_callback  at_cmd_parse  error,and the ret = %d.\n",
+    "%s_report_callback at_cmd_parse err id = %d.\n",
+    "%s_report_callback: at_cmd_parse return error ret = %d\n",
+    "%s_report_callback, error,and the ret = %d",
+    "%s_callback at_cmd_parse  error,and the ret = %d\n",
 };
+// clang-format on
 
-/// How a handler parses its line, and what it says when that fails.
+inline void does_not_fit_the_row() {}  // not constexpr: reaching it ends the compilation
+
+template <size_t size>
+consteval void put_in_row(char (&target)[size], std::string_view text) {
+  if (text.size() >= size) does_not_fit_the_row();
+  for (size_t i = 0; i < text.size(); ++i) target[i] = text[i];
+}
+
+/// How a handler parses its line, and what it says when that fails. Where it is static it is part
+/// of the program's file: it holds no pointer.
 struct report_parse_t {
-  const char* prefix;         ///< for at_cmd_parse
-  uint32_t level;             ///< of the trace on failure
-  result_text_t failure;      ///< gets the parser's result
-  bool needs_fields = false;  ///< kNeedsFields: a line without any is a failure, with result 0
+  char prefix[13] = {};  ///< for at_cmd_parse
+  char who[19] = {};
+  uint8_t failure = 0;  ///< which of kReportFailures
+  uint8_t level;        ///< of the trace on failure
+  bool needs_fields;    ///< kNeedsFields: a line without any is a failure, with result 0
+
+  /// @param said  the trace on failure; behind the handler's name it is one of kReportFailures
+  consteval report_parse_t(std::string_view line_prefix, uint32_t trace_level,
+                           std::string_view said, bool needs = false)
+      : level(static_cast<uint8_t>(trace_level)), needs_fields(needs) {
+    put_in_row(prefix, line_prefix);
+    while (!said.ends_with(kReportFailures[failure] + sizeof("%s") - 1)) ++failure;
+    said.remove_suffix(std::string_view(kReportFailures[failure]).size() - (sizeof("%s") - 1));
+    put_in_row(who, said);
+  }
 };
 constexpr bool kNeedsFields = true;
 
@@ -75,8 +90,6 @@ struct report_field_t {
   uint16_t size;    ///< of the target
 };
 
-inline void does_not_fit_the_row() {}  // not constexpr: reaching it ends the compilation
-
 /// A row. That a number has its target's size is checked while compiling.
 consteval report_field_t report_row(std::string_view name, report_value_t value, size_t offset,
                                     size_t size) {
@@ -84,8 +97,7 @@ consteval report_field_t report_row(std::string_view name, report_value_t value,
   const bool is_64 = value == report_value_t::HEX64;
   report_field_t row{{}, value, static_cast<uint16_t>(offset), static_cast<uint16_t>(size)};
   if ((is_32 && size != 4) || (is_64 && size != 8)) does_not_fit_the_row();
-  if (name.size() >= sizeof(row.name)) does_not_fit_the_row();
-  for (size_t i = 0; i < name.size(); ++i) row.name[i] = name[i];
+  put_in_row(row.name, name);
   return row;
 }
 

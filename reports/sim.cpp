@@ -57,9 +57,9 @@ void simst_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[simst_report_callback] enter!\n");
   at_sim_values sim = {};
-  constexpr report_parse_t how = {"^SIMST", MDX_TRACE_ERROR,
-                                  "simst_report_callback at_cmd_parse  error,and the ret = %d\n",
-                                  kNeedsFields};
+  static constexpr report_parse_t how = {
+      "^SIMST", MDX_TRACE_ERROR, "simst_report_callback at_cmd_parse  error,and the ret = %d\n",
+      kNeedsFields};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("sim_state", NUMBER, sim, sim_state),
       MDX_REPORT_FIELD("lock_state", NUMBER, sim, lock_state),
@@ -91,7 +91,7 @@ void sim_refresh_report_callback(char* rptbuf, int32_t) {
   struct {
     char file_type[kNumberTextSize];
   } text = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^SIMREFRESH", MDX_TRACE_ERROR,
       "sim_refresh_report_callback at_cmd_parse  error,and the ret = %d\n", kNeedsFields};
   static constexpr report_field_t fields[] = {
@@ -115,8 +115,8 @@ void cusd_report_callback(char* rptbuf, int32_t length) {
   }
 
   at_ussd_info record = {};
-  constexpr report_parse_t how = {"+CUSD", MDX_TRACE_ERROR,
-                                  "ussd_report_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "+CUSD", MDX_TRACE_ERROR, "ussd_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("rspType", NUMBER, record, rspType),
       MDX_REPORT_TAKEN("cusdStr"),
@@ -139,7 +139,7 @@ void stin_report_callback(char* rptbuf, int32_t) {
     int32_t index;
     int32_t timed_out;
   } value = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^STIN", MDX_TRACE_ERROR, "[stk]stin_report_callback: at_cmd_parse return error ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("cmdTpye", NUMBER, value, type),
@@ -189,7 +189,7 @@ void ims_cireg_report_callback(char* rptbuf, int32_t) {
     int32_t id;
     int32_t reg_info;
   } record = {75, 0};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "+CIREGU", MDX_TRACE_ERROR,
       "ims_cireg_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {

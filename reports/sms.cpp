@@ -15,13 +15,13 @@ namespace {
 /// A report that shares its handler with others.
 struct sms_report_t {
   int32_t id;
-  const char* prefix;
+  report_parse_t how;
 };
 
 /// The first of these reports, in their order, that the line holds anywhere; null for none.
 const sms_report_t* find_report(const char* line, std::span<const sms_report_t> reports) {
   for (const sms_report_t& report : reports) {
-    if (strstr(line, report.prefix) != nullptr) return &report;
+    if (strstr(line, report.how.prefix) != nullptr) return &report;
   }
   return nullptr;
 }
@@ -43,7 +43,12 @@ walk_t find_sim_store(const at_field_t& field, void* target) {
 void sms_content_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sms_content_report_callback] enter!\n");
-  constexpr sms_report_t reports[] = {{1, "+CMT"}, {3, "+CDS"}, {4, "+CBM"}};
+  constexpr char failure[] = "sms_content_report_callback at_cmd_parse  error,and the ret = %d\n";
+  static constexpr sms_report_t reports[] = {
+      {1, {"+CMT", MDX_TRACE_ERROR, failure}},
+      {3, {"+CDS", MDX_TRACE_ERROR, failure}},
+      {4, {"+CBM", MDX_TRACE_ERROR, failure}},
+  };
   const sms_report_t* report = find_report(rptbuf, reports);
   if (report == nullptr) return;
 
@@ -52,13 +57,11 @@ void sms_content_report_callback(char* rptbuf, int32_t) {
     int32_t length;
   } value = {};
   at_sms_content_info& record = value.record;
-  const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
-                              "sms_content_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("length", NUMBER, value, length),
       MDX_REPORT_FIELD("pdu", TEXT, value, record.pdu),
   };
-  if (read_fields(how, rptbuf, fields, &value) < 0) return;
+  if (read_fields(report->how, rptbuf, fields, &value) < 0) return;
 
   record.id = report->id;
   record.length = static_cast<uint16_t>(value.length & UINT16_MAX);
@@ -69,19 +72,21 @@ void sms_content_report_callback(char* rptbuf, int32_t) {
 void sms_index_report_callback(char* rptbuf, int32_t) {
   if (rptbuf == nullptr) return;
   MDX_TRACE(kReportSource, MDX_TRACE_FLOW, "[sms_index_report_callback] enter!\n");
-  constexpr sms_report_t reports[] = {{2, "+CDSI"}, {0, "+CMTI"}};
+  constexpr char failure[] = "sms_index_report_callback at_cmd_parse  error,and the ret = %d\n";
+  static constexpr sms_report_t reports[] = {
+      {2, {"+CDSI", MDX_TRACE_ERROR, failure}},
+      {0, {"+CMTI", MDX_TRACE_ERROR, failure}},
+  };
   const sms_report_t* report = find_report(rptbuf, reports);
   if (report == nullptr) return;
 
   at_sms_index_info record = {};
   record.id = report->id;
-  const report_parse_t how = {report->prefix, MDX_TRACE_ERROR,
-                              "sms_index_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {
       MDX_REPORT_FIELD("mem", TEXT, record, mem),
       MDX_REPORT_FIELD("index", NUMBER, record, index),
   };
-  if (read_fields(how, rptbuf, fields, &record) < 0) return;
+  if (read_fields(report->how, rptbuf, fields, &record) < 0) return;
 
   post_record(EVT_AT_SMS_NEW, &record, sizeof(record));
 }
@@ -97,7 +102,7 @@ void sms_hcmgss_report_callback(char* rptbuf, int32_t) {
   struct {
     int32_t mr;
   } value = {};
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^HCMGSS", MDX_TRACE_ERROR,
       "sms_hcmgss_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("mr", NUMBER, value, mr)};
@@ -120,8 +125,8 @@ void sms_hcmgsf_report_callback(char* rptbuf, int32_t) {
   MDX_TRACE(kReportSource, MDX_TRACE_DETAIL, "[sms_hcmgsf_report_callback] enter... \n");
   at_sms_send_info record = {};
   record.id = 43;
-  constexpr report_parse_t how = {"^HCMGSF", MDX_TRACE_ERROR,
-                                  "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n"};
+  static constexpr report_parse_t how = {
+      "^HCMGSF", MDX_TRACE_ERROR, "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_FIELD("errCode", NUMBER, record, errCode)};
   if (read_fields(how, rptbuf, fields, &record) < 0) return;
 
@@ -138,7 +143,7 @@ void sms_mem_full_report_callback(char* rptbuf, int32_t) {
     return;
   }
   bool sim_full = false;
-  constexpr report_parse_t how = {
+  static constexpr report_parse_t how = {
       "^SMMEMFULL", MDX_TRACE_ERROR,
       "sms_mem_full_report_callback at_cmd_parse  error,and the ret = %d\n"};
   static constexpr report_field_t fields[] = {MDX_REPORT_TAKEN("mem_type")};
