@@ -27,3 +27,13 @@ constexpr auto join_texts() {
   }
   return joined;
 }
+
+/// Whether `test` holds for `line` and one of `texts`, which stand behind each other, each with its
+/// NUL; an empty one ends them.
+inline bool any_text(const char* texts, bool (*test)(std::string_view line, std::string_view text),
+                     std::string_view line) {
+  for (std::string_view text = texts; !text.empty(); text = text.data() + text.size() + 1) {
+    if (test(line, text)) return true;
+  }
+  return false;
+}

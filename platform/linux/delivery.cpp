@@ -12,7 +12,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/joined_texts.h"
+
 namespace {
+
+using namespace std::string_view_literals;
 
 constexpr char kCtrlZ = 0x1A;
 constexpr char kBackspace = '\b';
@@ -20,34 +24,28 @@ constexpr auto kNowhere = std::string_view::npos;
 /// Ends what an exchange without result has left in the server, when the modem never does.
 constexpr std::string_view kOwnResult = "OK\r\n";
 
-// clang-format off
-constexpr std::string_view kResultWords[] = {
-    "OK", "+CME ERROR", "+CMS ERROR", "ERROR", "NO CARRIER", "NO ANSWER", "COMMAND NOT SUPPORT",
-    "TOO MANY PARAMETERS", "CONNECT", "NO DIALTONE", "BUSY",
-};
 constexpr std::string_view kPrompt = "> ";
 constexpr std::string_view kPromptStart = ">";
 constexpr std::string_view kRawHeader = "^HCMGR";
-constexpr std::string_view kLineHeaders[] = {"+CBM", "+CMGR", "+CMGL"};
+
+// Each text has a NUL behind it.
+constexpr char kResultWords[] =
+    "OK\0+CME ERROR\0+CMS ERROR\0ERROR\0NO CARRIER\0NO ANSWER\0COMMAND NOT SUPPORT\0"
+    "TOO MANY PARAMETERS\0CONNECT\0NO DIALTONE\0BUSY\0";
+constexpr char kLineHeaders[] = "+CBM\0+CMGR\0+CMGL\0";
 /// With their bodies these are one report each.
-constexpr std::string_view kJoinedHeaders[] = {"+CMT", "+CDS"};
+constexpr char kJoinedHeaders[] = "+CMT\0+CDS\0";
 /// These come only when asked for.
-constexpr std::string_view kAnswerHeaders[] = {"+CMGR", "+CMGL", "^HCMGR"};
+constexpr char kAnswerHeaders[] = "+CMGR\0+CMGL\0^HCMGR\0";
 /// What the server looks for in lines of every kind.
-constexpr std::string_view kNewsInLines[] = {"RING", "CONNECT", "^CPINNTY:", "^CARDLOCKNTY:"};
-// clang-format on
+constexpr char kNewsInLines[] = "RING\0CONNECT\0^CPINNTY:\0^CARDLOCKNTY:\0";
 
 bool starts_with(std::string_view text, std::string_view start) {
   return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
 }
 
 // A line that the server takes for a result, whatever else stands behind the word.
-bool is_result(std::string_view line) {
-  for (const std::string_view word : kResultWords) {
-    if (starts_with(line, word)) return true;
-  }
-  return false;
-}
+bool is_result(std::string_view line) { return any_text(kResultWords, starts_with, line); }
 
 // The name ends at the colon: "+CMTI" announces nothing.
 bool is_header(std::string_view line, std::string_view name) {
@@ -57,29 +55,28 @@ bool is_header(std::string_view line, std::string_view name) {
   return colon < line.size() && line[colon] == ':';
 }
 
-template <size_t count>
-bool is_any_header(std::string_view line, const std::string_view (&names)[count]) {
-  return std::any_of(names, names + count,
-                     [line](std::string_view name) { return is_header(line, name); });
+bool is_any_header(std::string_view line, const char* names) {
+  return any_text(names, is_header, line);
 }
 
 /// In text mode a status report has all its fields in the header.
 bool has_joined_body(std::string_view line) {
   if (!is_any_header(line, kJoinedHeaders)) return false;
-  return is_header(line, "+CMT") || line.find(',') == kNowhere;
+  return is_header(line, "+CMT"sv) || line.find(',') == kNowhere;
 }
 
 /// Some modems show an empty place as a message of no length, and no body follows.
 bool announces_nothing(std::string_view line) {
   while (!line.empty() && line.back() == ' ') line.remove_suffix(1);
-  return line.ends_with(",0");
+  return line.ends_with(",0"sv);
 }
+
+bool holds(std::string_view line, std::string_view word) { return line.find(word) != kNowhere; }
 
 /// Whether the server does anything with the line but keep it as text.
 bool is_news(std::string_view line) {
   if (line[0] == '^' || line[0] == '+' || line[0] == '>') return true;
-  return std::any_of(std::begin(kNewsInLines), std::end(kNewsInLines),
-                     [line](std::string_view word) { return line.find(word) != kNowhere; });
+  return any_text(kNewsInLines, holds, line);
 }
 
 std::string_view without_crs(std::string_view line) {
@@ -254,7 +251,7 @@ bool delivery_assembler::repeats(std::string_view line, std::string_view echo) c
   if (line.size() > echo.size() && before.find(line) != kNowhere) return false;
   line.remove_suffix(echo.size());
   while (!line.empty()) {
-    const size_t end = std::min(line.size(), line.find_first_of("\r\x1b"));
+    const size_t end = std::min(line.size(), line.find_first_of("\r\x1b"sv));
     if (before.find(std::string_view(line.data(), end)) == kNowhere) return false;
     line.remove_prefix(std::min(line.size(), end + 1));
   }

@@ -8,7 +8,11 @@
 
 #include <algorithm>
 
+#include "platform/joined_texts.h"
+
 namespace {
+
+using namespace std::string_view_literals;
 
 constexpr char kCtrlZ = 0x1A;
 /// Answers without an echo in a row, by a modem that has echoed: it may have stopped that.
@@ -17,12 +21,8 @@ constexpr auto kNowhere = std::string_view::npos;
 
 /// Words that a modem also says by itself, when a call ends or a connection comes up. The server
 /// takes them for results; only a command that dials is paid by them.
-// clang-format off
-constexpr std::string_view kCallWords[] = {
-    "NO CARRIER", "NO ANSWER", "CONNECT", "NO DIALTONE", "BUSY",
-};
-constexpr std::string_view kMessageHeads[] = {"+CMGS", "+CMGW", "+CMGC", "+CNMA"};
-// clang-format on
+constexpr char kCallWords[] = "NO CARRIER\0NO ANSWER\0CONNECT\0NO DIALTONE\0BUSY\0";
+constexpr char kMessageHeads[] = "+CMGS\0+CMGW\0+CMGC\0+CNMA\0";
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
@@ -45,10 +45,7 @@ bool holds(std::string_view text, std::string_view upper_word) {
          text.end();
 }
 
-bool is_about_a_call(std::string_view line) {
-  return std::any_of(std::begin(kCallWords), std::end(kCallWords),
-                     [line](std::string_view word) { return starts_with(line, word); });
-}
+bool is_about_a_call(std::string_view line) { return any_text(kCallWords, starts_with, line); }
 
 std::string_view without_blanks(std::string_view line) {
   while (!line.empty() && static_cast<unsigned char>(line.front()) <= ' ') line.remove_prefix(1);
@@ -64,27 +61,24 @@ bool is_command(std::string_view line) {
 /// The commands of one letter, which stand in front of the first extended one.
 std::string_view basic_commands(std::string_view line) {
   line = without_blanks(line);
-  return head_of(line, line.find_first_of("+^*%$#"));
+  return head_of(line, line.find_first_of("+^*%$#"sv));
 }
 
 bool dials(std::string_view line) {
   const std::string_view first = without_blanks(behind(without_blanks(line), 2));
   if (first.empty()) return false;
   return upper(first[0]) == 'D' || upper(first[0]) == 'A' || upper(first[0]) == 'O' ||
-         holds(first, "+CGDATA");
+         holds(first, "+CGDATA"sv);
 }
 
 /// What comes in front of the prompt would be the message.
-bool asks_for_prompt(std::string_view line) {
-  return std::any_of(std::begin(kMessageHeads), std::end(kMessageHeads),
-                     [line](std::string_view head) { return holds(line, head); });
-}
+bool asks_for_prompt(std::string_view line) { return any_text(kMessageHeads, holds, line); }
 
 bool may_change_echo(std::string_view line) {
   for (size_t end = 0; end != kNowhere; line.remove_prefix(end == kNowhere ? 0 : end + 1)) {
     end = line.find(';');
     const std::string_view basic = basic_commands(head_of(line, end));
-    if (holds(basic, "E") || holds(basic, "Z") || holds(basic, "&F")) return true;
+    if (holds(basic, "E"sv) || holds(basic, "Z"sv) || holds(basic, "&F"sv)) return true;
   }
   return false;
 }
