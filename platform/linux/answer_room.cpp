@@ -57,7 +57,7 @@ size_t answer_to_lose(const unread_answer_t* unread, size_t count) {
 }
 
 bool answer_patience::is_over(uid_t user, uint32_t now_ms) const {
-  return std::any_of(std::begin(users_), std::end(users_), [user, now_ms](const user_t& known) {
+  return std::ranges::any_of(users_, [user, now_ms](const user_t& known) {
     return known.known && known.user == user && now_ms - known.at < kInVainMs;
   });
 }

@@ -113,7 +113,7 @@ bool restore_all() {
       own_watch >= 0,        watch_tasks(), hub_restore(), console_restore(), server_link_restore(),
       event_fifos_restore(),  // who waited in the old one goes by the link
   };
-  return std::find(std::begin(all), std::end(all), false) == std::end(all);
+  return std::ranges::find(all, false) == std::end(all);
 }
 
 }  // namespace
