@@ -19,6 +19,8 @@
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr size_t kMostNames = 9;
 
 /// How the parameters of a line are read: the functions of parameters.h.
@@ -183,22 +185,21 @@ bool has_form(const parameter_list_t& list, form_t form) {
   return true;
 }
 
-std::string_view take_word(const char** text) {
-  const std::string_view word(*text, std::strcspn(*text, " "));
-  *text += word.size();
-  if (**text == ' ') ++*text;
+std::string_view take_word(std::string_view* text) {
+  const std::string_view word(text->data(), std::min(text->size(), text->find(' ')));
+  text->remove_prefix(std::min(text->size(), word.size() + 1));
   return word;
 }
 
 named_values_t name_values(const found_row_t* row, const parameter_list_t& list) {
   while (!has_form(list, row->form)) ++row;
   named_values_t named;
-  const char* rest = joined_names.data() + row->names;
-  for (size_t i = 0; i < kMostNames && i < list.count && *rest != '\0'; ++i) {
+  std::string_view rest = joined_names.data() + row->names;
+  for (size_t i = 0; i < kMostNames && i < list.count && !rest.empty(); ++i) {
     const std::string_view name = take_word(&rest);
     if (name != kNoField) named.add(name, list.values[i]);
   }
-  if (!list.pdu.empty()) named.add("pdu", list.pdu);
+  if (!list.pdu.empty()) named.add("pdu"sv, list.pdu);
   return named;
 }
 

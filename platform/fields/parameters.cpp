@@ -8,6 +8,8 @@
 
 namespace {
 
+using namespace std::string_view_literals;
+
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 bool is_line_end(char c) { return c == '\r' || c == '\n'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -37,7 +39,7 @@ std::string_view bare_value(std::string_view text) {
 }
 
 std::string_view first_line(std::string_view text) {
-  const size_t end = text.find_first_of("\r\n");
+  const size_t end = text.find_first_of("\r\n"sv);
   return end == std::string_view::npos ? text : std::string_view(text.data(), end);
 }
 
@@ -69,7 +71,7 @@ void add_parameters(std::string_view line, parameter_list_t& list) {
 /// Whether nothing but a number, or a comma and numbers, follows the end of a USSD text.
 bool only_numbers_follow(std::string_view rest) {
   skip(rest, is_blank);
-  if (rest.find_first_not_of("\r\n") == std::string_view::npos) return true;
+  if (rest.find_first_not_of("\r\n"sv) == std::string_view::npos) return true;
   if (rest.front() != ',') return false;
   rest.remove_prefix(1);
   skip(rest, is_blank);
@@ -136,7 +138,7 @@ void read_with_pdu(const char* text, parameter_list_t& list) {
 void read_ussd(const char* text, parameter_list_t& list) {
   // A CR at the very end belongs to the text, which may be anything; only CR LF ends the line.
   std::string_view rest(text);
-  while (rest.ends_with('\n')) rest.remove_suffix(rest.ends_with("\r\n") ? 2 : 1);
+  while (rest.ends_with('\n')) rest.remove_suffix(rest.ends_with("\r\n"sv) ? 2 : 1);
   rest = trimmed(rest);
   if (rest.empty()) return;
   list.add(first_line(take_parameter(rest)));
