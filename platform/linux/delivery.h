@@ -128,12 +128,10 @@ class delivery_assembler {
   bool is_sent_before(std::string_view text) const;
   bool repeats(std::string_view line, std::string_view echo) const;
 
-  char bytes_[kDeliveryMaxBytes] = {};
-  char echo_[kDeliveryMaxBytes] = {};  ///< what was sent last
-  uint32_t size_ = 0;                  ///< bytes held
-  uint32_t line_ = 0;                  ///< where the unfinished line begins
-  uint32_t whole_ = 0;                 ///< end of the last line that may end a delivery, 0 for none
-  uint32_t ready_ = 0;                 ///< length of the delivery shown or settled, 0 for none
+  uint32_t size_ = 0;   ///< bytes held
+  uint32_t line_ = 0;   ///< where the unfinished line begins
+  uint32_t whole_ = 0;  ///< end of the last line that may end a delivery, 0 for none
+  uint32_t ready_ = 0;  ///< length of the delivery shown or settled, 0 for none
   uint32_t echo_size_ = 0;
   uint32_t echo_at_ = 0;  ///< the echo's lines in front of this have come
   uint32_t header_ = 0;   ///< end of the header whose body is to be joined to it
@@ -151,4 +149,6 @@ class delivery_assembler {
   bool link_lost_ = false;    ///< what is held is all there will be
   bool behind_echo_ = false;  ///< the echo's text is dropped, its line end is to follow
   line_debt debt_;
+  char bytes_[kDeliveryMaxBytes] = {};
+  char echo_[kDeliveryMaxBytes] = {};  ///< what was sent last
 };
