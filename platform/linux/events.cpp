@@ -95,6 +95,17 @@ void open_set(event_set_t& set, int32_t task_id) {
   set.wake_fd = ends[1];
 }
 
+/// SIGPIPE is ignored by this process.
+/// @return false when the task has died
+bool write_raise(int fd, uint32_t bits) {
+  ssize_t written = 0;
+  do {
+    written = write(fd, &bits, sizeof(bits));
+  } while (written < 0 && errno == EINTR);
+  // A full pipe is as good: who empties it takes that for every raise there is.
+  return written >= 0 || errno == EAGAIN;
+}
+
 /// Puts a new FIFO behind the set's descriptor. A sleeper is woken in the old one, and goes on in
 /// the new one, as if everything had been raised: what the old one still held is gone.
 /// @return whether it is there
@@ -107,9 +118,9 @@ bool restore_fifo(const event_set_t& set, int32_t task_id) {
   if (fresh < 0) return false;
   const int old = fcntl(set.wait_fd, F_DUPFD_CLOEXEC, 0);
   dup3(fresh, set.wait_fd, O_CLOEXEC);
-  event_fifo_raise(fresh, set.mask);
+  write_raise(fresh, set.mask.load());
   close(fresh);
-  if (old >= 0) event_fifo_raise(old, kLookAgain);
+  if (old >= 0) write_raise(old, kLookAgain);
   if (old >= 0) close(old);
   MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", path);
   return true;
@@ -118,7 +129,8 @@ bool restore_fifo(const event_set_t& set, int32_t task_id) {
 /// Moves what other processes raised to the bits in memory.
 void collect(event_set_t& set) {
   uint32_t bits = event_fifo_take(set.wait_fd);
-  if ((bits & ~set.mask) != 0) bits = set.mask;
+  const uint32_t mask = set.mask.load();
+  if ((bits & ~mask) != 0) bits = mask;
   if (bits != 0) set.pending.fetch_or(bits);
 }
 
@@ -134,17 +146,6 @@ bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
   set.sleeping.store(false);
   if ((readable.revents & POLLIN) != 0) collect(set);
   return (ready >= 0 || error == EINTR) && (readable.revents & (POLLNVAL | POLLERR)) == 0;
-}
-
-/// SIGPIPE is ignored by this process.
-/// @return false when the task has died
-bool write_raise(int fd, uint32_t bits) {
-  ssize_t written = 0;
-  do {
-    written = write(fd, &bits, sizeof(bits));
-  } while (written < 0 && errno == EINTR);
-  // A full pipe is as good: who empties it takes that for every raise there is.
-  return written >= 0 || errno == EAGAIN;
 }
 
 void limit_recent_tasks() {
