@@ -205,7 +205,7 @@ void serve_client() {
 
 void console_thread() {
   for (;;) {
-    client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    client = accept4(listener.load(), nullptr, nullptr, SOCK_CLOEXEC);
     if (client < 0) {
       if (errno != EINTR) MDX_sleep(kAcceptNapMs);
       continue;
@@ -217,10 +217,10 @@ void console_thread() {
 }
 
 void start_console() {
-  if (listener >= 0) return;
+  if (listener.load() >= 0) return;
   started_at = monotonic_us();
   listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600, &told);
-  if (listener >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
+  if (listener.load() >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
 }
 
 }  // namespace

@@ -203,7 +203,7 @@ int32_t send_packet(const mdx_packet_header_t& header, const void* data) {
               header.length);
     return -1;
   }
-  if (listener < 0) return -1;
+  if (listener.load() < 0) return -1;
   pthread_mutex_lock(&receivers_lock);
   hub_states_keep(header, data);
   bool is_kept = false;
@@ -274,7 +274,7 @@ void limit_places() {
 }
 
 void accept_receiver() {
-  const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  const int fd = accept4(listener.load(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (fd < 0) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) MDX_sleep(kAcceptNapMs);
     return;
@@ -388,7 +388,7 @@ void serve_receiver(receiver_t& receiver, short revents) {
 bool dispatch_once() {
   constexpr nfds_t kOthers = 3;
   pollfd waiting[kMaxReceivers + kOthers] = {
-      {listener, POLLIN, 0}, {border_watch_fd(), POLLIN, 0}, {wake_fd, POLLIN, 0}};
+      {listener.load(), POLLIN, 0}, {border_watch_fd(), POLLIN, 0}, {wake_fd, POLLIN, 0}};
   receiver_t* waiting_for[kMaxReceivers + kOthers];
   nfds_t count = kOthers;
   pthread_mutex_lock(&receivers_lock);
@@ -442,12 +442,12 @@ size_t hub_receivers(hub_receiver_t* list, size_t room) {
 
 int32_t KRP_MSG_Init(const char* module) {
   if (!set_name(own_name, module)) return -1;
-  if (listener >= 0) return 0;
+  if (listener.load() >= 0) return 0;
   hub_states_begin();
   limit_places();
   wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   listener = local_socket_listen(kMdxHubPath, SOCK_SEQPACKET | SOCK_NONBLOCK, 0660, &told);
-  return listener >= 0 ? 0 : -1;
+  return listener.load() >= 0 ? 0 : -1;
 }
 
 void KRP_MSG_RegisterMsgProc(void (*procedure)(const void* packet)) {
@@ -463,7 +463,7 @@ void KRP_MSG_DefaultMsgProc(const void* packet) {
 }
 
 void KRP_UTIL_SockBaseStart(int32_t) {
-  if (listener < 0) return;
+  if (listener.load() < 0) return;
   border_watch_begin();
   while (dispatch_once()) border_watch_look();
 }
@@ -481,7 +481,7 @@ int32_t KRP_MSG_SendSimpleMsg(const char* service, uint32_t type, int32_t) {
   return KRP_MSG_SendMsgData(service, type, nullptr, 0);
 }
 
-int32_t KRP_NOTIFYCLT_Init(int32_t) { return listener >= 0 ? 0 : -1; }
+int32_t KRP_NOTIFYCLT_Init(int32_t) { return listener.load() >= 0 ? 0 : -1; }
 
 int32_t MDX_post_notify(int32_t module, int32_t event, int32_t a, int32_t b) {
   return MDX_post_notify_ex(module, event, nullptr, 0, a, b);

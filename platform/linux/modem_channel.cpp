@@ -387,7 +387,7 @@ void wait_for_clean_line() {
 
 /// @return 0, else an errno value: why nothing may be sent
 int refusal_to_send(int32_t number) {
-  if (!modem_channel_is_read_here() || !bound || number != channel.number) return ENOTCONN;
+  if (!modem_channel_is_read_here() || !bound.load() || number != channel.number) return ENOTCONN;
   if (served_client_is_dead()) return EOWNERDEAD;
   wait_for_clean_line();
   return is_open() && !assembler.debt().link_lost_in_exchange() ? 0 : ENODEV;
@@ -419,10 +419,10 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
 /// Makes this task the one that reads the modem, if there is none yet.
 /// @return 0 when the device is open, else an errno value
 int bind_channel(int32_t number, mdx_receive_function_t receive) {
-  if (modem_channel_is_read_here() && !bound) give_up();
-  if (reading_task == 0) {
-    if (wake_fd < 0) wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (wake_fd < 0) return errno;
+  if (modem_channel_is_read_here() && !bound.load()) give_up();
+  if (reading_task.load() == 0) {
+    if (wake_fd.load() < 0) wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (wake_fd.load() < 0) return errno;
     std::snprintf(channel.path, sizeof(channel.path), "%s%d", kMdxChannelPrefix, number);
     channel.number = number;
     channel.receive = receive;
@@ -445,18 +445,18 @@ bool modem_channel_is_read_here() {
 
 int modem_channel_poll(pollfd* own, int wait_ms) {
   if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
-  if (!bound) give_up();
-  if (!bound || (channel.refused && hand_over())) return 0;
+  if (!bound.load()) give_up();
+  if (!bound.load() || (channel.refused && hand_over())) return 0;
   tell_gone_in_order();
-  pollfd sources[] = {*own, {wake_fd, POLLIN, 0}, device_source(0)};
+  pollfd sources[] = {*own, {wake_fd.load(), POLLIN, 0}, device_source(0)};
   const uint64_t now = monotonic_ms();
   if (poll(sources, 3, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
   own->revents = sources[0].revents;
   if (sources[1].revents != 0) {
     uint64_t wakes = 0;
-    [[maybe_unused]] const ssize_t size = read(wake_fd, &wakes, sizeof(wakes));
+    [[maybe_unused]] const ssize_t size = read(wake_fd.load(), &wakes, sizeof(wakes));
   }
-  if (!bound) {
+  if (!bound.load()) {
     give_up();
     return 0;
   }
@@ -491,8 +491,8 @@ void modem_channel_sleep(uint32_t milliseconds) {
 
 void modem_channel_wake() {
   const uint64_t one = 1;
-  if (wake_fd < 0) return;
-  [[maybe_unused]] const ssize_t size = write(wake_fd, &one, sizeof(one));
+  if (wake_fd.load() < 0) return;
+  [[maybe_unused]] const ssize_t size = write(wake_fd.load(), &one, sizeof(one));
 }
 
 int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,

@@ -121,13 +121,13 @@ void link_pid_namespace() {
 bool link_server() {
   char target[kEventPathSize];
   char fresh[sizeof(kMdxServerLink) + sizeof(".new")];
-  server_fifo_path(serving_task, target);
+  server_fifo_path(serving_task.load(), target);
   snprintf(fresh, sizeof(fresh), "%s.new", kMdxServerLink);
   unlink(fresh);
   link_pid_namespace();
   static constinit complaint told;
   const bool is_linked =
-      serving_task != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0;
+      serving_task.load() != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0;
   const int error = is_linked ? 0 : errno;
   if (told.is_news(error)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",
@@ -421,7 +421,7 @@ int32_t record_queue_depth(int32_t number) {
 }
 
 void request_queue_raise() {
-  if (serving_task != 0) MDX_event_send(serving_task, kMdxEventRequest);
+  if (serving_task.load() != 0) MDX_event_send(serving_task.load(), kMdxEventRequest);
 }
 
 requests_wait_t::requests_wait_t() { pthread_mutex_lock(&taking); }
@@ -446,7 +446,7 @@ void record_queues_settle() {
 }
 
 bool server_link_restore() {
-  return serving_task == 0 || access(kMdxServerLink, F_OK) == 0 || link_server();
+  return serving_task.load() == 0 || access(kMdxServerLink, F_OK) == 0 || link_server();
 }
 
 int32_t MDX_msgQex_num(int32_t id) {
