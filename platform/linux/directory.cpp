@@ -43,11 +43,6 @@ const char* directory_reader::next() {
   }
 }
 
-void directory_reader::rewind() {
-  lseek(fd_, 0, SEEK_SET);
-  used_ = size_ = 0;
-}
-
 void directory_reader::close() {
   if (is_open_) ::close(fd_);
   is_open_ = false;

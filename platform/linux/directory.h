@@ -7,10 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 
+/// Closed by `close` alone: one that lives as long as the process is not destroyed at its end, when
+/// another thread may still use it.
 class directory_reader {
  public:
   constexpr directory_reader() = default;
-  ~directory_reader() { close(); }
   directory_reader(const directory_reader&) = delete;
   directory_reader& operator=(const directory_reader&) = delete;
 
@@ -23,7 +24,6 @@ class directory_reader {
   int fd() const { return fd_; }
   /// The next name but "." and "..", valid until the next call; null behind the last one.
   const char* next();
-  void rewind();
   void close();
 
  private:

@@ -54,6 +54,7 @@ void empty_directory(int parent, const char* name) {
     if (entry == nullptr) break;
     if (!unlink_at(entries.fd(), entry)) move_aside(entries.fd(), entry, parent);
   }
+  entries.close();
 }
 
 }  // namespace
@@ -69,12 +70,11 @@ bool is_removed_entry(const char* name) { return strncmp(name, kAside, strlen(kA
 
 void remove_entries(int directory, bool (*goes)(int directory, const char* name)) {
   directory_reader entries;
-  if (!entries.open(directory, ".")) return;
   bool removed = true;
-  for (int pass = 0; removed && pass < kMostPasses; ++pass) {
+  for (int pass = 0; removed && pass < kMostPasses && entries.open(directory, "."); ++pass) {
     removed = false;
-    entries.rewind();
     while (const char* entry = entries.next())
       if (goes(directory, entry) && remove_entry(directory, entry)) removed = true;
   }
+  entries.close();
 }
