@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
-#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -30,7 +29,11 @@ namespace {
 
 constexpr size_t kTraceSize = 1024;
 constexpr char kCutMark[] = " (cut)";
-constexpr sockaddr_un kLogAddress = {AF_UNIX, "/dev/log"};
+/// A sockaddr_un, as far as it is filled.
+constexpr struct {
+  sa_family_t family;
+  char path[sizeof("/dev/log")];
+} kLogAddress = {AF_UNIX, "/dev/log"};
 
 struct trace_outputs_t {
   int log = -1;
@@ -89,7 +92,7 @@ void write_log(int priority, const char* text, size_t length) {
                             static_cast<int>(getpid()));
   iovec pieces[] = {piece(head, static_cast<size_t>(size)), piece(text, length)};
   msghdr message{};
-  message.msg_name = const_cast<sockaddr_un*>(&kLogAddress);
+  message.msg_name = const_cast<void*>(static_cast<const void*>(&kLogAddress));
   message.msg_namelen = sizeof(kLogAddress);
   message.msg_iov = pieces;
   message.msg_iovlen = std::size(pieces);
