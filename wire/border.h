@@ -10,25 +10,25 @@
 #include <cstdint>
 
 /// The server's own, mode 0755: nobody else makes a name in it.
-constexpr char kMdxDirectory[] = "/var/run/mdxgate";
+inline constexpr char kMdxDirectory[] = "/var/run/mdxgate";
 /// Mode 3770, group `mdxgate` if there is one: clients make their event FIFOs in it.
-constexpr char kMdxTaskDirectory[] = "/var/run/mdxgate/tasks";
+inline constexpr char kMdxTaskDirectory[] = "/var/run/mdxgate/tasks";
 /// Symbolic link to the event FIFO of the task that serves queue 2.
-constexpr char kMdxServerLink[] = "/var/run/mdxgate/queue.2";
+inline constexpr char kMdxServerLink[] = "/var/run/mdxgate/queue.2";
 /// Symbolic link to "pid:[N]", what /proc/self/ns/pid is to the server. Task ids are one PID
 /// namespace's, so a client of another has none that the server knows.
-constexpr char kMdxPidNamespaceLink[] = "/var/run/mdxgate/pid_namespace";
+inline constexpr char kMdxPidNamespaceLink[] = "/var/run/mdxgate/pid_namespace";
 /// Followed by a task id: the event FIFO of a task of the server, mode 0620. One raise is one write
 /// of 4 bytes.
-constexpr char kMdxEventPrefix[] = "/var/run/mdxgate/event.";
+inline constexpr char kMdxEventPrefix[] = "/var/run/mdxgate/event.";
 /// Followed by a task id: the event FIFO of a client, mode 0620.
-constexpr char kMdxTaskPrefix[] = "/var/run/mdxgate/tasks/";
-constexpr char kMdxHubPath[] = "/var/run/mdxgate/hub";
-constexpr char kMdxConsolePath[] = "/var/run/mdxgate/console";
+inline constexpr char kMdxTaskPrefix[] = "/var/run/mdxgate/tasks/";
+inline constexpr char kMdxHubPath[] = "/var/run/mdxgate/hub";
+inline constexpr char kMdxConsolePath[] = "/var/run/mdxgate/console";
 /// Followed by the channel number.
-constexpr char kMdxChannelPrefix[] = "/dev/smd";
-constexpr char kMdxGroup[] = "mdxgate";
-constexpr char kMdxUser[] = "mdxgate";
+inline constexpr char kMdxChannelPrefix[] = "/dev/smd";
+inline constexpr char kMdxGroup[] = "mdxgate";
+inline constexpr char kMdxUser[] = "mdxgate";
 
 /// System V key of a queue is this plus its number.
 constexpr int32_t kMdxQueueKey = 0x4D445800;
