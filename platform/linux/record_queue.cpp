@@ -72,9 +72,9 @@ constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
 constinit std::atomic<int32_t> serving_task{0};
 /// From taking a request until its client is known to live.
 pthread_mutex_t taking = PTHREAD_MUTEX_INITIALIZER;
-constinit put_t puts_remembered[kPutsRemembered] = {};
+[[MDX_SELDOM_FULL]] constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
-constinit answer_t answers[kMaxDepth] = {};
+[[MDX_SELDOM_TOUCHED]] constinit answer_t answers[kMaxDepth] = {};
 constinit answer_patience patience;
 /// Requests that are on the queue for certain, or were when they were counted; -1 when not known.
 constinit int32_t requests_known = -1;
