@@ -40,9 +40,11 @@ bool starts_with(std::string_view text, std::string_view start) {
 }
 
 bool holds(std::string_view text, std::string_view upper_word) {
-  const auto same = [](char a, char b) { return upper(a) == b; };
-  return std::search(text.begin(), text.end(), upper_word.begin(), upper_word.end(), same) !=
-         text.end();
+  const auto same = [](char a, char b) { return a == upper(b); };
+  for (; text.size() >= upper_word.size(); text.remove_prefix(1)) {
+    if (std::equal(upper_word.begin(), upper_word.end(), text.begin(), same)) return true;
+  }
+  return false;
 }
 
 bool is_about_a_call(std::string_view line) { return any_text(kCallWords, starts_with, line); }

@@ -47,6 +47,9 @@ bool set_capabilities(uint32_t kept, uint32_t usable) {
   return syscall(SYS_capset, &header, data) == 0;
 }
 
+/// Of the process.
+void set_attribute(int option, unsigned long value) { prctl(option, value, 0, 0, 0); }
+
 /// @return what was refused, null when the process is the other user now
 const char* change_user(const mdx_identity_t& identity) {
   const gid_t group = identity.has_group ? identity.group : identity.user_group;
@@ -74,9 +77,9 @@ void drop_root() {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING, "no user %s: stays root\n", kMdxUser);
     return;
   }
-  prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0);
+  set_attribute(PR_SET_KEEPCAPS, 1);
   const char* refused = change_user(identity);
-  prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0);
+  set_attribute(PR_SET_KEEPCAPS, 0);
   if (refused != nullptr) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR,
               "cannot become user %s, %s is refused: stays root\n", kMdxUser, refused);
@@ -91,7 +94,7 @@ void drop_root() {
 
 }  // namespace
 
-void privileges_forbid_gain() { prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); }
+void privileges_forbid_gain() { set_attribute(PR_SET_NO_NEW_PRIVS, 1); }
 
 void privileges_enter_thread() {
   if (capability_held.load()) set_capabilities(0, 0);
