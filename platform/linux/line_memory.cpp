@@ -40,19 +40,19 @@ kept_t* map(int fd) {
   return page == MAP_FAILED ? nullptr : static_cast<kept_t*>(page);
 }
 
-/// Word by word: while the task that reads the modem writes here, another thread may read.
+/// Word by word: while the task that reads the modem writes here, another thread may read. The
+/// compiler's own atomics, since not every C++ library has std::atomic_ref yet.
 void copy(line_account_t from, line_account_t* to) {
   uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
   memcpy(words, &from, sizeof(words));
   auto* place = reinterpret_cast<uint32_t*>(to);
-  for (const uint32_t word : words)
-    std::atomic_ref(*place++).store(word, std::memory_order_relaxed);
+  for (const uint32_t word : words) __atomic_store_n(place++, word, __ATOMIC_RELAXED);
 }
 
 line_account_t account_in(kept_t* place) {
   uint32_t words[sizeof(line_account_t) / sizeof(uint32_t)];
   auto* from = reinterpret_cast<uint32_t*>(&place->account);
-  for (uint32_t& word : words) word = std::atomic_ref(*from++).load(std::memory_order_relaxed);
+  for (uint32_t& word : words) word = __atomic_load_n(from++, __ATOMIC_RELAXED);
   line_account_t account;
   memcpy(&account, words, sizeof(account));
   return account;
