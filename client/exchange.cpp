@@ -23,6 +23,10 @@ namespace {
 
 constexpr int64_t kFirstRetryMs = 1;
 constexpr int64_t kLongestRetryMs = 50;
+/// Who waits in line is called, should the ticket not get lost.
+constexpr int64_t kRetryInLineMs = 100;
+/// Who lost its place to others lets them go first only if it comes again at once.
+constexpr int64_t kComesAgainMs = 5;
 /// The answer is also looked for without a raise this often, should the server fail to reach our
 /// FIFO.
 constexpr int64_t kLookAgainMs = 500;
@@ -66,6 +70,16 @@ int raise_server(mdx_client_t* client) {
   return error;
 }
 
+/// The first try of who shall let others go first is none.
+int ask_or_put(mdx_client_t* client) {
+  server_link_t& link = client->link;
+  const int64_t line_until = link.line_until;
+  link.line_until = 0;
+  if (line_until != 0 && now_ms() < line_until)
+    return server_link_wait_in_line(link, client->task, false);
+  return server_link_put(&link, client->exchange.sent, client->exchange.called);
+}
+
 /// Puts the request on the queue, once, and tells the server. That also shows whether it lives: one
 /// that went away before it had the request took nothing with it, so another is looked for.
 /// @return MDX_OK, MDX_ERR_BUSY when the queue is full or missing, or why there is no use in trying
@@ -77,7 +91,7 @@ int put_request(mdx_client_t* client) {
     if (error != MDX_OK) return error;
     if (!client->settled) drop_leftovers(client);
     client->settled = false;
-    error = server_link_put(&client->link, client->exchange.sent);
+    error = ask_or_put(client);
     if (error == MDX_OK && raise_server(client) == EPIPE && withdraw(client)) {
       error = MDX_ERR_SERVER_GONE;
     }
@@ -103,12 +117,17 @@ int pending(mdx_client_t* client, exchange_phase_t phase, int64_t wait_ms) {
   return MDX_ERR_PENDING;
 }
 
+int64_t next_retry_ms(const mdx_client_t& client) {
+  if (client.link.has_line) return kRetryInLineMs;
+  const int64_t next_ms = 2 * client.exchange.retry_ms;
+  return next_ms == 0 ? kFirstRetryMs : next_ms < kLongestRetryMs ? next_ms : kLongestRetryMs;
+}
+
 int try_to_put(mdx_client_t* client) {
   exchange_t& exchange = client->exchange;
   const int error = put_request(client);
   if (error == MDX_ERR_BUSY && now_ms() < exchange.deadline) {
-    exchange.retry_ms = exchange.retry_ms == 0 ? kFirstRetryMs : exchange.retry_ms * 2;
-    if (exchange.retry_ms > kLongestRetryMs) exchange.retry_ms = kLongestRetryMs;
+    exchange.retry_ms = next_retry_ms(*client);
     return pending(client, EXCHANGE_QUEUE_FULL, exchange.retry_ms);
   }
   if (error != MDX_OK) return end(client, error);
@@ -177,10 +196,14 @@ int begin(mdx_client_t* client, const request_t& request) {
 /// Goes on where something may have changed.
 /// @return MDX_ERR_PENDING, or how it ended
 int step(mdx_client_t* client, mdx_result_t* result) {
-  const exchange_t& exchange = client->exchange;
-  event_fifo_take(client->event_fd);
+  exchange_t& exchange = client->exchange;
+  const uint32_t bits = event_fifo_take(client->event_fd);
+  if ((bits & (kMdxEventRoom | kMdxEventLine)) != 0) client->link.has_line = true;
+  if ((bits & kMdxEventLine) != 0) client->link.line_until = now_ms() + kComesAgainMs;
   if (exchange.phase == EXCHANGE_SENT) return look_for_answer(client, result);
-  if (now_ms() < exchange.look_at && server_link_alive(client->link, now_ms())) {
+  exchange.called = (bits & kMdxEventRoom) != 0;
+  if (!exchange.called && now_ms() < exchange.look_at &&
+      server_link_alive(client->link, now_ms())) {
     return MDX_ERR_PENDING;
   }
   return try_to_put(client);

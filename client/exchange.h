@@ -17,6 +17,7 @@ enum exchange_phase_t {
 struct exchange_t {
   exchange_phase_t phase;
   bool raised;       ///< the server was told
+  bool called;       ///< the server said that there is room
   int64_t deadline;  ///< monotonic milliseconds, as the next two
   int64_t end;       ///< the deadline of the whole, from which on nothing is waited for
   int64_t look_at;   ///< when to look again though nothing was heard

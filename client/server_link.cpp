@@ -102,11 +102,6 @@ int take_from(int32_t number, int* queue, int32_t task, at_msg_t* record) {
   return MDX_ERR_TIMEOUT;
 }
 
-int have_server_look(const server_link_t& link) {
-  const int error = event_fifo_raise(link.event_fd, kMdxEventRequest);
-  return error == EPIPE ? MDX_ERR_SERVER_GONE : MDX_ERR_BUSY;
-}
-
 }  // namespace
 
 int server_link_open(server_link_t* link) {
@@ -151,19 +146,27 @@ bool server_link_follow(server_link_t* link) {
   return true;
 }
 
-int server_link_put(server_link_t* link, const at_msg_t& record) {
+int server_link_wait_in_line(const server_link_t& link, int32_t task, bool was_called) {
+  const uint32_t ticket = kMdxTicket | (static_cast<uint32_t>(task) & kMdxTicketTask);
+  const int error =
+      event_fifo_raise(link.event_fd, was_called ? ticket | kMdxTicketCalled : ticket);
+  return error == EPIPE ? MDX_ERR_SERVER_GONE : MDX_ERR_BUSY;
+}
+
+int server_link_put(server_link_t* link, const at_msg_t& record, bool was_called) {
+  const int32_t task = record.msg_type;
   if (!find_queue(kMdxRequestQueue, &link->request_queue)) {
-    return errno == ENOENT ? have_server_look(*link) : error_of(errno);
+    return errno == ENOENT ? server_link_wait_in_line(*link, task, was_called) : error_of(errno);
   }
   queue_message_t message;
-  message.type = record.msg_type;
+  message.type = task;
   message.record = record;
   int sent = 0;
   do {
     sent = msgsnd(link->request_queue, &message, sizeof(message.record), IPC_NOWAIT);
   } while (sent != 0 && errno == EINTR);
   if (sent == 0) return MDX_OK;
-  return errno == EAGAIN ? have_server_look(*link) : error_of(errno);
+  return errno == EAGAIN ? server_link_wait_in_line(*link, task, was_called) : error_of(errno);
 }
 
 int server_link_take_answer(server_link_t* link, int32_t task, at_msg_t* record) {

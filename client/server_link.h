@@ -12,6 +12,8 @@ struct server_link_t {
   int event_fd = -1;
   int request_queue = -1;   ///< -1 while it is missing, as the next
   int response_queue = -1;  ///< a server makes a queue again that somebody has removed
+  bool has_line = false;    ///< the server calls those who wait for room on the queue
+  int64_t line_until = 0;   ///< until then (monotonic milliseconds) others come first
 };
 
 /// Finds the server that runs now.
@@ -30,11 +32,15 @@ bool server_link_alive(const server_link_t& link, int64_t deadline);
 /// @return whether it is the same server, which still has all requests
 bool server_link_follow(server_link_t* link);
 
-/// Puts a record on the request queue, once; a queue that is full or missing is not waited for, but
-/// a raise has the server look at it.
+/// Asks the server for room on the request queue, and has it look there.
+/// @param was_called  there was room, but not any more
+/// @return MDX_ERR_BUSY, or MDX_ERR_SERVER_GONE when there was nobody to raise
+int server_link_wait_in_line(const server_link_t& link, int32_t task, bool was_called);
+
+/// Puts a record on the request queue, once; where that is full or missing its task waits in line.
 /// @return MDX_OK; MDX_ERR_BUSY when the queue is full or missing; MDX_ERR_SERVER_GONE when it was
 ///         deleted, or when there was nobody to raise; MDX_ERR_ACCESS, MDX_ERR_SYSTEM
-int server_link_put(server_link_t* link, const at_msg_t& record);
+int server_link_put(server_link_t* link, const at_msg_t& record, bool was_called);
 
 /// Takes the next answer to `task`, without waiting; messages of a wrong size are thrown away.
 /// @return MDX_OK; MDX_ERR_TIMEOUT when there is none; MDX_ERR_ACCESS, MDX_ERR_SYSTEM

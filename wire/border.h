@@ -40,7 +40,15 @@ constexpr uint32_t kMdxRecordSize = 1600;
 constexpr int32_t kMdxOddMessageType = 0x7fffffff;
 
 constexpr uint32_t kMdxEventRequest = 1;  ///< raised by a client at the server
-constexpr uint32_t kMdxEventAnswer = 1;   ///< raised by the server at a client
+constexpr uint32_t kMdxEventAnswer = 1;   ///< raised by the server at a client, as the next two
+constexpr uint32_t kMdxEventRoom = 2;     ///< the request queue has room: its turn in line has come
+constexpr uint32_t kMdxEventLine = 4;     ///< with an answer: others wait for room, so wait in line
+
+/// A raise of a client that waits for room on the request queue, with its task id.
+constexpr uint32_t kMdxTicket = 0x80000000;
+/// Set in it where the client was told of room, and others were faster: it has waited the longest.
+constexpr uint32_t kMdxTicketCalled = 0x40000000;
+constexpr uint32_t kMdxTicketTask = 0x3fffffff;
 
 enum mdx_packet_kind_t : uint32_t {
   MDX_PACKET_SUBSCRIPTION = 0,

@@ -134,7 +134,7 @@ int event_fifo_raise(int fd, uint32_t bits) {
   return errno == EPIPE ? EPIPE : EAGAIN;
 }
 
-uint32_t event_fifo_take(int fd) {
+uint32_t event_fifo_take(int fd, void (*take_ticket)(uint32_t ticket)) {
   uint32_t raises[kRaisesAtOnce];
   uint32_t bits = 0;
   size_t total = 0;
@@ -147,7 +147,11 @@ uint32_t event_fifo_take(int fd) {
         total > kSmallestPipe - sizeof(raises[0]))
       bits = kAllBits;
     const size_t count = static_cast<size_t>(size) / sizeof(raises[0]);
-    for (size_t i = 0; i < count; ++i) bits |= raises[i];
+    for (size_t i = 0; i < count; ++i) {
+      const bool is_ticket = take_ticket != nullptr && (raises[i] & kMdxTicket) != 0;
+      if (is_ticket && total <= kSmallestPipe) take_ticket(raises[i]);
+      bits |= is_ticket ? kMdxEventRequest : raises[i];
+    }
     if (static_cast<size_t>(size) < sizeof(raises)) return bits;
   }
   return bits;

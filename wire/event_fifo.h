@@ -46,4 +46,6 @@ int event_fifo_raise(int fd, uint32_t bits);
 /// a pipe's full.
 /// @return the bits, 0 when there was none; all 32 when the pipe may have been full or held
 ///         something else than raises, since any raise may have been lost in it then
-uint32_t event_fifo_take(int fd);
+/// @param take_ticket  is given each ticket (border.h) in their order, the first thousand or so;
+///                     it counts as a raise of kMdxEventRequest
+uint32_t event_fifo_take(int fd, void (*take_ticket)(uint32_t ticket) = nullptr);

@@ -29,6 +29,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
+#include "platform/linux/record_queue.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
@@ -128,7 +129,7 @@ bool restore_fifo(const event_set_t& set, int32_t task_id) {
 
 /// Moves what other processes raised to the bits in memory.
 void collect(event_set_t& set) {
-  uint32_t bits = event_fifo_take(set.wait_fd);
+  uint32_t bits = event_fifo_take(set.wait_fd, request_queue_wanted);
   const uint32_t mask = set.mask.load();
   if ((bits & ~mask) != 0) bits = mask;
   if (bits != 0) set.pending.fetch_or(bits);

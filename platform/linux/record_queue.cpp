@@ -29,6 +29,7 @@
 #include "platform/linux/record_queue.h"
 #include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
+#include "platform/linux/waiting_line.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
@@ -78,6 +79,8 @@ constinit size_t puts_total = 0;
 constinit answer_patience patience;
 /// Requests that are on the queue for certain, or were when they were counted; -1 when not known.
 constinit int32_t requests_known = -1;
+/// The client of the request in hand has lost its place to who waited.
+constinit bool place_is_lost = false;
 
 // When the thread took the request that it serves, to tell how long that lasted.
 constinit thread_local uint64_t request_taken_at = 0;  ///< microseconds, 0 without one
@@ -369,9 +372,25 @@ int32_t count_messages(int32_t id) {
 
 /// What is put after the queue was counted is raised after it, too: so the count need not be
 /// repeated before the requests that it found are read.
-void note_taking(int32_t id, bool has_taken) {
+void note_taking(int32_t id, bool has_taken, bool is_served) {
   if (!is_request_queue(id)) return;
   requests_known = has_taken && requests_known > 0 ? requests_known - 1 : -1;
+  if (has_taken && !is_served) waiting_line_call(1);
+}
+
+/// Counts the requests. Where there are none nobody keeps those who wait in line from coming.
+int32_t count_requests(int32_t id) {
+  const int32_t count = count_messages(id);
+  if (count == 0) waiting_line_call(kMdxQueueDepth);
+  return count;
+}
+
+/// The request in hand has left its place.
+void note_place(int32_t id, const record_message_t& message) {
+  if (!is_request_queue(id)) return;
+  int32_t client = 0;
+  memcpy(&client, message.record, sizeof(client));
+  place_is_lost = waiting_line_move(client, static_cast<uint32_t>(request_taken_at));
 }
 
 int32_t fail(int* retcode, int error) {
@@ -424,6 +443,10 @@ void request_queue_raise() {
   if (serving_task.load() != 0) MDX_event_send(serving_task.load(), kMdxEventRequest);
 }
 
+void request_queue_wanted(uint32_t ticket) {
+  if (serving_task.load() == MDX_task_getid()) waiting_line_join(ticket);
+}
+
 requests_wait_t::requests_wait_t() { pthread_mutex_lock(&taking); }
 requests_wait_t::~requests_wait_t() { pthread_mutex_unlock(&taking); }
 
@@ -452,7 +475,7 @@ bool server_link_restore() {
 int32_t MDX_msgQex_num(int32_t id) {
   if (!is_request_queue(id)) return count_messages(id);
   const bool is_clean = modem_channel_is_clean();
-  if (is_clean && requests_known < 0) requests_known = count_messages(id);
+  if (is_clean && requests_known < 0) requests_known = count_requests(id);
   const int32_t waiting = is_clean ? requests_known : 0;
   if (waiting == 0) requests_known = -1;
   return waiting;
@@ -465,15 +488,17 @@ int32_t read_from_msgqueue(int32_t id, void* record, int32_t type, int* retcode)
   const ssize_t size = take_message(id, type, &message);
   const int error = errno;
   pthread_mutex_unlock(&taking);
-  note_taking(id, size >= 0 || error == EOWNERDEAD);
+  const bool is_served = size == static_cast<ssize_t>(kMdxRecordSize);
+  note_taking(id, size >= 0 || error == EOWNERDEAD, is_served);
   if (size < 0) return fail(retcode, error);
-  if (size != static_cast<ssize_t>(kMdxRecordSize)) {
+  if (!is_served) {
     MDX_DROP(COUNT_REQUESTS_MISSIZED, MDX_TRACE_ERROR, "message of %s%zd bytes dropped\n",
              size > static_cast<ssize_t>(kMdxRecordSize) ? "at least " : "", size);
     return fail(retcode, EBADMSG);
   }
   memcpy(record, message.record, kMdxRecordSize);
   note_request();
+  note_place(id, message);
   return 0;
 }
 
@@ -500,6 +525,7 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   }
   if (is_answer) remember_put(static_cast<int32_t>(message.type), MDX_elapse());
   if (is_answer) note_answer();
-  if (type > 0) MDX_event_send(type, kMdxEventAnswer);
+  const uint32_t line = is_answer && place_is_lost ? kMdxEventLine : 0;
+  if (type > 0) MDX_event_send(type, kMdxEventAnswer | line);
   return 0;
 }

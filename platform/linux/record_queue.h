@@ -14,6 +14,10 @@ int32_t record_queue_depth(int32_t number);
 /// Wakes the task that serves queue 2. Any thread.
 void request_queue_raise();
 
+/// Notes the ticket of a client that waits for room on queue 2. Any thread; only the task that
+/// serves the queue has a line.
+void request_queue_wanted(uint32_t ticket);
+
 /// No request is taken off queue 2 while one of these is there.
 struct requests_wait_t {
   requests_wait_t();

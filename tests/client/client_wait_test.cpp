@@ -7,9 +7,11 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <future>
 #include <thread>
+#include <vector>
 
 #include "tests/client/client_tools.h"
 
@@ -27,6 +29,8 @@ extern "C" ssize_t msgrcv(int queue, void* message, size_t room, long type, int 
 }
 
 namespace {
+
+using testing::ElementsAre;
 
 TEST(Client, RaisesAgainWhenTheServersPipeWasFull) {
   StandInServer server(ignore, false);
@@ -140,6 +144,53 @@ TEST(Client, DescriptorTellsALoopEverything) {
   EXPECT_EQ(finish_by_polling(client, &result), MDX_OK);
   EXPECT_STREQ(result.text, "ATroom");
   slow.join();
+}
+
+/// The tickets that clients have raised since the last look.
+std::vector<uint32_t> tickets_at(const StandInServer& server) {
+  static std::vector<uint32_t> tickets;
+  tickets.clear();
+  event_fifo_take(server.fifo(), [](uint32_t ticket) { tickets.push_back(ticket); });
+  return tickets;
+}
+
+TEST(Client, WaitsInLineForRoom) {
+  StandInServer server(ignore, false);
+  at_msg_t record{};
+  for (int i = 0; i < 10; ++i) server.put(2, record, 77, sizeof(record));
+  Handle client;
+  const int32_t task = gettid();
+  const uint32_t ticket = kMdxTicket | static_cast<uint32_t>(task);
+  mdx_result_t result = MDX_RESULT_INIT;
+  ASSERT_EQ(mdx_begin(client, "ATfirst", nullptr), MDX_OK);
+  EXPECT_THAT(tickets_at(server), ElementsAre(ticket));
+  server.raise_at(task, kMdxEventRoom);
+  EXPECT_EQ(mdx_finish(client, &result), MDX_ERR_PENDING);
+  EXPECT_THAT(tickets_at(server), ElementsAre(ticket | kMdxTicketCalled)) << "others were faster";
+  while (server.take(&record)) continue;
+  server.raise_at(task, kMdxEventRoom);
+  EXPECT_EQ(mdx_finish(client, &result), MDX_ERR_PENDING);
+  ASSERT_TRUE(server.take(&record));
+
+  // Who comes again only after a while is not asked to wait; here that is who is not given the CPU.
+  bool lets_others_go_first = false;
+  for (int i = 0; i < 1000 && !lets_others_go_first; ++i) {
+    tickets_at(server);
+    server.answer(record, false);
+    server.raise_at(task, kMdxEventAnswer | kMdxEventLine);
+    ASSERT_EQ(mdx_finish(client, &result), MDX_OK);
+    ASSERT_EQ(mdx_begin(client, "ATnext", nullptr), MDX_OK);
+    lets_others_go_first = !server.take(&record);
+  }
+  ASSERT_TRUE(lets_others_go_first);
+  EXPECT_THAT(tickets_at(server), ElementsAre(ticket));
+  server.raise_at(task, kMdxEventRoom);
+  EXPECT_EQ(mdx_finish(client, &result), MDX_ERR_PENDING);
+  ASSERT_TRUE(server.take(&record));
+  server.answer(record);
+  EXPECT_EQ(mdx_finish(client, &result), MDX_OK);
+  ASSERT_EQ(mdx_begin(client, "ATlast", nullptr), MDX_OK);
+  EXPECT_TRUE(server.take(&record)) << "once it has let them it need not again";
 }
 
 TEST(Client, CancelTellsWhetherTheCommandMayRun) {

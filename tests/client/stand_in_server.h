@@ -54,11 +54,15 @@ class StandInServer {
   /// The real server's way: record on queue 1, then a raise at its client.
   void answer(const at_msg_t& record, bool raise = true) {
     put(1, record, record.msg_type, sizeof(record));
+    if (raise) raise_at(record.msg_type, kMdxEventAnswer);
+  }
+
+  static void raise_at(int32_t task, uint32_t bits) {
     char path[kEventPathSize];
-    event_fifo_path(record.msg_type, path);
-    const int fd = raise ? event_fifo_open(path) : -1;
+    event_fifo_path(task, path);
+    const int fd = event_fifo_open(path);
     if (fd < 0) return;
-    event_fifo_raise(fd, kMdxEventAnswer);
+    event_fifo_raise(fd, bits);
     close(fd);
   }
 

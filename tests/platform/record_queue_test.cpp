@@ -18,8 +18,10 @@
 #include <vector>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/events.h"
 #include "platform/linux/record_queue.h"
 #include "platform/linux/task_names.h"
+#include "platform/linux/waiting_line.h"
 #include "tests/platform/other_process.h"
 #include "tests/platform/shifted_clock.h"
 #include "wire/border.h"
@@ -47,6 +49,7 @@ class Client {
   Client& operator=(const Client&) = delete;
   void die() { close(std::exchange(fd_, -1)); }
   bool was_woken() { return event_fifo_take(fd_) == kMdxEventAnswer; }
+  uint32_t raised() { return event_fifo_take(fd_); }
   int32_t task() const { return task_; }
 
  private:
@@ -241,6 +244,93 @@ TEST_F(RecordQueue, WhoFillsTheQueueWithoutPauseKeepsNoAnswerOut) {
     ASSERT_EQ(answer(reader.task(), number), 0);
     ASSERT_THAT(take_all(reader.task()), ElementsAre(number));
   }
+}
+
+// What waiting clients do, and a server that takes a request now and then.
+class WaitingLine : public RecordQueue {
+ protected:
+  static uint32_t ticket(const Client& client, uint32_t bits = 0) {
+    return kMdxTicket | bits | static_cast<uint32_t>(client.task());
+  }
+  static void raise(const std::vector<uint32_t>& tickets) {
+    char path[kEventPathSize];
+    server_fifo_path(MDX_task_getid(), path);
+    const int fd = event_fifo_open(path);
+    for (const uint32_t one : tickets) ASSERT_EQ(event_fifo_raise(fd, one), 0);
+    close(fd);
+    uint32_t bits = 0;
+    ASSERT_EQ(MDX_event_recv(7, 0, &bits), 1);
+    EXPECT_EQ(bits, kMdxEventRequest) << "the server looks at the queue, and at nothing else";
+  }
+  void queue(const Client& client, int count) const {
+    record_t record{client.task()};
+    int error = 0;
+    for (int i = 0; i < count; ++i)
+      ASSERT_EQ(send_to_msgqueue(requests(), record.data(), &error), 0);
+  }
+  /// Serves a request, as slowly as a modem does.
+  void serve() const {
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    record_t record{};
+    int error = 0;
+    ASSERT_GT(MDX_msgQex_num(requests()), 0);
+    ASSERT_EQ(read_from_msgqueue(requests(), record.data(), 0, &error), 0);
+    ASSERT_EQ(answer(record[0], 1), 0);
+    take_all(record[0]);
+  }
+};
+
+TEST_F(WaitingLine, IsCalledInTheOrderOfArrival) {
+  constexpr uint32_t kAnswerAndLine = kMdxEventAnswer | kMdxEventLine;
+  Client served(4001), first(4002), dead(4003), second(4004), third(4005);
+  dead.die();
+  queue(served, 9);
+  raise({ticket(first), ticket(dead), ticket(second), ticket(first), ticket(third)});
+  EXPECT_EQ(MDX_msgQex_num(requests()), 9);
+  served.raised();
+  serve();
+  EXPECT_EQ(first.raised(), kMdxEventRoom);
+  EXPECT_EQ(second.raised(), 0u);
+  EXPECT_EQ(served.raised(), kAnswerAndLine) << "others come first now";
+  raise({ticket(served), ticket(first, kMdxTicketCalled)});
+  serve();
+  EXPECT_EQ(first.raised(), kMdxEventRoom) << "it has waited the longest, and found no room";
+  EXPECT_EQ(second.raised(), 0u);
+  serve();
+  EXPECT_EQ(second.raised(), kMdxEventRoom);
+  EXPECT_EQ(third.raised(), 0u);
+  served.raised();
+  serve();
+  EXPECT_EQ(third.raised(), kMdxEventRoom);
+  EXPECT_EQ(served.raised(), kAnswerAndLine);
+  serve();
+  EXPECT_EQ(served.raised(), kMdxEventAnswer) << "nobody waits any more";
+}
+
+TEST_F(WaitingLine, WhoComesAgainAtOnceKeepsItsPlaceForAWhile) {
+  Client quick(4001), waiting(4002), came(4003);
+  waiting_line_move(quick.task(), 4'999'900);
+  waiting_line_join(ticket(came));
+  waiting_line_join(ticket(waiting));
+  EXPECT_FALSE(waiting_line_move(came.task(), 5'000'000)) << "it has not waited for its call";
+  EXPECT_FALSE(waiting_line_move(quick.task(), 5'000'040));
+  EXPECT_FALSE(waiting_line_move(quick.task(), 5'000'080));
+  EXPECT_EQ(waiting.raised(), 0u);
+  EXPECT_TRUE(waiting_line_move(quick.task(), 5'100'000));
+  EXPECT_EQ(waiting.raised(), kMdxEventRoom);
+  EXPECT_EQ(came.raised(), 0u);
+}
+
+TEST_F(WaitingLine, IsNotHeldUpByTicketsThatNobodyUses) {
+  std::vector<uint32_t> invented;
+  for (uint32_t task = 0x3fff0000; invented.size() < 900; ++task)
+    invented.push_back(kMdxTicket | task);
+  raise(invented);
+  Client honest(4001);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(MDX_msgQex_num(requests()), 0);
+  raise({ticket(honest)});
+  EXPECT_EQ(MDX_msgQex_num(requests()), 0);
+  EXPECT_EQ(honest.raised(), kMdxEventRoom) << "the queue is empty";
 }
 
 TEST_F(RecordQueue, AQueueFullOfForeignMessagesIsCleared) {
