@@ -4,6 +4,8 @@
 //
 // A trace must not hold up an exchange: the C library's syslog() waits for a log that does not keep
 // up, so the log's socket is written here, without waiting. What the log does not take is counted.
+// Some traces come with each line of the modem: where nobody reads them they must cost next to
+// nothing, and looking a path up costs as much as a third of a round trip to a modem.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,6 +15,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -20,6 +23,7 @@
 #include <iterator>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/trace_limit.h"
 #include "platform/mdx_platform.h"
 
@@ -42,6 +46,8 @@ struct trace_outputs_t {
   bool journal = false;         ///< standard error is a socket
 };
 constinit trace_outputs_t outputs;
+constinit std::atomic<bool> log_found{false};
+constinit std::atomic<uint32_t> log_missed_in{0};  ///< a second since the machine's start, plus one
 pthread_once_t outputs_opened = PTHREAD_ONCE_INIT;
 
 void open_outputs() {
@@ -54,6 +60,23 @@ void open_outputs() {
   if (outputs.terminal >= 0) return;
   outputs.terminal = STDERR_FILENO;
   outputs.terminal_waits = true;
+}
+
+/// Looks for a log that is missing, once in a second.
+bool find_log() {
+  if (log_found.load()) return true;
+  const auto second = static_cast<uint32_t>(monotonic_ms() / 1000 + 1);
+  if (log_missed_in.load() == second) return false;
+  const auto* address = reinterpret_cast<const sockaddr*>(&kLogAddress);
+  const bool found = connect(outputs.log, address, sizeof(kLogAddress)) == 0;
+  log_found = found;
+  if (!found) log_missed_in = second;
+  return found;
+}
+
+bool somebody_reads() {
+  pthread_once(&outputs_opened, open_outputs);
+  return outputs.journal || outputs.terminal >= 0 || find_log();
 }
 
 struct origin_t {
@@ -87,17 +110,20 @@ int log_priority(const origin_t& origin) {
 iovec piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
 
 void write_log(int priority, const char* text, size_t length) {
+  if (!find_log()) return;
   char head[48];
   const int size = snprintf(head, sizeof(head), "<%d>mdxgate[%d]: ", LOG_DAEMON | priority,
                             static_cast<int>(getpid()));
   iovec pieces[] = {piece(head, static_cast<size_t>(size)), piece(text, length)};
   msghdr message{};
-  message.msg_name = const_cast<void*>(static_cast<const void*>(&kLogAddress));
-  message.msg_namelen = sizeof(kLogAddress);
   message.msg_iov = pieces;
   message.msg_iovlen = std::size(pieces);
-  if (sendmsg(outputs.log, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno == EAGAIN)
-    counter_add(COUNT_TRACES_LOST);
+  // A log that was started anew has another socket.
+  for (int attempt = 0; attempt < 2 && find_log(); ++attempt) {
+    if (sendmsg(outputs.log, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return;
+    if (errno == EAGAIN) return counter_add(COUNT_TRACES_LOST);
+    log_found = false;
+  }
 }
 
 void write_journal(int priority, const char* text, size_t length) {
@@ -130,7 +156,6 @@ size_t make_harmless(char* text, size_t length) {
 
 /// Writes `text`, of which a buffer of kTraceSize bytes has room for `length` at most.
 void write_text(int priority, char* text, size_t length) {
-  pthread_once(&outputs_opened, open_outputs);
   if (length >= kTraceSize) {
     length = kTraceSize - 1;
     memcpy(text + length - strlen(kCutMark), kCutMark, strlen(kCutMark));
@@ -148,14 +173,18 @@ origin_t origin_at(uint32_t place) {
 
 bool is_on(uint32_t level) { return (mdx_trace_mask.load(std::memory_order_relaxed) & level) != 0; }
 
-void write_trace(const origin_t& origin, const char* format, va_list values) {
-  const int saved_errno = errno;
+void write_values(const origin_t& origin, const char* format, va_list values) {
   char text[kTraceSize];
   const int head =
       snprintf(text, sizeof(text), "%.32s %.32s:%d: ", origin.module, origin.source, origin.line);
   const auto used = static_cast<size_t>(head);
   const int body = vsnprintf(text + used, sizeof(text) - used, format, values);
   write_text(log_priority(origin), text, used + (body > 0 ? static_cast<size_t>(body) : 0));
+}
+
+void write_trace(const origin_t& origin, const char* format, va_list values) {
+  const int saved_errno = errno;
+  if (somebody_reads()) write_values(origin, format, values);
   errno = saved_errno;
 }
 
@@ -195,8 +224,10 @@ void mdx_drop(trace_limit& limit, mdx_counter_t counter, uint32_t place, const c
 
 void mlog_print(const char* module, int32_t, const char* text) {
   const int saved_errno = errno;
-  char line[kTraceSize];
-  const int length = snprintf(line, sizeof(line), "%.32s start-up: %s", module, text);
-  write_text(LOG_ERR, line, static_cast<size_t>(length));
+  if (somebody_reads()) {
+    char line[kTraceSize];
+    const int length = snprintf(line, sizeof(line), "%.32s start-up: %s", module, text);
+    write_text(LOG_ERR, line, static_cast<size_t>(length));
+  }
   errno = saved_errno;
 }

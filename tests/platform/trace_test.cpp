@@ -135,6 +135,30 @@ TEST(Trace, WhatComesWithEachLineIsTheLeastOfTheLog) {
   }
 }
 
+TEST(Trace, ALogThatIsStartedAnewIsFoundAgain) {
+  const auto trace = [] { KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text"); };
+  {
+    const SystemLog first;
+    trace();
+    EXPECT_THAT(first.next(), EndsWith(": text"));
+  }
+  const SystemLog second;
+  trace();
+  EXPECT_THAT(second.next(), EndsWith(": text")) << "the first trace to it is not lost";
+}
+
+TEST(Trace, ALogThatIsMissingIsFoundOnceItIsThere) {
+  const auto trace = [] { KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text"); };
+  trace();
+  const SystemLog late;
+  std::string line;
+  for (; line.empty(); line = late.next()) {
+    usleep(10000);
+    trace();
+  }
+  EXPECT_THAT(line, EndsWith(": text"));
+}
+
 TEST(Trace, ALogThatDoesNotKeepUpHoldsNobodyUp) {
   const SystemLog log;
   const uint64_t lost = counter_value(COUNT_TRACES_LOST);
