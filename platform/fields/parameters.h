@@ -24,7 +24,7 @@ struct parameter_list_t {
   }
   /// The parameter at `index`, empty when the line does not reach it, or no line could.
   std::string_view at(size_t index) const {
-    return index < kMost && index < count ? values[index] : std::string_view("", 0);
+    return index < kMost && index < count ? values[index] : std::string_view("");
   }
 };
 
