@@ -13,7 +13,7 @@ PANELS = ("now", "signal", "reports", "commands", "messages", "health")
 
 
 class People(PageTest):
-    @unittest.skipUnless(AXE.exists(), "scripts/install-axe could not fetch axe-core")
+    @unittest.skipUnless(AXE.exists(), "scripts/install-npm axe could not fetch axe-core")
     def test_axe_finds_nothing(self):
         self.start_device()
         self.open_page()
