@@ -44,8 +44,11 @@ bool starts_with(std::string_view text, std::string_view start) {
   return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
 }
 
-// A line that the server takes for a result, whatever else stands behind the word.
-bool is_result(std::string_view line) { return any_text(kResultWords, starts_with, line); }
+// A line that the server takes for a result, whatever else stands behind the word. Most reports
+// begin with a caret, as no result does: the words need not be tried.
+bool is_result(std::string_view line) {
+  return !line.starts_with('^') && any_text(kResultWords, starts_with, line);
+}
 
 // The name ends at the colon: "+CMTI" announces nothing.
 bool is_header(std::string_view line, std::string_view name) {
