@@ -14,8 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   set_name(own_name, "mdxgate");
   message_procedure = [](const void* packet) {
     const mdx_packet_header_t& header = static_cast<const packet_t*>(packet)->header;
-    fuzz::require(header.length <= kMaxPayload && std::strcmp(header.to, own_name) == 0);
-    fuzz::require(header.type != kUninstall);
+    fuzz::require(header.length <= kMdxPayloadMax && std::strcmp(header.to, own_name) == 0);
+    fuzz::require(header.type != SERVER_MSG_UNINSTALL);
   };
   receiver_t receiver;
   receiver.user = geteuid() + 1;  // may send anything but the uninstall message
