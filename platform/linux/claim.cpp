@@ -59,9 +59,9 @@ constexpr refusal_t kGranted = nullptr;
 /// Rather than to run and be deaf.
 void have_enough_descriptors() {
   rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
+  if (prlimit(0, RLIMIT_NOFILE, nullptr, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
   limit.rlim_cur = limit.rlim_max < kDescriptors ? limit.rlim_max : kDescriptors;
-  if (limit.rlim_cur < kFewestDescriptors || setrlimit(RLIMIT_NOFILE, &limit) != 0)
+  if (limit.rlim_cur < kFewestDescriptors || prlimit(0, RLIMIT_NOFILE, &limit, nullptr) != 0)
     refuse("too few files may be open here: allow 256, with \"ulimit -n\" or LimitNOFILE=", 0);
 }
 
@@ -248,6 +248,12 @@ void claim_machine() {
   privileges_forbid_gain();
   const refusal_t why = make_directory_ours();
   if (why != kGranted) refuse(why, errno);
+}
+
+size_t open_files_allowed() {
+  rlimit limit{};
+  prlimit(0, RLIMIT_NOFILE, nullptr, &limit);
+  return static_cast<size_t>(limit.rlim_cur);
 }
 
 bool directory_restore() {

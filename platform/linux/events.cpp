@@ -13,7 +13,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -26,6 +25,7 @@
 #include <iterator>
 
 #include "platform/linux/answer_room.h"
+#include "platform/linux/claim.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/identity.h"
 #include "platform/linux/modem_channel.h"
@@ -38,7 +38,7 @@ namespace {
 
 constexpr size_t kMaxTasks = 8;
 constexpr size_t kRecentTasks = 64;
-constexpr rlim_t kFilesForEach = 8;      // that may be open; where few may, others need them more
+constexpr size_t kFilesForEach = 8;      // that may be open; where few may, others need them more
 constexpr uint32_t kFailureNapMs = 100;  // a caller that repeats a failed wait must not spin
 constexpr uint32_t kLookAgain = 0;
 constexpr mode_t kNobodysMode = 0600;
@@ -150,11 +150,9 @@ bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
 }
 
 void limit_recent_tasks() {
-  rlimit limit{};
-  const bool known = getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur >= kFilesForEach;
+  const size_t share = open_files_allowed() / kFilesForEach;
   pthread_mutex_lock(&recent_lock);
-  const rlim_t share = known ? limit.rlim_cur / kFilesForEach : 1;
-  recent_in_use = static_cast<size_t>(std::min<rlim_t>(share, kRecentTasks));
+  recent_in_use = std::clamp<size_t>(share, 1, kRecentTasks);
   pthread_mutex_unlock(&recent_lock);
 }
 

@@ -14,7 +14,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -25,6 +24,7 @@
 #include <iterator>
 
 #include "platform/linux/border_watch.h"
+#include "platform/linux/claim.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/hub_backlog.h"
 #include "platform/linux/hub_places.h"
@@ -263,10 +263,8 @@ receiver_t* find_slot(uid_t user) {
 
 /// Receivers must not take the files that the server needs for its clients.
 void limit_places() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kMaxReceivers + kOtherFiles)
-    return;
-  const auto files = static_cast<size_t>(limit.rlim_cur);
+  const size_t files = open_files_allowed();
+  if (files >= kMaxReceivers + kOtherFiles) return;
   places_in_use = files > kOtherFiles ? files - kOtherFiles : 1;
   MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_MISSING,
             "%zu receivers may connect, not %zu: only %zu files may be open\n", places_in_use,

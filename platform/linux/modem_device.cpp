@@ -75,18 +75,13 @@ uint32_t mark_of(const struct stat& status) {
   return static_cast<uint32_t>(mark >> 32);
 }
 
-ssize_t write_some(const modem_device_t& device, const char* data, size_t size) {
-  if (device.is_socket) return send(device.fd, data, size, MSG_NOSIGNAL);
-  return write(device.fd, data, size);
-}
-
 }  // namespace
 
 modem_device_t modem_device_open(const char* path) {
   struct stat status {};
   modem_device_t device;
   errno = ENOTTY;
-  if (stat(path, &status) != 0) return {};
+  if (fstatat(AT_FDCWD, path, &status, 0) != 0) return {};
   if (S_ISSOCK(status.st_mode)) device = connect_socket(path);
   if (S_ISCHR(status.st_mode)) device = open_terminal(path);
   device.mark = mark_of(status);
@@ -112,7 +107,7 @@ ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t siz
 ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size) {
   ssize_t taken = 0;
   do {
-    taken = write_some(device, data, size);
+    taken = write(device.fd, data, size);
   } while (taken < 0 && errno == EINTR);
   return taken < 0 && errno == EAGAIN ? 0 : taken;
 }

@@ -28,7 +28,7 @@ void modem_device_close(const modem_device_t& device);
 /// @return bytes read, 0 when there is nothing now, -1 when the device is gone
 ssize_t modem_device_read(const modem_device_t& device, char* buffer, size_t size);
 
-/// Writes what the device takes now.
+/// Writes what the device takes now. SIGPIPE is ignored by this process.
 /// @return bytes taken, 0 when there is no room now, -1 with errno when the device is gone
 ssize_t modem_device_write(const modem_device_t& device, const char* data, size_t size);
 

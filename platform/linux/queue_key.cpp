@@ -41,14 +41,16 @@ bool set_up(int32_t id, int32_t bytes) {
   msqid_ds status{};
   if (msgctl(id, IPC_STAT, &status) != 0) return false;
   const mdx_identity_t& identity = mdx_identity();
+  const uid_t own_user = status.msg_perm.uid;
+  const gid_t own_group = status.msg_perm.gid;
   status.msg_qbytes = static_cast<msglen_t>(bytes);
   status.msg_perm.mode = kQueueMode;
   if (identity.has_group) status.msg_perm.gid = identity.group;
   if (identity.has_user && geteuid() == 0) status.msg_perm.uid = identity.user;
   if (msgctl(id, IPC_SET, &status) == 0) return true;
   // Ids that this world does not know are refused; depth and mode still count.
-  status.msg_perm.gid = getegid();
-  status.msg_perm.uid = geteuid();
+  status.msg_perm.uid = own_user;
+  status.msg_perm.gid = own_group;
   return msgctl(id, IPC_SET, &status) == 0;
 }
 

@@ -7,6 +7,7 @@
 // out, leaves out what nobody will read, or who takes too much room (answer_room), and puts back
 // the rest, waking those clients again: one that looked in between found nothing.
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -129,8 +130,8 @@ bool link_server() {
   unlink(fresh);
   link_pid_namespace();
   static constinit complaint told;
-  const bool is_linked =
-      serving_task.load() != 0 && symlink(target, fresh) == 0 && rename(fresh, kMdxServerLink) == 0;
+  const bool is_linked = serving_task.load() != 0 && symlink(target, fresh) == 0 &&
+                         renameat(AT_FDCWD, fresh, AT_FDCWD, kMdxServerLink) == 0;
   const int error = is_linked ? 0 : errno;
   if (told.is_news(error)) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "clients cannot find the server: %s\n",

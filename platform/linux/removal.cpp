@@ -66,7 +66,7 @@ bool remove_entry(int directory, const char* name) {
   return !is_removed_entry(name) && move_aside(directory, name, directory);
 }
 
-bool is_removed_entry(const char* name) { return strncmp(name, kAside, strlen(kAside)) == 0; }
+bool is_removed_entry(const char* name) { return strstr(name, kAside) == name; }
 
 void remove_entries(int directory, bool (*goes)(int directory, const char* name)) {
   directory_reader entries;

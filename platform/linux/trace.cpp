@@ -110,7 +110,6 @@ int log_priority(const origin_t& origin) {
 iovec piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
 
 void write_log(int priority, const char* text, size_t length) {
-  if (!find_log()) return;
   char head[48];
   const int size = snprintf(head, sizeof(head), "<%d>mdxgate[%d]: ", LOG_DAEMON | priority,
                             static_cast<int>(getpid()));
