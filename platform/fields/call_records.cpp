@@ -143,25 +143,21 @@ int MdxClipParse(const char* text, void* record) {
   return parse(text, "+CLIP", rows, record, sizeof(caller));
 }
 
-// +CCWA: "123456789",129,1,,0 with alpha in front of the validity
+// +CCWA: "123456789",129,1,,0 with alpha in front of the validity, which the second report lacks
+constexpr value_row_t kWaitingCaller[] = {
+    MDX_SENSE(0, caller, number),
+    MDX_SENSE(1, caller, type),
+    MDX_VALUE(2, caller, service_class),
+    MDX_VALUE(4, caller, cli_validity),
+};
+
 int MdxCcwaParse(const char* text, void* record) {
-  static constexpr value_row_t rows[] = {
-      MDX_SENSE(0, caller, number),
-      MDX_SENSE(1, caller, type),
-      MDX_VALUE(2, caller, service_class),
-      MDX_VALUE(4, caller, cli_validity),
-  };
-  return parse(text, "+CCWA", rows, record, sizeof(caller));
+  return parse(text, "+CCWA", kWaitingCaller, record, sizeof(caller));
 }
 
 // ^CCWA:"123456789",129,1
 int MdxCcwaImsParse(const char* text, void* record) {
-  static constexpr value_row_t rows[] = {
-      MDX_SENSE(0, caller, number),
-      MDX_SENSE(1, caller, type),
-      MDX_VALUE(2, caller, service_class),
-  };
-  return parse(text, "^CCWA", rows, record, sizeof(caller));
+  return parse(text, "^CCWA", std::span(kWaitingCaller).first(3), record, sizeof(caller));
 }
 
 // ^XLEMA:1,2,112,0,1,fff

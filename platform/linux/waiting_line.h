@@ -4,7 +4,7 @@
 //
 // A client that finds it full raises a ticket at the server's FIFO (wire/border.h). The server
 // calls the first in line when a place is free, and sends the client whose request it took to the
-// end of the line. All of it is a hint: who is never called tries again by himself, so tickets of
+// end of the line. All of it is a hint: who is never called tries again by itself, so tickets of
 // tasks that are dead, or never come, cost others a pause and not their turn.
 //
 // For the task that serves the request queue.
