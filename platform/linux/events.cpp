@@ -63,8 +63,8 @@ struct recent_task_t {
   int fd;
 };
 constinit recent_task_t recent_tasks[kRecentTasks] = {};
-constinit size_t recent_in_use = 1;  ///< of them
-constinit size_t oldest_recent = 0;
+constinit uint32_t recent_in_use = 1;  ///< of them
+constinit uint32_t oldest_recent = 0;
 pthread_mutex_t recent_lock = PTHREAD_MUTEX_INITIALIZER;
 
 event_set_t* find_set(int32_t task_id) {
@@ -152,7 +152,7 @@ bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
 void limit_recent_tasks() {
   const size_t share = open_files_allowed() / kFilesForEach;
   pthread_mutex_lock(&recent_lock);
-  recent_in_use = std::clamp<size_t>(share, 1, kRecentTasks);
+  recent_in_use = static_cast<uint32_t>(std::clamp<size_t>(share, 1, kRecentTasks));
   pthread_mutex_unlock(&recent_lock);
 }
 
@@ -229,6 +229,8 @@ int event_task_open(int32_t task_id) {
     forget(recent);
     recent = nullptr;
   }
+  // It is polled while its request is served: the next task that is opened takes another's place.
+  if (recent == &recent_tasks[oldest_recent]) oldest_recent = (oldest_recent + 1) % recent_in_use;
   const int fd = recent != nullptr ? recent->fd : open_task(task_id);
   pthread_mutex_unlock(&recent_lock);
   return fd;

@@ -349,8 +349,9 @@ void drop_request_of_the_dead(int32_t client) {
            client, "it is gone");
 }
 
+/// Not inlined: the caller would hold each of its ends, and what it does then, once more.
 /// @return the message's size or -1 with errno: EOWNERDEAD for the request of a client that is gone
-ssize_t take_message(int32_t id, int32_t type, record_message_t* message) {
+[[gnu::noinline]] ssize_t take_message(int32_t id, int32_t type, record_message_t* message) {
   const ssize_t size =
       msgrcv(kernel_id_of(id), message, sizeof(message->record), type, IPC_NOWAIT | MSG_NOERROR);
   if (size != static_cast<ssize_t>(kMdxRecordSize) || !is_request_queue(id)) return size;

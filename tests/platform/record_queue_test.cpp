@@ -20,6 +20,7 @@
 #include "platform/linux/counters.h"
 #include "platform/linux/events.h"
 #include "platform/linux/record_queue.h"
+#include "platform/linux/served_client.h"
 #include "platform/linux/task_names.h"
 #include "platform/linux/waiting_line.h"
 #include "tests/platform/other_process.h"
@@ -305,6 +306,22 @@ TEST_F(WaitingLine, IsCalledInTheOrderOfArrival) {
   EXPECT_EQ(served.raised(), kAnswerAndLine);
   serve();
   EXPECT_EQ(served.raised(), kMdxEventAnswer) << "nobody waits any more";
+}
+
+TEST_F(WaitingLine, WhoIsServedIsStillWatchedWhenTheNextIsCalled) {
+  std::vector<std::unique_ptr<Client>> clients;
+  for (int32_t task = 4001; task <= 4065; ++task) clients.push_back(std::make_unique<Client>(task));
+  // As many as the server remembers, the one that is served longest ago.
+  for (size_t i = 0; i < 64; ++i) ASSERT_EQ(MDX_event_send(clients[i]->task(), kMdxEventAnswer), 1);
+  Client& served = *clients.front();
+  queue(served, 1);
+  waiting_line_join(ticket(*clients.back()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  record_t record{};
+  int error = 0;
+  ASSERT_EQ(read_from_msgqueue(requests(), record.data(), 0, &error), 0);
+  ASSERT_EQ(clients.back()->raised(), kMdxEventRoom);
+  EXPECT_GE(served_client_source().fd, 0) << "its end would not be noticed";
 }
 
 TEST_F(WaitingLine, WhoComesAgainAtOnceKeepsItsPlaceForAWhile) {
