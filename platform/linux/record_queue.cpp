@@ -477,7 +477,8 @@ bool server_link_restore() {
 int32_t MDX_msgQex_num(int32_t id) {
   if (!is_request_queue(id)) return count_messages(id);
   const bool is_clean = modem_channel_is_clean();
-  if (is_clean && requests_known < 0) requests_known = count_requests(id);
+  const bool is_needed = requests_known < 0 || (requests_known == 0 && waiting_line_stands());
+  if (is_clean && is_needed) requests_known = count_requests(id);
   const int32_t waiting = is_clean ? requests_known : 0;
   if (waiting == 0) requests_known = -1;
   return waiting;

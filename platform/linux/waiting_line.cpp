@@ -52,6 +52,8 @@ void waiting_line_join(uint32_t ticket) {
   ++waiting;
 }
 
+bool waiting_line_stands() { return waiting != 0; }
+
 bool waiting_line_call(int32_t places) {
   for (int dead = 0; places > 0 && waiting > 0 && dead < kMostDead;) {
     const int32_t task = place(0);

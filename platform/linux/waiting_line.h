@@ -15,6 +15,9 @@
 /// Notes a ticket. A task stands in line once; a line that is full takes no more.
 void waiting_line_join(uint32_t ticket);
 
+/// Whether anybody stands in line.
+bool waiting_line_stands();
+
 /// Calls the first in line, if there are any, to so many free places.
 /// @return whether as many were called
 bool waiting_line_call(int32_t places);

@@ -324,6 +324,16 @@ TEST_F(WaitingLine, WhoIsServedIsStillWatchedWhenTheNextIsCalled) {
   EXPECT_GE(served_client_source().fd, 0) << "its end would not be noticed";
 }
 
+TEST_F(WaitingLine, AllAreCalledWhenTheQueueHasBecomeEmpty) {
+  Client served(4001), first(4002), second(4003);
+  queue(served, 1);
+  raise({ticket(first), ticket(second)});
+  serve();
+  EXPECT_EQ(first.raised(), kMdxEventRoom);
+  EXPECT_EQ(MDX_msgQex_num(requests()), 0);
+  EXPECT_EQ(second.raised(), kMdxEventRoom) << "nobody would wake the server again";
+}
+
 TEST_F(WaitingLine, WhoComesAgainAtOnceKeepsItsPlaceForAWhile) {
   Client quick(4001), waiting(4002), came(4003);
   waiting_line_move(quick.task(), 4'999'900);
