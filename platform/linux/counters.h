@@ -57,7 +57,7 @@ enum mdx_counter_t : uint32_t {
   // Console
   COUNT_CONSOLE_COMMANDS,
   COUNT_CONSOLE_DROPPED,  ///< clients that sent nothing, rubbish, or did not read
-  COUNT_TRACES_LOST,      ///< the log, the journal or the terminal did not keep up
+  COUNT_TRACES_LOST,      ///< log, journal or terminal did not keep up, or there is none of them
   COUNT_COUNTERS,
 };
 

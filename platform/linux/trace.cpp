@@ -63,15 +63,19 @@ void open_outputs() {
 }
 
 /// Looks for a log that is missing, once in a second.
+/// @return false when a trace is not for the log; where nobody else reads it, it is counted
 bool find_log() {
   if (log_found.load()) return true;
   const auto second = static_cast<uint32_t>(monotonic_ms() / 1000 + 1);
-  if (log_missed_in.load() == second) return false;
-  const auto* address = reinterpret_cast<const sockaddr*>(&kLogAddress);
-  const bool found = connect(outputs.log, address, sizeof(kLogAddress)) == 0;
-  log_found = found;
-  if (!found) log_missed_in = second;
-  return found;
+  if (log_missed_in.load() != second) {
+    const auto* address = reinterpret_cast<const sockaddr*>(&kLogAddress);
+    const bool found = connect(outputs.log, address, sizeof(kLogAddress)) == 0;
+    log_found = found;
+    if (found) return true;
+    log_missed_in = second;
+  }
+  if (!outputs.journal && outputs.terminal < 0) counter_add(COUNT_TRACES_LOST);
+  return false;
 }
 
 bool somebody_reads() {
@@ -89,8 +93,10 @@ struct origin_t {
 /// The server says with each line of the modem what it does not find there, and the reports'
 /// handlers trace that they were called, at the level of errors.
 bool comes_with_each_line(const origin_t& origin) {
-  if (strcmp(origin.source, "mdx_report_callback") == 0) return true;
-  return strcmp(origin.source, "mdxgate") == 0 && origin.level == MDX_TRACE_MISSING;
+  constexpr const char* kReports = mdx_trace_source_name(MDX_FROM_REPORTS);
+  constexpr const char* kServer = mdx_trace_source_name(MDX_FROM_SERVER);
+  if (strcmp(origin.source, kReports) == 0) return true;
+  return strcmp(origin.source, kServer) == 0 && origin.level == MDX_TRACE_MISSING;
 }
 
 int log_priority(const origin_t& origin) {

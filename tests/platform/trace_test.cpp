@@ -147,16 +147,19 @@ TEST(Trace, ALogThatIsStartedAnewIsFoundAgain) {
   EXPECT_THAT(second.next(), EndsWith(": text")) << "the first trace to it is not lost";
 }
 
-TEST(Trace, ALogThatIsMissingIsFoundOnceItIsThere) {
+TEST(Trace, ALogThatIsMissingIsFoundOnceItIsThereAndWhatItMissedIsCounted) {
   const auto trace = [] { KRP_TRACE_PrintInfo("mdxgate", 1, 0, "mdxgate", 2, "text"); };
+  const uint64_t lost = counter_value(COUNT_TRACES_LOST);
   trace();
   const SystemLog late;
   std::string line;
-  for (; line.empty(); line = late.next()) {
+  uint64_t missed = 0;
+  for (; line.empty(); line = late.next(), ++missed) {
     usleep(10000);
     trace();
   }
   EXPECT_THAT(line, EndsWith(": text"));
+  EXPECT_EQ(counter_value(COUNT_TRACES_LOST) - lost, missed);
 }
 
 TEST(Trace, ALogThatDoesNotKeepUpHoldsNobodyUp) {
