@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -22,14 +23,15 @@ namespace {
 /// here.
 thread_local int32_t open_task = 0;
 
-/// This thread's id, 0 while it is not known.
+/// This thread's id, 0 while it is not known; as the process's.
 thread_local int32_t known_task = 0;
+std::atomic<int32_t> known_process{0};
 bool forks_are_noticed = false;
 pthread_once_t forks_asked_for = PTHREAD_ONCE_INIT;
 
-void ask_for_forks() {
-  forks_are_noticed = pthread_atfork(nullptr, nullptr, [] { known_task = 0; }) == 0;
-}
+void forget_ids() { known_task = known_process = 0; }
+
+void ask_for_forks() { forks_are_noticed = pthread_atfork(nullptr, nullptr, forget_ids) == 0; }
 
 constexpr int64_t kNamePatienceMs = 2000;
 constexpr timespec kNameRetry = {0, 1'000'000};
@@ -68,6 +70,14 @@ int32_t client_own_task() {
   const int32_t task = gettid();
   if (forks_are_noticed) known_task = task;
   return task;
+}
+
+int32_t client_own_process() {
+  if (const int32_t known = known_process.load(); known != 0) return known;
+  pthread_once(&forks_asked_for, ask_for_forks);
+  const int32_t process = getpid();
+  if (forks_are_noticed) known_process = process;
+  return process;
 }
 
 void client_disconnect(mdx_client_t* client) {

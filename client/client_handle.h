@@ -24,6 +24,9 @@ struct mdx_client {
 /// The calling thread's id, which costs a system call only once. A forked child has another.
 int32_t client_own_task();
 
+/// The process's id, as `client_own_task`.
+int32_t client_own_process();
+
 /// Makes sure that the handle has a link; its server may be dead.
 /// @return as server_link_open
 int client_connect(mdx_client_t* client);

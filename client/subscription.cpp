@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "client/client_handle.h"
 #include "client/mdxclient.h"
 #include "client/wait_clock.h"
 #include "wire/border.h"
@@ -33,6 +34,7 @@ static_assert(kPacketRoom >= sizeof(mdx_packet_header_t) + kMdxPayloadMax);
 
 struct mdx_subscription {
   int fd;
+  int32_t process;                      ///< that made it, and whose waits are the socket's
   int32_t wait_ms;                      ///< how long a read on `fd` waits; 0 for good
   bool refused;                         ///< the hub has said why it hangs up
   alignas(8) char packet[kPacketRoom];  ///< header and payload of the last packet
@@ -170,9 +172,11 @@ int await_noted(int fd, bool keep_states) {
   }
 }
 
-/// Has a read on the socket wait so long, negative for good.
+/// Has a read on the socket wait so long, negative for good. How long is a property of the socket,
+/// so a forked child leaves it alone: its parent would wait as long.
 /// @return whether it does
 bool set_wait(mdx_subscription_t* subscription, int32_t timeout_ms) {
+  if (subscription->process != client_own_process()) return false;
   const int32_t wait_ms = std::max(timeout_ms, 0);
   if (subscription->wait_ms == wait_ms) return true;
   const timeval wait = {wait_ms / 1000, wait_ms % 1000 * 1000};
@@ -237,6 +241,7 @@ int mdx_subscribe_with(mdx_subscription_t** subscription, const mdx_subscribe_op
 
   auto* opened = static_cast<mdx_subscription_t*>(std::malloc(sizeof(mdx_subscription_t)));
   if (opened == nullptr) return MDX_ERR_SYSTEM;
+  opened->process = client_own_process();
   opened->wait_ms = 0;
   opened->refused = false;
   opened->fd = join_hub(request);

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -198,6 +199,18 @@ TEST_F(Subscription, WaitsNoLessThanAskedWhateverTheProgramDoes) {
     EXPECT_EQ(next(0), MDX_ERR_TIMEOUT);
   }
   sigaction(SIGALRM, &previous, nullptr);
+}
+
+TEST_F(Subscription, OfAForkedChildChangesNoWaitOfItsParents) {
+  EXPECT_EQ(next(10), MDX_ERR_TIMEOUT);
+  const pid_t child = fork();
+  if (child == 0) _exit(next(120000));
+  usleep(100000);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(next(10), MDX_ERR_TIMEOUT);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
 }
 
 TEST_F(Subscription, MarksWhatWasToldBeforeForCallersOfAnyVersion) {
