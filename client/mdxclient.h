@@ -125,8 +125,8 @@ typedef struct mdx_client mdx_client_t;
 
 /** Finds the server and makes the calling thread one of its clients.
  *
- * Where another user's file bears the thread's name at the server, this waits until the server has
- * removed it, 2 seconds at most.
+ * Where another user's file bears the thread's name at the server, or somebody has removed the
+ * server's own, this waits until the server has put it right, 2 seconds at most.
  * @param client  set to the handle on success, to NULL otherwise; a thread has one at most
  * @return MDX_OK, MDX_ERR_NO_SERVER, MDX_ERR_ACCESS, MDX_ERR_TAKEN, MDX_ERR_NAMESPACE,
  * MDX_ERR_THREAD, MDX_ERR_ARGUMENT, MDX_ERR_SYSTEM

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -48,17 +49,19 @@ int error_of(int system_error) {
   }
 }
 
-int open_event_fifo() {
-  char path[kEventPathSize] = {};
+/// @return whether there is a link, and it leads to where a server's FIFO is; else errno tells more
+bool read_link(char (&path)[kEventPathSize]) {
   const ssize_t length = readlink(kMdxServerLink, path, sizeof(path));
-  if (length < 0) return -1;
-  // It leads to a server's FIFO or to nothing of ours.
-  if (length == static_cast<ssize_t>(sizeof(path)) ||
-      std::strncmp(path, kMdxEventPrefix, sizeof(kMdxEventPrefix) - 1) != 0) {
-    errno = ENOENT;
-    return -1;
-  }
-  return event_fifo_open(path);
+  if (length < 0) return false;
+  errno = ENOENT;
+  if (length == static_cast<ssize_t>(sizeof(path))) return false;
+  path[length] = '\0';
+  return std::strncmp(path, kMdxEventPrefix, sizeof(kMdxEventPrefix) - 1) == 0;
+}
+
+int open_event_fifo() {
+  char path[kEventPathSize];
+  return read_link(path) ? event_fifo_open(path) : -1;
 }
 
 /// Task ids are addresses at the server, and another namespace's name other tasks. Where one of the
@@ -120,6 +123,15 @@ int server_link_open(server_link_t* link) {
   server_link_close(link);
   errno = system_error;
   return error_of(system_error);
+}
+
+bool server_link_lacks_fifo() {
+  constexpr mode_t kNobodysMode = 0600;  // until all have their rights to it
+  char path[kEventPathSize];
+  struct stat fifo {};
+  if (!read_link(path)) return false;
+  if (lstat(path, &fifo) != 0) return errno == ENOENT;
+  return fifo.st_mode == (S_IFIFO | kNobodysMode);
 }
 
 void server_link_close(server_link_t* link) {

@@ -21,6 +21,10 @@ struct server_link_t {
 /// is closed on failure
 int server_link_open(server_link_t* link);
 
+/// Whether the server's link is there and its FIFO is not, or not yet for everybody: a server makes
+/// one again that somebody has removed.
+bool server_link_lacks_fifo();
+
 void server_link_close(server_link_t* link);
 
 /// Waits until `deadline` (monotonic milliseconds) or the server's death.

@@ -324,6 +324,21 @@ TEST(Client, WaitsForItsNameThatSomebodyHasTaken) {
   mdx_close(client);
 }
 
+TEST(Client, WaitsForAServerWhoseNameSomebodyHasRemoved) {
+  StandInServer server(echo);
+  mdx_client_t* client = nullptr;
+  const std::string removed = StandInServer::kFifo + ".removed"s;
+  ASSERT_EQ(rename(StandInServer::kFifo, removed.c_str()), 0);
+  EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "it is never made again";
+  std::thread make_again([&removed] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    rename(removed.c_str(), StandInServer::kFifo);
+  });
+  EXPECT_EQ(mdx_open(&client), MDX_OK);
+  make_again.join();
+  mdx_close(client);
+}
+
 TEST(Client, HandleIsOneThreads) {
   StandInServer server(echo);
   mdx_client_t* client = nullptr;
