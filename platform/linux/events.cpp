@@ -46,7 +46,7 @@ constexpr mode_t kNobodysMode = 0600;
 struct event_set_t {
   std::atomic<int32_t> task_id{0};
   std::atomic<uint32_t> pending{0};
-  std::atomic<bool> sleeping{false};
+  std::atomic<uint32_t> sleeping{0};  ///< a word: not every processor exchanges bytes
   std::atomic<uint32_t> mask{0};
   int wait_fd = -1;
   int wake_fd = -1;
@@ -139,12 +139,12 @@ void collect(event_set_t& set) {
 /// @return false when it cannot wait
 bool sleep_in(event_set_t& set, uint32_t mask, int wait_ms) {
   modem_channel_is_clean();  // who waits for events is in no exchange
-  set.sleeping.store(true);
+  set.sleeping.store(1);
   pollfd readable = {set.wait_fd, POLLIN, 0};
   int ready = 1;
   if ((set.pending.load() & mask) == 0) ready = modem_channel_poll(&readable, wait_ms);
   const int error = errno;
-  set.sleeping.store(false);
+  set.sleeping.store(0);
   if ((readable.revents & POLLIN) != 0) collect(set);
   return (ready >= 0 || error == EINTR) && (readable.revents & (POLLNVAL | POLLERR)) == 0;
 }
@@ -284,7 +284,7 @@ int32_t MDX_event_send(int32_t task_id, uint32_t bits) {
   if (task_id <= 0) return 0;
   if (event_set_t* set = find_set(task_id)) {
     set->pending.fetch_or(bits);
-    if (set != own_set && set->sleeping.exchange(false)) write_raise(set->wake_fd, kLookAgain);
+    if (set != own_set && set->sleeping.exchange(0) != 0) write_raise(set->wake_fd, kLookAgain);
     return 1;
   }
   pthread_mutex_lock(&recent_lock);

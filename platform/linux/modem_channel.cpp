@@ -53,7 +53,7 @@ constexpr char kErase[] = "\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b";
 /// What the threads share. The lock is held while a binding begins or ends, and for the whole of a
 /// send.
 pthread_mutex_t binding_lock = PTHREAD_MUTEX_INITIALIZER;
-constinit std::atomic<bool> bound{false};
+constinit std::atomic<uint32_t> bound{0};  ///< a word: not every processor exchanges bytes
 constinit std::atomic<int32_t> reading_task{0};
 constinit std::atomic<int> wake_fd{-1};  ///< eventfd
 
@@ -387,7 +387,8 @@ void wait_for_clean_line() {
 
 /// @return 0, else an errno value: why nothing may be sent
 int refusal_to_send(int32_t number) {
-  if (!modem_channel_is_read_here() || !bound.load() || number != channel.number) return ENOTCONN;
+  if (!modem_channel_is_read_here() || bound.load() == 0 || number != channel.number)
+    return ENOTCONN;
   if (served_client_is_dead()) return EOWNERDEAD;
   wait_for_clean_line();
   return is_open() && !assembler.debt().link_lost_in_exchange() ? 0 : ENODEV;
@@ -419,7 +420,7 @@ int32_t send_to_channel(int32_t number, const char* data, uint32_t length) {
 /// Makes this task the one that reads the modem, if there is none yet.
 /// @return 0 when the device is open, else an errno value
 int bind_channel(int32_t number, mdx_receive_function_t receive) {
-  if (modem_channel_is_read_here() && !bound.load()) give_up();
+  if (modem_channel_is_read_here() && bound.load() == 0) give_up();
   if (reading_task.load() == 0) {
     if (wake_fd.load() < 0) wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (wake_fd.load() < 0) return errno;
@@ -427,7 +428,7 @@ int bind_channel(int32_t number, mdx_receive_function_t receive) {
     channel.number = number;
     channel.receive = receive;
     channel.was_open = false;
-    bound = true;
+    bound = 1;
     reading_task = MDX_task_getid();
   }
   if (!modem_channel_is_read_here()) return EBUSY;
@@ -445,8 +446,8 @@ bool modem_channel_is_read_here() {
 
 int modem_channel_poll(pollfd* own, int wait_ms) {
   if (!modem_channel_is_read_here()) return poll(own, 1, wait_ms);
-  if (!bound.load()) give_up();
-  if (!bound.load() || (channel.refused && hand_over())) return 0;
+  if (bound.load() == 0) give_up();
+  if (bound.load() == 0 || (channel.refused && hand_over())) return 0;
   tell_gone_in_order();
   pollfd sources[] = {*own, {wake_fd.load(), POLLIN, 0}, device_source(0)};
   const uint64_t now = monotonic_ms();
@@ -456,7 +457,7 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
     uint64_t wakes = 0;
     [[maybe_unused]] const ssize_t size = read(wake_fd.load(), &wakes, sizeof(wakes));
   }
-  if (!bound.load()) {
+  if (bound.load() == 0) {
     give_up();
     return 0;
   }
@@ -516,7 +517,7 @@ int32_t Q7_APP_RegCallBack(int32_t number, mdx_receive_function_t receive,
 
 void Q7_App_Ungister() {
   pthread_mutex_lock(&binding_lock);
-  if (bound.exchange(false)) {
+  if (bound.exchange(0) != 0) {
     tell(MDX_TRACE_FLOW, "given up");
     if (modem_channel_is_read_here()) {
       give_up();

@@ -34,7 +34,8 @@ constexpr uint32_t kReadyFlagCapability = 1u << CAP_DAC_OVERRIDE;
 constexpr unsigned long kOctal = 8;
 constexpr unsigned long kModeBits = 07777;
 
-constinit std::atomic<bool> capability_held{false};
+constinit std::atomic<uint32_t> capability_held{
+    0};  ///< a word: not every processor exchanges bytes
 
 /// Leaves the calling thread these capabilities of the first 32, and none else, to use now or
 /// later.
@@ -85,8 +86,8 @@ void drop_root() {
               "cannot become user %s, %s is refused: stays root\n", kMdxUser, refused);
     return;
   }
-  capability_held.store(set_capabilities(kReadyFlagCapability, kReadyFlagCapability));
-  if (!capability_held.load()) {
+  capability_held.store(set_capabilities(kReadyFlagCapability, kReadyFlagCapability) ? 1 : 0);
+  if (capability_held.load() == 0) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "capabilities are refused: %s\n",
               strerror(errno));
   }
@@ -97,15 +98,15 @@ void drop_root() {
 void privileges_forbid_gain() { set_attribute(PR_SET_NO_NEW_PRIVS, 1); }
 
 void privileges_enter_thread() {
-  if (capability_held.load()) set_capabilities(0, 0);
+  if (capability_held.load() != 0) set_capabilities(0, 0);
 }
 
 void privileges_set_aside() {
-  if (capability_held.load()) set_capabilities(kReadyFlagCapability, 0);
+  if (capability_held.load() != 0) set_capabilities(kReadyFlagCapability, 0);
 }
 
 void privileges_take_up() {
-  if (capability_held.load()) set_capabilities(kReadyFlagCapability, kReadyFlagCapability);
+  if (capability_held.load() != 0) set_capabilities(kReadyFlagCapability, kReadyFlagCapability);
 }
 
 void KRP_UTIL_DropAndroidRootPrivileges() {
@@ -124,5 +125,5 @@ void KRP_UTIL_RemoveAndroidWPerm(const char* path, const char* mode) {
     MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "no mode %s for %s: %s\n", mode, path,
               strerror(errno));
   }
-  if (capability_held.exchange(false)) set_capabilities(0, 0);
+  if (capability_held.exchange(0) != 0) set_capabilities(0, 0);
 }
