@@ -316,8 +316,7 @@ def attack(name, starts):
     print(f"{name:32} {len(ready):4} of {starts:3} served, at the latest after "
           f"{max(ready, default=0):6.3f} s; slowest command {max(slowest, default=0):6.3f} s"
           f"{'  ' + repr(said) if said else ''}", flush=True)
-    # Between a FIFO that root has removed and the next one nobody is there.
-    is_well_served = max(slowest, default=0) <= SLOW_S and (not said or name.startswith("root"))
+    is_well_served = max(slowest, default=0) <= SLOW_S and not said
     return len(ready) == starts and (is_well_served or starts < STARTS)
 
 

@@ -329,7 +329,6 @@ TEST(Client, WaitsForAServerWhoseNameSomebodyHasRemoved) {
   mdx_client_t* client = nullptr;
   const std::string removed = StandInServer::kFifo + ".removed"s;
   ASSERT_EQ(rename(StandInServer::kFifo, removed.c_str()), 0);
-  EXPECT_EQ(mdx_open(&client), MDX_ERR_NO_SERVER) << "it is never made again";
   std::thread make_again([&removed] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     rename(removed.c_str(), StandInServer::kFifo);
