@@ -173,7 +173,7 @@ pid_t start_mdxctl(const std::string& arguments, bool without_hang_up = false) {
   if (child != 0) return child;
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) signal(number, SIG_DFL);
   if (without_hang_up) signal(SIGHUP, SIG_IGN);
-  const std::string command = "exec " MDXCTL " " + arguments + " >/dev/null 2>&1";
+  const std::string command = "exec '" MDXCTL "' " + arguments + " >/dev/null 2>&1";
   execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
   _exit(127);
 }

@@ -15,7 +15,7 @@ struct Outcome {
 
 /// Runs mdxctl; both outputs come in one.
 inline Outcome mdxctl(const std::string& arguments, const std::string& input = "") {
-  const std::string command = "printf '" + input + "' | " + MDXCTL + " " + arguments + " 2>&1";
+  const std::string command = "printf '" + input + "' | '" MDXCTL "' " + arguments + " 2>&1";
   FILE* pipe = popen(command.c_str(), "r");
   Outcome outcome;
   char text[4096];
