@@ -90,8 +90,8 @@ int put_request(mdx_client_t* client) {
     error = client_connect(client);
     if (error != MDX_OK) return error;
     if (!client->settled) drop_leftovers(client);
-    client->settled = false;
     error = ask_or_put(client);
+    client->settled = client->settled && error == MDX_ERR_BUSY;  // then nothing was put
     if (error == MDX_OK && raise_server(client) == EPIPE && withdraw(client)) {
       error = MDX_ERR_SERVER_GONE;
     }
