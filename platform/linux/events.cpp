@@ -112,7 +112,7 @@ bool write_raise(int fd, uint32_t bits) {
 /// @return whether it is there
 bool restore_fifo(const event_set_t& set, int32_t task_id) {
   char path[kEventPathSize];
-  struct stat status {};
+  struct stat status;
   server_fifo_path(task_id, path);
   if (lstat(path, &status) == 0) return true;
   const int fresh = create_public_fifo(path);
@@ -194,7 +194,7 @@ bool raise_other_process(int32_t task_id, uint32_t bits) {
 
 /// A FIFO that its task has replaced may still be read, by a child that its task forked.
 bool is_current(int fd) {
-  struct stat status {};
+  struct stat status;
   pollfd fifo = {fd, 0, 0};
   return fstat(fd, &status) == 0 && status.st_nlink != 0 && poll(&fifo, 1, 0) == 0;
 }
@@ -248,7 +248,7 @@ bool task_is_dead(int32_t task_id) {
 
 uid_t task_user(int32_t task_id) {
   char path[kEventPathSize];
-  struct stat status {};
+  struct stat status;
   event_fifo_path(task_id, path);
   return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode) ? status.st_uid : kNobody;
 }

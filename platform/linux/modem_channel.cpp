@@ -324,7 +324,6 @@ int wait_for_room(uint64_t deadline) {
   const uint64_t now = monotonic_ms();
   if (now >= deadline) return ETIMEDOUT;
   pollfd sources[] = {device_source(POLLOUT), served_client_source()};
-  if (served_client_is_dead()) sources[1].fd = -1;
   const int wait_ms = sooner_ms(due_in_ms(now), static_cast<int>(deadline - now));
   if (poll(sources, 2, wait_ms) < 0) return errno == EINTR ? 0 : errno;
   served_client_polled(sources[1]);
@@ -449,10 +448,11 @@ int modem_channel_poll(pollfd* own, int wait_ms) {
   if (bound.load() == 0) give_up();
   if (bound.load() == 0 || (channel.refused && hand_over())) return 0;
   tell_gone_in_order();
-  pollfd sources[] = {*own, {wake_fd.load(), POLLIN, 0}, device_source(0)};
+  pollfd sources[] = {*own, {wake_fd.load(), POLLIN, 0}, device_source(0), served_client_source()};
   const uint64_t now = monotonic_ms();
-  if (poll(sources, 3, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
+  if (poll(sources, 4, sooner_ms(due_in_ms(now), wait_ms)) < 0) return -1;
   own->revents = sources[0].revents;
+  served_client_polled(sources[3]);
   if (sources[1].revents != 0) {
     uint64_t wakes = 0;
     [[maybe_unused]] const ssize_t size = read(wake_fd.load(), &wakes, sizeof(wakes));

@@ -13,7 +13,8 @@ struct pollfd;
 /// Whether the calling task is the one that bound the channel.
 bool modem_channel_is_read_here();
 
-/// Waits for a descriptor like poll, and reads the modem meanwhile, if this task bound its channel.
+/// Waits for a descriptor like poll, reads the modem meanwhile and notices the end of the served
+/// client, if this task bound its channel.
 /// It may return early, as when a delivery has been handed over: look again, and come back.
 /// @param own      what the caller waits for; its descriptor may be -1
 /// @param wait_ms  -1: no time-out

@@ -108,11 +108,10 @@ bool read_modem_for_element(queue_lock* lock, int32_t milliseconds) {
     const uint32_t waited = MDX_elapse() - begin;
     if (milliseconds <= 0 || waited >= static_cast<uint32_t>(milliseconds)) return false;
     if (served_client_is_dead() || modem_channel_answer_is_lost()) return false;
-    pollfd client = served_client_source();
+    pollfd nothing = {-1, 0, 0};
     lock->release();
-    const int ready = modem_channel_poll(&client, milliseconds - static_cast<int32_t>(waited));
+    const int ready = modem_channel_poll(&nothing, milliseconds - static_cast<int32_t>(waited));
     const bool can_wait = ready >= 0 || errno == EINTR;
-    served_client_polled(client);
     lock->take();
     if (!can_wait || queue.generation != generation) return false;
   }

@@ -32,6 +32,7 @@
 #include "platform/linux/served_client.h"
 #include "platform/linux/waiting_line.h"
 #include "platform/mdx_platform.h"
+#include "wire/at_msg.h"
 #include "wire/border.h"
 #include "wire/event_fifo.h"
 
@@ -356,15 +357,17 @@ void drop_request_of_the_dead(int32_t client) {
       msgrcv(kernel_id_of(id), message, sizeof(message->record), type, IPC_NOWAIT | MSG_NOERROR);
   if (size != static_cast<ssize_t>(kMdxRecordSize) || !is_request_queue(id)) return size;
   int32_t client = 0;
-  memcpy(&client, message->record, sizeof(client));
-  if (served_client_begin(client)) return size;
+  uint32_t seq = 0;
+  memcpy(&client, message->record + offsetof(at_msg_t, msg_type), sizeof(client));
+  memcpy(&seq, message->record + offsetof(at_msg_t, seq), sizeof(seq));
+  if (served_client_begin(client, seq)) return size;
   drop_request_of_the_dead(client);
   errno = EOWNERDEAD;
   return -1;
 }
 
 int32_t count_messages(int32_t id) {
-  msqid_ds status{};
+  msqid_ds status;
   if (id < 0) return 0;
   if (msgctl(kernel_id_of(id), IPC_STAT, &status) == 0)
     return static_cast<int32_t>(status.msg_qnum);
@@ -436,7 +439,7 @@ void MDX_msgQex_delete(int32_t id) {
 }
 
 int32_t record_queue_depth(int32_t number) {
-  msqid_ds status{};
+  msqid_ds status;
   if (msgctl(MDX_get_msgQ_id(number), IPC_STAT, &status) != 0) return 0;
   return static_cast<int32_t>(status.msg_qnum);
 }
@@ -528,6 +531,7 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   }
   if (is_answer) remember_put(static_cast<int32_t>(message.type), MDX_elapse());
   if (is_answer) note_answer();
+  if (is_answer) served_client_answered();
   const uint32_t line = is_answer && place_is_lost ? kMdxEventLine : 0;
   if (type > 0) MDX_event_send(type, kMdxEventAnswer | line);
   return 0;

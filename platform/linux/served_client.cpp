@@ -3,6 +3,9 @@
 // A client's event FIFO has no reader any more when its client is gone: the kernel says so to a
 // poll that waits for something else anyway. A program that never made one can be asked for only
 // before its request is begun.
+//
+// Most requests come from the client of the one before, while the server sleeps: then the poll that
+// wakes it has looked at that client, too, and two system calls are saved.
 
 #include "platform/linux/served_client.h"
 
@@ -11,20 +14,31 @@
 namespace {
 
 constinit int32_t client = 0;
+constinit uint32_t next_seq = 0;
 constinit bool is_dead = false;
+constinit bool lived_in_poll = false;  ///< the last one since the answer
 
 }  // namespace
 
-bool served_client_begin(int32_t task_id) {
+bool served_client_begin(int32_t task_id, uint32_t seq) {
+  // Who has made a FIFO anew since has begun to count anew.
+  const bool is_known = lived_in_poll && task_id == client && seq == next_seq;
   client = task_id;
+  next_seq = seq + 1;
+  if (is_known) return true;
   is_dead = task_id > 0 && event_task_open(task_id) < 0 && task_is_dead(task_id);
   return !is_dead;
 }
 
-pollfd served_client_source() { return {client > 0 ? event_task_fd(client) : -1, 0, 0}; }
+void served_client_answered() { lived_in_poll = false; }
+
+pollfd served_client_source() {
+  return {client > 0 && !is_dead ? event_task_fd(client) : -1, 0, 0};
+}
 
 void served_client_polled(const pollfd& source) {
   if ((source.revents & POLLERR) != 0) is_dead = true;
+  lived_in_poll = source.fd >= 0 && !is_dead;
 }
 
 bool served_client_is_dead() { return is_dead; }

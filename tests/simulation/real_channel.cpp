@@ -74,7 +74,7 @@ real_channel::real_channel() {
   channel = this;
   fake::the_line = this;
   remembered = {};
-  served_client_begin(0);
+  served_client_begin(0, 0);
 }
 
 real_channel::~real_channel() {
@@ -100,7 +100,7 @@ void real_channel::forget_process() {
   channel_unbind();
   modem_channel_sleep(0);
   remembered = account;
-  served_client_begin(0);
+  served_client_begin(0, 0);
   kills_server = is_dead = has_begun_write = false;
   served = 0;
 }
@@ -111,19 +111,19 @@ int32_t real_channel::bind(int32_t number, mdx_receive_function_t receive,
 }
 
 void real_channel::wait(uint64_t until) {
-  pollfd client = has_client() ? served_client_source() : pollfd{-1, 0, 0};
+  pollfd nothing = {-1, 0, 0};
   const bool is_for_ever = until == UINT64_MAX;
-  modem_channel_poll(&client, is_for_ever ? -1 : static_cast<int>(until - fake::now()));
+  modem_channel_poll(&nothing, is_for_ever ? -1 : static_cast<int>(until - fake::now()));
   if (broken != nullptr) std::rethrow_exception(broken);
-  if (client.fd >= 0) served_client_polled(client);
   if (kills_server) throw server_killed{};
 }
 
 bool real_channel::shows_requests() { return !is_dead && modem_channel_is_clean(); }
 bool real_channel::begins_request(int32_t client) {
   served = client;
-  return served_client_begin(client);
+  return served_client_begin(client, ++requests_);
 }
+void real_channel::ends_request() { served_client_answered(); }
 bool real_channel::has_client() { return !is_dead && !served_client_is_dead(); }
 bool real_channel::may_answer() { return !modem_channel_answer_is_lost(); }
 

@@ -51,12 +51,14 @@ class real_channel : public fake::line {
   bool shows_requests() override;
   bool begins_request(int32_t client) override;
   bool has_client() override;
+  void ends_request() override;
   bool may_answer() override;
 
   int device = 0;  ///< each has its number, 0 for none
 
  private:
   int devices_ = 0;
+  uint32_t requests_ = 0;
 };
 
 }  // namespace simulation
