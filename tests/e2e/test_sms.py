@@ -306,7 +306,7 @@ class Sms(DeviceTest):
     def test_completion_of_numbers_reads_nothing(self):
         self.start_device("--quiet")
         completion = pathlib.Path(__file__).parents[2] / "packaging" / "mdxctl.bash"
-        offered = subprocess.run(["bash", "-c", f"source {completion}; COMP_WORDS=(mdxctl sms read ''); COMP_CWORD=3; "
+        offered = subprocess.run(["bash", "-c", f"source '{completion}'; COMP_WORDS=(mdxctl sms read ''); COMP_CWORD=3; "
                                   "_mdxctl; echo ${COMPREPLY[@]}"], capture_output=True, text=True, timeout=PATIENCE_S)
         self.assertEqual(offered.stdout, "1\n", offered.stderr)
         self.assertEqual(self.messages("--unread")[0]["numbers"], [1])

@@ -165,7 +165,7 @@ class Packages(DeviceTest):
                               ("mdxctl wait reg", "registered"), ("mdxctl sim un", "unlock"),
                               ("mdxctl watch --only EVT_AT_HC", "EVT_AT_HCSQ"), ("mdxctl --ver", "--version"), ("mdxctl report rs", "rssi")):
             words = line.split()
-            printed = run("bash", "-c", f"source {script}; COMP_WORDS=({line}); "
+            printed = run("bash", "-c", f"source '{script}'; COMP_WORDS=({line}); "
                           f"COMP_CWORD={len(words) - 1}; _mdxctl; echo ${{COMPREPLY[@]}}")
             self.assertIn(offered, printed.split(), line)
 

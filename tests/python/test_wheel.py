@@ -54,7 +54,7 @@ class Wheel(DeviceTest):
     @staticmethod
     def library_folder():
         maps = run(sys.executable, "-c", "import mdxclient; mdxclient.library_version(); print(open('/proc/self/maps').read())")
-        return pathlib.Path(next(line for line in maps.splitlines() if "libmdxclient" in line).split()[-1]).parent
+        return pathlib.Path(next(line for line in maps.splitlines() if "libmdxclient" in line).split(maxsplit=5)[-1]).parent
 
 
 if __name__ == "__main__":
