@@ -8,4 +8,4 @@
 #include "wire/at_msg.h"
 
 /// The last ^RSSI line as the answer area of a record, `ret_val` 2. Main thread only.
-inline constinit at_answer_t mdx_rssi_report = {};
+extern at_answer_t mdx_rssi_report;

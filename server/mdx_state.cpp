@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The one instance. Static, so that it costs no heap and lives for the process.
+// What lives for the process. Static, so that it costs no heap; server/variables.ld says where each
+// section stands.
 
 #include "server/mdx_state.h"
 
-constinit mdx_state_t mdx_state;
+#include "reports/stored_report.h"
+
+[[gnu::section(".bss.mdx_state")]] constinit mdx_state_t mdx_state;
+[[gnu::section(".bss.mdx_rssi_report")]] constinit at_answer_t mdx_rssi_report = {};
 
 void mdx_state_init() {
   mdx_state.req_queue_id = -1;

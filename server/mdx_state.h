@@ -40,6 +40,8 @@ constexpr size_t kSentHeadSize = 64;
 /// Bit of `query_flags`: "AT+COPS=3,2,," has succeeded.
 constexpr uint32_t COPS_FORMAT_DONE = 64;
 
+/// What is used most stands first: the pages behind it are never touched.
+///
 /// All zero at first, so that its 11 KiB are no part of the program file; mdx_state_init gives the
 /// ids, the ring's slots, `sms_cancel_marker` and `line_state` the values they start with.
 struct mdx_state_t {
@@ -54,34 +56,34 @@ struct mdx_state_t {
   int32_t state_ring[kStateRingSize] = {};  ///< pending requests for AT_IDLE_S
   pthread_t msgproc_thread = 0;
 
-  // What last passed.
-  mdx_snapshot<at_msg_t> last_client_msg;  ///< the client record in service, as read
-  /// The record in hand, the modem's last line in its `rmsg`.
-  mdx_snapshot<at_msg_t, offsetof(at_msg_t, snd_rcv_msg), MAX_ATCMD_REPORT_SIZE> last_nas_msg;
-  char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
-
-  int32_t sms_cancel_marker = 0;  ///< 0 makes a time-out send ESC; nothing sets it
-
-  // Modem link.
+  // Modem link and parser.
   mdx_send_function_t g_mdx_send_data_to_nas = nullptr;
-  at_stream_t stream = {};
   int32_t line_state = 0;
-
-  // Parser. The line buffer has a NUL behind it whatever it holds.
-  char line_buf[MAX_ATCMD_REPORT_SIZE + 1] = {};
-  int32_t line_used = 0;                          ///< bytes of it that may be other than zero
-  char nas_response[MAX_ATCMD_REPORT_SIZE] = {};  ///< response text, across deliveries
-  int32_t nas_response_legth = 0;                 ///< bytes in it
-  int32_t nas_response_cut = 0;                   ///< 1: more came behind them and is lost
-  int32_t result_received = 0;                    ///< 1: this delivery's result line has been taken
+  int32_t line_used = 0;           ///< bytes of `line_buf` that may be other than zero
+  int32_t nas_response_legth = 0;  ///< bytes in `nas_response`
+  int32_t nas_response_cut = 0;    ///< 1: more came behind them and is lost
+  int32_t result_received = 0;     ///< 1: this delivery's result line has been taken
+  int32_t sms_cancel_marker = 0;   ///< 0 makes a time-out send ESC; nothing sets it
 
   // The server's own commands.
   uint32_t msg_seq_counter = 0;
-  at_answer_t sysinfo_report = {};
-  at_answer_t cimi_report = {};
   int32_t last_roam_status = 0;
   int32_t cimi_done = 0;
   uint32_t query_flags = 0;
+  char sent_cmd_head[kSentHeadSize] = {};  ///< start of the last normal command, for the colon test
+
+  // What last passed.
+  mdx_snapshot<at_msg_t> last_client_msg;  ///< the client record in service, as read
+  at_stream_t stream = {};
+  char nas_response[MAX_ATCMD_REPORT_SIZE] = {};  ///< response text, across deliveries
+  /// The record in hand, the modem's last line in its `rmsg`.
+  mdx_snapshot<at_msg_t, offsetof(at_msg_t, snd_rcv_msg), MAX_ATCMD_REPORT_SIZE> last_nas_msg;
+  /// The parser's line. It has a NUL behind it whatever it holds.
+  char line_buf[MAX_ATCMD_REPORT_SIZE + 1] = {};
+
+  // Answers to the server's own commands.
+  at_answer_t sysinfo_report = {};
+  at_answer_t cimi_report = {};
 };
 
 extern mdx_state_t mdx_state;

@@ -42,8 +42,13 @@ constexpr rlim_t kFewestDescriptors = 64;  ///< for clients and a few receivers
 
 constinit std::atomic_flag claimed = ATOMIC_FLAG_INIT;
 constinit int lock = -1;
-constinit struct stat own_directory {};  ///< as it was claimed, as the next
-constinit struct stat own_tasks {};
+/// Tells a file from all others.
+struct file_id_t {
+  ino_t number;
+  dev_t device;
+};
+constinit file_id_t own_directory{};  ///< as it was claimed, as the next
+constinit file_id_t own_tasks{};
 constinit const char* complaint = nullptr;  ///< why it could not be made again, said once
 
 /// Why the directory is not to be had; errno tells more where it is not 0.
@@ -87,8 +92,10 @@ bool is_servers_user(uid_t user) {
   return user == geteuid() || (is_root() && identity.has_user && user == identity.user);
 }
 
-bool is_same_file(const struct stat& one, const struct stat& other) {
-  return one.st_ino == other.st_ino && one.st_dev == other.st_dev;
+file_id_t id_of(const struct stat& status) { return {status.st_ino, status.st_dev}; }
+
+bool is_file(const struct stat& status, const file_id_t& file) {
+  return status.st_ino == file.number && status.st_dev == file.device;
 }
 
 refusal_t open_directory(int* directory, struct stat* status) {
@@ -110,7 +117,7 @@ bool is_lock(int directory, int fd) {
   struct stat named {};
   return fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && is_servers_user(opened.st_uid) &&
          opened.st_nlink == 1 && fstatat(directory, kLockName, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         is_same_file(opened, named);
+         is_file(opened, id_of(named));
 }
 
 refusal_t refuse_for_another() {
@@ -205,7 +212,7 @@ refusal_t make_tasks(int directory) {
   hand_over(tasks);
   close(tasks);
   if (!is_set) return refuse_with(error, "cannot set the mode of /var/run/mdxgate/tasks");
-  own_tasks = status;
+  own_tasks = id_of(status);
   return kGranted;
 }
 
@@ -226,8 +233,8 @@ refusal_t make_directory_ours() {
   int directory = -1;
   struct stat status {};
   refusal_t why = open_directory(&directory, &status);
-  if (why == kGranted && !is_same_file(status, own_directory)) why = take_directory(directory);
-  if (why == kGranted) own_directory = status;
+  if (why == kGranted && !is_file(status, own_directory)) why = take_directory(directory);
+  if (why == kGranted) own_directory = id_of(status);
   if (why == kGranted) why = make_tasks(directory);
   const int error = errno;
   if (why == kGranted) hand_over(directory);
@@ -259,10 +266,8 @@ size_t open_files_allowed() {
 bool directory_restore() {
   struct stat directory {};
   struct stat tasks {};
-  const bool is_there =
-      lstat(kMdxDirectory, &directory) == 0 && is_same_file(directory, own_directory);
-  if (is_there && lstat(kMdxTaskDirectory, &tasks) == 0 && is_same_file(tasks, own_tasks))
-    return true;
+  const bool is_there = lstat(kMdxDirectory, &directory) == 0 && is_file(directory, own_directory);
+  if (is_there && lstat(kMdxTaskDirectory, &tasks) == 0 && is_file(tasks, own_tasks)) return true;
   const char* gone = is_there ? kMdxTaskDirectory : kMdxDirectory;
   const refusal_t why = make_directory_ours();
   if (why != complaint && why != kGranted) {

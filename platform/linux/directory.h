@@ -31,5 +31,5 @@ class directory_reader {
   int fd_ = 0;
   size_t used_ = 0;
   size_t size_ = 0;
-  alignas(uint64_t) char entries_[1024] = {};
+  alignas(uint64_t) char entries_[512] = {};
 };

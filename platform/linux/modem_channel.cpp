@@ -31,7 +31,6 @@
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/privileges.h"
 #include "platform/linux/record_queue.h"
-#include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
@@ -45,7 +44,7 @@ constexpr uint32_t kReopenMs = 200;
 constexpr uint32_t kPauseShare = 9;  // of ten parts of the time, when opening takes long
 /// A delivery that was refused is offered again so soon: its client waits.
 constexpr uint32_t kOfferAgainMs = 20;
-constexpr size_t kReadSize = 4096;
+constexpr size_t kReadSize = 1024;
 constexpr char kEscape[] = {0x1B};
 /// What takes a character off a command line that has not ended yet (ITU-T V.250).
 constexpr char kErase[] = "\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b";
@@ -77,7 +76,7 @@ struct channel_t {
   uint64_t looked_at;  ///< what the modem said before this has been read: silence is known so far
 };
 constinit channel_t channel{};
-[[MDX_SELDOM_FULL]] constinit char bytes[kReadSize] = {};
+constinit char bytes[kReadSize] = {};
 constinit delivery_assembler assembler;
 constinit device_news log_news;
 

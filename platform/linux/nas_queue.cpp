@@ -16,8 +16,8 @@
 #include <ctime>
 
 #include "platform/linux/counters.h"
+#include "platform/linux/large_buffers.h"
 #include "platform/linux/modem_channel.h"
-#include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
 #include "platform/mdx_platform.h"
 
@@ -39,7 +39,7 @@ struct nas_queue_t {
   size_t count = 0;
 };
 constinit nas_queue_t queue;
-[[MDX_SELDOM_FULL]] constinit char slots[kRoom] = {};  ///< each is a length and an element
+[[MDX_FILLED_UP]] constinit char slots[kRoom] = {};  ///< each is a length and an element
 
 class queue_lock {
  public:

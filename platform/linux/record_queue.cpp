@@ -23,12 +23,12 @@
 #include "platform/linux/complaint.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/events.h"
+#include "platform/linux/large_buffers.h"
 #include "platform/linux/modem_channel.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
 #include "platform/linux/queue_key.h"
 #include "platform/linux/record_queue.h"
-#include "platform/linux/seldom_touched.h"
 #include "platform/linux/served_client.h"
 #include "platform/linux/waiting_line.h"
 #include "platform/mdx_platform.h"
@@ -75,7 +75,7 @@ constinit border_queue_t border_queues[kMdxRequestQueue + 1];  ///< by number
 constinit std::atomic<int32_t> serving_task{0};
 /// From taking a request until its client is known to live.
 pthread_mutex_t taking = PTHREAD_MUTEX_INITIALIZER;
-[[MDX_SELDOM_FULL]] constinit put_t puts_remembered[kPutsRemembered] = {};
+[[MDX_FILLED_DOWN]] constinit put_t puts_remembered[kPutsRemembered] = {};
 constinit size_t puts_total = 0;
 [[MDX_SELDOM_TOUCHED]] constinit answer_t answers[kMaxDepth] = {};
 constinit answer_patience patience;
@@ -198,8 +198,13 @@ bool restore_queue(int32_t id, int error) {
   return true;
 }
 
+/// The first ones stand last.
+put_t& put_of_number(size_t number) {
+  return puts_remembered[kPutsRemembered - 1 - number % kPutsRemembered];
+}
+
 void remember_put(int32_t type, uint32_t at) {
-  puts_remembered[puts_total % kPutsRemembered] = {type, at};
+  put_of_number(puts_total) = {type, at};
   ++puts_total;
 }
 
@@ -208,7 +213,7 @@ void remember_put(int32_t type, uint32_t at) {
 uint32_t recall_put(int32_t type, uint32_t now) {
   const size_t known = puts_total < kPutsRemembered ? puts_total : kPutsRemembered;
   for (size_t back = 1; back <= known; ++back) {
-    put_t& put = puts_remembered[(puts_total - back) % kPutsRemembered];
+    put_t& put = put_of_number(puts_total - back);
     if (put.type != type) continue;
     put.type = 0;
     return put.at;

@@ -6,7 +6,7 @@
 
 #include "platform/linux/waiting_line.h"
 
-#include "platform/linux/seldom_touched.h"
+#include "platform/linux/large_buffers.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 
