@@ -242,8 +242,8 @@ void mlog_print(const char* module, int32_t, const char* text);
 // Debug console
 // ------------------------------------------------------------------------------------------------
 
-/// One command of a console module. The handler runs on the console's thread, prints with
-/// KRP_Debug_Print and returns 0.
+/// One command of a console module. The handler runs on the thread that dispatches packets, prints
+/// with KRP_Debug_Print and returns 0.
 struct mdx_debug_command_t {
   const char* name;
   int32_t (*handler)();

@@ -2,11 +2,10 @@
 
 // The debug console: a person connects, sends one line, reads the answer until it is closed.
 //
-// One client at a time, on one thread. So each client has a deadline for its line and one for
-// taking the answer: a client that sends nothing, never reads or sends rubbish holds up nobody for
-// long.
+// It is served on the hub's thread, one client at a time. So each client has a deadline for its
+// line, which nobody waits for, and a short one for taking an answer that its socket has no room
+// for: a client that sends nothing, never reads or sends rubbish holds up nobody for long.
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -25,6 +24,7 @@
 #include "platform/linux/console.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/hub.h"
+#include "platform/linux/large_buffers.h"
 #include "platform/linux/local_socket.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/nas_queue.h"
@@ -35,7 +35,7 @@
 namespace {
 
 constexpr uint32_t kLineWaitMs = 2000;
-constexpr time_t kAnswerWaitSeconds = 2;
+constexpr timeval kAnswerWait = {0, 500'000};
 constexpr uint32_t kAcceptNapMs = 100;
 constexpr size_t kLineSize = 128;
 constexpr size_t kMaxModules = 8;
@@ -63,10 +63,13 @@ constinit console_module_t modules[kMaxModules] = {
     {"platform", platform_commands, static_cast<int32_t>(std::size(platform_commands))}};
 constinit std::atomic<size_t> module_count{1};
 
-// The client that the console's thread serves, and the argument of its command.
-constinit thread_local int client = -1;
-constinit thread_local bool client_lost = false;
-constinit thread_local const char* argument = nullptr;
+// The client that is served, what came of its line, and the argument of its command.
+constinit int client = -1;
+constinit bool client_lost = false;
+[[MDX_SELDOM_TOUCHED]] constinit char line[kLineSize] = {};
+constinit size_t line_length = 0;
+constinit uint32_t line_begun = 0;  ///< MDX_elapse
+constinit const char* argument = nullptr;
 
 std::atomic<int> listener{-1};
 constinit complaint told;  ///< why nobody can connect
@@ -157,7 +160,7 @@ const mdx_debug_command_t* find_command(const char* module, const char* command)
   return nullptr;
 }
 
-void run_line(char* line) {
+void run_line() {
   char* rest = nullptr;
   const char* module = strtok_r(line, kBlanks, &rest);
   const char* command = strtok_r(nullptr, kBlanks, &rest);
@@ -169,58 +172,46 @@ void run_line(char* line) {
   row->handler();
 }
 
-/// Reads up to the end of the line or of what the client sends.
-/// @return false when nothing came in time, or more than a line
-bool read_line(char (&line)[kLineSize]) {
-  const uint32_t begin = MDX_elapse();
-  size_t length = 0;
-  while (length < sizeof(line) - 1) {
-    const uint32_t waited = MDX_elapse() - begin;
-    pollfd readable = {client, POLLIN, 0};
-    if (waited >= kLineWaitMs) return false;
-    if (poll(&readable, 1, static_cast<int>(kLineWaitMs - waited)) <= 0) continue;
-    const ssize_t size = recv(client, line + length, sizeof(line) - 1 - length, MSG_DONTWAIT);
-    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (size < 0) return false;
-    length += static_cast<size_t>(size);
-    line[length] = '\0';
-    if (size == 0 || memchr(line, '\n', length) != nullptr) return length > 0;
+void accept_client() {
+  client = accept4(listener.load(), nullptr, nullptr, SOCK_CLOEXEC);
+  if (client < 0) {
+    if (errno != EINTR && errno != EAGAIN) MDX_sleep(kAcceptNapMs);
+    return;
   }
-  return false;
+  setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &kAnswerWait, sizeof(kAnswerWait));
+  client_lost = false;
+  line_length = 0;
+  line_begun = MDX_elapse();
 }
 
-void serve_client() {
-  const timeval answer_wait = {kAnswerWaitSeconds, 0};
-  setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &answer_wait, sizeof(answer_wait));
-  client_lost = false;
-  char line[kLineSize] = "";
-  if (read_line(line)) {
-    run_line(line);
+void end_client(bool has_line) {
+  if (has_line) {
+    run_line();
   } else {
     MDX_DROP(COUNT_CONSOLE_DROPPED, MDX_TRACE_MISSING, "console: no line came\n");
   }
   if (client_lost)
     MDX_DROP(COUNT_CONSOLE_DROPPED, MDX_TRACE_MISSING, "console: the answer was not read\n");
+  close(client);
+  client = -1;
 }
 
-void console_thread() {
-  for (;;) {
-    client = accept4(listener.load(), nullptr, nullptr, SOCK_CLOEXEC);
-    if (client < 0) {
-      if (errno != EINTR) MDX_sleep(kAcceptNapMs);
-      continue;
-    }
-    serve_client();
-    close(client);
-    client = -1;
-  }
+/// Reads some of the line, which ends with a line end or with what the client sends.
+void read_client() {
+  const ssize_t size =
+      recv(client, line + line_length, sizeof(line) - 1 - line_length, MSG_DONTWAIT);
+  if (size < 0 && (errno == EINTR || errno == EAGAIN)) return;
+  if (size < 0) return end_client(false);
+  line_length += static_cast<size_t>(size);
+  line[line_length] = '\0';
+  const bool has_end = size == 0 || memchr(line, '\n', line_length) != nullptr;
+  if (has_end || line_length == sizeof(line) - 1) end_client(has_end && line_length > 0);
 }
 
 void start_console() {
   if (listener.load() >= 0) return;
   started_at = monotonic_us();
-  listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600, &told);
-  if (listener.load() >= 0) MDX_pthread_create(0, 0, 0, console_thread, 0);
+  listener = local_socket_listen(kMdxConsolePath, SOCK_STREAM | SOCK_NONBLOCK, 0600, &told);
 }
 
 }  // namespace
@@ -235,14 +226,25 @@ void KRP_Debug_RegModCmds(const char* module, const mdx_debug_command_t* command
   start_console();
 }
 
+int console_fd() { return client >= 0 ? client : listener.load(); }
+
+int console_wait_ms() {
+  if (client < 0) return -1;
+  const uint32_t waited = MDX_elapse() - line_begun;
+  return waited < kLineWaitMs ? static_cast<int>(kLineWaitMs - waited) : 0;
+}
+
+void console_look(bool has_something) {
+  if (has_something && client < 0) return accept_client();
+  if (has_something) read_client();
+  if (console_wait_ms() == 0) end_client(false);
+}
+
 bool console_restore() {
-  const int old = listener.load();
-  if (old < 0 || access(kMdxConsolePath, F_OK) == 0) return true;
-  const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM, 0600, &told);
+  if (listener.load() < 0 || access(kMdxConsolePath, F_OK) == 0) return true;
+  const int fresh = local_socket_listen(kMdxConsolePath, SOCK_STREAM | SOCK_NONBLOCK, 0600, &told);
   if (fresh < 0) return false;
-  listener.store(fresh);
-  shutdown(old, SHUT_RDWR);  // ends an accept that waits in it
-  close(old);
+  close(listener.exchange(fresh));
   MDX_TRACE(MDX_FROM_PLATFORM, MDX_TRACE_ERROR, "%s was removed: made again\n", kMdxConsolePath);
   return true;
 }

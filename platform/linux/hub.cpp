@@ -5,9 +5,10 @@
 // The main thread sends, and never waits. What a receiver has no room for is kept in the backlog,
 // and given to it as it reads. When that is full the oldest packets are lost to who is that far
 // behind: that is counted, and told with the packet behind them, which is kept.
-// The message procedure thread does all the rest, and it alone changes who is in the table of
-// receivers, under the lock that sends hold. There are more who may connect than places: who does
-// not say soon what it wants loses its place, and at a full table the user with the most.
+// The message procedure thread does all the rest, serves the debug console beside it, and it alone
+// changes who is in the table of receivers, under the lock that sends hold. There are more who may
+// connect than places: who does not say soon what it wants loses its place, and at a full table the
+// user with the most.
 
 #include "platform/linux/hub.h"
 
@@ -25,6 +26,7 @@
 
 #include "platform/linux/border_watch.h"
 #include "platform/linux/claim.h"
+#include "platform/linux/console.h"
 #include "platform/linux/counters.h"
 #include "platform/linux/hub_backlog.h"
 #include "platform/linux/hub_places.h"
@@ -381,12 +383,19 @@ void serve_receiver(receiver_t& receiver, short revents) {
   if ((revents & POLLOUT) != 0) let_catch_up(receiver);
 }
 
+/// Of two waits. For ever, -1, is the greatest unsigned number.
+int sooner(int one, int other) {
+  return static_cast<unsigned>(one) < static_cast<unsigned>(other) ? one : other;
+}
+
 /// One round: whoever has something, or room for something, is served once.
 /// @return false when waiting fails
 bool dispatch_once() {
-  constexpr nfds_t kOthers = 3;
-  pollfd waiting[kMaxReceivers + kOthers] = {
-      {listener.load(), POLLIN, 0}, {border_watch_fd(), POLLIN, 0}, {wake_fd, POLLIN, 0}};
+  constexpr nfds_t kOthers = 4;
+  pollfd waiting[kMaxReceivers + kOthers] = {{listener.load(), POLLIN, 0},
+                                             {border_watch_fd(), POLLIN, 0},
+                                             {wake_fd, POLLIN, 0},
+                                             {console_fd(), POLLIN, 0}};
   receiver_t* waiting_for[kMaxReceivers + kOthers];
   nfds_t count = kOthers;
   pthread_mutex_lock(&receivers_lock);
@@ -397,10 +406,7 @@ bool dispatch_once() {
     waiting[count++] = {receiver.fd, static_cast<short>(events), 0};
   }
   pthread_mutex_unlock(&receivers_lock);
-  const int border_ms = border_watch_wait_ms();
-  const int silence_ms = next_silence_ms();
-  const int wait_ms =
-      border_ms < 0 || (silence_ms >= 0 && silence_ms < border_ms) ? silence_ms : border_ms;
+  const int wait_ms = sooner(sooner(border_watch_wait_ms(), next_silence_ms()), console_wait_ms());
   if (poll(waiting, count, wait_ms) < 0) return errno == EINTR;
   if (waiting[2].revents != 0) {
     uint64_t wakes = 0;
@@ -409,6 +415,7 @@ bool dispatch_once() {
   for (nfds_t i = kOthers; i < count; ++i)
     if (waiting[i].revents != 0) serve_receiver(*waiting_for[i], waiting[i].revents);
   hang_up_the_silent();
+  console_look(waiting[3].revents != 0);
   if ((waiting[0].revents & POLLIN) != 0) accept_receiver();
   return (waiting[0].revents & (POLLERR | POLLNVAL)) == 0;
 }

@@ -34,8 +34,15 @@ std::string ask(const std::string& line) {
   return read_all(fd);
 }
 
-TEST(Console, AnswersEachLine) {
-  be_the_server();
+class Console : public testing::Test {
+ protected:
+  Console() {
+    be_the_server();
+    serve_the_hub([](const void*) {});
+  }
+};
+
+TEST_F(Console, AnswersEachLine) {
   const std::string usage = "usage: <module> <command>";
   // clang-format off
   const struct { std::string line; std::string answer; } cases[] = {
@@ -59,8 +66,7 @@ TEST(Console, AnswersEachLine) {
   EXPECT_THAT(ask("help\n"), AllOf(HasSubstr("platform stats"), HasSubstr("test hello")));
 }
 
-TEST(Console, OutlivesClientsThatMisbehave) {
-  be_the_server();
+TEST_F(Console, OutlivesClientsThatMisbehave) {
   const uint64_t dropped = counter_value(COUNT_CONSOLE_DROPPED);
   close(connect_to(kMdxConsolePath, SOCK_STREAM));
   const int silent = connect_to(kMdxConsolePath, SOCK_STREAM);
@@ -73,6 +79,23 @@ TEST(Console, OutlivesClientsThatMisbehave) {
   EXPECT_GE(counter_value(COUNT_CONSOLE_DROPPED), dropped + 3);
   close(silent);
   close(endless);
+}
+
+TEST_F(Console, HoldsUpNobodyOfTheHub) {
+  const int silent = connect_to(kMdxConsolePath, SOCK_STREAM);
+  send(silent, "platform", 8, MSG_NOSIGNAL);
+  mdx_packet_header_t subscription{};
+  subscription.kind = MDX_PACKET_SUBSCRIPTION;
+  subscription.to[0] = '*';
+  subscription.a = kMdxSubscribeWithStates;
+  const int receiver = connect_to(kMdxHubPath, SOCK_SEQPACKET);
+  send(receiver, &subscription, sizeof(subscription), MSG_NOSIGNAL);
+  char packet[sizeof(mdx_packet_header_t) + kMdxPayloadMax];
+  EXPECT_GT(recv(receiver, packet, sizeof(packet), 0), 0);
+  EXPECT_EQ(recv(silent, packet, sizeof(packet), MSG_DONTWAIT), -1) << "its time is not up yet";
+  close(receiver);
+  send(silent, " trace\n", 7, MSG_NOSIGNAL);
+  EXPECT_THAT(read_all(silent), HasSubstr("trace"));
 }
 
 }  // namespace

@@ -108,20 +108,7 @@ class Hub : public testing::Test {
  protected:
   Hub() {
     be_the_server();
-    static bool started = false;
-    if (started) return;
-    started = true;
-    EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), -1) << "before there is a hub";
-    EXPECT_EQ(KRP_MSG_Init("mdxgate"), 0);
-    EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), 0) << "before anybody serves it";
-    MDX_pthread_create(
-        0, 0, 0,
-        [] {
-          KRP_MSG_RegisterMsgProc(take_message);
-          KRP_UTIL_SockBaseStart(0);
-        },
-        0);
-    EXPECT_EQ(KRP_NOTIFYCLT_Init(31), 0);
+    serve_the_hub(take_message);
   }
 };
 

@@ -2,6 +2,7 @@
 
 #include "tests/platform/other_process.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -91,4 +92,17 @@ void be_the_server() {
   static bool done = false;
   if (!done) KRP_Debug_RegModCmds("test", commands, 1);
   done = true;
+}
+
+void serve_the_hub(void (*procedure)(const void* packet)) {
+  static bool started = false;
+  if (started) return;
+  started = true;
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), -1) << "before there is a hub";
+  EXPECT_EQ(KRP_MSG_Init("mdxgate"), 0);
+  EXPECT_EQ(KRP_MSG_SendSimpleMsg("cms", 1, 0), 0) << "before anybody serves it";
+  KRP_MSG_RegisterMsgProc(procedure);
+  MDX_pthread_create(
+      0, 0, 0, [] { KRP_UTIL_SockBaseStart(0); }, 0);
+  EXPECT_EQ(KRP_NOTIFYCLT_Init(31), 0);
 }

@@ -39,5 +39,8 @@ class OtherProcess {
 /// Connects to a Unix socket. @return a descriptor, -1 when nobody listens
 int connect_to(const char* path, int type);
 
-/// Makes the test process the server: claims the machine and serves the console.
+/// Makes the test process the server: claims the machine.
 void be_the_server();
+
+/// Serves hub and console, from the first call on.
+void serve_the_hub(void (*procedure)(const void* packet));

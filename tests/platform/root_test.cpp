@@ -155,10 +155,10 @@ int drop_and_raise_the_flag() {
   REQUIRE(start_up() == 0);
   KRP_UTIL_DropAndroidRootPrivileges();
   REQUIRE(MDX_pthread_create(0, 0, 0, idle_thread, 0) != pthread_t{});
-  REQUIRE(thread_status("Uid:") == (std::map<std::string, int>{{ids, 4}}));
-  REQUIRE(thread_status("Gid:") == (std::map<std::string, int>{{ids, 4}}));
-  REQUIRE(thread_status("NoNewPrivs:") == (std::map<std::string, int>{{"1", 4}}));
-  while (thread_status("CapPrm:")[none] != 3) std::this_thread::yield();
+  REQUIRE(thread_status("Uid:") == (std::map<std::string, int>{{ids, 3}}));
+  REQUIRE(thread_status("Gid:") == (std::map<std::string, int>{{ids, 3}}));
+  REQUIRE(thread_status("NoNewPrivs:") == (std::map<std::string, int>{{"1", 3}}));
+  while (thread_status("CapPrm:")[none] != 2) std::this_thread::yield();
   REQUIRE(thread_status("CapPrm:")[write_anywhere] == 1);
   REQUIRE(thread_status("Groups:").begin()->first == "64242 64250 ");
 
@@ -166,7 +166,7 @@ int drop_and_raise_the_flag() {
   KRP_UTIL_RemoveAndroidWPerm("/var/flag", "664");
   struct stat status {};
   REQUIRE(stat("/var/flag", &status) == 0 && (status.st_mode & 07777u) == 0664u);
-  REQUIRE((thread_status("CapPrm:") == std::map<std::string, int>{{none, 4}}));
+  REQUIRE((thread_status("CapPrm:") == std::map<std::string, int>{{none, 3}}));
   REQUIRE(!std::ofstream("/var/other").good());
   REQUIRE(setresuid(0, 0, 0) != 0);
 
