@@ -162,6 +162,11 @@ recent_task_t* find_recent(int32_t task_id) {
   return nullptr;
 }
 
+/// Who is served is polled meanwhile: the next task that is opened takes another's place.
+void keep_next(const recent_task_t* recent) {
+  if (recent == &recent_tasks[oldest_recent]) oldest_recent = (oldest_recent + 1) % recent_in_use;
+}
+
 void forget(recent_task_t* recent) {
   close(recent->fd);
   *recent = {0, -1};
@@ -217,6 +222,7 @@ bool event_fifos_restore() {
 int event_task_fd(int32_t task_id) {
   pthread_mutex_lock(&recent_lock);
   const recent_task_t* recent = find_recent(task_id);
+  keep_next(recent);
   const int fd = recent != nullptr ? recent->fd : -1;
   pthread_mutex_unlock(&recent_lock);
   return fd;
@@ -229,8 +235,7 @@ int event_task_open(int32_t task_id) {
     forget(recent);
     recent = nullptr;
   }
-  // It is polled while its request is served: the next task that is opened takes another's place.
-  if (recent == &recent_tasks[oldest_recent]) oldest_recent = (oldest_recent + 1) % recent_in_use;
+  keep_next(recent);
   const int fd = recent != nullptr ? recent->fd : open_task(task_id);
   pthread_mutex_unlock(&recent_lock);
   return fd;

@@ -81,6 +81,9 @@ constinit size_t puts_total = 0;
 constinit answer_patience patience;
 /// Requests that are on the queue for certain, or were when they were counted; -1 when not known.
 constinit int32_t requests_known = -1;
+/// How often the requests were counted since the server slept. A client that is quick has its next
+/// one there before the server sleeps again; but who wants to stand in line is heard after a sleep.
+constinit int32_t looks_awake = 0;
 /// The client of the request in hand has lost its place to who waited.
 constinit bool place_is_lost = false;
 
@@ -485,8 +488,12 @@ bool server_link_restore() {
 int32_t MDX_msgQex_num(int32_t id) {
   if (!is_request_queue(id)) return count_messages(id);
   const bool is_clean = modem_channel_is_clean();
-  const bool is_needed = requests_known < 0 || (requests_known == 0 && waiting_line_stands());
-  if (is_clean && is_needed) requests_known = count_requests(id);
+  const bool was_asleep = requests_known < 0;
+  const bool may_look = was_asleep || looks_awake < kMdxQueueDepth || waiting_line_stands();
+  if (is_clean && requests_known <= 0 && may_look) {
+    looks_awake = was_asleep ? 0 : looks_awake + 1;
+    requests_known = count_requests(id);
+  }
   const int32_t waiting = is_clean ? requests_known : 0;
   if (waiting == 0) requests_known = -1;
   return waiting;

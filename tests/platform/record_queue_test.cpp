@@ -322,6 +322,28 @@ TEST_F(WaitingLine, WhoIsServedIsStillWatchedWhenTheNextIsCalled) {
   ASSERT_EQ(read_from_msgqueue(requests(), record.data(), 0, &error), 0);
   ASSERT_EQ(clients.back()->raised(), kMdxEventRoom);
   EXPECT_GE(served_client_source().fd, 0) << "its end would not be noticed";
+
+  // Again, with the request that it sends next.
+  for (size_t i = 1; i < 63; ++i) ASSERT_EQ(MDX_event_send(clients[i]->task(), kMdxEventAnswer), 1);
+  ASSERT_TRUE(served_client_begin(served.task(), 1));
+  ASSERT_EQ(MDX_event_send(clients[63]->task(), kMdxEventAnswer), 1);
+  EXPECT_GE(served_client_source().fd, 0) << "its end would not be noticed";
+}
+
+TEST_F(WaitingLine, IsHeardBesideAClientThatNeverLetsTheServerSleep) {
+  Client quick(4001), waiting(4002);
+  queue(quick, 1);
+  int served = 0;
+  for (; MDX_msgQex_num(requests()) > 0; ++served) {
+    ASSERT_LT(served, 100) << "who waits would never be heard";
+    serve();
+    queue(quick, 1);
+  }
+  EXPECT_GT(served, 1) << "what is there is served without a sleep";
+  raise({ticket(waiting)});
+  EXPECT_EQ(MDX_msgQex_num(requests()), 1);
+  serve();
+  EXPECT_EQ(waiting.raised(), kMdxEventRoom);
 }
 
 TEST_F(WaitingLine, AllAreCalledWhenTheQueueHasBecomeEmpty) {
