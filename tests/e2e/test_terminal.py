@@ -85,6 +85,7 @@ class Terminal(DeviceTest):
         self.type("nonsense")
         self.see("help shows")
         self.type("reports on")
+        self.see_a_report()
         self.stop(self.modem)
         self.see("link MDX_LINK_GONE the modem is gone")
         self.type("", "C-d")
