@@ -17,7 +17,7 @@ from selenium.webdriver.support.select import Select
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/e2e"))
-from device import PATIENCE_S, DeviceTest, wait_until  # noqa: E402
+from device import PATIENCE_S, DeviceTest, SystemLog, wait_until  # noqa: E402
 
 WEB = ROOT / "web"
 PORT = 9090

@@ -9,7 +9,7 @@ import signal
 import time
 import unittest
 
-from browser import DOWNLOADS, NARROW, PAGE, PATIENCE_S, WIDE, Keys, PageTest, wait_until
+from browser import DOWNLOADS, NARROW, PAGE, PATIENCE_S, WIDE, Keys, PageTest, SystemLog, wait_until
 
 HOSTILE = '<img src=x onerror="document.title=1">\u202egnp.exe \u200bEND'
 
@@ -367,6 +367,7 @@ class Page(PageTest):
     # Health
 
     def test_health_and_support_file(self):
+        SystemLog()  # without one each trace would be lost, and counted
         self.start_page("health")
         self.wait_text("#health-verdict", "All that should be zero is zero.")
         self.wait_text("#health-versions", "Server 0.1.0, mdxctl 0.1.0")
