@@ -33,6 +33,7 @@
 #include "platform/linux/hub_states.h"
 #include "platform/linux/large_buffers.h"
 #include "platform/linux/local_socket.h"
+#include "platform/linux/monotonic.h"
 #include "platform/mdx_platform.h"
 #include "wire/border.h"
 #include "wire/destinations.h"
@@ -383,11 +384,6 @@ void serve_receiver(receiver_t& receiver, short revents) {
   if ((revents & POLLOUT) != 0) let_catch_up(receiver);
 }
 
-/// Of two waits. For ever, -1, is the greatest unsigned number.
-int sooner(int one, int other) {
-  return static_cast<unsigned>(one) < static_cast<unsigned>(other) ? one : other;
-}
-
 /// One round: whoever has something, or room for something, is served once.
 /// @return false when waiting fails
 bool dispatch_once() {
@@ -406,7 +402,8 @@ bool dispatch_once() {
     waiting[count++] = {receiver.fd, static_cast<short>(events), 0};
   }
   pthread_mutex_unlock(&receivers_lock);
-  const int wait_ms = sooner(sooner(border_watch_wait_ms(), next_silence_ms()), console_wait_ms());
+  const int silence_ms = sooner_ms(next_silence_ms(), console_wait_ms());
+  const int wait_ms = sooner_ms(border_watch_wait_ms(), silence_ms);
   if (poll(waiting, count, wait_ms) < 0) return errno == EINTR;
   if (waiting[2].revents != 0) {
     uint64_t wakes = 0;

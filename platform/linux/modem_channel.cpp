@@ -261,11 +261,6 @@ int due_in_ms(uint64_t now) {
   return due > now ? static_cast<int>(due - now) : 0;
 }
 
-int sooner_ms(int one, int other) {
-  if (one < 0 || other < 0) return one < 0 ? other : one;
-  return one < other ? one : other;
-}
-
 pollfd device_source(short events) {
   if (!channel.refused) events |= POLLIN;
   return {events != 0 ? channel.device.fd : -1, events, 0};

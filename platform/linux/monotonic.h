@@ -14,3 +14,8 @@ inline uint64_t monotonic_us() {
 }
 
 inline uint64_t monotonic_ms() { return monotonic_us() / 1000u; }
+
+/// The shorter of two waits in milliseconds, of which a negative one is for ever.
+inline int sooner_ms(int one, int other) {
+  return static_cast<unsigned>(one) < static_cast<unsigned>(other) ? one : other;
+}
