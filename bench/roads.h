@@ -46,11 +46,12 @@ void print_value(std::string_view name, double value);
 /// Prints the median as "name.p50" and the 99th percentile as "name.p99", in microseconds.
 void print_times(std::string_view name, std::vector<int64_t> nanoseconds);
 
-/// Round trips of AT and AT+CSQ: raw, through bare queues, through the server.
+/// Round trips of AT and AT+CSQ: raw, through bare queues, without events and with, through the
+/// server.
 /// @param device  where the server's modem sits
 void measure_round_trips(const terminal_t& device);
-/// Clients that never pause: what a command takes of the server's time, how long the slowest wait,
-/// and how evenly the turns fall.
+/// Clients that never pause, through bare queues and through the server: what a command takes of
+/// the server's time, how long the slowest wait, and how evenly the turns fall.
 void measure_crowds();
 /// Reports to receivers: one at a time, in bursts, with many receivers.
 void measure_reports(const terminal_t& device, pid_t server);

@@ -3,18 +3,17 @@
 // From a command to its answer. The ways take turns in short blocks, so that whatever disturbs the
 // machine disturbs all of them.
 
-#include <sys/ipc.h>
 #include <sys/mman.h>
-#include <sys/msg.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/bare_queues.h"
 #include "bench/roads.h"
 #include "client/mdxclient.h"
-#include "wire/at_msg.h"
 
 namespace {
 
@@ -24,11 +23,6 @@ constexpr int64_t kGatherNs = 100'000'000;
 constexpr int64_t kCrowdNs = 1'000'000'000;
 constexpr int kMostTurns = 100'000;
 constexpr const char* kCommands[] = {"AT", "AT+CSQ"};
-
-struct message_t {
-  long type;
-  at_msg_t record;
-};
 
 /// One way from a command to its answer.
 class way_t {
@@ -63,23 +57,10 @@ void send_raw(const terminal_t& terminal, const char* command) {
   read_answer(terminal.user_fd);
 }
 
-/// What a server does at least: a record from one queue, the modem asked, the record on another.
-void serve_queues(int requests, int answers, const terminal_t& terminal) {
-  message_t message = {};
-  for (;;) {
-    if (msgrcv(requests, &message, sizeof(message.record), 0, 0) < 0) return;
-    send_raw(terminal, message.record.snd_rcv_msg.smsg);
-    if (msgsnd(answers, &message, sizeof(message.record), 0) != 0) return;
-  }
-}
-
-void send_over_queues(int requests, int answers, const char* command) {
-  static message_t message = {};
-  message.type = 1;
-  message.record = {};
-  std::string_view(command).copy(message.record.snd_rcv_msg.smsg, kCommandSize - 1);
-  if (msgsnd(requests, &message, sizeof(message.record), 0) != 0) give_up("msgsnd");
-  if (msgrcv(answers, &message, sizeof(message.record), 0, 0) < 0) give_up("msgrcv");
+mdx_client_t* open_client() {
+  mdx_client_t* client = nullptr;
+  if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+  return client;
 }
 
 void send_to_server(mdx_client_t* client, const char* command) {
@@ -96,18 +77,15 @@ struct turns_t {
   uint32_t waited_us[kMostTurns];
 };
 
-/// Sends `AT` after `AT` from one moment to another.
-void take_turns(int64_t begin, int64_t end, turns_t* turns) {
-  mdx_client_t* client = nullptr;
-  if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+/// Sends and sends, from one moment to another.
+void take_turns(int64_t begin, int64_t end, turns_t* turns, const std::function<void()>& send) {
   while (now_ns() < begin) usleep(1000);
   for (int64_t now = begin; now < end && turns->count < kMostTurns;) {
     const int64_t sent = now_ns();
-    send_to_server(client, "AT");
+    send();
     now = now_ns();
     turns->waited_us[turns->count++] = static_cast<uint32_t>((now - sent) / 1000);
   }
-  mdx_close(client);
 }
 
 /// Prints microseconds a command, the 99th percentile of what one waits, and how many times as many
@@ -128,7 +106,9 @@ void print_crowd(const std::string& name, const turns_t* crowd, int clients) {
   print_times(name, waited);
 }
 
-void measure_crowd(int clients) {
+/// @param open  called in each client's process, with its number above 0: the way it sends
+void measure_crowd(const std::string& name, int clients,
+                   const std::function<std::function<void()>(int)>& open) {
   const size_t size = sizeof(turns_t) * static_cast<size_t>(clients);
   void* shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) give_up("mmap");
@@ -136,10 +116,11 @@ void measure_crowd(int clients) {
   const int64_t begin = now_ns() + kGatherNs;
   std::vector<pid_t> crowd;
   for (int i = 0; i < clients; ++i) {
-    crowd.push_back(start_process([=] { take_turns(begin, begin + kCrowdNs, turns + i); }));
+    crowd.push_back(
+        start_process([&, i] { take_turns(begin, begin + kCrowdNs, turns + i, open(i + 1)); }));
   }
   for (const pid_t process : crowd) wait_for_process(process);
-  print_crowd("clients." + std::to_string(clients), turns, clients);
+  print_crowd(name + "." + std::to_string(clients), turns, clients);
   munmap(shared, size);
 }
 
@@ -147,34 +128,33 @@ void measure_crowd(int clients) {
 
 void measure_round_trips(const terminal_t&) {
   const terminal_t raw = open_terminal();
-  const terminal_t behind_queues = open_terminal();
-  const int requests = msgget(IPC_PRIVATE, 0600);
-  const int answers = msgget(IPC_PRIVATE, 0600);
-  if (requests < 0 || answers < 0) give_up("msgget");
-  const pid_t helpers[] = {
-      start_process([&] { answer_commands(raw.modem_fd); }),
-      start_process([&] { answer_commands(behind_queues.modem_fd); }),
-      start_process([&] { serve_queues(requests, answers, behind_queues); }),
-  };
-  mdx_client_t* client = nullptr;
-  if (mdx_open(&client) != MDX_OK) give_up("mdx_open");
+  const pid_t modem = start_process([&] { answer_commands(raw.modem_fd); });
+  const bare_queues_t queues(bare_wait_t::in_queue);
+  const bare_queues_t formats(bare_wait_t::for_events);
+  const std::shared_ptr<mdx_client_t> client(open_client(), mdx_close);
 
   way_t ways[] = {
       {"raw", [&](const char* command) { send_raw(raw, command); }},
-      {"queues", [&](const char* command) { send_over_queues(requests, answers, command); }},
-      {"server", [&](const char* command) { send_to_server(client, command); }},
+      {"queues", [&](const char* command) { queues.send(command); }},
+      {"formats", [&](const char* command) { formats.send(command); }},
+      {"server", [&](const char* command) { send_to_server(client.get(), command); }},
   };
   for (int block = 0; block < kBlocks; ++block) {
     for (way_t& way : ways) way.run_block();
   }
   for (const way_t& way : ways) way.print();
 
-  mdx_close(client);
-  for (const pid_t helper : helpers) stop_process(helper);
-  msgctl(requests, IPC_RMID, nullptr);
-  msgctl(answers, IPC_RMID, nullptr);
+  stop_process(modem);
 }
 
 void measure_crowds() {
-  for (const int clients : {1, 8, 16, 64}) measure_crowd(clients);
+  const bare_queues_t queues(bare_wait_t::in_queue);
+  for (const int clients : {1, 8, 16, 64}) {
+    measure_crowd("bare_clients", clients,
+                  [&](int number) { return [&, number] { queues.send("AT", number); }; });
+    measure_crowd("clients", clients, [](int) {
+      const std::shared_ptr<mdx_client_t> client(open_client(), mdx_close);
+      return [client] { send_to_server(client.get(), "AT"); };
+    });
+  }
 }
