@@ -543,7 +543,6 @@ int32_t send_to_msgqueue(int32_t id, const void* record, int* retcode) {
   }
   if (is_answer) remember_put(static_cast<int32_t>(message.type), MDX_elapse());
   if (is_answer) note_answer();
-  if (is_answer) served_client_answered();
   const uint32_t line = is_answer && place_is_lost ? kMdxEventLine : 0;
   if (type > 0) MDX_event_send(type, kMdxEventAnswer | line);
   return 0;

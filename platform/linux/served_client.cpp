@@ -4,8 +4,7 @@
 // poll that waits for something else anyway. A program that never made one can be asked for only
 // before its request is begun.
 //
-// Most requests come from the client of the one before. It is polled without being looked for anew;
-// and where the server has slept meanwhile, the poll that woke it has done so.
+// Most requests come from the client of the one before. It is polled without being looked for anew.
 
 #include "platform/linux/served_client.h"
 
@@ -16,7 +15,6 @@ namespace {
 constinit int32_t client = 0;
 constinit uint32_t next_seq = 0;
 constinit bool is_dead = false;
-constinit bool lived_in_poll = false;  ///< the last one since the answer
 
 bool lives_now() {
   pollfd source = served_client_source();
@@ -30,12 +28,10 @@ bool served_client_begin(int32_t task_id, uint32_t seq) {
   const bool is_known = task_id == client && seq == next_seq;
   client = task_id;
   next_seq = seq + 1;
-  if (is_known && (lived_in_poll || lives_now())) return true;
+  if (is_known && lives_now()) return true;
   is_dead = task_id > 0 && event_task_open(task_id) < 0 && task_is_dead(task_id);
   return !is_dead;
 }
-
-void served_client_answered() { lived_in_poll = false; }
 
 pollfd served_client_source() {
   return {client > 0 && !is_dead ? event_task_fd(client) : -1, 0, 0};
@@ -43,7 +39,6 @@ pollfd served_client_source() {
 
 void served_client_polled(const pollfd& source) {
   if ((source.revents & POLLERR) != 0) is_dead = true;
-  lived_in_poll = source.fd >= 0 && !is_dead;
 }
 
 bool served_client_is_dead() { return is_dead; }

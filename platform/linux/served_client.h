@@ -15,8 +15,6 @@
 /// @param seq      the request's number
 /// @return whether it lives
 bool served_client_begin(int32_t task_id, uint32_t seq);
-/// The request has been answered. Its client is looked at further on, as it may ask again.
-void served_client_answered();
 
 /// What tells of the client's end in a poll, for `served_client_polled`; its descriptor may be -1.
 pollfd served_client_source();

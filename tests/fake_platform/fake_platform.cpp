@@ -380,7 +380,6 @@ int32_t send_to_msgqueue(int32_t id, const void* msg, int* retcode) {
     return 0;
   }
   record(kind::REPLY, "reply", bytes(msg, sizeof(at_msg_t)));
-  if (the_line != nullptr) the_line->ends_request();
   return 0;
 }
 

@@ -152,9 +152,8 @@ struct line {
   virtual void wait(uint64_t until) = 0;
   virtual bool shows_requests() = 0;
   virtual bool begins_request(int32_t client) = 0;  ///< false: its client is gone
-  virtual bool has_client() = 0;    ///< whether that of the request begun last is there
-  virtual void ends_request() = 0;  ///< its client has been answered
-  virtual bool may_answer() = 0;    ///< whether the modem's answer can still come
+  virtual bool has_client() = 0;  ///< whether that of the request begun last is there
+  virtual bool may_answer() = 0;  ///< whether the modem's answer can still come
 };
 
 /// Null: the modem's deliveries are ready-made, and all clients live.

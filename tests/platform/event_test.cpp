@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -135,31 +134,21 @@ TEST_F(Events, FindATaskInTheFifoThatItMadeAnew) {
   unlink(path);
 }
 
-/// What a poll says of the client in hand.
-void poll_client() {
-  pollfd client = served_client_source();
-  ASSERT_GE(poll(&client, 1, 0), 0);
-  served_client_polled(client);
-}
-
-TEST_F(Events, AClientIsLookedAtAnewUnlessThePollDidSoAndItGoesOnCounting) {
+TEST_F(Events, AClientIsLookedForAnewUnlessItGoesOnCounting) {
   constexpr int32_t kTask = 4004;
   char path[kEventPathSize];
   event_fifo_path(kTask, path);
   const int held_by_a_child = event_fifo_create(path);
   ASSERT_TRUE(served_client_begin(kTask, 7));
   const int fresh = event_fifo_create(path);
-  poll_client();
   EXPECT_TRUE(served_client_begin(kTask, 1));
   EXPECT_EQ(MDX_event_send(kTask, 1), 1);
   EXPECT_EQ(event_fifo_take(fresh), 1u) << "the FIFO that the task made anew";
   close(held_by_a_child);
 
-  poll_client();
+  EXPECT_TRUE(served_client_begin(kTask, 2));
   close(fresh);
-  EXPECT_TRUE(served_client_begin(kTask, 2)) << "it lived in the poll";
-  served_client_answered();
-  EXPECT_FALSE(served_client_begin(kTask, 3)) << "that was before the answer";
+  EXPECT_FALSE(served_client_begin(kTask, 3));
   unlink(path);
 }
 

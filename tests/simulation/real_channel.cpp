@@ -123,7 +123,6 @@ bool real_channel::begins_request(int32_t client) {
   served = client;
   return served_client_begin(client, ++requests_);
 }
-void real_channel::ends_request() { served_client_answered(); }
 bool real_channel::has_client() { return !is_dead && !served_client_is_dead(); }
 bool real_channel::may_answer() { return !modem_channel_answer_is_lost(); }
 

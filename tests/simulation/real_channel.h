@@ -51,7 +51,6 @@ class real_channel : public fake::line {
   bool shows_requests() override;
   bool begins_request(int32_t client) override;
   bool has_client() override;
-  void ends_request() override;
   bool may_answer() override;
 
   int device = 0;  ///< each has its number, 0 for none
